@@ -1,0 +1,20 @@
+# Sanitizers, fuzzing and coverage, each for the whole build.
+if(FINDER_SYNC_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+  # The sanitizers' own checks make gcc see null pointers where there are none.
+  add_compile_options(-Wno-null-dereference)
+endif()
+
+if(FINDER_SYNC_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "FINDER_SYNC_FUZZ needs clang: configure with the preset \"fuzz\"")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+if(FINDER_SYNC_COVERAGE)
+  add_compile_options(--coverage -fprofile-update=atomic -fno-inline)
+  add_link_options(--coverage)
+endif()

@@ -1,0 +1,185 @@
+#include "extension/FinderSync.h"
+
+#include "extension/ApplicationGroup.h"
+#include "platform/AppKit.h"
+#include "platform/System.h"
+
+#include <limits>
+#include <optional>
+#include <utility>
+
+namespace findersync {
+
+namespace {
+
+constexpr std::int64_t defaultPort = 61842;
+
+/// The string under a key, or none when the key is absent. Once a key is present its value is
+/// trusted to be a string.
+std::optional<std::string> stringForKey(const platform::NSUserDefaults& settings,
+                                        std::string_view key) {
+    const std::optional<platform::Object> object = settings.objectForKey(key);
+    if (!object)
+        return std::nullopt;
+    const std::string* string = object->string();
+    if (string == nullptr)
+        platform::fatalError("the setting \"" + std::string(key) + "\" is not a string");
+    return *string;
+}
+
+std::optional<std::int64_t> integerForKey(const platform::NSUserDefaults& settings,
+                                          std::string_view key) {
+    if (!settings.objectForKey(key))
+        return std::nullopt;
+    return settings.integerForKey(key);
+}
+
+std::uint32_t narrowedPort(std::int64_t port) {
+    if (port < 0 || port > std::numeric_limits<std::uint32_t>::max())
+        platform::fatalError("the setting \"ServerPort\" is out of range: " + std::to_string(port));
+    return static_cast<std::uint32_t>(port);
+}
+
+/// The description of a URL's file-path form, as the log shows it.
+std::string filePathDescription(const platform::NSURL& url) {
+    const std::shared_ptr<const platform::NSURL> filePathURL = url.filePathURL();
+    if (!filePathURL)
+        platform::fatalError("a URL has no file path: " + url.description());
+    return filePathURL->description();
+}
+
+} // namespace
+
+FinderSync::~FinderSync() {
+    // Members are destroyed in reverse order; those whose release can be seen go first, in theirs.
+    myFolderURL_.reset();
+    inputStream_.reset();
+    outputStream_.reset();
+}
+
+FinderSync* FinderSync::init() {
+    if (FIFinderSync::init() == nullptr)
+        return nullptr;
+
+    std::string failure;
+    const auto settings = platform::userDefaultsWithSuiteName(applicationGroup, failure);
+    if (!settings)
+        platform::fatalError("the shared settings cannot be opened" +
+                             (failure.empty() ? failure : ": " + failure));
+    applySettings(*settings);
+
+    platform::NSLog("FinderSync() launched from %@", platform::mainBundlePath());
+    platform::defaultController().setDirectoryURLs({myFolderURL()});
+    registerBadge();
+    connect();
+    return this;
+}
+
+void FinderSync::applySettings(const platform::NSUserDefaults& settings) {
+    const std::string rootPath = stringForKey(settings, "RootFolder").value_or("/");
+    const std::int64_t port = integerForKey(settings, "ServerPort").value_or(defaultPort);
+    if (const auto value = integerForKey(settings, "DisplayUrlLink"))
+        setDisplayUrlLink(*value);
+    if (const auto value = integerForKey(settings, "DisplayBackup"))
+        setDisplayBackup(*value);
+    if (auto value = stringForKey(settings, "ShareContactTitle"))
+        setShareContactTitle(*std::move(value));
+    if (auto value = stringForKey(settings, "ShareViaUrlTitle"))
+        setShareViaUrlTitle(*std::move(value));
+    if (auto value = stringForKey(settings, "BackupTitle"))
+        setBackupTitle(*std::move(value));
+
+    setMyFolderURL(platform::fileURLWithPath(rootPath));
+    setServerPort(narrowedPort(port));
+}
+
+void FinderSync::registerBadge() {
+    auto image = platform::imageNamed("icon_Folder");
+    if (!image)
+        platform::fatalError("the image \"icon_Folder\" is missing from the resources");
+    platform::defaultController().setBadgeImage(std::move(image), "Folder Icon", "FolderIco");
+}
+
+void FinderSync::beginObservingDirectoryAtURL(const platform::NSURL& url) {
+    platform::NSLog("beginObservingDirectoryAtURL: %@", filePathDescription(url));
+}
+
+void FinderSync::endObservingDirectoryAtURL(const platform::NSURL& url) {
+    platform::NSLog("endObservingDirectoryAtURL: %@", filePathDescription(url));
+}
+
+// Accessors: each getter returns the field and each setter replaces it; neither does anything else.
+
+const FinderSync::URL& FinderSync::myFolderURL() const {
+    return myFolderURL_;
+}
+
+void FinderSync::setMyFolderURL(URL url) {
+    myFolderURL_ = std::move(url);
+}
+
+const std::vector<std::string>& FinderSync::pathsOfRootFolders() const {
+    return pathsOfRootFolders_;
+}
+
+void FinderSync::setPathsOfRootFolders(std::vector<std::string> paths) {
+    pathsOfRootFolders_ = std::move(paths);
+}
+
+std::uint32_t FinderSync::serverPort() const {
+    return serverPort_;
+}
+
+void FinderSync::setServerPort(std::uint32_t port) {
+    serverPort_ = port;
+}
+
+bool FinderSync::isSocketConnected() const {
+    return isSocketConnected_;
+}
+
+void FinderSync::setIsSocketConnected(bool isConnected) {
+    isSocketConnected_ = isConnected;
+}
+
+std::int64_t FinderSync::displayUrlLink() const {
+    return displayUrlLink_;
+}
+
+void FinderSync::setDisplayUrlLink(std::int64_t value) {
+    displayUrlLink_ = value;
+}
+
+std::int64_t FinderSync::displayBackup() const {
+    return displayBackup_;
+}
+
+void FinderSync::setDisplayBackup(std::int64_t value) {
+    displayBackup_ = value;
+}
+
+const std::string& FinderSync::shareContactTitle() const {
+    return shareContactTitle_;
+}
+
+void FinderSync::setShareContactTitle(std::string title) {
+    shareContactTitle_ = std::move(title);
+}
+
+const std::string& FinderSync::shareViaUrlTitle() const {
+    return shareViaUrlTitle_;
+}
+
+void FinderSync::setShareViaUrlTitle(std::string title) {
+    shareViaUrlTitle_ = std::move(title);
+}
+
+const std::string& FinderSync::backupTitle() const {
+    return backupTitle_;
+}
+
+void FinderSync::setBackupTitle(std::string title) {
+    backupTitle_ = std::move(title);
+}
+
+} // namespace findersync

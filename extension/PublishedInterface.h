@@ -1,0 +1,73 @@
+#pragma once
+
+// What the platform can reach of the object by name: selectors and key-value properties.
+//
+// Hosts look names up here instead of naming methods, so that every host publishes the same set.
+// Calls and accesses made through the table go through the object's virtual slots.
+
+#include "extension/FinderSync.h"
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace findersync {
+
+/// How one key-value property is read and written. `set` is null for a read-only property.
+template <typename Read, typename Written> struct PropertyAccessors {
+    Read (FinderSync::*get)() const;
+    void (FinderSync::*set)(Written);
+};
+
+using URLProperty = PropertyAccessors<const FinderSync::URL&, FinderSync::URL>;
+using StringListProperty =
+    PropertyAccessors<const std::vector<std::string>&, std::vector<std::string>>;
+using StringProperty = PropertyAccessors<const std::string&, std::string>;
+using PortProperty = PropertyAccessors<std::uint32_t, std::uint32_t>;
+using BooleanProperty = PropertyAccessors<bool, bool>;
+using IntegerProperty = PropertyAccessors<std::int64_t, std::int64_t>;
+
+struct PublishedProperty {
+    std::string_view name;
+    std::variant<URLProperty, StringListProperty, StringProperty, PortProperty, BooleanProperty,
+                 IntegerProperty>
+        accessors;
+
+    /// Whether the property can be written.
+    [[nodiscard]] bool isWritable() const;
+    /// Selector of the getter: the property's name.
+    [[nodiscard]] std::string_view getterSelector() const { return name; }
+    /// Selector of the setter, empty for a read-only property.
+    [[nodiscard]] std::string setterSelector() const;
+};
+
+using Initializer = FinderSync* (FinderSync::*)();
+using PlainOperation = void (FinderSync::*)();
+using StreamEventHandler = void (FinderSync::*)(platform::NSStream&, platform::NSStreamEvent);
+using URLCallback = void (FinderSync::*)(const platform::NSURL&);
+using DictionaryParser = platform::NSDictionary (FinderSync::*)(std::string_view);
+
+/// A published method other than a property accessor.
+struct PublishedMethod {
+    std::string_view selector;
+    std::variant<Initializer, PlainOperation, StreamEventHandler, URLCallback, DictionaryParser>
+        method;
+};
+
+/// All published properties, in the order of the object's fields.
+[[nodiscard]] std::span<const PublishedProperty> publishedProperties();
+
+/// All published methods, in slot order.
+[[nodiscard]] std::span<const PublishedMethod> publishedMethods();
+
+/// The property of that name, null when none is published under it.
+[[nodiscard]] const PublishedProperty* publishedProperty(std::string_view name);
+
+/// The method of that selector, null when none is published under it.
+[[nodiscard]] const PublishedMethod* publishedMethod(std::string_view selector);
+
+} // namespace findersync

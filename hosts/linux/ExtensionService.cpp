@@ -1,0 +1,257 @@
+#include "hosts/linux/ExtensionService.h"
+
+#include "extension/PublishedInterface.h"
+#include "platform/linux/Bundle.h"
+#include "platform/linux/URL.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <memory>
+#include <optional>
+#include <type_traits>
+#include <utility>
+
+namespace findersync {
+
+namespace {
+
+constexpr const char* objectPath = "/FinderSync";
+constexpr const char* interfaceName = "findersync.Extension1";
+
+// A string on the bus ends at its first NUL: what follows stays in the extension.
+
+int append(sd_bus_message* message, const std::string& text) {
+    return sd_bus_message_append_basic(message, 's', text.c_str());
+}
+
+int append(sd_bus_message* message, const FinderSync::URL& url) {
+    return append(message, url->description());
+}
+
+int append(sd_bus_message* message, std::uint32_t number) {
+    return sd_bus_message_append_basic(message, 'u', &number);
+}
+
+int append(sd_bus_message* message, std::int64_t number) {
+    return sd_bus_message_append_basic(message, 'x', &number);
+}
+
+int append(sd_bus_message* message, bool value) {
+    const int number = value ? 1 : 0;
+    return sd_bus_message_append_basic(message, 'b', &number);
+}
+
+template <typename Element> int append(sd_bus_message* message, const std::vector<Element>& list) {
+    int result = sd_bus_message_open_container(message, 'a', "s");
+    for (auto element = list.begin(); result >= 0 && element != list.end(); ++element)
+        result = append(message, *element);
+    return result < 0 ? result : sd_bus_message_close_container(message);
+}
+
+int read(sd_bus_message* message, std::string& text) {
+    const char* value = nullptr;
+    const int result = sd_bus_message_read_basic(message, 's', &value);
+    if (result > 0)
+        text = value;
+    return result;
+}
+
+int read(sd_bus_message* message, std::uint32_t& number) {
+    return sd_bus_message_read_basic(message, 'u', &number);
+}
+
+int read(sd_bus_message* message, std::int64_t& number) {
+    return sd_bus_message_read_basic(message, 'x', &number);
+}
+
+int read(sd_bus_message* message, bool& value) {
+    int number = 0;
+    const int result = sd_bus_message_read_basic(message, 'b', &number);
+    value = number != 0;
+    return result;
+}
+
+int read(sd_bus_message* message, std::vector<std::string>& list) {
+    int result = sd_bus_message_enter_container(message, 'a', "s");
+    std::string element;
+    while (result >= 0 && (result = read(message, element)) > 0)
+        list.push_back(element);
+    return result < 0 ? result : sd_bus_message_exit_container(message);
+}
+
+int refuseURL(sd_bus_error* error, const std::string& url, const std::string& failure) {
+    return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS,
+                             "\"%s\" is not the URL of a local file: %s", url.c_str(),
+                             failure.c_str());
+}
+
+/// Reads a URL and checks it as the Finder would have. Gives a negative errno on failure, with the
+/// error set for the caller of the bus.
+int readURL(sd_bus_message* message, FinderSync::URL& url, sd_bus_error* error) {
+    std::string text;
+    if (const int result = read(message, text); result < 0)
+        return result;
+    std::string failure;
+    url = platform::linux_backend::fileURLWithString(text, failure);
+    return url ? 0 : refuseURL(error, text, failure);
+}
+
+/// "BeginObservingDirectoryAtURL" on the bus is "beginObservingDirectoryAtURL:" of the extension.
+std::string selectorOfMember(std::string_view member) {
+    std::string selector = std::string(member) + ":";
+    selector[0] = static_cast<char>(selector[0] - 'A' + 'a');
+    return selector;
+}
+
+} // namespace
+
+struct ExtensionService::Callbacks {
+    // Nothing may be thrown through sd-bus; an exception here ends the process.
+
+    static int callWithURL(sd_bus_message* call, void* self, sd_bus_error* error) noexcept {
+        return service(self).callWithURL(call, selectorOfMember(sd_bus_message_get_member(call)),
+                                         error);
+    }
+    static int getProperty(sd_bus*, const char*, const char*, const char* name,
+                           sd_bus_message* reply, void* self, sd_bus_error*) noexcept {
+        return service(self).appendProperty(reply, name);
+    }
+    static int setProperty(sd_bus*, const char*, const char*, const char* name,
+                           sd_bus_message* value, void* self, sd_bus_error* error) noexcept {
+        return service(self).setProperty(value, name, error);
+    }
+    static int getDirectoryURLs(sd_bus*, const char*, const char*, const char*,
+                                sd_bus_message* reply, void* self, sd_bus_error*) noexcept {
+        return service(self).appendDirectoryURLs(reply);
+    }
+    static int getBadges(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply,
+                         void* self, sd_bus_error*) noexcept {
+        return service(self).appendBadges(reply);
+    }
+    static int signalChanges(sd_event_source*, void* self) noexcept {
+        return service(self).signalChanges();
+    }
+
+    static ExtensionService& service(void* self) { return *static_cast<ExtensionService*>(self); }
+
+    static const sd_bus_vtable vtable[];
+};
+
+#define METHOD_WITH_URL(member)                                                                    \
+    SD_BUS_METHOD_WITH_ARGS(member, SD_BUS_ARGS("s", url), SD_BUS_NO_RESULT, callWithURL,          \
+                            SD_BUS_VTABLE_UNPRIVILEGED)
+#define WRITABLE(name, signature)                                                                  \
+    SD_BUS_WRITABLE_PROPERTY(name, signature, getProperty, setProperty, 0,                         \
+                             SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE)
+#define CONSTANT(name, signature, get)                                                             \
+    SD_BUS_PROPERTY(name, signature, get, 0, SD_BUS_VTABLE_PROPERTY_CONST)
+
+const sd_bus_vtable ExtensionService::Callbacks::vtable[] = {
+    SD_BUS_VTABLE_START(0),
+    METHOD_WITH_URL("BeginObservingDirectoryAtURL"),
+    METHOD_WITH_URL("EndObservingDirectoryAtURL"),
+    WRITABLE("myFolderURL", "s"),
+    WRITABLE("pathsOfRootFolders", "as"),
+    CONSTANT("serverAddress", "s", getProperty),
+    WRITABLE("serverPort", "u"),
+    WRITABLE("isSocketConnected", "b"),
+    WRITABLE("displayUrlLink", "x"),
+    WRITABLE("displayBackup", "x"),
+    WRITABLE("shareContactTitle", "s"),
+    WRITABLE("shareViaUrlTitle", "s"),
+    WRITABLE("backupTitle", "s"),
+    CONSTANT("directoryURLs", "as", getDirectoryURLs),
+    CONSTANT("badges", "a{s(ss)}", getBadges),
+    SD_BUS_VTABLE_END,
+};
+
+ExtensionService::ExtensionService(sd_bus* bus, ObservedFinderSync& extension,
+                                   const platform::linux_backend::FinderSyncController& controller)
+    : bus_(bus), extension_(extension), controller_(controller) {}
+
+ExtensionService::~ExtensionService() {
+    extension_.setObserver(nullptr);
+    sd_event_source_disable_unref(signalSource_);
+    sd_bus_slot_unref(slot_);
+}
+
+int ExtensionService::publish() {
+    int result =
+        sd_event_add_defer(sd_bus_get_event(bus_), &signalSource_, Callbacks::signalChanges, this);
+    if (result >= 0)
+        result = sd_event_source_set_enabled(signalSource_, SD_EVENT_OFF);
+    if (result >= 0)
+        result = sd_bus_add_object_vtable(bus_, &slot_, objectPath, interfaceName,
+                                          Callbacks::vtable, this);
+    if (result >= 0)
+        extension_.setObserver([this](std::string_view property) { noteChange(property); });
+    return result;
+}
+
+int ExtensionService::callWithURL(sd_bus_message* call, std::string_view selector,
+                                  sd_bus_error* error) {
+    FinderSync::URL url;
+    if (const int result = readURL(call, url, error); result < 0)
+        return result;
+    (extension_.*std::get<URLCallback>(publishedMethod(selector)->method))(*url);
+    return sd_bus_reply_method_return(call, nullptr);
+}
+
+int ExtensionService::appendProperty(sd_bus_message* reply, std::string_view name) const {
+    return std::visit(
+        [&](const auto& property) { return append(reply, (extension_.*property.get)()); },
+        publishedProperty(name)->accessors);
+}
+
+int ExtensionService::setProperty(sd_bus_message* value, std::string_view name,
+                                  sd_bus_error* error) {
+    const auto set = [&](const auto& property) {
+        std::remove_cvref_t<decltype((extension_.*property.get)())> written{};
+        int result = 0;
+        if constexpr (std::is_same_v<decltype(written), FinderSync::URL>)
+            result = readURL(value, written, error);
+        else
+            result = read(value, written);
+        if (result < 0)
+            return result;
+        (extension_.*property.set)(std::move(written));
+        return 0;
+    };
+    return std::visit(set, publishedProperty(name)->accessors);
+}
+
+int ExtensionService::appendDirectoryURLs(sd_bus_message* reply) const {
+    return append(reply, controller_.directoryURLs());
+}
+
+int ExtensionService::appendBadges(sd_bus_message* reply) const {
+    int result = sd_bus_message_open_container(reply, 'a', "{s(ss)}");
+    for (const auto& [identifier, badge] : controller_.badges()) {
+        if (result < 0)
+            break;
+        const auto& image = static_cast<const platform::linux_backend::ImageFile&>(*badge.image);
+        result = sd_bus_message_append(reply, "{s(ss)}", identifier.c_str(), image.path().c_str(),
+                                       badge.label.c_str());
+    }
+    return result < 0 ? result : sd_bus_message_close_container(reply);
+}
+
+void ExtensionService::noteChange(std::string_view property) {
+    if (std::ranges::find(changed_, property) == changed_.end())
+        changed_.emplace_back(property);
+    (void)sd_event_source_set_enabled(signalSource_, SD_EVENT_ONESHOT);
+}
+
+int ExtensionService::signalChanges() {
+    std::vector<char*> names;
+    names.reserve(changed_.size() + 1);
+    for (std::string& name : changed_)
+        names.push_back(name.data());
+    names.push_back(nullptr);
+    // A signal that cannot be sent is no reason to end: whoever asks is still told the truth.
+    (void)sd_bus_emit_properties_changed_strv(bus_, objectPath, interfaceName, names.data());
+    changed_.clear();
+    return 0;
+}
+
+} // namespace findersync

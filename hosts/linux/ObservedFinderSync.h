@@ -1,0 +1,43 @@
+#pragma once
+
+#include "extension/FinderSync.h"
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace findersync {
+
+/// A FinderSync that tells when one of its published properties takes another value: key-value
+/// observing for a platform that has none.
+class ObservedFinderSync : public FinderSync {
+public:
+    /// Called with the property's name before the new value is in force.
+    using Observer = std::function<void(std::string_view property)>;
+
+    /// Replaces the observer; there is none at first.
+    void setObserver(Observer observer) { observer_ = std::move(observer); }
+
+    void setMyFolderURL(URL url) override;
+    void setPathsOfRootFolders(std::vector<std::string> paths) override;
+    void setServerPort(std::uint32_t port) override;
+    void setIsSocketConnected(bool isConnected) override;
+    void setDisplayUrlLink(std::int64_t value) override;
+    void setDisplayBackup(std::int64_t value) override;
+    void setShareContactTitle(std::string title) override;
+    void setShareViaUrlTitle(std::string title) override;
+    void setBackupTitle(std::string title) override;
+
+private:
+    template <typename Value>
+    void compare(std::string_view property, const Value& current, const Value& next) const {
+        if (observer_ && current != next)
+            observer_(property);
+    }
+
+    Observer observer_;
+};
+
+} // namespace findersync

@@ -1,0 +1,73 @@
+#include "hosts/linux/SessionBus.h"
+
+#include "platform/linux/StandardStreams.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+namespace findersync {
+
+namespace {
+
+void complain(const std::string& text) {
+    platform::linux_backend::writeDiagnostic(platform::linux_backend::Level::Error,
+                                             std::string(program_invocation_short_name) + ": ",
+                                             text);
+}
+
+/// Process that owns a name on the bus, as ", process 4711"; empty when it cannot be told.
+std::string processOfOwner(sd_bus* bus, const std::string& name) {
+    sd_bus_creds* credentials = nullptr;
+    pid_t process = 0;
+    std::string text;
+    if (sd_bus_get_name_creds(bus, name.c_str(), SD_BUS_CREDS_PID, &credentials) >= 0 &&
+        sd_bus_creds_get_pid(credentials, &process) >= 0)
+        text = ", process " + std::to_string(process);
+    sd_bus_creds_unref(credentials);
+    return text;
+}
+
+int endWithTheSession(sd_bus_message* message, void*, sd_bus_error*) noexcept {
+    sd_bus* const bus = sd_bus_message_get_bus(message);
+    complain("the session bus has gone, so the session is over");
+    return sd_event_exit(sd_bus_get_event(bus), EXIT_SUCCESS);
+}
+
+} // namespace
+
+SessionBus::~SessionBus() {
+    sd_bus_flush_close_unref(bus_);
+}
+
+bool SessionBus::open(const std::string& name, platform::linux_backend::RunLoop& runLoop) {
+    int result = sd_bus_open_user(&bus_);
+    if (result < 0) {
+        complain(std::string("there is no session bus to connect to (") + std::strerror(-result) +
+                 "); start it inside a desktop session, or with dbus-run-session");
+        return false;
+    }
+    if (!takeName(name))
+        return false;
+    result = sd_bus_match_signal_async(bus_, nullptr, "org.freedesktop.DBus.Local", nullptr,
+                                       "org.freedesktop.DBus.Local", "Disconnected",
+                                       endWithTheSession, nullptr, nullptr);
+    if (result >= 0)
+        result = sd_bus_attach_event(bus_, runLoop.event(), SD_EVENT_PRIORITY_NORMAL);
+    if (result < 0)
+        complain(std::string("the session bus cannot be served: ") + std::strerror(-result));
+    return result >= 0;
+}
+
+bool SessionBus::takeName(const std::string& name) {
+    const int result = sd_bus_request_name(bus_, name.c_str(), 0);
+    if (result == -EEXIST)
+        complain("the bus name " + name + " is taken" + processOfOwner(bus_, name) +
+                 ": an extension is running already; end that process first, or go on using it");
+    else if (result < 0)
+        complain("the bus name " + name + " cannot be had: " + std::strerror(-result));
+    return result >= 0;
+}
+
+} // namespace findersync

@@ -1,0 +1,20 @@
+// JSON texts of the link, by way of the platform's serialiser.
+
+#include "extension/FinderSync.h"
+
+#include <utility>
+
+namespace findersync {
+
+platform::NSDictionary FinderSync::JSONParseDictionary(std::string_view text) {
+    const std::optional<platform::NSData> data = platform::dataUsingUTF8Encoding(text);
+    if (!data)
+        return {};
+    std::optional<platform::Object> object = platform::JSONObjectWithData(*data);
+    if (!object)
+        return {};
+    auto* const dictionary = std::get_if<platform::NSDictionary>(&object->value);
+    return dictionary == nullptr ? platform::NSDictionary() : std::move(*dictionary);
+}
+
+} // namespace findersync

@@ -1,0 +1,48 @@
+#pragma once
+
+// The part of the FinderSync framework that the extension relies on. The general rules of
+// platform/Foundation.h hold here too.
+
+#include "platform/AppKit.h"
+#include "platform/Foundation.h"
+
+#include <memory>
+#include <string_view>
+#include <vector>
+
+namespace platform {
+
+/// The base class of an extension's principal object.
+class FIFinderSync {
+public:
+    FIFinderSync(const FIFinderSync&) = delete;
+    FIFinderSync& operator=(const FIFinderSync&) = delete;
+
+protected:
+    FIFinderSync() = default;
+    ~FIFinderSync() = default;
+
+    /// `init` of the base class: gives this object, or null when the platform refuses to have it.
+    [[nodiscard]] FIFinderSync* init();
+};
+
+/// The extension's line to the Finder.
+class FIFinderSyncController {
+public:
+    virtual ~FIFinderSyncController() = default;
+
+    /// `setDirectoryURLs:`: replaces the set of directories that the Finder watches for this
+    /// extension. The URLs are not null; equal ones count once.
+    virtual void setDirectoryURLs(const std::vector<std::shared_ptr<const NSURL>>& urls) = 0;
+
+    /// `setBadgeImage:label:forBadgeIdentifier:`: registers a badge: its image, a label shown to
+    /// the user, and the identifier under which items are later badged. A second registration
+    /// under the same identifier replaces the first.
+    virtual void setBadgeImage(std::shared_ptr<const NSImage> image, std::string_view label,
+                               std::string_view badgeIdentifier) = 0;
+};
+
+/// `defaultController`: the controller of this process; lives as long as the process.
+[[nodiscard]] FIFinderSyncController& defaultController();
+
+} // namespace platform

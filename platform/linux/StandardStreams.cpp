@@ -1,0 +1,114 @@
+#include "platform/linux/StandardStreams.h"
+
+#include "platform/System.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <poll.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace platform {
+
+namespace {
+
+/// A read of inbound messages can print for as long as bytes keep coming; this bounds what is
+/// gathered meanwhile.
+constexpr std::size_t gatherLimit = 64 * 1024;
+
+std::string& gathered() {
+    // Never destroyed: lines may be printed while the process is on its way out.
+    static auto* const text = new std::string;
+    return *text;
+}
+
+/// Waits for a descriptor that somebody has made non-blocking.
+void waitUntilWritable(int descriptor) {
+    pollfd request{.fd = descriptor, .events = POLLOUT, .revents = 0};
+    (void)::poll(&request, 1, -1);
+}
+
+/// Writes all of it, or as much as the reader takes before it goes away.
+void writeFully(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(descriptor, text.data(), text.size());
+        if (written >= 0)
+            text.remove_prefix(static_cast<std::size_t>(written));
+        else if (errno == EAGAIN)
+            waitUntilWritable(descriptor);
+        else if (errno != EINTR)
+            return;
+    }
+}
+
+std::string withoutControlCharacters(std::string_view text) {
+    std::string line;
+    line.reserve(text.size());
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte >= 0x20 && byte != 0x7f) {
+            line += character;
+            continue;
+        }
+        char escape[5];
+        (void)std::snprintf(escape, sizeof escape, "\\x%02X", byte);
+        line += escape;
+    }
+    return line;
+}
+
+bool namesStandardError(const char* journalStream) {
+    struct stat status {};
+    if (journalStream == nullptr || ::fstat(STDERR_FILENO, &status) != 0)
+        return false;
+    return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) == journalStream;
+}
+
+} // namespace
+
+namespace linux_backend {
+
+void flushStandardOutput() {
+    writeFully(STDOUT_FILENO, gathered());
+    gathered().clear();
+}
+
+bool standardErrorIsJournal() {
+    static const bool isJournal = namesStandardError(std::getenv("JOURNAL_STREAM"));
+    return isJournal;
+}
+
+void writeDiagnostic(Level level, std::string_view prefix, std::string_view text) {
+    std::string line = standardErrorIsJournal()
+                           ? "<" + std::to_string(static_cast<int>(level)) + ">"
+                           : std::string(prefix);
+    line += withoutControlCharacters(text);
+    line += '\n';
+    writeFully(STDERR_FILENO, line);
+}
+
+} // namespace linux_backend
+
+void print(std::string_view line) {
+    std::string& text = gathered();
+    text += line;
+    text += '\n';
+    if (text.size() >= gatherLimit)
+        linux_backend::flushStandardOutput();
+}
+
+void* malloc(std::size_t size) {
+    return std::malloc(size);
+}
+
+void fatalError(std::string_view reason) {
+    linux_backend::flushStandardOutput();
+    linux_backend::writeDiagnostic(linux_backend::Level::Critical,
+                                   std::string(program_invocation_short_name) + ": ",
+                                   "fatal error: " + std::string(reason));
+    std::abort();
+}
+
+} // namespace platform

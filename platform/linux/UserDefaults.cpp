@@ -1,0 +1,174 @@
+// A settings suite is one JSON object in $XDG_CONFIG_HOME/<suite name>/settings.json.
+
+#include "platform/Foundation.h"
+#include "platform/linux/JSON.h"
+
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <limits>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+/// A settings file is a handful of keys. Anything much larger is a mistake, and is not read.
+constexpr off_t sizeLimit = 1024 * 1024;
+
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
+    ~FileDescriptor() {
+        if (descriptor_ >= 0)
+            ::close(descriptor_);
+    }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+    [[nodiscard]] int get() const { return descriptor_; }
+
+private:
+    int descriptor_;
+};
+
+std::string errorText(int number) {
+    return std::strerror(number);
+}
+
+/// The directory for a user's configuration, empty when the environment names none.
+std::string configurationDirectory() {
+    const char* const configured = std::getenv("XDG_CONFIG_HOME");
+    if (configured != nullptr && configured[0] == '/')
+        return configured;
+    const char* const home = std::getenv("HOME");
+    if (home != nullptr && home[0] == '/')
+        return std::string(home) + "/.config";
+    return {};
+}
+
+/// Reads an open settings file, at most `sizeLimit` bytes even if it grows meanwhile.
+std::optional<std::string> readSettings(int descriptor, std::string& failure) {
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0) {
+        failure = errorText(errno);
+        return std::nullopt;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        failure = S_ISDIR(status.st_mode) ? "it is a directory" : "it is not a regular file";
+        return std::nullopt;
+    }
+    if (status.st_size > sizeLimit) {
+        failure = "it is larger than 1 MiB";
+        return std::nullopt;
+    }
+    std::string text(static_cast<std::size_t>(status.st_size), '\0');
+    std::size_t length = 0;
+    while (length < text.size()) {
+        const ssize_t count = ::read(descriptor, text.data() + length, text.size() - length);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0) {
+            failure = errorText(errno);
+            return std::nullopt;
+        }
+        if (count == 0)
+            break;
+        length += static_cast<std::size_t>(count);
+    }
+    text.resize(length);
+    return text;
+}
+
+std::int64_t integerOfNumber(double number) {
+    // The limits as doubles: the upper one is 2^63, the first value that does not fit.
+    if (number >= static_cast<double>(std::numeric_limits<std::int64_t>::max()))
+        return std::numeric_limits<std::int64_t>::max();
+    if (number < static_cast<double>(std::numeric_limits<std::int64_t>::min()))
+        return std::numeric_limits<std::int64_t>::min();
+    return static_cast<std::int64_t>(std::trunc(number));
+}
+
+/// A decimal integer with an optional minus sign and nothing else; 0 for any other text.
+std::int64_t integerOfText(std::string_view text) {
+    std::int64_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (stop != end)
+        return 0;
+    if (error == std::errc::result_out_of_range)
+        return text.front() == '-' ? std::numeric_limits<std::int64_t>::min()
+                                   : std::numeric_limits<std::int64_t>::max();
+    return number;
+}
+
+class SettingsSuite : public NSUserDefaults {
+public:
+    explicit SettingsSuite(NSDictionary settings) : settings_(std::move(settings)) {}
+
+    [[nodiscard]] std::optional<Object> objectForKey(std::string_view key) const override {
+        const auto found = settings_.find(key);
+        if (found == settings_.end() || std::holds_alternative<NSNull>(found->second.value))
+            return std::nullopt;
+        return found->second;
+    }
+
+    [[nodiscard]] std::int64_t integerForKey(std::string_view key) const override {
+        const auto found = settings_.find(key);
+        if (found == settings_.end())
+            return 0;
+        const Object::Variant& value = found->second.value;
+        if (const auto* boolean = std::get_if<bool>(&value))
+            return *boolean ? 1 : 0;
+        if (const auto* integer = std::get_if<std::int64_t>(&value))
+            return *integer;
+        if (const auto* number = std::get_if<double>(&value))
+            return integerOfNumber(*number);
+        if (const auto* text = std::get_if<std::string>(&value))
+            return integerOfText(*text);
+        return 0;
+    }
+
+private:
+    NSDictionary settings_;
+};
+
+} // namespace
+
+std::shared_ptr<const NSUserDefaults> userDefaultsWithSuiteName(std::string_view suiteName,
+                                                                std::string& failure) {
+    const std::string directory = configurationDirectory();
+    if (directory.empty()) {
+        failure = "neither XDG_CONFIG_HOME nor HOME names a directory";
+        return nullptr;
+    }
+    const std::string path = directory + "/" + std::string(suiteName) + "/settings.json";
+
+    // Opening must not wait, not even for the writer of a named pipe.
+    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (file.get() < 0 && errno == ENOENT)
+        return std::make_shared<SettingsSuite>(NSDictionary());
+    if (file.get() < 0) {
+        failure = path + ": " + errorText(errno);
+        return nullptr;
+    }
+    const std::optional<std::string> text = readSettings(file.get(), failure);
+    std::optional<Object> settings = text ? linux_backend::parseJSON(*text, failure) : std::nullopt;
+    if (!settings) {
+        failure = path + ": " + failure;
+        return nullptr;
+    }
+    auto* const dictionary = std::get_if<NSDictionary>(&settings->value);
+    if (dictionary == nullptr) {
+        failure = path + ": the top level is not an object";
+        return nullptr;
+    }
+    return std::make_shared<SettingsSuite>(std::move(*dictionary));
+}
+
+} // namespace platform
