@@ -60,14 +60,7 @@ FinderSync::~FinderSync() {
 FinderSync* FinderSync::init() {
     if (FIFinderSync::init() == nullptr)
         return nullptr;
-
-    std::string failure;
-    const auto settings = platform::userDefaultsWithSuiteName(applicationGroup, failure);
-    if (!settings)
-        platform::fatalError("the shared settings cannot be opened" +
-                             (failure.empty() ? failure : ": " + failure));
-    applySettings(*settings);
-
+    readSettings();
     platform::NSLog("FinderSync() launched from %@", platform::mainBundlePath());
     platform::defaultController().setDirectoryURLs({myFolderURL()});
     registerBadge();
@@ -75,7 +68,14 @@ FinderSync* FinderSync::init() {
     return this;
 }
 
-void FinderSync::applySettings(const platform::NSUserDefaults& settings) {
+void FinderSync::readSettings() {
+    std::string failure;
+    const auto suite = platform::userDefaultsWithSuiteName(applicationGroup, failure);
+    if (!suite)
+        platform::fatalError("the shared settings cannot be opened" +
+                             (failure.empty() ? failure : ": " + failure));
+
+    const platform::NSUserDefaults& settings = *suite;
     const std::string rootPath = stringForKey(settings, "RootFolder").value_or("/");
     const std::int64_t port = integerForKey(settings, "ServerPort").value_or(defaultPort);
     if (const auto value = integerForKey(settings, "DisplayUrlLink"))

@@ -94,7 +94,7 @@ public:
     [[nodiscard]] const std::string& serverAddress() const { return serverAddress_; }
 
 private:
-    void applySettings(const platform::NSUserDefaults& settings);
+    void readSettings();
     void registerBadge();
 
     void readInboundMessages();

@@ -2,6 +2,7 @@
 
 #include "extension/PublishedInterface.h"
 #include "platform/linux/Bundle.h"
+#include "platform/linux/Text.h"
 #include "platform/linux/URL.h"
 
 #include <algorithm>
@@ -18,10 +19,11 @@ namespace {
 constexpr const char* objectPath = "/FinderSync";
 constexpr const char* interfaceName = "findersync.Extension1";
 
-// A string on the bus ends at its first NUL: what follows stays in the extension.
-
+/// A string on the bus ends at its first NUL, what follows stays in the extension; and sd-bus
+/// refuses whole messages for a noncharacter.
 int append(sd_bus_message* message, const std::string& text) {
-    return sd_bus_message_append_basic(message, 's', text.c_str());
+    return sd_bus_message_append_basic(message, 's',
+                                       platform::linux_backend::withoutNoncharacters(text).c_str());
 }
 
 int append(sd_bus_message* message, const FinderSync::URL& url) {

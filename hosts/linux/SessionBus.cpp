@@ -29,10 +29,9 @@ std::string processOfOwner(sd_bus* bus, const std::string& name) {
     return text;
 }
 
-int endWithTheSession(sd_bus_message* message, void*, sd_bus_error*) noexcept {
-    sd_bus* const bus = sd_bus_message_get_bus(message);
+int endWithTheSession(sd_bus_message*, void* event, sd_bus_error*) noexcept {
     complain("the session bus has gone, so the session is over");
-    return sd_event_exit(sd_bus_get_event(bus), EXIT_SUCCESS);
+    return sd_event_exit(static_cast<sd_event*>(event), EXIT_SUCCESS);
 }
 
 } // namespace
@@ -52,7 +51,7 @@ bool SessionBus::open(const std::string& name, platform::linux_backend::RunLoop&
         return false;
     result = sd_bus_match_signal_async(bus_, nullptr, "org.freedesktop.DBus.Local", nullptr,
                                        "org.freedesktop.DBus.Local", "Disconnected",
-                                       endWithTheSession, nullptr, nullptr);
+                                       endWithTheSession, nullptr, runLoop.event());
     if (result >= 0)
         result = sd_bus_attach_event(bus_, runLoop.event(), SD_EVENT_PRIORITY_NORMAL);
     if (result < 0)

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <utility>
 
-namespace platform {
+namespace platform::linux_backend {
 
 namespace {
 
@@ -113,8 +113,6 @@ bool isContainer(const Object& object) {
 
 } // namespace
 
-namespace linux_backend {
-
 std::optional<Object> parseJSON(std::string_view text, std::string& failure) {
     boost::json::parse_options options;
     options.max_depth = depthLimit;
@@ -134,13 +132,4 @@ std::optional<Object> parseJSON(std::string_view text, std::string& failure) {
     return std::move(parser.handler().result);
 }
 
-} // namespace linux_backend
-
-std::optional<Object> JSONObjectWithData(const NSData& data) {
-    std::string failure;
-    const std::string_view text(reinterpret_cast<const char*>(data.bytes.data()),
-                                data.bytes.size());
-    return linux_backend::parseJSON(text, failure);
-}
-
-} // namespace platform
+} // namespace platform::linux_backend

@@ -1,34 +1,31 @@
-// Strings: UTF-8 throughout, with ICU for what needs to know characters.
-
 #include "platform/linux/Text.h"
 
-#include "platform/Foundation.h"
-
+#include <cstdint>
 #include <cstring>
 #include <unicode/normlzr.h>
 #include <unicode/unistr.h>
 #include <unicode/ustring.h>
 
-namespace platform {
+namespace platform::linux_backend {
 
 namespace {
 
-/// Length of the ASCII text that the bytes start with.
-std::size_t asciiPrefix(const char* bytes, std::size_t length) {
+/// Length of the ASCII text that a text starts with.
+std::size_t asciiPrefix(std::string_view text) {
     std::size_t at = 0;
-    for (; at + sizeof(std::uint64_t) <= length; at += sizeof(std::uint64_t)) {
+    for (; at + sizeof(std::uint64_t) <= text.size(); at += sizeof(std::uint64_t)) {
         std::uint64_t eight = 0;
-        std::memcpy(&eight, bytes + at, sizeof eight);
+        std::memcpy(&eight, text.data() + at, sizeof eight);
         if ((eight & 0x8080808080808080U) != 0)
             break;
     }
-    while (at < length && (static_cast<unsigned char>(bytes[at]) & 0x80U) == 0)
+    while (at < text.size() && (static_cast<unsigned char>(text[at]) & 0x80U) == 0)
         ++at;
     return at;
 }
 
 bool isASCII(std::string_view text) {
-    return asciiPrefix(text.data(), text.size()) == text.size();
+    return asciiPrefix(text) == text.size();
 }
 
 icu::UnicodeString unicodeString(std::string_view text) {
@@ -38,48 +35,18 @@ icu::UnicodeString unicodeString(std::string_view text) {
 
 } // namespace
 
-namespace linux_backend {
-
 bool isUTF8(std::string_view text) {
-    text.remove_prefix(asciiPrefix(text.data(), text.size()));
+    text.remove_prefix(asciiPrefix(text));
+    if (text.empty())
+        return true;
     UErrorCode status = U_ZERO_ERROR;
     // Nothing is converted: asking for the length of the result checks the whole text.
     (void)u_strFromUTF8(nullptr, 0, nullptr, text.data(), static_cast<std::int32_t>(text.size()),
                         &status);
-    return text.empty() || status == U_BUFFER_OVERFLOW_ERROR;
+    return status == U_BUFFER_OVERFLOW_ERROR;
 }
 
-} // namespace linux_backend
-
-NSData dataWithBytes(const std::uint8_t* bytes, std::size_t length) {
-    return {.bytes = {bytes, bytes + length}};
-}
-
-std::optional<std::string> stringWithUTF8Data(const NSData& data) {
-    std::string text(data.bytes.begin(), data.bytes.end());
-    if (!linux_backend::isUTF8(text))
-        return std::nullopt;
-    return text;
-}
-
-std::optional<NSData> dataUsingUTF8Encoding(std::string_view text) {
-    return NSData{.bytes = {text.begin(), text.end()}};
-}
-
-std::vector<std::string_view> componentsSeparatedByString(std::string_view text,
-                                                          std::string_view separator) {
-    std::vector<std::string_view> components;
-    std::size_t begin = 0;
-    for (auto end = text.find(separator); end != std::string_view::npos;
-         end = text.find(separator, begin)) {
-        components.push_back(text.substr(begin, end - begin));
-        begin = end + separator.size();
-    }
-    components.push_back(text.substr(begin));
-    return components;
-}
-
-bool isEqualToString(std::string_view one, std::string_view other) {
+bool areCanonicallyEquivalent(std::string_view one, std::string_view other) {
     if (one == other)
         return true;
     if (isASCII(one) && isASCII(other))
@@ -90,4 +57,29 @@ bool isEqualToString(std::string_view one, std::string_view other) {
     return U_SUCCESS(status) && order == 0;
 }
 
-} // namespace platform
+std::vector<std::string_view> split(std::string_view text, std::string_view separator) {
+    std::vector<std::string_view> pieces;
+    std::size_t begin = 0;
+    for (auto end = text.find(separator); end != std::string_view::npos;
+         end = text.find(separator, begin)) {
+        pieces.push_back(text.substr(begin, end - begin));
+        begin = end + separator.size();
+    }
+    pieces.push_back(text.substr(begin));
+    return pieces;
+}
+
+std::string withoutNoncharacters(std::string_view text) {
+    if (isASCII(text))
+        return std::string(text);
+    const icu::UnicodeString original = unicodeString(text);
+    icu::UnicodeString replaced;
+    for (std::int32_t at = 0; at < original.length(); at = original.moveIndex32(at, 1)) {
+        const UChar32 character = original.char32At(at);
+        replaced.append(U_IS_UNICODE_NONCHAR(character) ? UChar32{0xfffd} : character);
+    }
+    std::string result;
+    return replaced.toUTF8String(result);
+}
+
+} // namespace platform::linux_backend

@@ -1,10 +1,26 @@
 #pragma once
 
+// What needs to know Unicode. Pure functions, with ICU behind them.
+
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace platform::linux_backend {
 
 /// Whether the bytes are valid UTF-8: no surrogates, no overlong forms, nothing above U+10FFFF.
 [[nodiscard]] bool isUTF8(std::string_view text);
+
+/// Whether two texts in UTF-8 are canonically equivalent. Fast for equal bytes and for ASCII.
+[[nodiscard]] bool areCanonicallyEquivalent(std::string_view one, std::string_view other);
+
+/// The pieces of a text between the occurrences of a separator, empty ones included. They refer to
+/// the text. The separator is not empty.
+[[nodiscard]] std::vector<std::string_view> split(std::string_view text,
+                                                  std::string_view separator);
+
+/// The text with U+FFFD in place of each noncharacter (U+FFFE and the like). They are valid UTF-8,
+/// but not every library lets them pass.
+[[nodiscard]] std::string withoutNoncharacters(std::string_view text);
 
 } // namespace platform::linux_backend

@@ -1,15 +1,13 @@
 // A settings suite is one JSON object in $XDG_CONFIG_HOME/<suite name>/settings.json.
 
 #include "platform/Foundation.h"
+#include "platform/linux/IntegerValue.h"
 #include "platform/linux/JSON.h"
 
 #include <cerrno>
-#include <charconv>
-#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <limits>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -85,28 +83,6 @@ std::optional<std::string> readSettings(int descriptor, std::string& failure) {
     return text;
 }
 
-std::int64_t integerOfNumber(double number) {
-    // The limits as doubles: the upper one is 2^63, the first value that does not fit.
-    if (number >= static_cast<double>(std::numeric_limits<std::int64_t>::max()))
-        return std::numeric_limits<std::int64_t>::max();
-    if (number < static_cast<double>(std::numeric_limits<std::int64_t>::min()))
-        return std::numeric_limits<std::int64_t>::min();
-    return static_cast<std::int64_t>(std::trunc(number));
-}
-
-/// A decimal integer with an optional minus sign and nothing else; 0 for any other text.
-std::int64_t integerOfText(std::string_view text) {
-    std::int64_t number = 0;
-    const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, number);
-    if (stop != end)
-        return 0;
-    if (error == std::errc::result_out_of_range)
-        return text.front() == '-' ? std::numeric_limits<std::int64_t>::min()
-                                   : std::numeric_limits<std::int64_t>::max();
-    return number;
-}
-
 class SettingsSuite : public NSUserDefaults {
 public:
     explicit SettingsSuite(NSDictionary settings) : settings_(std::move(settings)) {}
@@ -120,18 +96,7 @@ public:
 
     [[nodiscard]] std::int64_t integerForKey(std::string_view key) const override {
         const auto found = settings_.find(key);
-        if (found == settings_.end())
-            return 0;
-        const Object::Variant& value = found->second.value;
-        if (const auto* boolean = std::get_if<bool>(&value))
-            return *boolean ? 1 : 0;
-        if (const auto* integer = std::get_if<std::int64_t>(&value))
-            return *integer;
-        if (const auto* number = std::get_if<double>(&value))
-            return integerOfNumber(*number);
-        if (const auto* text = std::get_if<std::string>(&value))
-            return integerOfText(*text);
-        return 0;
+        return found == settings_.end() ? 0 : linux_backend::integerValue(found->second);
     }
 
 private:

@@ -1,0 +1,296 @@
+// Streams over an in-memory link, and the run loop that delivers their events.
+
+#include "platform/recording/Streams.h"
+
+#include "platform/recording/Recording.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace platform {
+
+namespace {
+
+using recording::record;
+
+enum class Status { NotOpen, Opening, Open, AtEnd, Error };
+
+/// What both streams of a pair share.
+struct Link {
+    bool isReachable = false;
+    std::deque<std::string> inbound; ///< one element for each read
+};
+
+struct PendingEvent {
+    std::weak_ptr<NSStream> stream;
+    NSStreamEvent event;
+};
+
+struct Network {
+    std::deque<PendingEvent> events;
+    std::weak_ptr<NSInputStream> input;
+    std::weak_ptr<NSOutputStream> output;
+};
+
+Network& network() {
+    static Network instance;
+    return instance;
+}
+
+/// The behaviour that both directions share. `Base` is the contract, `name` how records call it.
+template <typename Base> class RecordedStream : public Base {
+public:
+    RecordedStream(std::string name, std::shared_ptr<Link> link)
+        : name_(std::move(name)), link_(std::move(link)) {}
+    ~RecordedStream() override { record(name_ + " released"); }
+    RecordedStream(const RecordedStream&) = delete;
+    RecordedStream& operator=(const RecordedStream&) = delete;
+
+    void setDelegate(NSStreamDelegate* delegate) override {
+        record(name_ + " setDelegate:");
+        delegate_ = delegate;
+    }
+    void scheduleInRunLoop(NSRunLoop&, std::string_view mode) override {
+        record(name_ + " scheduleInRunLoop:forMode: " + std::string(mode));
+        isScheduled_ = isScheduled_ || mode == NSDefaultRunLoopMode;
+    }
+    void open() override {
+        record(name_ + " open");
+        status_ = Status::Opening;
+    }
+    [[nodiscard]] bool isEqual(const NSStream& other) const override {
+        record(name_ + " isEqual:");
+        return this == &other;
+    }
+
+    /// Whether the event changes anything here; a delegate hears only of those that do.
+    bool take(NSStreamEvent event) {
+        const bool isLive = status_ == Status::Opening || status_ == Status::Open;
+        if (!isLive || !isScheduled_)
+            return false;
+        switch (event) {
+        case NSStreamEvent::OpenCompleted:
+            status_ = Status::Open;
+            break;
+        case NSStreamEvent::ErrorOccurred:
+            status_ = Status::Error;
+            break;
+        case NSStreamEvent::EndEncountered:
+            status_ = Status::AtEnd;
+            break;
+        default:
+            break;
+        }
+        return true;
+    }
+
+    [[nodiscard]] NSStreamDelegate* delegate() const { return delegate_; }
+    [[nodiscard]] Status status() const { return status_; }
+
+protected:
+    [[nodiscard]] const std::string& name() const { return name_; }
+    [[nodiscard]] Link& link() const { return *link_; }
+
+private:
+    std::string name_;
+    std::shared_ptr<Link> link_;
+    NSStreamDelegate* delegate_ = nullptr;
+    bool isScheduled_ = false;
+    Status status_ = Status::NotOpen;
+};
+
+void post(const std::weak_ptr<NSStream>& stream, NSStreamEvent event) {
+    network().events.push_back({.stream = stream, .event = event});
+}
+
+class RecordedInputStream : public RecordedStream<NSInputStream>,
+                            public std::enable_shared_from_this<RecordedInputStream> {
+public:
+    using RecordedStream::RecordedStream;
+
+    void open() override {
+        RecordedStream::open();
+        post(weak_from_this(),
+             link().isReachable ? NSStreamEvent::OpenCompleted : NSStreamEvent::ErrorOccurred);
+    }
+
+    [[nodiscard]] bool hasBytesAvailable() const override {
+        const bool answer = nextAnswer();
+        record(name() + " hasBytesAvailable -> " + (answer ? "true" : "false"));
+        return answer;
+    }
+
+    std::int64_t read(std::uint8_t* buffer, std::size_t maxLength) override {
+        const recording::Read outcome = nextRead(maxLength);
+        const std::size_t length = std::min(maxLength, outcome.bytes.size());
+        std::memcpy(buffer, outcome.bytes.data(), length);
+        record(name() + " read:maxLength: " + std::to_string(maxLength) + " -> " +
+               std::to_string(outcome.count));
+        return outcome.count;
+    }
+
+    void receive(std::string bytes) {
+        link().inbound.push_back(std::move(bytes));
+        post(weak_from_this(), NSStreamEvent::HasBytesAvailable);
+    }
+
+    /// Bytes that were announced and read meanwhile are not announced again.
+    [[nodiscard]] bool isWorthDelivering(NSStreamEvent event) const {
+        return event != NSStreamEvent::HasBytesAvailable || !link().inbound.empty();
+    }
+
+private:
+    [[nodiscard]] bool nextAnswer() const {
+        std::deque<bool>& answers = recording::script().hasBytesAvailable;
+        if (!answers.empty()) {
+            const bool answer = answers.front();
+            answers.pop_front();
+            return answer;
+        }
+        if (status() != Status::Open)
+            return false;
+        return !recording::script().reads.empty() || !link().inbound.empty();
+    }
+
+    recording::Read nextRead(std::size_t maxLength) {
+        std::deque<recording::Read>& reads = recording::script().reads;
+        if (!reads.empty()) {
+            recording::Read outcome = std::move(reads.front());
+            reads.pop_front();
+            return outcome;
+        }
+        if (status() == Status::AtEnd)
+            return {};
+        if (status() != Status::Open || link().inbound.empty())
+            return {.count = -1, .bytes = {}};
+        std::string bytes = link().inbound.front().substr(0, maxLength);
+        link().inbound.front().erase(0, bytes.size());
+        if (link().inbound.front().empty())
+            link().inbound.pop_front();
+        return {.count = static_cast<std::int64_t>(bytes.size()), .bytes = std::move(bytes)};
+    }
+};
+
+class RecordedOutputStream : public RecordedStream<NSOutputStream>,
+                             public std::enable_shared_from_this<RecordedOutputStream> {
+public:
+    using RecordedStream::RecordedStream;
+
+    void open() override {
+        RecordedStream::open();
+        if (!link().isReachable) {
+            post(weak_from_this(), NSStreamEvent::ErrorOccurred);
+            return;
+        }
+        post(weak_from_this(), NSStreamEvent::OpenCompleted);
+        post(weak_from_this(), NSStreamEvent::HasSpaceAvailable);
+    }
+
+    std::int64_t write(const std::uint8_t* bytes, std::size_t length) override {
+        const std::int64_t taken = nextOutcome(length);
+        const std::string text(bytes, bytes + length);
+        record(name() + " write:maxLength: " + text + " -> " + std::to_string(taken));
+        if (taken < 0)
+            return taken;
+        recording::world().received += text.substr(0, static_cast<std::size_t>(taken));
+        post(weak_from_this(), NSStreamEvent::HasSpaceAvailable);
+        return taken;
+    }
+
+private:
+    std::int64_t nextOutcome(std::size_t length) {
+        std::deque<std::int64_t>& outcomes = recording::script().writes;
+        if (!outcomes.empty()) {
+            const std::int64_t outcome = outcomes.front();
+            outcomes.pop_front();
+            return outcome;
+        }
+        return status() == Status::Open ? static_cast<std::int64_t>(length) : -1;
+    }
+};
+
+class RecordedRunLoop : public NSRunLoop {};
+
+template <typename Stream> void deliver(Stream& stream, NSStreamEvent event) {
+    if (stream.take(event) && stream.delegate() != nullptr)
+        stream.delegate()->stream(stream, event);
+}
+
+} // namespace
+
+NSRunLoop& currentRunLoop() {
+    static RecordedRunLoop runLoop;
+    record("currentRunLoop");
+    return runLoop;
+}
+
+void CFStreamCreatePairWithSocketToHost(const std::string& host, std::uint32_t port,
+                                        std::shared_ptr<NSInputStream>& readStream,
+                                        std::shared_ptr<NSOutputStream>& writeStream) {
+    record("CFStreamCreatePairWithSocketToHost: " + host + " " + std::to_string(port));
+    const auto link = std::make_shared<Link>();
+    link->isReachable = recording::world().listeningPorts.contains(port);
+    network().input.reset();
+    network().output.reset();
+    if (recording::script().readStream) {
+        readStream = std::make_shared<RecordedInputStream>("inputStream", link);
+        network().input = readStream;
+    }
+    if (recording::script().writeStream) {
+        writeStream = std::make_shared<RecordedOutputStream>("outputStream", link);
+        network().output = writeStream;
+    }
+}
+
+namespace recording {
+
+void forgetLinks() {
+    network() = Network();
+}
+
+std::shared_ptr<NSInputStream> inputStream() {
+    return network().input.lock();
+}
+
+std::shared_ptr<NSOutputStream> outputStream() {
+    return network().output.lock();
+}
+
+void peerSends(std::string bytes) {
+    if (const auto stream = std::dynamic_pointer_cast<RecordedInputStream>(inputStream()))
+        stream->receive(std::move(bytes));
+}
+
+void peerCloses() {
+    post(network().input, NSStreamEvent::EndEncountered);
+}
+
+void peerResets() {
+    post(network().input, NSStreamEvent::ErrorOccurred);
+    post(network().output, NSStreamEvent::ErrorOccurred);
+}
+
+bool runOnce() {
+    if (network().events.empty())
+        return false;
+    const PendingEvent pending = network().events.front();
+    network().events.pop_front();
+    const std::shared_ptr<NSStream> stream = pending.stream.lock();
+    if (auto* input = dynamic_cast<RecordedInputStream*>(stream.get())) {
+        if (input->isWorthDelivering(pending.event))
+            deliver(*input, pending.event);
+    } else if (auto* output = dynamic_cast<RecordedOutputStream*>(stream.get())) {
+        deliver(*output, pending.event);
+    }
+    return true;
+}
+
+void runAll() {
+    while (runOnce()) {
+    }
+}
+
+} // namespace recording
+
+} // namespace platform

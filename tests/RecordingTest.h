@@ -1,0 +1,82 @@
+#pragma once
+
+#include "extension/FinderSync.h"
+#include "platform/recording/Recording.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tests {
+
+using platform::recording::script;
+using platform::recording::world;
+
+/// A test of the extension on the recording platform.
+class RecordingTest : public testing::Test {
+protected:
+    RecordingTest() { platform::recording::reset(); }
+    ~RecordingTest() override {
+        extension.reset();
+        platform::recording::reset();
+    }
+    RecordingTest(const RecordingTest&) = delete;
+    RecordingTest& operator=(const RecordingTest&) = delete;
+
+    /// Creates and starts the extension, with a companion that listens on the port it will use.
+    template <typename Extension = findersync::FinderSync> Extension& start() {
+        world().listeningPorts.insert(61842);
+        auto created = std::make_unique<Extension>();
+        Extension& started = *created;
+        extension = std::move(created);
+        EXPECT_EQ(started.init(), &started);
+        return started;
+    }
+
+    /// Starts the extension and lets the link open; what was recorded so far is out of the way.
+    template <typename Extension = findersync::FinderSync> Extension& startConnected() {
+        Extension& started = start<Extension>();
+        platform::recording::runAll();
+        firstCall = platform::recording::calls().size();
+        return started;
+    }
+
+    /// One read of the extension finds these bytes.
+    static void receive(std::string bytes) {
+        platform::recording::peerSends(std::move(bytes));
+        platform::recording::runAll();
+    }
+
+    /// What was recorded since `startConnected`.
+    [[nodiscard]] std::vector<std::string> calls() const {
+        const auto& all = platform::recording::calls();
+        return {all.begin() + static_cast<std::ptrdiff_t>(firstCall), all.end()};
+    }
+
+    /// The arguments of the recorded calls of one operation, such as "print: ".
+    [[nodiscard]] std::vector<std::string> calls(std::string_view operation) const {
+        std::vector<std::string> arguments;
+        for (const std::string& call : calls()) {
+            if (call.starts_with(operation))
+                arguments.push_back(call.substr(operation.size()));
+        }
+        return arguments;
+    }
+
+    /// Standard output since `startConnected`, byte for byte.
+    [[nodiscard]] std::string trace() const {
+        std::string text;
+        for (const std::string& line : calls("print: "))
+            text += line + "\n";
+        return text;
+    }
+
+    std::unique_ptr<findersync::FinderSync> extension;
+    std::size_t firstCall = 0;
+};
+
+using Strings = std::vector<std::string>;
+
+} // namespace tests

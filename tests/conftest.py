@@ -1,0 +1,232 @@
+"""A session of their own for the tests of the real programs: a private bus, private settings, a
+companion application made of a plain socket, and the extension's process."""
+
+import json
+import os
+import pathlib
+import signal
+import socket
+import subprocess
+import time
+
+import pytest
+from jeepney import DBusAddress, MatchRule, Properties, message_bus, new_method_call
+from jeepney.io.blocking import open_dbus_connection
+
+GROUP = "com.example.companion"
+BUS_NAME = GROUP + ".FinderSync"
+EXTENSION = DBusAddress("/FinderSync", bus_name=BUS_NAME, interface="findersync.Extension1")
+PATIENCE = 20  # seconds; far more than anything here takes, sanitizers and valgrind included
+
+
+def wait_for(condition, what="the condition"):
+    """Waits until the condition gives something true, and gives that."""
+    deadline = time.monotonic() + PATIENCE
+    while time.monotonic() < deadline:
+        result = condition()
+        if result:
+            return result
+        time.sleep(0.01)
+    raise AssertionError(f"{what} did not come about within {PATIENCE} s")
+
+
+def line(**message):
+    """A message of the companion application, with its line feed."""
+    return (json.dumps(message) + "\n").encode()
+
+
+class Peer:
+    """The companion application's end of the link."""
+
+    def __init__(self):
+        self.listener = socket.create_server(("127.0.0.1", 0))
+        self.listener.settimeout(PATIENCE)
+        self.port = self.listener.getsockname()[1]
+        self.connection = None
+
+    def accept(self):
+        self.connection, _ = self.listener.accept()
+        self.connection.settimeout(PATIENCE)
+        self.connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+
+    def send(self, data):
+        self.connection.sendall(data)
+
+    def reset(self):
+        linger_not_at_all = b"\x01\x00\x00\x00\x00\x00\x00\x00"
+        self.connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, linger_not_at_all)
+        self.connection.close()
+
+    def close(self):
+        if self.connection:
+            self.connection.close()
+        self.listener.close()
+
+
+class Process:
+    """A running program whose standard output and error go to files."""
+
+    def __init__(self, command, environment, folder, **options):
+        self.output_file = folder / "stdout"
+        self.error_file = folder / "stderr"
+        with open(self.output_file, "wb") as output, open(self.error_file, "wb") as error:
+            options = {"stdout": output, "stderr": error, "stdin": subprocess.DEVNULL} | options
+            self.popen = subprocess.Popen(command, env=environment, **options)
+
+    def output(self):
+        return self.output_file.read_bytes().decode()
+
+    def error(self):
+        return self.error_file.read_bytes().decode()
+
+    def wait_output(self, text):
+        wait_for(lambda: text in self.output(), f"{text!r} on standard output")
+
+    def wait(self):
+        return self.popen.wait(PATIENCE)
+
+    def end(self, with_signal=signal.SIGTERM):
+        self.popen.send_signal(with_signal)
+        return self.wait()
+
+    def kill(self):
+        if self.popen.poll() is None:
+            self.popen.send_signal(signal.SIGCONT)
+            self.popen.kill()
+            self.popen.wait()
+
+
+class Session:
+    """One user's session: a bus, a home, and what runs in it."""
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.home = folder / "home"
+        self.home.mkdir()
+        self.programs = pathlib.Path(os.environ["FINDER_SYNC_BIN"])
+        self.wrapper = os.environ.get("FINDER_SYNC_WRAPPER", "").split()
+        self.processes = []
+        self.peers = []
+        self.connections = []
+        self.daemon = subprocess.Popen(
+            ["dbus-daemon", "--session", "--print-address", "--nofork", "--nopidfile"],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
+        self.address = self.daemon.stdout.readline().strip()
+        self.environment = {
+            key: value for key, value in os.environ.items()
+            if key not in ("JOURNAL_STREAM", "XDG_RUNTIME_DIR")
+        } | {
+            "HOME": str(self.home),
+            "XDG_CONFIG_HOME": str(self.home / "config"),
+            "XDG_STATE_HOME": str(self.home / "state"),
+            "DBUS_SESSION_BUS_ADDRESS": self.address,
+            "TZ": "UTC",
+        }
+
+    @property
+    def settings_file(self):
+        return self.home / "config" / GROUP / "settings.json"
+
+    def store_settings(self, settings):
+        """Stores a dictionary, or a text or bytes as they stand."""
+        self.settings_file.parent.mkdir(parents=True, exist_ok=True)
+        if isinstance(settings, dict):
+            settings = json.dumps(settings)
+        if isinstance(settings, str):
+            settings = settings.encode()
+        self.settings_file.write_bytes(settings)
+
+    def start(self, program, *arguments, environment=None, **options):
+        folder = self.folder / f"process{len(self.processes)}"
+        folder.mkdir()
+        command = [*self.wrapper, str(self.programs / program), *arguments]
+        process = Process(command, self.environment | (environment or {}), folder, **options)
+        self.processes.append(process)
+        return process
+
+    def listen(self):
+        peer = Peer()
+        self.peers.append(peer)
+        return peer
+
+    def start_extension(self, settings=None, **options):
+        """The extension without a companion, or with the given settings."""
+        if settings is not None:
+            self.store_settings(settings)
+        return self.start("finder-sync-extension", **options)
+
+    def start_connected(self, settings=None, **options):
+        """A peer and an extension that is connected to it and is at rest."""
+        peer = self.listen()
+        extension = self.start_extension({"ServerPort": peer.port} | (settings or {}), **options)
+        peer.accept()
+        if "stdout" not in options:
+            extension.wait_output("Sending\n")
+        return peer, extension
+
+    def connect_to_bus(self):
+        connection = open_dbus_connection(self.address)
+        self.connections.append(connection)
+        return connection
+
+    def call(self, message):
+        """Sends a method call on a connection of its own and gives the reply's body; an error
+        reply raises with its name and text."""
+        with open_dbus_connection(self.address) as connection:
+            reply = connection.send_and_get_reply(message, timeout=PATIENCE)
+        if reply.header.message_type.name == "error":
+            raise BusError(reply)
+        return reply.body
+
+    def wait_for_name(self):
+        """Waits until the extension is on the bus and at its run loop."""
+        wait_for(lambda: self.call(message_bus.NameHasOwner(BUS_NAME))[0], BUS_NAME)
+        self.get("serverAddress")
+
+    def get(self, name):
+        return self.call(Properties(EXTENSION).get(name))[0][1]
+
+    def get_all(self):
+        return {name: value for name, (_, value) in
+                self.call(Properties(EXTENSION).get_all())[0].items()}
+
+    def set(self, name, signature, value):
+        self.call(Properties(EXTENSION).set(name, signature, value))
+
+    def method(self, name, signature, *arguments):
+        return self.call(new_method_call(EXTENSION, name, signature, arguments))
+
+    def wait_for_value(self, name, value):
+        wait_for(lambda: self.get(name) == value, f"{name} = {value!r}")
+
+    def subscribe(self):
+        """A connection that receives the extension's change signals."""
+        connection = self.connect_to_bus()
+        rule = MatchRule(type="signal", interface="org.freedesktop.DBus.Properties",
+                         member="PropertiesChanged", path="/FinderSync")
+        connection.send_and_get_reply(message_bus.AddMatch(rule))
+        return connection, rule
+
+    def end(self):
+        for process in self.processes:
+            process.kill()
+        for peer in self.peers:
+            peer.close()
+        for connection in self.connections:
+            connection.close()
+        self.daemon.kill()
+        self.daemon.wait()
+        self.daemon.stdout.close()
+
+
+class BusError(Exception):
+    def __init__(self, reply):
+        self.name = reply.header.fields.get(4)
+        super().__init__(f"{self.name}: {reply.body[0] if reply.body else ''}")
+
+
+@pytest.fixture
+def session(tmp_path):
+    session = Session(tmp_path)
+    yield session
+    session.end()

@@ -1,0 +1,145 @@
+// URLs, images, the Finder's controller, the log, standard output and the end of the process.
+
+#include "platform/AppKit.h"
+#include "platform/FinderSync.h"
+#include "platform/System.h"
+#include "tests/contract/ContractTest.h"
+
+#include <csignal>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+namespace {
+
+using URLContract = contract::ContractTest;
+
+TEST_F(URLContract, AFileURLKnowsItsPath) {
+    const auto url = platform::fileURLWithPath("/Users/u/Sync Folder");
+    EXPECT_EQ(url->path(), "/Users/u/Sync Folder");
+    EXPECT_EQ(url->description(), "file:///Users/u/Sync%20Folder");
+}
+
+TEST_F(URLContract, APathIsTakenAsItStands) {
+    EXPECT_EQ(platform::fileURLWithPath("/no/such/../path/.")->path(), "/no/such/../path/.");
+    EXPECT_EQ(platform::fileURLWithPath("/caf\u00e9")->path(), "/caf\u00e9");
+    EXPECT_EQ(platform::fileURLWithPath("/cafe\u0301")->path(), "/cafe\u0301");
+    EXPECT_EQ(platform::fileURLWithPath("/caf\u00e9")->description(), "file:///caf%C3%A9");
+}
+
+TEST_F(URLContract, APathEndsWithoutASlashUnlessItIsTheRoot) {
+    EXPECT_EQ(platform::fileURLWithPath("/a/b/")->path(), "/a/b");
+    EXPECT_EQ(platform::fileURLWithPath("/")->path(), "/");
+    EXPECT_EQ(platform::fileURLWithPath("/")->description(), "file:///");
+}
+
+TEST_F(URLContract, ARelativePathBecomesAbsolute) {
+    EXPECT_TRUE(platform::fileURLWithPath("a/b")->path()->ends_with("/a/b"));
+    EXPECT_TRUE(platform::fileURLWithPath("a/b")->path()->starts_with("/"));
+    EXPECT_TRUE(platform::fileURLWithPath("")->path()->starts_with("/"));
+}
+
+TEST_F(URLContract, AFileURLIsItsOwnFilePathForm) {
+    const auto url = platform::fileURLWithPath("/a");
+    const auto filePathURL = url->filePathURL();
+    ASSERT_TRUE(filePathURL);
+    EXPECT_EQ(filePathURL->description(), "file:///a");
+    EXPECT_EQ(filePathURL->path(), "/a");
+}
+
+using ImageContract = contract::ContractTest;
+
+TEST_F(ImageContract, TheExtensionsImagesAreThere) {
+    for (const char* name : {"icon_Folder", "icon_share", "icon_URLlink", "icon_Backup"})
+        EXPECT_TRUE(platform::imageNamed(name)) << name;
+}
+
+TEST_F(ImageContract, OtherNamesGiveNone) {
+    for (const char* name : {"icon_folder", "icon_Nothing", "", ".", "../icon_Folder"})
+        EXPECT_EQ(platform::imageNamed(name), nullptr) << name;
+}
+
+using BundleContract = contract::ContractTest;
+
+TEST_F(BundleContract, TheBundleHasAnAbsolutePath) {
+    EXPECT_TRUE(platform::mainBundlePath().starts_with("/"));
+}
+
+using ControllerContract = contract::ContractTest;
+
+TEST_F(ControllerContract, ThereIsOneDefaultController) {
+    EXPECT_EQ(&platform::defaultController(), &platform::defaultController());
+}
+
+TEST_F(ControllerContract, DirectoryURLsAreASetThatIsReplaced) {
+    const auto url = [](const char* path) { return platform::fileURLWithPath(path); };
+    platform::defaultController().setDirectoryURLs({url("/a"), url("/b"), url("/a")});
+    EXPECT_EQ(contract::watchedPaths(), (std::vector<std::string>{"/a", "/b"}));
+    platform::defaultController().setDirectoryURLs({url("/c")});
+    EXPECT_EQ(contract::watchedPaths(), (std::vector<std::string>{"/c"}));
+    platform::defaultController().setDirectoryURLs({});
+    EXPECT_TRUE(contract::watchedPaths().empty());
+}
+
+TEST_F(ControllerContract, ABadgeIsRegisteredUnderItsIdentifier) {
+    auto& controller = platform::defaultController();
+    controller.setBadgeImage(platform::imageNamed("icon_Folder"), "Folder Icon", "FolderIco");
+    controller.setBadgeImage(platform::imageNamed("icon_share"), "Shared", "Other");
+    controller.setBadgeImage(platform::imageNamed("icon_share"), "Shared Icon", "Other");
+    EXPECT_EQ(contract::badgeLabels(),
+              (std::map<std::string, std::string>{{"FolderIco", "Folder Icon"},
+                                                  {"Other", "Shared Icon"}}));
+}
+
+using LogContract = contract::ContractTest;
+
+TEST_F(LogContract, TheArgumentTakesThePlaceInTheFormat) {
+    platform::NSLog("curpath: %@", "/Users/u");
+    platform::NSLog("path: %@", "100%@ %s %n");
+    EXPECT_EQ(contract::logged(),
+              (std::vector<std::string>{"curpath: /Users/u", "path: 100%@ %s %n"}));
+}
+
+using OutputContract = contract::ContractTest;
+
+TEST_F(OutputContract, LinesArriveInOrderEachWithALineFeed) {
+    platform::print("connecting...");
+    platform::print("");
+    platform::print("two\nlines");
+    platform::print(std::string("a\0b", 3));
+    EXPECT_EQ(contract::printed(), std::string("connecting...\n\ntwo\nlines\na\0b\n", 29));
+}
+
+TEST_F(OutputContract, NothingIsLostHoweverMuchIsPrinted) {
+    std::string expected;
+    for (int line = 0; line < 5000; ++line) {
+        const std::string text = std::to_string(line) + std::string(100, '.');
+        platform::print(text);
+        expected += text + "\n";
+    }
+    EXPECT_EQ(contract::printed(), expected);
+}
+
+using MemoryContract = contract::ContractTest;
+
+TEST_F(MemoryContract, BuffersOfEverySizeAreGiven) {
+    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{1024}}) {
+        void* const buffer = platform::malloc(size);
+        EXPECT_NE(buffer, nullptr) << size;
+        std::free(buffer);
+    }
+}
+
+using FatalErrorContract = contract::ContractTest;
+
+TEST_F(FatalErrorContract, EndsTheProcessBySIGABRTWithTheReason) {
+    EXPECT_EXIT(platform::fatalError("the reason"), testing::KilledBySignal(SIGABRT),
+                "fatal error: the reason\n");
+}
+
+TEST_F(FatalErrorContract, TheReasonIsOneLine) {
+    EXPECT_EXIT(platform::fatalError("one\ntwo"), testing::KilledBySignal(SIGABRT),
+                "fatal error: one[^\n]*two\n$");
+}
+
+} // namespace

@@ -1,0 +1,173 @@
+#include "platform/linux/Bundle.h"
+#include "platform/linux/FinderSyncController.h"
+#include "platform/linux/RunLoop.h"
+#include "platform/linux/StandardStreams.h"
+#include "tests/contract/Surroundings.h"
+#include "tests/platform/linux/LoopbackPeer.h"
+#include "tests/platform/linux/ScratchFolder.h"
+#include "tests/platform/linux/StreamCapture.h"
+
+#include <boost/json.hpp>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <unistd.h>
+
+namespace contract {
+
+namespace fs = std::filesystem;
+using platform::linux_backend::finderSyncController;
+using platform::linux_backend::runLoopOfThisThread;
+
+namespace {
+
+struct World {
+    tests::ScratchFolder configuration;
+    tests::StreamCapture standardOutput{STDOUT_FILENO};
+    tests::StreamCapture standardError{STDERR_FILENO};
+    std::optional<tests::LoopbackPeer> peer;
+
+    [[nodiscard]] fs::path settingsFile() const {
+        return configuration.path() / suiteName / "settings.json";
+    }
+};
+
+std::unique_ptr<World> world;
+
+boost::json::value json(const platform::Object& object) {
+    struct Converter {
+        boost::json::value operator()(platform::NSNull) const { return nullptr; }
+        boost::json::value operator()(bool value) const { return value; }
+        boost::json::value operator()(std::int64_t value) const { return value; }
+        boost::json::value operator()(double value) const { return value; }
+        boost::json::value operator()(const std::string& value) const {
+            return boost::json::value(value);
+        }
+        boost::json::value operator()(const platform::NSData&) const { return nullptr; }
+        boost::json::value operator()(const platform::NSArray& value) const {
+            boost::json::array array;
+            for (const platform::Object& element : value)
+                array.push_back(json(element));
+            return array;
+        }
+        boost::json::value operator()(const platform::NSDictionary& value) const {
+            boost::json::object dictionary;
+            for (const auto& [key, element] : value)
+                dictionary[key] = json(element);
+            return dictionary;
+        }
+    };
+    return std::visit(Converter(), object.value);
+}
+
+void writeSettings(const std::string& text) {
+    fs::create_directories(world->settingsFile().parent_path());
+    std::ofstream(world->settingsFile()) << text;
+}
+
+/// Runs one turn of the loop, or waits a moment when there is nothing to deliver.
+bool runFor(std::chrono::milliseconds patience) {
+    sd_event* const event = runLoopOfThisThread().event();
+    platform::linux_backend::flushStandardOutput();
+    return sd_event_run(event, static_cast<std::uint64_t>(patience.count()) * 1000) > 0;
+}
+
+} // namespace
+
+void setUp() {
+    world = std::make_unique<World>();
+    ::setenv("XDG_CONFIG_HOME", world->configuration.path().c_str(), 1);
+    finderSyncController() = {};
+}
+
+void tearDown() {
+    platform::linux_backend::flushStandardOutput();
+    world.reset();
+}
+
+void storeSettings(const platform::NSDictionary& settings) {
+    writeSettings(boost::json::serialize(json({settings})));
+}
+
+void breakSettings() {
+    writeSettings("{ no settings");
+}
+
+std::string printed() {
+    platform::linux_backend::flushStandardOutput();
+    return world->standardOutput.text();
+}
+
+std::vector<std::string> logged() {
+    std::vector<std::string> lines;
+    std::istringstream text(world->standardError.text());
+    for (std::string line; std::getline(text, line);)
+        lines.push_back(line.substr(line.find("] ") + 2));
+    return lines;
+}
+
+std::vector<std::string> watchedPaths() {
+    std::vector<std::string> paths;
+    for (const auto& url : finderSyncController().directoryURLs())
+        paths.push_back(url->path().value_or(""));
+    return paths;
+}
+
+std::map<std::string, std::string> badgeLabels() {
+    std::map<std::string, std::string> labels;
+    for (const auto& [identifier, badge] : finderSyncController().badges())
+        labels.emplace(identifier, badge.label);
+    return labels;
+}
+
+std::uint32_t listen() {
+    world->peer.emplace();
+    return world->peer->port();
+}
+
+std::uint32_t unusedPort() {
+    return tests::LoopbackPeer().port(); // free again once the peer is gone
+}
+
+void peerSends(const std::string& bytes) {
+    world->peer->send(bytes);
+}
+
+void peerCloses() {
+    world->peer->finishSending();
+}
+
+void peerResets() {
+    world->peer->reset();
+}
+
+std::string peerReceived() {
+    return world->peer->received();
+}
+
+bool peerSeesEnd() {
+    return world->peer->seesEnd();
+}
+
+bool runUntil(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        runFor(std::chrono::milliseconds(50));
+    }
+    return true;
+}
+
+void settle() {
+    // Nothing for a tenth of a second: everything on the loopback has long arrived. The bound
+    // shows a loop that never comes to rest.
+    for (int turn = 0; turn < 1000; ++turn) {
+        if (!runFor(std::chrono::milliseconds(100)))
+            return;
+    }
+}
+
+} // namespace contract

@@ -1,0 +1,88 @@
+#include "tests/contract/ContractTest.h"
+
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string>
+
+using platform::NSArray;
+using platform::NSDictionary;
+using platform::NSUserDefaults;
+using platform::Object;
+
+namespace {
+
+using SettingsContract = contract::ContractTest;
+
+std::shared_ptr<const NSUserDefaults> open() {
+    std::string failure;
+    auto suite = platform::userDefaultsWithSuiteName(contract::suiteName, failure);
+    EXPECT_TRUE(suite) << failure;
+    return suite;
+}
+
+std::int64_t integerOf(Object value) {
+    contract::storeSettings({{"key", std::move(value)}});
+    return open()->integerForKey("key");
+}
+
+TEST_F(SettingsContract, ASuiteThatWasNeverWrittenIsEmpty) {
+    const auto suite = open();
+    EXPECT_EQ(suite->objectForKey("RootFolder"), std::nullopt);
+    EXPECT_EQ(suite->integerForKey("ServerPort"), 0);
+}
+
+TEST_F(SettingsContract, StoredValuesKeepTheirTypes) {
+    const NSDictionary settings = {
+        {"text", Object{std::string("/Users/u")}},
+        {"empty", Object{std::string()}},
+        {"number", Object{std::int64_t{5}}},
+        {"fraction", Object{2.5}},
+        {"yes", Object{true}},
+        {"list", Object{NSArray{Object{true}}}},
+    };
+    contract::storeSettings(settings);
+    const auto suite = open();
+    for (const auto& [key, value] : settings)
+        EXPECT_EQ(suite->objectForKey(key), value) << key;
+    EXPECT_EQ(suite->objectForKey("Text"), std::nullopt);
+}
+
+TEST_F(SettingsContract, NumbersGiveTheirIntegerValue) {
+    EXPECT_EQ(integerOf({std::int64_t{0}}), 0);
+    EXPECT_EQ(integerOf({std::int64_t{-7}}), -7);
+    EXPECT_EQ(integerOf({std::int64_t{4294967295}}), 4294967295);
+    EXPECT_EQ(integerOf({3.9}), 3);
+    EXPECT_EQ(integerOf({-3.9}), -3);
+    constexpr auto largest = std::numeric_limits<std::int64_t>::max();
+    constexpr auto smallest = std::numeric_limits<std::int64_t>::min();
+    EXPECT_EQ(integerOf({largest}), largest);
+    EXPECT_EQ(integerOf({smallest}), smallest);
+}
+
+TEST_F(SettingsContract, TextsThatAreDecimalIntegersGiveThem) {
+    EXPECT_EQ(integerOf({std::string("5000")}), 5000);
+    EXPECT_EQ(integerOf({std::string("-1")}), -1);
+    EXPECT_EQ(integerOf({std::string("007")}), 7);
+}
+
+TEST_F(SettingsContract, OtherValuesGiveZero) {
+    EXPECT_EQ(integerOf({std::string("letters")}), 0);
+    EXPECT_EQ(integerOf({std::string()}), 0);
+    EXPECT_EQ(integerOf({NSArray{Object{std::int64_t{5}}}}), 0);
+    EXPECT_EQ(integerOf({NSDictionary{{"a", Object{std::int64_t{5}}}}}), 0);
+}
+
+TEST_F(SettingsContract, BooleansGiveOneOrZero) {
+    EXPECT_EQ(integerOf({true}), 1);
+    EXPECT_EQ(integerOf({false}), 0);
+}
+
+TEST_F(SettingsContract, ASuiteThatCannotBeOpenedGivesNoneAndSaysWhy) {
+    contract::breakSettings();
+    std::string failure;
+    EXPECT_EQ(platform::userDefaultsWithSuiteName(contract::suiteName, failure), nullptr);
+    EXPECT_FALSE(failure.empty());
+}
+
+} // namespace

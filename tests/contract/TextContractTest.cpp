@@ -1,0 +1,106 @@
+#include "tests/contract/ContractTest.h"
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+using platform::NSData;
+
+namespace {
+
+using TextContract = contract::ContractTest;
+
+std::optional<std::string> decode(std::string_view bytes) {
+    return platform::stringWithUTF8Data(
+        platform::dataWithBytes(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
+}
+
+using Pieces = std::vector<std::string_view>;
+
+TEST_F(TextContract, DataHoldsACopyOfTheBytes) {
+    std::uint8_t bytes[] = {1, 0, 255};
+    const NSData data = platform::dataWithBytes(bytes, sizeof bytes);
+    bytes[0] = 9;
+    EXPECT_EQ(data.bytes, (std::vector<std::uint8_t>{1, 0, 255}));
+    EXPECT_TRUE(platform::dataWithBytes(bytes, 0).bytes.empty());
+}
+
+TEST_F(TextContract, ValidUTF8IsDecoded) {
+    using namespace std::string_view_literals;
+    for (const std::string_view text :
+         {""sv, "plain"sv, "caf\u00e9"sv, "\u20ac"sv, "\U0010FFFF"sv, "a\0b"sv, "\u0000"sv,
+          "sixteen bytes and more, then \u00e9"sv})
+        EXPECT_EQ(decode(text), text);
+}
+
+TEST_F(TextContract, InvalidUTF8IsRefused) {
+    for (const std::string_view bytes : {
+             "\xff",                                 // no such byte
+             "\x80",                                 // continuation without a start
+             "\xc3",                                 // cut short
+             "\xe2\x82",                             // cut short
+             "\xc0\xaf",                             // overlong
+             "\xe0\x80\xaf",                         // overlong
+             "\xed\xa0\x80",                         // high surrogate
+             "\xed\xb0\x80",                         // low surrogate
+             "\xf4\x90\x80\x80",                     // above U+10FFFF
+             "a good beginning of a text, then \xc3" // cut short after more than eight bytes
+         })
+        EXPECT_EQ(decode(bytes), std::nullopt) << testing::PrintToString(bytes);
+}
+
+TEST_F(TextContract, EncodingGivesTheBytesOfTheText) {
+    const auto data = platform::dataUsingUTF8Encoding("\u00e9");
+    ASSERT_TRUE(data.has_value());
+    EXPECT_EQ(data->bytes, (std::vector<std::uint8_t>{0xc3, 0xa9}));
+}
+
+TEST_F(TextContract, SplittingKeepsEmptyPieces) {
+    EXPECT_EQ(platform::componentsSeparatedByString("a\nb", "\n"), (Pieces{"a", "b"}));
+    EXPECT_EQ(platform::componentsSeparatedByString("a\n", "\n"), (Pieces{"a", ""}));
+    EXPECT_EQ(platform::componentsSeparatedByString("\n\na", "\n"), (Pieces{"", "", "a"}));
+    EXPECT_EQ(platform::componentsSeparatedByString("", "\n"), (Pieces{""}));
+    EXPECT_EQ(platform::componentsSeparatedByString("a\r\nb", "\n"), (Pieces{"a\r", "b"}));
+}
+
+TEST_F(TextContract, EveryLineFeedSplitsEvenBeforeACombiningMark) {
+    EXPECT_EQ(platform::componentsSeparatedByString("a\n\u0301b", "\n"), (Pieces{"a", "\u0301b"}));
+}
+
+TEST_F(TextContract, EqualTextsAreEqual) {
+    EXPECT_TRUE(platform::isEqualToString("", ""));
+    EXPECT_TRUE(platform::isEqualToString("/Users/u/Sync", "/Users/u/Sync"));
+    EXPECT_TRUE(platform::isEqualToString("/caf\u00e9", "/caf\u00e9"));
+}
+
+TEST_F(TextContract, CanonicallyEquivalentTextsAreEqual) {
+    EXPECT_TRUE(platform::isEqualToString("/caf\u00e9", "/cafe\u0301"));          // accent
+    EXPECT_TRUE(platform::isEqualToString("\u212b", "A\u030a"));                  // singleton
+    EXPECT_TRUE(platform::isEqualToString("\u212b", "\u00c5"));                   // singleton
+    EXPECT_TRUE(platform::isEqualToString("\u212a", "K"));                        // ASCII singleton
+    EXPECT_TRUE(platform::isEqualToString("\ud55c", "\u1112\u1161\u11ab"));       // Hangul
+    EXPECT_TRUE(platform::isEqualToString("a\u0323\u0307", "a\u0307\u0323"));     // order of marks
+    EXPECT_TRUE(platform::isEqualToString("\u1e9b\u0323", "\u017f\u0323\u0307")); // long s
+}
+
+TEST_F(TextContract, NothingElseMakesTextsEqual) {
+    EXPECT_FALSE(platform::isEqualToString("/a", "/a/"));
+    EXPECT_FALSE(platform::isEqualToString("/a", "/A"));
+    EXPECT_FALSE(platform::isEqualToString("/\u00e9", "/\u00c9"));
+    EXPECT_FALSE(platform::isEqualToString("/a/./b", "/a/b"));
+    EXPECT_FALSE(platform::isEqualToString("\ufb01", "fi")); // compatibility is not canonical
+    EXPECT_FALSE(platform::isEqualToString("\u00e9", "e"));
+    EXPECT_FALSE(platform::isEqualToString("", "\u0301"));
+}
+
+TEST_F(TextContract, TextAfterANulCounts) {
+    using namespace std::string_view_literals;
+    EXPECT_TRUE(platform::isEqualToString("a\0b"sv, "a\0b"sv));
+    EXPECT_FALSE(platform::isEqualToString("a\0b"sv, "a\0c"sv));
+    EXPECT_FALSE(platform::isEqualToString("a\0"sv, "a"sv));
+    EXPECT_TRUE(platform::isEqualToString("\u00e9\0b"sv, "e\u0301\0b"sv));
+    EXPECT_FALSE(platform::isEqualToString("\u00e9\0b"sv, "e\u0301\0c"sv));
+}
+
+} // namespace

@@ -1,0 +1,193 @@
+"""The process: its bus name, its end, its standard output and error."""
+
+import os
+import signal
+import subprocess
+import time
+
+import pytest
+from conftest import BUS_NAME, line, wait_for
+
+
+@pytest.mark.parametrize("with_signal", [signal.SIGTERM, signal.SIGINT])
+def test_signals_end_it_with_zero(session, with_signal):
+    _, extension = session.start_connected()
+    assert extension.end(with_signal) == 0
+    assert "fatal" not in extension.error()
+
+
+def test_the_end_closes_the_link_and_frees_the_name(session):
+    peer, extension = session.start_connected()
+    assert extension.end() == 0
+    assert peer.connection.recv(1) == b""
+    session.start_extension()
+    session.wait_for_name()
+
+
+def test_without_a_session_bus_it_says_what_to_do_and_connects_nowhere(session):
+    peer = session.listen()
+    extension = session.start_extension(
+        {"ServerPort": peer.port},
+        environment={"DBUS_SESSION_BUS_ADDRESS": "unix:path=" + str(session.home / "nothing")})
+    assert extension.wait() == 1
+    assert extension.output() == ""
+    assert extension.error().count("\n") == 1
+    assert "no session bus" in extension.error()
+    assert "dbus-run-session" in extension.error()
+    peer.listener.settimeout(0.2)
+    with pytest.raises(TimeoutError):
+        peer.accept()
+
+
+def test_a_second_instance_says_who_is_first_and_connects_nowhere(session):
+    peer, first = session.start_connected()
+    second = session.start_extension()
+    assert second.wait() == 1
+    assert second.output() == ""
+    assert second.error().count("\n") == 1
+    assert BUS_NAME in second.error()
+    if not session.wrapper:
+        assert f"process {first.popen.pid}" in second.error()
+    peer.listener.settimeout(0.2)
+    with pytest.raises(TimeoutError):
+        peer.accept()
+    assert first.popen.poll() is None
+
+
+def test_it_ends_with_the_session_bus(session):
+    _, extension = session.start_connected()
+    session.daemon.terminate()
+    assert extension.wait() == 0
+    assert "the session bus has gone" in extension.error()
+
+
+def test_nobody_reads_standard_output_any_more(session):
+    reading, writing = os.pipe()
+    peer, extension = session.start_connected(stdout=writing)
+    os.close(writing)
+    os.close(reading)
+    peer.send(line(type="add_folder", path="/a"))
+    session.wait_for_value("pathsOfRootFolders", ["/a"])
+    assert extension.end() == 0
+
+
+def test_a_full_standard_output_does_not_keep_it_from_ending(session):
+    reading, writing = os.pipe()
+    peer, extension = session.start_connected(stdout=writing)
+    os.close(writing)
+    # 66 kB of trace: more than a pipe holds.
+    for number in range(64):
+        peer.send(line(type="hello", number=number)[:-1].ljust(1023) + b"\n")
+    wait_for(lambda: state_of(extension) == "S")
+    assert extension.end() == 0
+    os.close(reading)
+
+
+def test_a_slow_reader_of_standard_output_gets_everything(session):
+    reading, writing = os.pipe()
+    peer, extension = session.start_connected(stdout=writing)
+    os.set_blocking(writing, False)  # shared with the process: it has to wait by itself
+    os.close(writing)
+    for number in range(100):
+        peer.send(line(type="hello", number=number)[:-1].ljust(1023) + b"\n")
+    time.sleep(0.2)
+    peer.connection.close()
+    with os.fdopen(reading, "rb") as pipe:
+        output = b""
+        while not output.endswith(b"ignore\n"):
+            output += pipe.read1()
+    assert output.count(b"type - hello\n") == 100
+    assert extension.end() == 0
+
+
+def state_of(process):
+    with open(f"/proc/{process.popen.pid}/stat", encoding="ascii") as file:
+        return file.read().rsplit(")", 1)[1].split()[0]
+
+
+@pytest.mark.parametrize("closed", [[0], [1], [2], [0, 1, 2]])
+def test_closed_standard_descriptors_do_not_turn_into_the_link(session, closed):
+    peer = session.listen()
+    session.store_settings({"ServerPort": peer.port})
+    close = " ".join(f"{descriptor}>&-" for descriptor in closed)
+    program = session.programs / "finder-sync-extension"
+    process = subprocess.Popen(["sh", "-c", f"exec {program} {close}"], env=session.environment,
+                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    try:
+        peer.accept()
+        peer.send(line(type="add_folder", path="/a"))
+        session.wait_for_value("pathsOfRootFolders", ["/a"])
+        session.method("BeginObservingDirectoryAtURL", "s", "file:///a")
+        process.terminate()
+        assert process.wait() == 0
+        assert peer.connection.recv(100) == b""
+    finally:
+        process.kill()
+        process.wait()
+
+
+def test_a_flooding_peer_does_not_keep_it_from_ending(session):
+    peer, extension = session.start_connected(stdout=subprocess.DEVNULL)
+    burst = line(type="hello")[:-1].ljust(1023) + b"\n"
+    peer.connection.settimeout(0.5)
+    deadline = time.monotonic() + 1
+    while time.monotonic() < deadline:
+        peer.send(burst * 32)
+    extension.popen.terminate()
+    try:
+        while extension.popen.poll() is None:
+            peer.send(burst * 32)
+    except OSError:
+        pass  # it has closed the link, or takes nothing any more
+    assert extension.wait() == 0
+
+
+def test_log_lines_for_a_journal_carry_their_level(session):
+    folder = session.folder
+    with open(folder / "journal", "wb") as journal:
+        status = os.fstat(journal.fileno())
+        extension = session.start(
+            "finder-sync-extension", stderr=journal,
+            environment={"JOURNAL_STREAM": f"{status.st_dev}:{status.st_ino}"})
+        session.wait_for_name()
+        session.method("BeginObservingDirectoryAtURL", "s", "file:///a")
+        extension.end()
+    lines = (folder / "journal").read_text().splitlines()
+    assert lines[-1] == "<6>beginObservingDirectoryAtURL: file:///a"
+    assert lines[0].startswith("<6>FinderSync() launched from /")
+
+
+def test_fatal_errors_in_a_journal_are_critical(session):
+    session.store_settings("no JSON")
+    with open(session.folder / "journal", "wb") as journal:
+        status = os.fstat(journal.fileno())
+        extension = session.start(
+            "finder-sync-extension", stderr=journal,
+            environment={"JOURNAL_STREAM": f"{status.st_dev}:{status.st_ino}"})
+        assert extension.wait() == -signal.SIGABRT
+    assert (session.folder / "journal").read_text().startswith("<2>fatal error: ")
+
+
+@pytest.mark.parametrize("arguments, code, expected", [
+    (["--help"], 0, "Usage: "),
+    (["--version"], 0, "finder-sync-extension 0.1.0"),
+    (["--nonsense"], 2, "--nonsense"),
+    (["nonsense"], 2, "nonsense"),
+])
+def test_the_command_line(session, arguments, code, expected):
+    process = session.start("finder-sync-extension", *arguments)
+    assert process.wait() == code
+    assert expected in (process.output() if code == 0 else process.error())
+
+
+def test_one_thread_and_no_growing_number_of_descriptors(session):
+    peer, extension = session.start_connected()
+    if session.wrapper:
+        pytest.skip("the wrapper's own threads and descriptors are not the program's")
+    process = f"/proc/{extension.popen.pid}"
+    before = len(os.listdir(process + "/fd"))
+    for number in range(20):
+        peer.send(line(type="add_folder", path=f"/{number}"))
+        session.wait_for_value("pathsOfRootFolders", [f"/{n}" for n in range(number + 1)])
+    assert len(os.listdir(process + "/task")) == 1
+    assert len(os.listdir(process + "/fd")) == before

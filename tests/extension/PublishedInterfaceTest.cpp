@@ -1,0 +1,118 @@
+#include "extension/PublishedInterface.h"
+
+#include "tests/RecordingTest.h"
+
+#include <algorithm>
+#include <type_traits>
+#include <utility>
+
+using findersync::FinderSync;
+using findersync::publishedMethod;
+using findersync::publishedMethods;
+using findersync::publishedProperties;
+using findersync::publishedProperty;
+using tests::Strings;
+
+namespace {
+
+class PublishedInterface : public tests::RecordingTest {};
+
+TEST_F(PublishedInterface, PropertiesStandInTheOrderOfTheFields) {
+    Strings names;
+    for (const auto& property : publishedProperties())
+        names.emplace_back(property.name);
+    EXPECT_EQ(names, (Strings{"myFolderURL", "pathsOfRootFolders", "serverAddress", "serverPort",
+                              "isSocketConnected", "displayUrlLink", "displayBackup",
+                              "shareContactTitle", "shareViaUrlTitle", "backupTitle"}));
+}
+
+TEST_F(PublishedInterface, AllButTheServerAddressAreWritable) {
+    for (const auto& property : publishedProperties())
+        EXPECT_EQ(property.isWritable(), property.name != "serverAddress") << property.name;
+}
+
+TEST_F(PublishedInterface, AccessorSelectorsFollowThePlatformsNaming) {
+    EXPECT_EQ(publishedProperty("serverPort")->getterSelector(), "serverPort");
+    EXPECT_EQ(publishedProperty("serverPort")->setterSelector(), "setServerPort:");
+    EXPECT_EQ(publishedProperty("isSocketConnected")->setterSelector(), "setIsSocketConnected:");
+    EXPECT_EQ(publishedProperty("serverAddress")->setterSelector(), "");
+}
+
+TEST_F(PublishedInterface, MethodsStandInSlotOrder) {
+    Strings selectors;
+    for (const auto& method : publishedMethods())
+        selectors.emplace_back(method.selector);
+    EXPECT_EQ(selectors,
+              (Strings{"connect", "stream:handleEvent:", "init", "beginObservingDirectoryAtURL:",
+                       "endObservingDirectoryAtURL:", "JSONParseDictionary:"}));
+}
+
+TEST_F(PublishedInterface, UnknownNamesGiveNone) {
+    EXPECT_EQ(publishedProperty("inputStream"), nullptr);
+    EXPECT_EQ(publishedProperty("outputStream"), nullptr);
+    EXPECT_EQ(publishedMethod("attributesNamesAtPath:"), nullptr);
+    EXPECT_EQ(publishedMethod("readInboundMessages"), nullptr);
+}
+
+/// Writes a value other than the present one, and reads it back.
+template <typename Property> void writeAndRead(FinderSync& object, const Property& property) {
+    if (property.set == nullptr)
+        return;
+    auto value = std::remove_cvref_t<decltype((object.*property.get)())>{};
+    if constexpr (std::is_same_v<decltype(value), FinderSync::URL>)
+        value = platform::fileURLWithPath("/elsewhere");
+    else if constexpr (std::is_same_v<decltype(value), std::string>)
+        value = "another text";
+    else if constexpr (std::is_same_v<decltype(value), Strings>)
+        value = {"/a", "/b"};
+    else if constexpr (!std::is_same_v<decltype(value), bool>) // false is another value already
+        value = 42;
+    ASSERT_NE((object.*property.get)(), value);
+    (object.*property.set)(value);
+    EXPECT_EQ((object.*property.get)(), value);
+}
+
+TEST_F(PublishedInterface, EveryPropertyReadsAndWritesItsOwnField) {
+    auto& object = start();
+    for (const auto& property : publishedProperties())
+        std::visit([&](const auto& typed) { writeAndRead(object, typed); }, property.accessors);
+    EXPECT_EQ(object.myFolderURL()->path(), "/elsewhere");
+    EXPECT_EQ(object.pathsOfRootFolders(), (Strings{"/a", "/b"}));
+    EXPECT_EQ(object.serverAddress(), "127.0.0.1");
+    EXPECT_EQ(object.serverPort(), 42U);
+    EXPECT_FALSE(object.isSocketConnected());
+    EXPECT_EQ(object.displayUrlLink(), 42);
+    EXPECT_EQ(object.displayBackup(), 42);
+    EXPECT_EQ(object.shareContactTitle(), "another text");
+    EXPECT_EQ(object.shareViaUrlTitle(), "another text");
+    EXPECT_EQ(object.backupTitle(), "another text");
+}
+
+TEST_F(PublishedInterface, MethodsAreReachedBySelector) {
+    auto& object = start();
+    firstCall = platform::recording::calls().size();
+    (object.*std::get<findersync::PlainOperation>(publishedMethod("connect")->method))();
+    EXPECT_EQ(trace(), "connecting...\n");
+
+    const auto parse =
+        std::get<findersync::DictionaryParser>(publishedMethod("JSONParseDictionary:")->method);
+    EXPECT_TRUE((object.*parse)("{\"type\":\"x\"}").contains("type"));
+
+    const auto url = platform::fileURLWithPath("/a");
+    for (const char* selector : {"beginObservingDirectoryAtURL:", "endObservingDirectoryAtURL:"})
+        (object.*std::get<findersync::URLCallback>(publishedMethod(selector)->method))(*url);
+    EXPECT_EQ(calls("NSLog: "), (Strings{"beginObservingDirectoryAtURL: %@ <- file:///a",
+                                         "endObservingDirectoryAtURL: %@ <- file:///a"}));
+
+    const auto handleEvent =
+        std::get<findersync::StreamEventHandler>(publishedMethod("stream:handleEvent:")->method);
+    (object.*handleEvent)(*platform::recording::inputStream(),
+                          platform::NSStreamEvent::EndEncountered);
+    EXPECT_FALSE(object.isSocketConnected());
+
+    FinderSync another;
+    EXPECT_EQ((another.*std::get<findersync::Initializer>(publishedMethod("init")->method))(),
+              &another);
+}
+
+} // namespace

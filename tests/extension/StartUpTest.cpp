@@ -1,0 +1,256 @@
+#include "tests/RecordingTest.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdint>
+#include <limits>
+#include <utility>
+
+using platform::NSArray;
+using platform::NSData;
+using platform::Object;
+using tests::script;
+using tests::Strings;
+using tests::world;
+
+namespace {
+
+Object text(std::string value) {
+    return {std::move(value)};
+}
+
+Object number(std::int64_t value) {
+    return {value};
+}
+
+class StartUp : public tests::RecordingTest {
+protected:
+    /// Starts with one setting.
+    findersync::FinderSync& startWith(const std::string& key, Object value) {
+        script().settings = {{key, std::move(value)}};
+        return start();
+    }
+};
+
+class StartUpDeath : public StartUp {};
+
+TEST_F(StartUp, AnEmptySuiteLeavesTheInitialValues) {
+    const auto& started = start();
+    EXPECT_EQ(started.myFolderURL()->description(), "file:///");
+    EXPECT_TRUE(started.pathsOfRootFolders().empty());
+    EXPECT_EQ(started.serverAddress(), "127.0.0.1");
+    EXPECT_EQ(started.serverPort(), 61842U);
+    EXPECT_TRUE(started.isSocketConnected());
+    EXPECT_EQ(started.displayUrlLink(), 1);
+    EXPECT_EQ(started.displayBackup(), 0);
+    EXPECT_EQ(started.shareContactTitle(), "");
+    EXPECT_EQ(started.shareViaUrlTitle(), "");
+    EXPECT_EQ(started.backupTitle(), "");
+}
+
+TEST_F(StartUp, MakesItsCallsInTheExactOrder) {
+    start();
+    EXPECT_EQ(calls(), (Strings{
+                           "fileURLWithPath: /",
+                           "FIFinderSync init",
+                           "initWithSuiteName: com.example.companion",
+                           "objectForKey: RootFolder",
+                           "objectForKey: ServerPort",
+                           "objectForKey: DisplayUrlLink",
+                           "objectForKey: DisplayBackup",
+                           "objectForKey: ShareContactTitle",
+                           "objectForKey: ShareViaUrlTitle",
+                           "objectForKey: BackupTitle",
+                           "fileURLWithPath: /",
+                           "NSURL released: file:///",
+                           "NSUserDefaults released",
+                           "bundlePath",
+                           "NSLog: FinderSync() launched from %@ <- /Extensions/FinderSync.appex",
+                           "defaultController",
+                           "setDirectoryURLs: file:///",
+                           "imageNamed: icon_Folder",
+                           "defaultController",
+                           "setBadgeImage:label:forBadgeIdentifier: Folder Icon, FolderIco",
+                           "print: connecting...",
+                           "CFStreamCreatePairWithSocketToHost: 127.0.0.1 61842",
+                           "inputStream setDelegate:",
+                           "outputStream setDelegate:",
+                           "currentRunLoop",
+                           "inputStream scheduleInRunLoop:forMode: kCFRunLoopDefaultMode",
+                           "currentRunLoop",
+                           "outputStream scheduleInRunLoop:forMode: kCFRunLoopDefaultMode",
+                           "inputStream open",
+                           "outputStream open",
+                       }));
+}
+
+TEST_F(StartUp, EveryKeyIsReadInOrderAndConvertedAfterwards) {
+    script().settings = {
+        {"RootFolder", text("/Users/u/Sync")}, {"ServerPort", number(5000)},
+        {"DisplayUrlLink", number(0)},         {"DisplayBackup", number(1)},
+        {"ShareContactTitle", text("Share")},  {"ShareViaUrlTitle", text("Link")},
+        {"BackupTitle", text("Back up")},
+    };
+    const auto& started = start();
+    EXPECT_EQ(started.myFolderURL()->path(), "/Users/u/Sync");
+    EXPECT_EQ(started.serverPort(), 5000U);
+    EXPECT_EQ(started.displayUrlLink(), 0);
+    EXPECT_EQ(started.displayBackup(), 1);
+    EXPECT_EQ(started.shareContactTitle(), "Share");
+    EXPECT_EQ(started.shareViaUrlTitle(), "Link");
+    EXPECT_EQ(started.backupTitle(), "Back up");
+
+    const Strings all = calls();
+    const auto first = std::ranges::find(all, "objectForKey: RootFolder");
+    ASSERT_NE(first, all.end());
+    EXPECT_EQ(Strings(first, first + 11),
+              (Strings{"objectForKey: RootFolder", "objectForKey: ServerPort",
+                       "integerForKey: ServerPort", "objectForKey: DisplayUrlLink",
+                       "integerForKey: DisplayUrlLink", "objectForKey: DisplayBackup",
+                       "integerForKey: DisplayBackup", "objectForKey: ShareContactTitle",
+                       "objectForKey: ShareViaUrlTitle", "objectForKey: BackupTitle",
+                       "fileURLWithPath: /Users/u/Sync"}));
+}
+
+TEST_F(StartUp, ARootFolderIsTheOnlyWatchedDirectoryAndNoRootFolderOfTheCompanion) {
+    const auto& started = startWith("RootFolder", text("/Users/u/Sync"));
+    ASSERT_EQ(world().directoryURLs.size(), 1U);
+    EXPECT_EQ(world().directoryURLs.front(), started.myFolderURL());
+    EXPECT_EQ(started.myFolderURL()->description(), "file:///Users/u/Sync");
+    EXPECT_TRUE(started.pathsOfRootFolders().empty());
+}
+
+TEST_F(StartUp, ARootFolderThatDoesNotExistIsTakenAsItStands) {
+    EXPECT_EQ(startWith("RootFolder", text("/no/such/folder")).myFolderURL()->path(),
+              "/no/such/folder");
+}
+
+TEST_F(StartUp, APresentPortOfZeroWinsOverTheDefault) {
+    EXPECT_EQ(startWith("ServerPort", number(0)).serverPort(), 0U);
+    EXPECT_EQ(calls("CFStreamCreatePairWithSocketToHost: "), Strings{"127.0.0.1 0"});
+}
+
+TEST_F(StartUp, APortInDecimalDigitsIsConverted) {
+    EXPECT_EQ(startWith("ServerPort", text("5000")).serverPort(), 5000U);
+}
+
+TEST_F(StartUp, APortInLettersIsZero) {
+    EXPECT_EQ(startWith("ServerPort", text("letters")).serverPort(), 0U);
+}
+
+TEST_F(StartUp, APortThatIsTrueIsOne) {
+    EXPECT_EQ(startWith("ServerPort", {true}).serverPort(), 1U);
+}
+
+TEST_F(StartUp, APortOfAnotherKindIsZero) {
+    EXPECT_EQ(startWith("ServerPort", {NSArray()}).serverPort(), 0U);
+}
+
+TEST_F(StartUp, APortAboveSixteenBitsIsPassedOn) {
+    EXPECT_EQ(startWith("ServerPort", number(70000)).serverPort(), 70000U);
+    EXPECT_EQ(calls("CFStreamCreatePairWithSocketToHost: "), Strings{"127.0.0.1 70000"});
+}
+
+TEST_F(StartUp, TheLargestPortOfThirtyTwoBitsIsPassedOn) {
+    EXPECT_EQ(startWith("ServerPort", number(4294967295)).serverPort(), 4294967295U);
+}
+
+TEST_F(StartUp, ADisplayBackupOfTwoIsStoredAsItIs) {
+    EXPECT_EQ(startWith("DisplayBackup", number(2)).displayBackup(), 2);
+}
+
+TEST_F(StartUp, ADisplayValueThatCannotBeConvertedIsZero) {
+    EXPECT_EQ(startWith("DisplayUrlLink", text("no")).displayUrlLink(), 0);
+}
+
+TEST_F(StartUp, AnEmptyTitleLeavesTheTitleEmpty) {
+    EXPECT_EQ(startWith("BackupTitle", text("")).backupTitle(), "");
+}
+
+TEST_F(StartUp, KeysAreMatchedWithCase) {
+    EXPECT_EQ(startWith("serverport", number(5000)).serverPort(), 61842U);
+}
+
+TEST_F(StartUp, LaunchIsLoggedExactlyOnce) {
+    start();
+    platform::recording::runAll();
+    EXPECT_EQ(calls("NSLog: "),
+              Strings{"FinderSync() launched from %@ <- /Extensions/FinderSync.appex"});
+}
+
+TEST_F(StartUp, WithoutABaseObjectThereIsNoneAndNothingIsStarted) {
+    script().baseObject = false;
+    findersync::FinderSync object;
+    EXPECT_EQ(object.init(), nullptr);
+    EXPECT_EQ(calls(), (Strings{"fileURLWithPath: /", "FIFinderSync init"}));
+}
+
+TEST_F(StartUp, TheFieldsHaveTheirInitialValuesBeforeTheBaseIsInitialised) {
+    const findersync::FinderSync object;
+    EXPECT_EQ(object.myFolderURL()->path(), "/");
+    EXPECT_EQ(object.serverPort(), 61842U);
+    EXPECT_TRUE(object.isSocketConnected());
+    EXPECT_EQ(object.displayUrlLink(), 1);
+}
+
+TEST_F(StartUp, OwnedFieldsAreReleasedInDeclaredOrderAndTheStreamsAreNotClosedBefore) {
+    startWith("RootFolder", text("/Users/u"));
+    // The controller holds the watched URL as well; without it the object's reference is the last.
+    world().directoryURLs.clear();
+    firstCall = platform::recording::calls().size();
+    extension.reset();
+    EXPECT_EQ(calls(), (Strings{"NSURL released: file:///Users/u", "inputStream released",
+                                "outputStream released"}));
+}
+
+TEST_F(StartUpDeath, ASuiteThatCannotBeOpened) {
+    script().suiteOpens = false;
+    script().suiteFailure = "no such group";
+    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
+                "^fatal error: the shared settings cannot be opened: no such group\n$");
+    script().suiteFailure = "";
+    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
+                "^fatal error: the shared settings cannot be opened\n$");
+}
+
+TEST_F(StartUpDeath, ATextSettingThatIsNotAString) {
+    const Object others[] = {number(5),   {true},     {1.5},
+                             {NSArray()}, {NSData()}, {platform::NSDictionary()}};
+    for (const char* key : {"RootFolder", "ShareContactTitle", "ShareViaUrlTitle", "BackupTitle"}) {
+        for (const Object& other : others) {
+            EXPECT_EXIT(startWith(key, other), testing::KilledBySignal(SIGABRT),
+                        "^fatal error: the setting \"" + std::string(key) +
+                            "\" is not a string\n$");
+        }
+    }
+}
+
+TEST_F(StartUpDeath, APortOutsideThirtyTwoBits) {
+    for (const std::int64_t port :
+         {std::int64_t{-1}, std::int64_t{4294967296}, std::numeric_limits<std::int64_t>::min(),
+          std::numeric_limits<std::int64_t>::max()}) {
+        EXPECT_EXIT(startWith("ServerPort", number(port)), testing::KilledBySignal(SIGABRT),
+                    "^fatal error: the setting \"ServerPort\" is out of range: " +
+                        std::to_string(port) + "\n$");
+    }
+}
+
+TEST_F(StartUpDeath, AMissingBadgeImage) {
+    script().images.erase("icon_Folder");
+    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
+                "^fatal error: the image \"icon_Folder\" is missing from the resources\n$");
+}
+
+TEST_F(StartUpDeath, NoReadStream) {
+    script().readStream = false;
+    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
+                "^print: connecting...\nfatal error: no read stream to the companion");
+}
+
+TEST_F(StartUpDeath, NoWriteStream) {
+    script().writeStream = false;
+    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
+                "^print: connecting...\nfatal error: no write stream to the companion");
+}
+
+} // namespace

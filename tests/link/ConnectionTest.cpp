@@ -1,0 +1,148 @@
+#include "tests/RecordingTest.h"
+
+#include <csignal>
+
+using findersync::FinderSync;
+using platform::NSStreamEvent;
+using tests::Strings;
+using tests::world;
+
+namespace {
+
+class Connection : public tests::RecordingTest {
+protected:
+    /// What one event writes to standard output.
+    std::string traceOf(FinderSync& started, platform::NSStream& stream, std::uint64_t event) {
+        firstCall = platform::recording::calls().size();
+        started.stream(stream, static_cast<NSStreamEvent>(event));
+        return trace();
+    }
+};
+
+class ConnectionDeath : public Connection {};
+
+TEST_F(Connection, ANormalStartTracesItsSteps) {
+    start();
+    platform::recording::runAll();
+    EXPECT_EQ(trace(), "connecting...\nOpened connection\nOpened connection\nSending\n");
+    EXPECT_TRUE(extension->isSocketConnected());
+}
+
+TEST_F(Connection, WithoutAListenerBothStreamsReportAnErrorAndTheLinkStillCountsAsUp) {
+    auto& started = start();
+    extension.reset();
+    platform::recording::reset();
+    extension = std::make_unique<FinderSync>();
+    EXPECT_EQ(extension->init(), extension.get());
+    (void)started;
+    platform::recording::runAll();
+    EXPECT_EQ(trace(), "connecting...\nStream open error\nStream open error\n");
+    EXPECT_TRUE(extension->isSocketConnected());
+}
+
+TEST_F(Connection, TheEndTakesTheLinkDownForGood) {
+    auto& started = startConnected();
+    platform::recording::peerCloses();
+    platform::recording::runAll();
+    EXPECT_EQ(trace(), "ignore\n");
+    EXPECT_FALSE(started.isSocketConnected());
+    started.stream(*platform::recording::inputStream(), NSStreamEvent::OpenCompleted);
+    EXPECT_FALSE(started.isSocketConnected());
+}
+
+TEST_F(Connection, TheEndOfEitherStreamHasTheSameEffect) {
+    auto& started = startConnected();
+    EXPECT_EQ(traceOf(started, *platform::recording::outputStream(), 16), "ignore\n");
+    EXPECT_FALSE(started.isSocketConnected());
+    EXPECT_EQ(traceOf(started, *platform::recording::inputStream(), 16), "ignore\n");
+    EXPECT_FALSE(started.isSocketConnected());
+}
+
+TEST_F(Connection, TheEndNeitherClosesNorReleasesTheStreams) {
+    startConnected();
+    platform::recording::peerCloses();
+    platform::recording::runAll();
+    EXPECT_TRUE(platform::recording::inputStream());
+    EXPECT_TRUE(platform::recording::outputStream());
+}
+
+TEST_F(Connection, AResetIsAnErrorAndTheLinkStillCountsAsUp) {
+    auto& started = startConnected();
+    platform::recording::peerResets();
+    platform::recording::runAll();
+    EXPECT_EQ(trace(), "Stream open error\nStream open error\n");
+    EXPECT_TRUE(started.isSocketConnected());
+}
+
+TEST_F(Connection, EventsAreComparedAsWholeValues) {
+    auto& started = startConnected();
+    for (const std::uint64_t event :
+         {0ULL, 3ULL, 5ULL, 6ULL, 7ULL, 9ULL, 12ULL, 15ULL, 17ULL, 18ULL, 31ULL, 32ULL, 1ULL << 63,
+          0x1'0000'0001ULL, 0x1'0000'0010ULL}) {
+        EXPECT_EQ(traceOf(started, *platform::recording::inputStream(), event), "default\n")
+            << event;
+    }
+    EXPECT_TRUE(started.isSocketConnected());
+    EXPECT_TRUE(started.pathsOfRootFolders().empty());
+}
+
+TEST_F(Connection, BytesOfTheOutputStreamAreTracedAndNotRead) {
+    auto& started = startConnected();
+    tests::script().reads = {{.count = 2, .bytes = "{}"}};
+    EXPECT_EQ(traceOf(started, *platform::recording::outputStream(), 2), "receiving\n");
+    EXPECT_TRUE(calls("malloc: ").empty());
+    EXPECT_EQ(tests::script().reads.size(), 1U);
+}
+
+TEST_F(Connection, SpaceIsTracedAndNothingIsSent) {
+    auto& started = startConnected();
+    EXPECT_EQ(traceOf(started, *platform::recording::outputStream(), 4), "Sending\n");
+    EXPECT_EQ(traceOf(started, *platform::recording::inputStream(), 4), "Sending\n");
+    EXPECT_EQ(world().received, "");
+    EXPECT_TRUE(calls("outputStream write").empty());
+}
+
+TEST_F(Connection, AnErrorIsTracedAndChangesNothing) {
+    auto& started = startConnected();
+    EXPECT_EQ(traceOf(started, *platform::recording::inputStream(), 8), "Stream open error\n");
+    EXPECT_TRUE(started.isSocketConnected());
+    EXPECT_TRUE(calls("CFStreamCreatePair").empty());
+}
+
+TEST_F(Connection, AnOpenedStreamIsTracedAndChangesNothing) {
+    auto& started = startConnected();
+    EXPECT_EQ(traceOf(started, *platform::recording::outputStream(), 1), "Opened connection\n");
+    EXPECT_TRUE(started.isSocketConnected());
+}
+
+TEST_F(Connection, ConnectingAgainMakesAFreshPairAndDropsTheOldOne) {
+    auto& started = startConnected();
+    started.setIsSocketConnected(false);
+    started.connect();
+    EXPECT_EQ(calls(), (Strings{
+                           "print: connecting...",
+                           "CFStreamCreatePairWithSocketToHost: 127.0.0.1 61842",
+                           "inputStream released",
+                           "outputStream released",
+                           "inputStream setDelegate:",
+                           "outputStream setDelegate:",
+                           "currentRunLoop",
+                           "inputStream scheduleInRunLoop:forMode: kCFRunLoopDefaultMode",
+                           "currentRunLoop",
+                           "outputStream scheduleInRunLoop:forMode: kCFRunLoopDefaultMode",
+                           "inputStream open",
+                           "outputStream open",
+                       }));
+    EXPECT_FALSE(started.isSocketConnected());
+}
+
+TEST_F(ConnectionDeath, BytesBeforeThereIsAnInputStream) {
+    start();
+    FinderSync unconnected;
+    EXPECT_EXIT(
+        unconnected.stream(*platform::recording::inputStream(), NSStreamEvent::HasBytesAvailable),
+        testing::KilledBySignal(SIGABRT),
+        "print: receiving\nfatal error: bytes are available, but there is no input stream");
+}
+
+} // namespace

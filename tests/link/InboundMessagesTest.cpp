@@ -1,0 +1,359 @@
+#include "tests/RecordingTest.h"
+
+#include <csignal>
+#include <string>
+
+using findersync::FinderSync;
+using platform::NSStreamEvent;
+using tests::script;
+using tests::Strings;
+
+namespace {
+
+std::string addFolder(const std::string& path) {
+    return R"({"type":"add_folder","path":")" + path + "\"}";
+}
+
+std::string deleteFolder(const std::string& path) {
+    return R"({"type":"del_folder","path":")" + path + "\"}";
+}
+
+/// A message of exactly `size` bytes, made longer by a key that nobody reads.
+std::string messageOfSize(std::size_t size) {
+    const std::string start = R"({"type":"add_folder","path":"/long","filler":")";
+    return start + std::string(size - start.size() - 2, 'x') + "\"}";
+}
+
+class InboundMessages : public tests::RecordingTest {
+protected:
+    InboundMessages() { startConnected(); }
+
+    const Strings& roots() { return extension->pathsOfRootFolders(); }
+};
+
+/// Connects anew in the middle of a read.
+class ConnectingAgain : public FinderSync {
+public:
+    void setDisplayBackup(std::int64_t) override { connect(); }
+};
+
+class InboundMessagesDeath : public InboundMessages {
+protected:
+    void expectFatal(const std::string& bytes, const std::string& reason) {
+        EXPECT_EXIT(receive(bytes), testing::KilledBySignal(SIGABRT),
+                    "fatal error: " + reason + "\n$")
+            << bytes;
+    }
+};
+
+TEST_F(InboundMessages, OneMessageIsTracedAndApplied) {
+    receive(addFolder("/a") + "\n");
+    EXPECT_EQ(trace(), "receiving\n"
+                       "server said: {\"type\":\"add_folder\",\"path\":\"/a\"}\n\n"
+                       "type - add_folder\n");
+    EXPECT_EQ(roots(), Strings{"/a"});
+}
+
+TEST_F(InboundMessages, AFolderAddedTwiceIsTracedWithItsIndexAndKeptOnce) {
+    receive(addFolder("/a") + "\n");
+    firstCall = platform::recording::calls().size();
+    receive(addFolder("/a") + "\n");
+    EXPECT_EQ(trace(), "receiving\nserver said: " + addFolder("/a") +
+                           "\n\ntype - add_folder\nnew path is at index 0\n");
+    EXPECT_EQ(roots(), Strings{"/a"});
+}
+
+TEST_F(InboundMessages, TheIndexIsThatOfTheFirstEqualEntry) {
+    receive(addFolder("/a") + "\n" + addFolder("/b") + "\n");
+    firstCall = platform::recording::calls().size();
+    receive(addFolder("/b") + "\n");
+    EXPECT_EQ(calls("print: ").back(), "new path is at index 1");
+    extension->setPathsOfRootFolders({"/x", "/b", "/b"});
+    receive(addFolder("/b") + "\n");
+    EXPECT_EQ(calls("print: ").back(), "new path is at index 1");
+}
+
+TEST_F(InboundMessages, NothingIsTracedWhenAFolderIsAppended) {
+    receive(addFolder("/a") + "\n" + addFolder("/b") + "\n");
+    for (const std::string& line : calls("print: "))
+        EXPECT_FALSE(line.starts_with("new path")) << line;
+}
+
+TEST_F(InboundMessages, DeletingTakesTheFirstEqualEntryAndKeepsTheOrder) {
+    extension->setPathsOfRootFolders({"/a", "/b", "/c", "/b"});
+    receive(deleteFolder("/b") + "\n");
+    EXPECT_EQ(roots(), (Strings{"/a", "/c", "/b"}));
+    receive(deleteFolder("/a") + "\n");
+    EXPECT_EQ(roots(), (Strings{"/c", "/b"}));
+    receive(deleteFolder("/b") + "\n");
+    EXPECT_EQ(roots(), Strings{"/c"});
+}
+
+TEST_F(InboundMessages, DeletingAnUnknownFolderChangesNothingAndWritesNoLine) {
+    receive(addFolder("/a") + "\n");
+    firstCall = platform::recording::calls().size();
+    receive(deleteFolder("/c") + "\n");
+    EXPECT_EQ(roots(), Strings{"/a"});
+    EXPECT_EQ(trace(), "receiving\nserver said: " + deleteFolder("/c") + "\n\ntype - del_folder\n");
+}
+
+TEST_F(InboundMessages, PathsAreNotNormalised) {
+    receive(addFolder("/a") + "\n" + addFolder("/a/") + "\n");
+    receive(addFolder("/A") + "\n" + addFolder("/a/.") + "\n" + addFolder("") + "\n");
+    EXPECT_EQ(roots(), (Strings{"/a", "/a/", "/A", "/a/.", ""}));
+}
+
+TEST_F(InboundMessages, CanonicallyEquivalentPathsAreEqual) {
+    receive(addFolder("/caf\u00e9") + "\n" + addFolder("/cafe\u0301") + "\n");
+    EXPECT_EQ(roots(), Strings{"/caf\u00e9"});
+    receive(deleteFolder("/cafe\u0301") + "\n");
+    EXPECT_TRUE(roots().empty());
+}
+
+TEST_F(InboundMessages, APathMayHoldANul) {
+    receive(addFolder("/a\\u0000b") + "\n" + addFolder("/a") + "\n");
+    EXPECT_EQ(roots(), (Strings{std::string("/a\0b", 4), "/a"}));
+}
+
+TEST_F(InboundMessages, MessagesOfOneReadAreAppliedInOrder) {
+    receive(addFolder("/a") + "\n" + addFolder("/b") + "\n" + deleteFolder("/a") + "\n");
+    EXPECT_EQ(roots(), Strings{"/b"});
+    EXPECT_EQ(calls("print: ").size(), 5U); // receiving, server said, three types
+}
+
+TEST_F(InboundMessages, AnEmptyLineDropsTheRestOfTheRead) {
+    receive(addFolder("/a") + "\n\n" + addFolder("/b") + "\n");
+    EXPECT_EQ(roots(), Strings{"/a"});
+    EXPECT_EQ(trace(), "receiving\nserver said: " + addFolder("/a") + "\n\n" + addFolder("/b") +
+                           "\n\ntype - add_folder\n");
+}
+
+TEST_F(InboundMessages, WhatFollowsAnEmptyLineIsNotEvenParsed) {
+    receive("\nno JSON");
+    EXPECT_EQ(trace(), "receiving\nserver said: \nno JSON\n");
+    EXPECT_TRUE(calls("JSONObjectWithData").empty());
+}
+
+TEST_F(InboundMessages, AReadThatBeginsWithALineFeedAppliesNothing) {
+    receive("\n" + addFolder("/a") + "\n");
+    EXPECT_TRUE(roots().empty());
+}
+
+TEST_F(InboundMessages, TheLineFeedAfterTheLastMessageIsOptional) {
+    receive(addFolder("/a") + "\n" + addFolder("/b"));
+    EXPECT_EQ(roots(), (Strings{"/a", "/b"}));
+}
+
+TEST_F(InboundMessages, ACarriageReturnBeforeTheLineFeedIsHarmless) {
+    receive(addFolder("/a") + "\r\n" + addFolder("/b") + "\r\n");
+    EXPECT_EQ(roots(), (Strings{"/a", "/b"}));
+}
+
+TEST_F(InboundMessages, TheLargestMessageFillsOneRead) {
+    receive(messageOfSize(1023) + "\n");
+    EXPECT_EQ(roots(), Strings{"/long"});
+    EXPECT_EQ(calls("inputStream read:maxLength: "), Strings{"1024 -> 1024"});
+}
+
+TEST_F(InboundMessages, AMessageCutBeforeItsLineFeedIsAppliedAndTheNextReadIsDropped) {
+    receive(messageOfSize(1024) + "\n" + addFolder("/b") + "\n");
+    EXPECT_EQ(roots(), Strings{"/long"});
+    EXPECT_EQ(calls("inputStream read:maxLength: "),
+              (Strings{"1024 -> 1024", "1024 -> " + std::to_string(addFolder("/b").size() + 2)}));
+}
+
+TEST_F(InboundMessages, EveryReadOfOneEventIsHandledOnItsOwn) {
+    platform::recording::peerSends(addFolder("/a"));
+    platform::recording::peerSends(addFolder("/b"));
+    platform::recording::runAll();
+    EXPECT_EQ(roots(), (Strings{"/a", "/b"}));
+    EXPECT_EQ(trace(), "receiving\n"
+                       "server said: " +
+                           addFolder("/a") +
+                           "\ntype - add_folder\n"
+                           "server said: " +
+                           addFolder("/b") + "\ntype - add_folder\n");
+}
+
+TEST_F(InboundMessages, OneBufferIsHeldForEachEventAndNeverReleased) {
+    platform::recording::peerSends(addFolder("/a"));
+    platform::recording::peerSends(addFolder("/b"));
+    platform::recording::runAll(); // one event, two reads
+    EXPECT_EQ(calls("malloc: "), Strings{"1024"});
+    receive(addFolder("/c"));
+    EXPECT_EQ(calls("malloc: "), (Strings{"1024", "1024"}));
+}
+
+TEST_F(InboundMessages, TheBufferIsObtainedBeforeTheStreamIsAsked) {
+    script().hasBytesAvailable = {false};
+    extension->stream(*platform::recording::inputStream(), NSStreamEvent::HasBytesAvailable);
+    EXPECT_EQ(calls(), (Strings{"print: receiving", "inputStream isEqual:", "malloc: 1024",
+                                "inputStream hasBytesAvailable -> false"}));
+}
+
+TEST_F(InboundMessages, AReadOfNothingOrAnErrorAsksAgain) {
+    script().hasBytesAvailable = {true, true, true, true, false};
+    script().reads = {{.count = 0, .bytes = "stale"},
+                      {.count = -1, .bytes = "stale"},
+                      {.count = -5, .bytes = "stale"},
+                      {.count = static_cast<std::int64_t>(addFolder("/a").size()),
+                       .bytes = addFolder("/a") + "and bytes that the count leaves out"}};
+    extension->stream(*platform::recording::inputStream(), NSStreamEvent::HasBytesAvailable);
+    EXPECT_EQ(trace(), "receiving\nserver said: " + addFolder("/a") + "\ntype - add_folder\n");
+    EXPECT_EQ(roots(), Strings{"/a"});
+    EXPECT_EQ(calls("inputStream hasBytesAvailable").size(), 5U);
+}
+
+TEST_F(InboundMessages, TitlesAreSetTogether) {
+    receive(R"({"type":"set_locale","shareContactTitle":"C","shareViaUrlTitle":"",)"
+            R"("backupTitle":"B\u00e4ckup"})"
+            "\n");
+    EXPECT_EQ(extension->shareContactTitle(), "C");
+    EXPECT_EQ(extension->shareViaUrlTitle(), "");
+    EXPECT_EQ(extension->backupTitle(), "B\u00e4ckup");
+}
+
+TEST_F(InboundMessages, OnlyTheTextOneShowsTheBackupEntry) {
+    const auto displayBackupAfter = [this](const std::string& value) {
+        extension->setDisplayBackup(7);
+        receive(R"({"type":"set_menu_usage","displayBackup":")" + value + "\"}\n");
+        return extension->displayBackup();
+    };
+    EXPECT_EQ(displayBackupAfter("1"), 1);
+    for (const char* other : {"0", "true", "01", " 1", "1 ", "", "2", "-1", "\uff11"})
+        EXPECT_EQ(displayBackupAfter(other), 0) << other;
+}
+
+TEST_F(InboundMessages, AnUnknownTypeIsTracedAndIgnored) {
+    receive("{\"type\":\"hello\"}\n{\"type\":\"ADD_FOLDER\",\"path\":\"/a\"}\n{\"type\":\"\"}\n");
+    EXPECT_EQ(calls("print: type - "), (Strings{"hello", "ADD_FOLDER", ""}));
+    EXPECT_TRUE(roots().empty());
+}
+
+TEST_F(InboundMessages, KeysThatACommandDoesNotReadAreIgnoredWhateverTheirType) {
+    receive(R"({"type":"add_folder","path":"/a","displayBackup":1,"type2":[null,{}]})"
+            "\n");
+    receive(R"({"type":"hello","path":5})"
+            "\n");
+    EXPECT_EQ(roots(), Strings{"/a"});
+}
+
+TEST_F(InboundMessages, KeysAreMatchedWithCase) {
+    receive(R"({"Type":"del_folder","type":"add_folder","Path":5,"path":"/a"})"
+            "\n");
+    EXPECT_EQ(roots(), Strings{"/a"});
+}
+
+TEST_F(InboundMessages, ReadingGoesOnWithTheStreamThatIsThereAtEachLoopTest) {
+    extension.reset();
+    platform::recording::reset();
+    startConnected<ConnectingAgain>();
+    platform::recording::peerSends(R"({"type":"set_menu_usage","displayBackup":"1"})");
+    platform::recording::peerSends(addFolder("/of the old link"));
+    platform::recording::runAll();
+    EXPECT_EQ(calls("inputStream hasBytesAvailable -> "), (Strings{"true", "false"}));
+    EXPECT_TRUE(roots().empty());
+    receive(addFolder("/of the new link"));
+    EXPECT_EQ(roots(), Strings{"/of the new link"});
+}
+
+TEST_F(InboundMessages, NoCommandTouchesAnythingElse) {
+    const auto url = extension->myFolderURL();
+    receive(addFolder("/a") + "\n" + R"({"type":"set_menu_usage","displayBackup":"1"})" + "\n");
+    EXPECT_EQ(extension->myFolderURL(), url);
+    EXPECT_EQ(extension->displayUrlLink(), 1);
+    EXPECT_EQ(extension->serverPort(), 61842U);
+    EXPECT_TRUE(extension->isSocketConnected());
+    EXPECT_TRUE(calls("setDirectoryURLs").empty());
+    EXPECT_TRUE(calls("outputStream write").empty());
+}
+
+TEST_F(InboundMessagesDeath, BytesThatAreNotUTF8) {
+    expectFatal(addFolder("/a\xff"), "inbound bytes are not valid UTF-8");
+}
+
+TEST_F(InboundMessagesDeath, ACharacterCutByTheEndOfARead) {
+    expectFatal(std::string(1023, ' ') + "\u00e9", "inbound bytes are not valid UTF-8");
+}
+
+TEST_F(InboundMessagesDeath, ALineThatIsNotAJSONObject) {
+    for (const char* line : {"hello", "[]", "[{\"type\":\"x\"}]", "1", "\"type\"", "{", " ", "\r\n",
+                             "{\"type\":\"x\"} trailing", "\xef\xbb\xbf{\"type\":\"x\"}"})
+        expectFatal(line, "an inbound message has no \"type\"");
+}
+
+TEST_F(InboundMessagesDeath, AMessageWithoutAType) {
+    expectFatal("{}", "an inbound message has no \"type\"");
+    expectFatal("{\"path\":\"/a\"}\n", "an inbound message has no \"type\"");
+}
+
+TEST_F(InboundMessagesDeath, ATypeThatIsNotAString) {
+    for (const char* type : {"5", "null", "true", "[]", "{}"})
+        expectFatal("{\"type\":" + std::string(type) + "}",
+                    "\"type\" of an inbound message is not a string");
+}
+
+TEST_F(InboundMessagesDeath, AFolderCommandWithoutAPath) {
+    for (const char* type : {"add_folder", "del_folder"}) {
+        const std::string start = "{\"type\":\"" + std::string(type) + "\"";
+        expectFatal(start + "}", "an inbound message has no \"path\"");
+        for (const char* path : {"5", "null", "true", "[]", "{}"})
+            expectFatal(start + ",\"path\":" + path + "}",
+                        "\"path\" of an inbound message is not a string");
+    }
+}
+
+TEST_F(InboundMessagesDeath, TheTypeIsTracedBeforeTheCommandFails) {
+    EXPECT_EXIT(receive("{\"type\":\"add_folder\"}"), testing::KilledBySignal(SIGABRT),
+                "print: type - add_folder\nfatal error");
+}
+
+TEST_F(InboundMessagesDeath, EarlierMessagesOfTheReadAreTracedBeforeTheEnd) {
+    EXPECT_EXIT(receive(addFolder("/a") + "\nnonsense\n"), testing::KilledBySignal(SIGABRT),
+                "print: type - add_folder\nfatal error: an inbound message has no \"type\"\n$");
+}
+
+TEST_F(InboundMessagesDeath, ALocaleThatLacksATitle) {
+    expectFatal(R"({"type":"set_locale","shareViaUrlTitle":"u","backupTitle":"b"})",
+                "an inbound message has no \"shareContactTitle\"");
+    expectFatal(R"({"type":"set_locale","shareContactTitle":"c","backupTitle":"b"})",
+                "an inbound message has no \"shareViaUrlTitle\"");
+    expectFatal(R"({"type":"set_locale","shareContactTitle":"c","shareViaUrlTitle":"u"})",
+                "an inbound message has no \"backupTitle\"");
+    expectFatal(R"({"type":"set_locale","shareContactTitle":"c","shareViaUrlTitle":"u",)"
+                R"("backupTitle":null})",
+                "\"backupTitle\" of an inbound message is not a string");
+}
+
+/// Tells the death test's child, just before it ends, whether a title was set.
+class TellingTitles : public FinderSync {
+public:
+    void setShareContactTitle(std::string) override { platform::print("a title was set"); }
+    void setShareViaUrlTitle(std::string) override { platform::print("a title was set"); }
+};
+
+TEST_F(InboundMessagesDeath, ALocaleThatLacksATitleSetsNone) {
+    extension.reset();
+    platform::recording::reset();
+    startConnected<TellingTitles>();
+    EXPECT_EXIT(receive(R"({"type":"set_locale","shareContactTitle":"c","shareViaUrlTitle":"u"})"),
+                testing::KilledBySignal(SIGABRT), "print: type - set_locale\nfatal error");
+}
+
+TEST_F(InboundMessagesDeath, AMenuUsageWithoutAString) {
+    expectFatal("{\"type\":\"set_menu_usage\"}", "an inbound message has no \"displayBackup\"");
+    for (const char* value : {"1", "true", "null", "[]", "{}"})
+        expectFatal(R"({"type":"set_menu_usage","displayBackup":)" + std::string(value) + "}",
+                    "\"displayBackup\" of an inbound message is not a string");
+}
+
+TEST_F(InboundMessagesDeath, AMessageThatDoesNotFitIntoOneRead) {
+    expectFatal(messageOfSize(1100), "an inbound message has no \"type\"");
+}
+
+TEST_F(InboundMessagesDeath, NoMemoryForTheBuffer) {
+    script().memory = false;
+    expectFatal(addFolder("/a"), "no memory for the inbound buffer");
+}
+
+} // namespace

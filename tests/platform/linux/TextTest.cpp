@@ -1,0 +1,19 @@
+#include "platform/linux/Text.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+using platform::linux_backend::withoutNoncharacters;
+
+namespace {
+
+TEST(Text, NoncharactersAreReplacedAndNothingElse) {
+    EXPECT_EQ(withoutNoncharacters("plain"), "plain");
+    EXPECT_EQ(withoutNoncharacters("caf\u00e9 \U0001f517 \ufffd"), "caf\u00e9 \U0001f517 \ufffd");
+    EXPECT_EQ(withoutNoncharacters("a\ufdd0b\ufdefc"), "a\ufffdb\ufffdc");
+    EXPECT_EQ(withoutNoncharacters("\ufffe\uffff\U0001fffe\U0010ffff"), "\ufffd\ufffd\ufffd\ufffd");
+    EXPECT_EQ(withoutNoncharacters("\ufdcf\ufdf0\ufffd"), "\ufdcf\ufdf0\ufffd");
+    EXPECT_EQ(withoutNoncharacters(std::string("\u00e9\0x", 4)), std::string("\u00e9\0x", 4));
+}
+
+} // namespace
