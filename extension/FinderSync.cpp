@@ -48,6 +48,13 @@ std::string filePathDescription(const platform::NSURL& url) {
     return filePathURL->description();
 }
 
+void registerBadge() {
+    auto image = platform::imageNamed("icon_Folder");
+    if (!image)
+        platform::fatalError("the image \"icon_Folder\" is missing from the resources");
+    platform::defaultController().setBadgeImage(std::move(image), "Folder Icon", "FolderIco");
+}
+
 } // namespace
 
 FinderSync::~FinderSync() {
@@ -91,13 +98,6 @@ void FinderSync::readSettings() {
 
     setMyFolderURL(platform::fileURLWithPath(rootPath));
     setServerPort(narrowedPort(port));
-}
-
-void FinderSync::registerBadge() {
-    auto image = platform::imageNamed("icon_Folder");
-    if (!image)
-        platform::fatalError("the image \"icon_Folder\" is missing from the resources");
-    platform::defaultController().setBadgeImage(std::move(image), "Folder Icon", "FolderIco");
 }
 
 void FinderSync::beginObservingDirectoryAtURL(const platform::NSURL& url) {

@@ -34,6 +34,9 @@ public:
     /// way nor told.
     ~FinderSync() override;
 
+    FinderSync(const FinderSync&) = delete;
+    FinderSync& operator=(const FinderSync&) = delete;
+
     // Virtual operations, in slot order. The object's own methods call each other, and the property
     // accessors, through these slots, so that a subclass sees every call.
 
@@ -95,7 +98,6 @@ public:
 
 private:
     void readSettings();
-    void registerBadge();
 
     void readInboundMessages();
     void handleInboundText(std::string_view text);

@@ -50,10 +50,12 @@ struct Object {
     /// The text of a string value, null for every other kind. Owned by this object.
     [[nodiscard]] const std::string* string() const { return std::get_if<std::string>(&value); }
 
-    bool operator==(const Object&) const;
+    bool operator==(const Object& other) const;
 };
 
-inline bool Object::operator==(const Object&) const = default;
+inline bool Object::operator==(const Object& other) const {
+    return value == other.value;
+}
 
 // ---------------------------------------------------------------------------------------------
 // NSString, NSData

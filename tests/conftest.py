@@ -89,11 +89,21 @@ class Process:
         self.popen.send_signal(with_signal)
         return self.wait()
 
-    def kill(self):
+    def finish(self):
+        """Ends the process if it still runs, so that checkers can say what they found."""
         if self.popen.poll() is None:
             self.popen.send_signal(signal.SIGCONT)
-            self.popen.kill()
-            self.popen.wait()
+            self.popen.terminate()
+            try:
+                self.wait()
+            except subprocess.TimeoutExpired:
+                self.popen.kill()
+                raise
+
+    def findings(self):
+        """What sanitizers have written, empty if nothing."""
+        text = self.error_file.read_bytes().decode(errors="replace")
+        return text if "Sanitizer" in text or "runtime error: " in text else ""
 
 
 class Session:
@@ -104,14 +114,10 @@ class Session:
         self.home = folder / "home"
         self.home.mkdir()
         self.programs = pathlib.Path(os.environ["FINDER_SYNC_BIN"])
-        self.wrapper = os.environ.get("FINDER_SYNC_WRAPPER", "").split()
+        self.wrapper = valgrind(folder) if "FINDER_SYNC_VALGRIND" in os.environ else []
         self.processes = []
         self.peers = []
         self.connections = []
-        self.daemon = subprocess.Popen(
-            ["dbus-daemon", "--session", "--print-address", "--nofork", "--nopidfile"],
-            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        self.address = self.daemon.stdout.readline().strip()
         self.environment = {
             key: value for key, value in os.environ.items()
             if key not in ("JOURNAL_STREAM", "XDG_RUNTIME_DIR")
@@ -119,9 +125,26 @@ class Session:
             "HOME": str(self.home),
             "XDG_CONFIG_HOME": str(self.home / "config"),
             "XDG_STATE_HOME": str(self.home / "state"),
-            "DBUS_SESSION_BUS_ADDRESS": self.address,
             "TZ": "UTC",
         }
+        self.daemon = None
+        self.start_bus()
+
+    def start_bus(self, **environment):
+        """A bus of our own, in place of the one before."""
+        self.end_bus()
+        self.daemon = subprocess.Popen(
+            ["dbus-daemon", "--session", "--print-address", "--nofork", "--nopidfile"],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
+            env=self.environment | environment)
+        self.address = self.daemon.stdout.readline().strip()
+        self.environment["DBUS_SESSION_BUS_ADDRESS"] = self.address
+
+    def end_bus(self):
+        if self.daemon:
+            self.daemon.kill()
+            self.daemon.wait()
+            self.daemon.stdout.close()
 
     @property
     def settings_file(self):
@@ -207,16 +230,20 @@ class Session:
         connection.send_and_get_reply(message_bus.AddMatch(rule))
         return connection, rule
 
+    def findings(self):
+        """What valgrind and the sanitizers have written, empty if nothing."""
+        logs = [file.read_text() for file in self.folder.glob("valgrind.*")]
+        return "".join(process.findings() for process in self.processes) + "".join(
+            log for log in logs if log.strip())
+
     def end(self):
         for process in self.processes:
-            process.kill()
+            process.finish()
         for peer in self.peers:
             peer.close()
         for connection in self.connections:
             connection.close()
-        self.daemon.kill()
-        self.daemon.wait()
-        self.daemon.stdout.close()
+        self.end_bus()
 
 
 class BusError(Exception):
@@ -225,8 +252,20 @@ class BusError(Exception):
         super().__init__(f"{self.name}: {reply.body[0] if reply.body else ''}")
 
 
+def valgrind(folder):
+    """The words before a command that let it run under valgrind, which writes its findings into
+    the folder and nothing else."""
+    suppressions = pathlib.Path(__file__).parent / "deliberate-leaks.valgrind"
+    return ["valgrind", "--quiet", "--leak-check=full", "--errors-for-leak-kinds=definite",
+            "--show-leak-kinds=definite", f"--suppressions={suppressions}",
+            f"--log-file={folder}/valgrind.%p"]
+
+
 @pytest.fixture
 def session(tmp_path):
     session = Session(tmp_path)
-    yield session
-    session.end()
+    try:
+        yield session
+    finally:
+        session.end()
+    assert session.findings() == ""

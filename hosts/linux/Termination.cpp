@@ -19,13 +19,14 @@ namespace {
 
 constexpr unsigned patienceInSeconds = 1;
 
-/// Carries the request from the signal handler to the run loop.
-int terminationRequest = -1;
+/// Carries the request from the signal handler, which knows only globals, to the run loop.
+int terminationRequest = -1; // NOLINT(cppcoreguidelines-avoid-non-const-global-variables)
 
 void requestTermination(int) {
     const int savedErrno = errno;
     const std::uint64_t one = 1;
-    (void)!::write(terminationRequest, &one, sizeof one);
+    if (::write(terminationRequest, &one, sizeof one) < 0)
+        ::_exit(EXIT_SUCCESS);
     (void)::alarm(patienceInSeconds);
     errno = savedErrno;
 }

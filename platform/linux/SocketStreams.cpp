@@ -37,6 +37,11 @@ struct Direction {
     }
 };
 
+void deliver(const Direction& direction, NSStreamEvent event) {
+    if (direction.stream != nullptr && direction.delegate != nullptr)
+        direction.delegate->stream(*direction.stream, event);
+}
+
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     Connection(std::string host, std::uint32_t port) : host_(std::move(host)), port_(port) {}
@@ -65,7 +70,6 @@ private:
     void updateInterest();
     void handleEvents(std::uint32_t events);
     void finishConnecting();
-    void deliver(Direction& direction, NSStreamEvent event);
     void deliverOpenCompleted();
     void deliverInput();
     void deliverErrors();
@@ -211,11 +215,6 @@ void Connection::finishConnecting() {
     const bool isConnected =
         ::getsockopt(socket_, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
     link_ = isConnected ? Link::Established : Link::Failed;
-}
-
-void Connection::deliver(Direction& direction, NSStreamEvent event) {
-    if (direction.stream != nullptr && direction.delegate != nullptr)
-        direction.delegate->stream(*direction.stream, event);
 }
 
 void Connection::deliverOpenCompleted() {

@@ -16,12 +16,11 @@ namespace {
 
 /// A read of inbound messages can print for as long as bytes keep coming; this bounds what is
 /// gathered meanwhile.
-constexpr std::size_t gatherLimit = 64 * 1024;
+constexpr std::size_t gatherLimit = std::size_t{64} * 1024;
 
 std::string& gathered() {
-    // Never destroyed: lines may be printed while the process is on its way out.
-    static auto* const text = new std::string;
-    return *text;
+    static std::string text;
+    return text;
 }
 
 /// Waits for a descriptor that somebody has made non-blocking.

@@ -54,7 +54,7 @@ bool areCanonicallyEquivalent(std::string_view one, std::string_view other) {
     UErrorCode status = U_ZERO_ERROR;
     const std::int32_t order =
         icu::Normalizer::compare(unicodeString(one), unicodeString(other), 0, status);
-    return U_SUCCESS(status) && order == 0;
+    return U_SUCCESS(status) != 0 && order == 0;
 }
 
 std::vector<std::string_view> split(std::string_view text, std::string_view separator) {

@@ -17,7 +17,7 @@ namespace platform {
 namespace {
 
 /// A settings file is a handful of keys. Anything much larger is a mistake, and is not read.
-constexpr off_t sizeLimit = 1024 * 1024;
+constexpr off_t sizeLimit = off_t{1024} * 1024;
 
 class FileDescriptor {
 public:

@@ -5,7 +5,6 @@
 #include "platform/recording/Recording.h"
 
 #include <algorithm>
-#include <cstring>
 #include <utility>
 
 namespace platform {
@@ -124,7 +123,7 @@ public:
     std::int64_t read(std::uint8_t* buffer, std::size_t maxLength) override {
         const recording::Read outcome = nextRead(maxLength);
         const std::size_t length = std::min(maxLength, outcome.bytes.size());
-        std::memcpy(buffer, outcome.bytes.data(), length);
+        std::copy_n(outcome.bytes.data(), length, buffer);
         record(name() + " read:maxLength: " + std::to_string(maxLength) + " -> " +
                std::to_string(outcome.count));
         return outcome.count;
@@ -168,7 +167,8 @@ private:
         link().inbound.front().erase(0, bytes.size());
         if (link().inbound.front().empty())
             link().inbound.pop_front();
-        return {.count = static_cast<std::int64_t>(bytes.size()), .bytes = std::move(bytes)};
+        const auto count = static_cast<std::int64_t>(bytes.size());
+        return {.count = count, .bytes = std::move(bytes)};
     }
 };
 

@@ -7,6 +7,7 @@ import time
 
 import pytest
 from conftest import BUS_NAME, line, wait_for
+from jeepney import message_bus
 
 
 @pytest.mark.parametrize("with_signal", [signal.SIGTERM, signal.SIGINT])
@@ -191,3 +192,18 @@ def test_one_thread_and_no_growing_number_of_descriptors(session):
         session.wait_for_value("pathsOfRootFolders", [f"/{n}" for n in range(number + 1)])
     assert len(os.listdir(process + "/task")) == 1
     assert len(os.listdir(process + "/fd")) == before
+
+
+def test_the_bus_starts_it_and_starts_it_anew(session):
+    peer = session.listen()
+    session.store_settings({"ServerPort": peer.port})
+    session.start_bus(XDG_DATA_DIRS=str(session.programs.parent / "share"))
+    for _ in range(2):
+        assert session.get("pathsOfRootFolders") == []  # the question starts it
+        peer.accept()
+        peer.send(line(type="add_folder", path="/a"))
+        session.wait_for_value("pathsOfRootFolders", ["/a"])
+        process = session.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
+        os.kill(process, signal.SIGTERM)
+        assert peer.connection.recv(1) == b""
+        wait_for(lambda: not session.call(message_bus.NameHasOwner(BUS_NAME))[0])
