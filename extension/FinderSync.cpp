@@ -1,6 +1,7 @@
 #include "extension/FinderSync.h"
 
 #include "extension/ApplicationGroup.h"
+#include "extension/URLParts.h"
 #include "platform/AppKit.h"
 #include "platform/System.h"
 
@@ -38,14 +39,6 @@ std::uint32_t narrowedPort(std::int64_t port) {
     if (port < 0 || port > std::numeric_limits<std::uint32_t>::max())
         platform::fatalError("the setting \"ServerPort\" is out of range: " + std::to_string(port));
     return static_cast<std::uint32_t>(port);
-}
-
-/// The description of a URL's file-path form, as the log shows it.
-std::string filePathDescription(const platform::NSURL& url) {
-    const std::shared_ptr<const platform::NSURL> filePathURL = url.filePathURL();
-    if (!filePathURL)
-        platform::fatalError("a URL has no file path: " + url.description());
-    return filePathURL->description();
 }
 
 void registerBadge() {

@@ -9,19 +9,27 @@
 // Errors: a value that is taken as certain and is missing or of the wrong type ends the process
 // (`platform::fatalError`). Everything else fails quietly. No exception leaves a method.
 //
-// Sources: extension/ has start-up, accessors and observation callbacks; link/ has the connection
-// to the companion application and what arrives on it.
+// Sources: extension/ has start-up, accessors and observation callbacks; link/ the connection to the
+// companion application, what arrives on it and what is sent; badges/ and menu/ what they say.
 
+#include "platform/AppKit.h"
 #include "platform/FinderSync.h"
 #include "platform/Foundation.h"
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace findersync {
+
+/// Names of extended attributes, or why they cannot be had: exactly one of the two is present.
+struct AttributesNames {
+    std::optional<std::string> error; ///< the reason, in words
+    std::optional<std::vector<std::string>> names;
+};
 
 class FinderSync : public platform::FIFinderSync, public platform::NSStreamDelegate {
 public:
@@ -80,6 +88,13 @@ public:
     /// `stream:handleEvent:`: takes every event of both streams, one trace line each.
     void stream(platform::NSStream& stream, platform::NSStreamEvent event) override;
 
+    /// The platform's text for the calling thread's last system error, or its bare number when that
+    /// text is not valid UTF-8.
+    [[nodiscard]] virtual std::string errnoDescription();
+
+    /// Lists the extended attributes of a file-system item; a symbolic link is followed.
+    [[nodiscard]] virtual AttributesNames attributesNamesAtPath(const std::string& path);
+
     /// Starts the object: reads the shared settings, tells the Finder what to watch, registers the
     /// badge and connects. Gives this object, or null when the base class yields none.
     [[nodiscard]] virtual FinderSync* init();
@@ -88,8 +103,31 @@ public:
     virtual void beginObservingDirectoryAtURL(const platform::NSURL& url);
     virtual void endObservingDirectoryAtURL(const platform::NSURL& url);
 
+    /// The Finder wants to know an item's badge: root folders get it, by equality of paths, while
+    /// this runs.
+    virtual void requestBadgeIdentifierForURL(const platform::NSURL& url);
+
+    /// The menu for the present selection, or null for none.
+    [[nodiscard]] virtual std::shared_ptr<platform::NSMenu>
+    menuForMenuKind(platform::FIMenuKind kind);
+
+    /// A value as JSON text; empty when it is none that JSON knows.
+    [[nodiscard]] virtual std::string JSONStringify(const platform::Object& value,
+                                                    bool prettyPrinted);
+
     /// The dictionary that a JSON text holds, or the empty one when it is not a JSON object.
     [[nodiscard]] virtual platform::NSDictionary JSONParseDictionary(std::string_view text);
+
+    /// Sends one click report, with the paths of what is selected now, in one write.
+    virtual void sendClickedData(const std::string& clickType);
+
+    /// Actions of menu entries: each sends its report. The sender is not looked at and can be null.
+    virtual void createLinkClicked(const platform::NSMenuItem* sender);
+    virtual void backupClicked(const platform::NSMenuItem* sender);
+    virtual void shareContactsClicked(const platform::NSMenuItem* sender);
+    virtual void inProgressClicked(const platform::NSMenuItem* sender);
+    virtual void notSyncedClicked(const platform::NSMenuItem* sender);
+    virtual void syncedClicked(const platform::NSMenuItem* sender);
 
     // No slot: a constant of the object.
 
@@ -106,6 +144,9 @@ private:
     void deleteFolder(const platform::NSDictionary& message);
     void setLocale(const platform::NSDictionary& message);
     void setMenuUsage(const platform::NSDictionary& message);
+
+    [[nodiscard]] bool isInsideRootFolder(const std::optional<std::string>& path) const;
+    [[nodiscard]] std::shared_ptr<platform::NSMenu> buildMenu() const;
 
     URL myFolderURL_ = platform::fileURLWithPath("/");
     std::vector<std::string> pathsOfRootFolders_;

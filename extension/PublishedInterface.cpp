@@ -24,10 +24,21 @@ const PublishedProperty properties[] = {
 const PublishedMethod methods[] = {
     {"connect", PlainOperation{&F::connect}},
     {"stream:handleEvent:", StreamEventHandler{&F::stream}},
+    {"errnoDescription", Description{&F::errnoDescription}},
     {"init", Initializer{&F::init}},
     {"beginObservingDirectoryAtURL:", URLCallback{&F::beginObservingDirectoryAtURL}},
     {"endObservingDirectoryAtURL:", URLCallback{&F::endObservingDirectoryAtURL}},
+    {"requestBadgeIdentifierForURL:", URLCallback{&F::requestBadgeIdentifierForURL}},
+    {"menuForMenuKind:", MenuProvider{&F::menuForMenuKind}},
+    {"JSONStringify:prettyPrinted:", JSONWriter{&F::JSONStringify}},
     {"JSONParseDictionary:", DictionaryParser{&F::JSONParseDictionary}},
+    {"sendClickedData:", ReportSender{&F::sendClickedData}},
+    {"createLinkClicked:", Action{&F::createLinkClicked}},
+    {"backupClicked:", Action{&F::backupClicked}},
+    {"shareContactsClicked:", Action{&F::shareContactsClicked}},
+    {"inProgressClicked:", Action{&F::inProgressClicked}},
+    {"notSyncedClicked:", Action{&F::notSyncedClicked}},
+    {"syncedClicked:", Action{&F::syncedClicked}},
 };
 
 } // namespace

@@ -49,12 +49,18 @@ using Initializer = FinderSync* (FinderSync::*)();
 using PlainOperation = void (FinderSync::*)();
 using StreamEventHandler = void (FinderSync::*)(platform::NSStream&, platform::NSStreamEvent);
 using URLCallback = void (FinderSync::*)(const platform::NSURL&);
+using Description = std::string (FinderSync::*)();
+using MenuProvider = std::shared_ptr<platform::NSMenu> (FinderSync::*)(platform::FIMenuKind);
+using JSONWriter = std::string (FinderSync::*)(const platform::Object&, bool);
 using DictionaryParser = platform::NSDictionary (FinderSync::*)(std::string_view);
+using ReportSender = void (FinderSync::*)(const std::string&);
+using Action = void (FinderSync::*)(const platform::NSMenuItem*);
 
 /// A published method other than a property accessor.
 struct PublishedMethod {
     std::string_view selector;
-    std::variant<Initializer, PlainOperation, StreamEventHandler, URLCallback, DictionaryParser>
+    std::variant<Initializer, PlainOperation, StreamEventHandler, Description, URLCallback,
+                 MenuProvider, JSONWriter, DictionaryParser, ReportSender, Action>
         method;
 };
 

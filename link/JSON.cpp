@@ -6,6 +6,16 @@
 
 namespace findersync {
 
+std::string FinderSync::JSONStringify(const platform::Object& value, bool prettyPrinted) {
+    if (!platform::isValidJSONObject(value))
+        return {};
+    const std::optional<platform::NSData> data =
+        platform::dataWithJSONObject(value, prettyPrinted);
+    if (!data)
+        return {};
+    return platform::stringWithUTF8Data(*data).value_or("");
+}
+
 platform::NSDictionary FinderSync::JSONParseDictionary(std::string_view text) {
     const std::optional<platform::NSData> data = platform::dataUsingUTF8Encoding(text);
     if (!data)

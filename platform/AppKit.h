@@ -4,6 +4,7 @@
 // here too.
 
 #include <memory>
+#include <string>
 #include <string_view>
 
 namespace platform {
@@ -16,5 +17,32 @@ public:
 
 /// `imageNamed:`: loads a named image from the extension's resources, null when there is none.
 [[nodiscard]] std::shared_ptr<const NSImage> imageNamed(std::string_view name);
+
+/// An entry of a menu.
+class NSMenuItem {
+public:
+    virtual ~NSMenuItem() = default;
+
+    /// `setImage:`: the image beside the title; null for none.
+    virtual void setImage(std::shared_ptr<const NSImage> image) = 0;
+};
+
+/// `initWithTitle:action:keyEquivalent:`: an entry without a target, so that the platform delivers
+/// its action to the extension. Never null.
+[[nodiscard]] std::shared_ptr<NSMenuItem> menuItemWithTitle(const std::string& title,
+                                                            std::string_view action,
+                                                            std::string_view keyEquivalent);
+
+/// A menu.
+class NSMenu {
+public:
+    virtual ~NSMenu() = default;
+
+    /// `addItem:`: adds an entry at the end.
+    virtual void addItem(std::shared_ptr<NSMenuItem> item) = 0;
+};
+
+/// `initWithTitle:`: an empty menu. Never null.
+[[nodiscard]] std::shared_ptr<NSMenu> menuWithTitle(std::string_view title);
 
 } // namespace platform

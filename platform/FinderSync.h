@@ -6,7 +6,9 @@
 #include "platform/AppKit.h"
 #include "platform/Foundation.h"
 
+#include <cstdint>
 #include <memory>
+#include <optional>
 #include <string_view>
 #include <vector>
 
@@ -26,6 +28,14 @@ protected:
     [[nodiscard]] FIFinderSync* init();
 };
 
+/// Where a menu is shown. An unsigned integer: other values than the named ones can arrive.
+enum class FIMenuKind : std::uint64_t {
+    ContextualMenuForItems = 0,
+    ContextualMenuForContainer = 1,
+    ContextualMenuForSidebar = 2,
+    ToolbarItemMenu = 3,
+};
+
 /// The extension's line to the Finder.
 class FIFinderSyncController {
 public:
@@ -40,6 +50,15 @@ public:
     /// under the same identifier replaces the first.
     virtual void setBadgeImage(std::shared_ptr<const NSImage> image, std::string_view label,
                                std::string_view badgeIdentifier) = 0;
+
+    /// `setBadgeIdentifier:forURL:`: shows the badge registered under the identifier on the item at
+    /// the URL.
+    virtual void setBadgeIdentifier(std::string_view badgeIdentifier, const NSURL& url) = 0;
+
+    /// `selectedItemURLs`: what is selected while a menu or an action is asked for, in the Finder's
+    /// order; none at any other time. The URLs are not null.
+    [[nodiscard]] virtual std::optional<std::vector<std::shared_ptr<const NSURL>>>
+    selectedItemURLs() const = 0;
 };
 
 /// `defaultController`: the controller of this process; lives as long as the process.

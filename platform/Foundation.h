@@ -69,6 +69,13 @@ inline bool Object::operator==(const Object& other) const {
 /// U+10FFFF are not). A NUL byte is an ordinary character.
 [[nodiscard]] std::optional<std::string> stringWithUTF8Data(const NSData& data);
 
+/// `initWithBytes:length:encoding:` with `NSUTF8StringEncoding`: decodes exactly `length` bytes, as
+/// strictly as `stringWithUTF8Data` does.
+[[nodiscard]] std::optional<std::string> stringWithUTF8Bytes(const void* bytes, std::size_t length);
+
+/// `initWithUTF8String:`: decodes a NUL-terminated text. Gives none when it is not valid UTF-8.
+[[nodiscard]] std::optional<std::string> stringWithUTF8String(const char* text);
+
 /// `dataUsingEncoding:` with `NSUTF8StringEncoding`: encodes a text as UTF-8, or gives none when
 /// the text cannot be encoded.
 [[nodiscard]] std::optional<NSData> dataUsingUTF8Encoding(std::string_view text);
@@ -84,6 +91,11 @@ inline bool Object::operator==(const Object& other) const {
 /// syntax all count.
 [[nodiscard]] bool isEqualToString(std::string_view one, std::string_view other);
 
+/// Whether `rangeOfString:` with no options finds a text in another one: case counts, canonically
+/// equivalent sequences match, a match never ends inside a combined character, and the empty text
+/// is found nowhere.
+[[nodiscard]] bool containsString(std::string_view text, std::string_view searched);
+
 // ---------------------------------------------------------------------------------------------
 // NSJSONSerialization
 // ---------------------------------------------------------------------------------------------
@@ -91,6 +103,16 @@ inline bool Object::operator==(const Object& other) const {
 /// `JSONObjectWithData:options:error:` with options 0: parses one JSON text whose top level is an
 /// object or an array. Gives none on any failure; the error object is dropped.
 [[nodiscard]] std::optional<Object> JSONObjectWithData(const NSData& data);
+
+/// `isValidJSONObject:`: whether a value can be written as JSON: an array or a dictionary that
+/// holds, however deep, only what JSON knows. Raw bytes and infinite numbers are not known to it.
+[[nodiscard]] bool isValidJSONObject(const Object& value);
+
+/// `dataWithJSONObject:options:error:`, with `NSJSONWritingPrettyPrinted` or no options: the value
+/// as UTF-8 text. Without options it is compact; characters outside ASCII stand for themselves.
+/// The value is valid as `isValidJSONObject` says. Gives none on failure; the error object is
+/// dropped.
+[[nodiscard]] std::optional<NSData> dataWithJSONObject(const Object& value, bool prettyPrinted);
 
 // ---------------------------------------------------------------------------------------------
 // NSUserDefaults

@@ -2,6 +2,7 @@
 
 #include "extension/PublishedInterface.h"
 #include "platform/linux/Bundle.h"
+#include "platform/linux/Menu.h"
 #include "platform/linux/Text.h"
 #include "platform/linux/URL.h"
 
@@ -98,6 +99,68 @@ int readURL(sd_bus_message* message, FinderSync::URL& url, sd_bus_error* error) 
     return url ? 0 : refuseURL(error, text, failure);
 }
 
+/// Reads a list of URLs, each checked like a single one.
+int readURLs(sd_bus_message* message, std::vector<FinderSync::URL>& urls, sd_bus_error* error) {
+    std::vector<std::string> texts;
+    if (const int result = read(message, texts); result < 0)
+        return result;
+    for (const std::string& text : texts) {
+        std::string failure;
+        urls.push_back(platform::linux_backend::fileURLWithString(text, failure));
+        if (!urls.back())
+            return refuseURL(error, text, failure);
+    }
+    return 0;
+}
+
+int appendMenu(sd_bus_message* message, const platform::NSMenu* menu) {
+    int result = append(message, menu != nullptr);
+    if (result >= 0)
+        result = sd_bus_message_open_container(message, 'a', "(sss)");
+    if (menu != nullptr) {
+        for (const auto& entry : static_cast<const platform::linux_backend::Menu&>(*menu).items()) {
+            const auto& item = static_cast<const platform::linux_backend::MenuItem&>(*entry);
+            if (result >= 0)
+                result = sd_bus_message_open_container(message, 'r', "sss");
+            for (const std::string& text : {item.title(), item.action(), item.imageName()}) {
+                if (result >= 0)
+                    result = append(message, text);
+            }
+            if (result >= 0)
+                result = sd_bus_message_close_container(message);
+        }
+    }
+    return result < 0 ? result : sd_bus_message_close_container(message);
+}
+
+/// Sends a reply whose body a function appends.
+template <typename AppendBody> int reply(sd_bus_message* call, AppendBody appendBody) {
+    sd_bus_message* message = nullptr;
+    int result = sd_bus_message_new_method_return(call, &message);
+    if (result >= 0)
+        result = appendBody(message);
+    if (result >= 0)
+        result = sd_bus_send(nullptr, message, nullptr);
+    sd_bus_message_unref(message);
+    return result;
+}
+
+/// Makes a selection the Finder's for as long as it lives.
+class Selection {
+public:
+    Selection(platform::linux_backend::FinderSyncController& controller,
+              std::vector<FinderSync::URL> urls)
+        : controller_(controller) {
+        controller_.setSelectedItemURLs(std::move(urls));
+    }
+    ~Selection() { controller_.setSelectedItemURLs(std::nullopt); }
+    Selection(const Selection&) = delete;
+    Selection& operator=(const Selection&) = delete;
+
+private:
+    platform::linux_backend::FinderSyncController& controller_;
+};
+
 /// "BeginObservingDirectoryAtURL" on the bus is "beginObservingDirectoryAtURL:" of the extension.
 std::string selectorOfMember(std::string_view member) {
     std::string selector = std::string(member) + ":";
@@ -113,6 +176,18 @@ struct ExtensionService::Callbacks {
     static int callWithURL(sd_bus_message* call, void* self, sd_bus_error* error) noexcept {
         return service(self).callWithURL(call, selectorOfMember(sd_bus_message_get_member(call)),
                                          error);
+    }
+    static int requestBadge(sd_bus_message* call, void* self, sd_bus_error* error) noexcept {
+        return service(self).requestBadge(call, error);
+    }
+    static int requestBadges(sd_bus_message* call, void* self, sd_bus_error* error) noexcept {
+        return service(self).requestBadges(call, error);
+    }
+    static int provideMenu(sd_bus_message* call, void* self, sd_bus_error* error) noexcept {
+        return service(self).provideMenu(call, error);
+    }
+    static int performAction(sd_bus_message* call, void* self, sd_bus_error* error) noexcept {
+        return service(self).performAction(call, error);
     }
     static int getProperty(sd_bus*, const char*, const char*, const char* name,
                            sd_bus_message* reply, void* self, sd_bus_error*) noexcept {
@@ -152,6 +227,17 @@ const sd_bus_vtable ExtensionService::Callbacks::vtable[] = {
     SD_BUS_VTABLE_START(0),
     METHOD_WITH_URL("BeginObservingDirectoryAtURL"),
     METHOD_WITH_URL("EndObservingDirectoryAtURL"),
+    SD_BUS_METHOD_WITH_ARGS("RequestBadgeIdentifierForURL", SD_BUS_ARGS("s", url),
+                            SD_BUS_RESULT("s", badgeIdentifier), requestBadge,
+                            SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("RequestBadgeIdentifiersForURLs", SD_BUS_ARGS("as", urls),
+                            SD_BUS_RESULT("as", badgeIdentifiers), requestBadges,
+                            SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("MenuForMenuKind", SD_BUS_ARGS("u", kind, "as", selectedItemURLs),
+                            SD_BUS_RESULT("b", isOffered, "a(sss)", items), provideMenu,
+                            SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_ARGS("PerformAction", SD_BUS_ARGS("s", selector, "as", selectedItemURLs),
+                            SD_BUS_NO_RESULT, performAction, SD_BUS_VTABLE_UNPRIVILEGED),
     WRITABLE("myFolderURL", "s"),
     WRITABLE("pathsOfRootFolders", "as"),
     CONSTANT("serverAddress", "s", getProperty),
@@ -168,7 +254,7 @@ const sd_bus_vtable ExtensionService::Callbacks::vtable[] = {
 };
 
 ExtensionService::ExtensionService(sd_bus* bus, ObservedFinderSync& extension,
-                                   const platform::linux_backend::FinderSyncController& controller)
+                                   platform::linux_backend::FinderSyncController& controller)
     : bus_(bus), extension_(extension), controller_(controller) {}
 
 ExtensionService::~ExtensionService() {
@@ -197,6 +283,81 @@ int ExtensionService::callWithURL(sd_bus_message* call, std::string_view selecto
         return result;
     (extension_.*std::get<URLCallback>(publishedMethod(selector)->method))(*url);
     return sd_bus_reply_method_return(call, nullptr);
+}
+
+int ExtensionService::requestBadge(sd_bus_message* call, sd_bus_error* error) {
+    FinderSync::URL url;
+    if (const int result = readURL(call, url, error); result < 0)
+        return result;
+    const std::string badge = badgeFor(*url);
+    return reply(call, [&](sd_bus_message* message) { return append(message, badge); });
+}
+
+int ExtensionService::requestBadges(sd_bus_message* call, sd_bus_error* error) {
+    std::vector<FinderSync::URL> urls;
+    if (const int result = readURLs(call, urls, error); result < 0)
+        return result;
+    std::vector<std::string> badges;
+    badges.reserve(urls.size());
+    for (const FinderSync::URL& url : urls)
+        badges.push_back(badgeFor(*url));
+    return reply(call, [&](sd_bus_message* message) { return append(message, badges); });
+}
+
+int ExtensionService::provideMenu(sd_bus_message* call, sd_bus_error* error) {
+    std::uint32_t kind = 0;
+    std::vector<FinderSync::URL> urls;
+    int result = read(call, kind);
+    if (result >= 0)
+        result = readURLs(call, urls, error);
+    if (result < 0)
+        return result;
+    if (kind > static_cast<std::uint32_t>(platform::FIMenuKind::ToolbarItemMenu))
+        return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS,
+                                 "%u is no menu kind; there are 0 to 3", kind);
+    std::shared_ptr<platform::NSMenu> menu;
+    if (std::ranges::all_of(urls, [this](const auto& url) { return isWatched(*url); })) {
+        const Selection selection(controller_, std::move(urls));
+        menu = extension_.menuForMenuKind(platform::FIMenuKind{kind});
+    }
+    return reply(call, [&](sd_bus_message* message) { return appendMenu(message, menu.get()); });
+}
+
+int ExtensionService::performAction(sd_bus_message* call, sd_bus_error* error) {
+    std::string selector;
+    std::vector<FinderSync::URL> urls;
+    int result = read(call, selector);
+    if (result >= 0)
+        result = readURLs(call, urls, error);
+    if (result < 0)
+        return result;
+    const PublishedMethod* const method = publishedMethod(selector);
+    const Action* const action = method ? std::get_if<Action>(&method->method) : nullptr;
+    if (action == nullptr)
+        return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS,
+                                 "\"%s\" is no action of the extension", selector.c_str());
+    const Selection selection(controller_, std::move(urls));
+    (extension_.**action)(nullptr);
+    return sd_bus_reply_method_return(call, nullptr);
+}
+
+/// The extension is not asked about what lies outside the watched directories.
+std::string ExtensionService::badgeFor(const platform::NSURL& url) {
+    if (!isWatched(url))
+        return {};
+    extension_.requestBadgeIdentifierForURL(url);
+    return controller_.takeAssignedBadge();
+}
+
+/// Whether an item is a watched directory or lies in one.
+bool ExtensionService::isWatched(const platform::NSURL& url) const {
+    const std::string path = url.path().value_or("");
+    return std::ranges::any_of(controller_.directoryURLs(), [&path](const auto& directory) {
+        const std::string folder = directory->path().value_or("");
+        if (!path.starts_with(folder))
+            return false;
+        return path.size() == folder.size() || folder.ends_with('/') || path[folder.size()] == '/';
+    });
 }
 
 int ExtensionService::appendProperty(sd_bus_message* reply, std::string_view name) const {

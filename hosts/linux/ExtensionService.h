@@ -21,7 +21,7 @@ public:
     /// None of the arguments is owned; they outlive the service. The bus is attached to an event
     /// loop already.
     ExtensionService(sd_bus* bus, ObservedFinderSync& extension,
-                     const platform::linux_backend::FinderSyncController& controller);
+                     platform::linux_backend::FinderSyncController& controller);
     ~ExtensionService();
     ExtensionService(const ExtensionService&) = delete;
     ExtensionService& operator=(const ExtensionService&) = delete;
@@ -34,6 +34,13 @@ private:
     friend struct Callbacks;
 
     int callWithURL(sd_bus_message* call, std::string_view selector, sd_bus_error* error);
+    int requestBadge(sd_bus_message* call, sd_bus_error* error);
+    int requestBadges(sd_bus_message* call, sd_bus_error* error);
+    int provideMenu(sd_bus_message* call, sd_bus_error* error);
+    int performAction(sd_bus_message* call, sd_bus_error* error);
+    [[nodiscard]] std::string badgeFor(const platform::NSURL& url);
+    [[nodiscard]] bool isWatched(const platform::NSURL& url) const;
+
     int appendProperty(sd_bus_message* reply, std::string_view name) const;
     int setProperty(sd_bus_message* value, std::string_view name, sd_bus_error* error);
     int appendDirectoryURLs(sd_bus_message* reply) const;
@@ -44,7 +51,7 @@ private:
 
     sd_bus* bus_;
     ObservedFinderSync& extension_;
-    const platform::linux_backend::FinderSyncController& controller_;
+    platform::linux_backend::FinderSyncController& controller_;
     sd_bus_slot* slot_ = nullptr;
     sd_event_source* signalSource_ = nullptr; ///< fires at the end of a turn that changed something
     std::vector<std::string> changed_;        ///< names of the properties to signal, each once

@@ -26,7 +26,7 @@ std::shared_ptr<const NSImage> imageNamed(std::string_view name) {
     std::error_code error;
     if (!fs::is_regular_file(path, error) || ::access(path.c_str(), R_OK) != 0)
         return nullptr;
-    return std::make_shared<linux_backend::ImageFile>(path);
+    return std::make_shared<linux_backend::ImageFile>(std::string(name), path);
 }
 
 } // namespace platform

@@ -11,12 +11,17 @@ namespace platform::linux_backend {
 /// An image is known by its file; whoever shows it loads it.
 class ImageFile : public NSImage {
 public:
-    explicit ImageFile(std::string path) : path_(std::move(path)) {}
+    ImageFile(std::string name, std::string path)
+        : name_(std::move(name)), path_(std::move(path)) {}
+
+    /// The name that the image was asked for by.
+    [[nodiscard]] const std::string& name() const { return name_; }
 
     /// Absolute path of the file.
     [[nodiscard]] const std::string& path() const { return path_; }
 
 private:
+    std::string name_;
     std::string path_;
 };
 

@@ -24,6 +24,11 @@ void FinderSyncController::setBadgeImage(std::shared_ptr<const NSImage> image,
                              Badge{.image = std::move(image), .label = std::string(label)});
 }
 
+/// One request is answered at a time, so the badge is the one of the item asked about.
+void FinderSyncController::setBadgeIdentifier(std::string_view badgeIdentifier, const NSURL&) {
+    assignedBadge_ = badgeIdentifier;
+}
+
 FinderSyncController& finderSyncController() {
     static FinderSyncController controller;
     return controller;

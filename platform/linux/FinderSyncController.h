@@ -5,7 +5,9 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace platform::linux_backend {
@@ -21,6 +23,16 @@ public:
     void setDirectoryURLs(const std::vector<std::shared_ptr<const NSURL>>& urls) override;
     void setBadgeImage(std::shared_ptr<const NSImage> image, std::string_view label,
                        std::string_view badgeIdentifier) override;
+    void setBadgeIdentifier(std::string_view badgeIdentifier, const NSURL& url) override;
+    [[nodiscard]] std::optional<std::vector<std::shared_ptr<const NSURL>>>
+    selectedItemURLs() const override {
+        return selection_;
+    }
+
+    /// What is selected, for as long as the process's host asks for a menu or delivers an action.
+    void setSelectedItemURLs(std::optional<std::vector<std::shared_ptr<const NSURL>>> selection) {
+        selection_ = std::move(selection);
+    }
 
     /// The watched directories, each once.
     [[nodiscard]] const std::vector<std::shared_ptr<const NSURL>>& directoryURLs() const {
@@ -30,9 +42,14 @@ public:
     /// The registered badges by their identifiers.
     [[nodiscard]] const std::map<std::string, Badge>& badges() const { return badges_; }
 
+    /// The badge assigned since this was last asked, empty for none.
+    [[nodiscard]] std::string takeAssignedBadge() { return std::exchange(assignedBadge_, {}); }
+
 private:
     std::vector<std::shared_ptr<const NSURL>> directoryURLs_;
     std::map<std::string, Badge> badges_;
+    std::string assignedBadge_;
+    std::optional<std::vector<std::shared_ptr<const NSURL>>> selection_;
 };
 
 /// The object behind `platform::defaultController()`.

@@ -15,4 +15,11 @@ namespace platform::linux_backend {
 /// Gives none on failure; `failure` then says in words what is wrong.
 [[nodiscard]] std::optional<Object> parseJSON(std::string_view text, std::string& failure);
 
+/// Whether a value is an array or a dictionary that holds only what JSON knows, however deep.
+[[nodiscard]] bool isJSONContainer(const Object& value);
+
+/// A value that JSON knows, as text: compact, or on lines of their own with two spaces for each
+/// level. Characters outside ASCII stand for themselves.
+[[nodiscard]] std::string JSONText(const Object& value, bool prettyPrinted);
+
 } // namespace platform::linux_backend

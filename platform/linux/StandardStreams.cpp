@@ -5,9 +5,11 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <poll.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace platform {
@@ -100,6 +102,18 @@ void print(std::string_view line) {
 
 void* malloc(std::size_t size) {
     return std::malloc(size);
+}
+
+std::int64_t listxattr(const std::string& path, char* buffer, std::size_t size) {
+    return ::listxattr(path.c_str(), buffer, size);
+}
+
+int errorNumber() {
+    return errno;
+}
+
+const char* strerror(int number) {
+    return std::strerror(number);
 }
 
 void fatalError(std::string_view reason) {

@@ -4,6 +4,8 @@
 #include "platform/linux/JSON.h"
 #include "platform/linux/Text.h"
 
+#include <cstring>
+
 namespace platform {
 
 NSData dataWithBytes(const std::uint8_t* bytes, std::size_t length) {
@@ -11,10 +13,18 @@ NSData dataWithBytes(const std::uint8_t* bytes, std::size_t length) {
 }
 
 std::optional<std::string> stringWithUTF8Data(const NSData& data) {
-    std::string text(data.bytes.begin(), data.bytes.end());
+    return stringWithUTF8Bytes(data.bytes.data(), data.bytes.size());
+}
+
+std::optional<std::string> stringWithUTF8Bytes(const void* bytes, std::size_t length) {
+    std::string text(static_cast<const char*>(bytes), length);
     if (!linux_backend::isUTF8(text))
         return std::nullopt;
     return text;
+}
+
+std::optional<std::string> stringWithUTF8String(const char* text) {
+    return stringWithUTF8Bytes(text, std::strlen(text));
 }
 
 std::optional<NSData> dataUsingUTF8Encoding(std::string_view text) {
@@ -30,11 +40,23 @@ bool isEqualToString(std::string_view one, std::string_view other) {
     return linux_backend::areCanonicallyEquivalent(one, other);
 }
 
+bool containsString(std::string_view text, std::string_view searched) {
+    return linux_backend::contains(text, searched);
+}
+
 std::optional<Object> JSONObjectWithData(const NSData& data) {
     std::string failure;
     const std::string_view text(reinterpret_cast<const char*>(data.bytes.data()),
                                 data.bytes.size());
     return linux_backend::parseJSON(text, failure);
+}
+
+bool isValidJSONObject(const Object& value) {
+    return linux_backend::isJSONContainer(value);
+}
+
+std::optional<NSData> dataWithJSONObject(const Object& value, bool prettyPrinted) {
+    return dataUsingUTF8Encoding(linux_backend::JSONText(value, prettyPrinted));
 }
 
 } // namespace platform

@@ -2,6 +2,9 @@
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <unicode/brkiter.h>
+#include <unicode/normalizer2.h>
 #include <unicode/normlzr.h>
 #include <unicode/unistr.h>
 #include <unicode/ustring.h>
@@ -33,6 +36,25 @@ icu::UnicodeString unicodeString(std::string_view text) {
         icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())));
 }
 
+icu::UnicodeString canonicallyDecomposed(std::string_view text) {
+    UErrorCode status = U_ZERO_ERROR;
+    const icu::Normalizer2* const normalizer = icu::Normalizer2::getNFDInstance(status);
+    if (U_FAILURE(status) != 0)
+        return unicodeString(text);
+    return normalizer->normalize(unicodeString(text), status);
+}
+
+/// Whether a combined character ends at a place in a text, or none is there.
+bool isCharacterBoundary(const icu::UnicodeString& text, std::int32_t at) {
+    UErrorCode status = U_ZERO_ERROR;
+    static const std::unique_ptr<icu::BreakIterator> characters(
+        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    if (!characters)
+        return true;
+    characters->setText(text);
+    return characters->isBoundary(at) != 0;
+}
+
 } // namespace
 
 bool isUTF8(std::string_view text) {
@@ -55,6 +77,21 @@ bool areCanonicallyEquivalent(std::string_view one, std::string_view other) {
     const std::int32_t order =
         icu::Normalizer::compare(unicodeString(one), unicodeString(other), 0, status);
     return U_SUCCESS(status) != 0 && order == 0;
+}
+
+bool contains(std::string_view text, std::string_view searched) {
+    if (searched.empty())
+        return false;
+    if (isASCII(text) && isASCII(searched))
+        return text.find(searched) != std::string_view::npos;
+    const icu::UnicodeString decomposed = canonicallyDecomposed(text);
+    const icu::UnicodeString needle = canonicallyDecomposed(searched);
+    for (std::int32_t at = decomposed.indexOf(needle); at >= 0;
+         at = decomposed.indexOf(needle, at + 1)) {
+        if (isCharacterBoundary(decomposed, at + needle.length()))
+            return true;
+    }
+    return false;
 }
 
 std::vector<std::string_view> split(std::string_view text, std::string_view separator) {

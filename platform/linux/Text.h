@@ -14,6 +14,10 @@ namespace platform::linux_backend {
 /// Whether two texts in UTF-8 are canonically equivalent. Fast for equal bytes and for ASCII.
 [[nodiscard]] bool areCanonicallyEquivalent(std::string_view one, std::string_view other);
 
+/// Whether a text holds another one, or a canonically equivalent sequence, that does not end inside
+/// a combined character. The empty text is held by none. Fast for ASCII.
+[[nodiscard]] bool contains(std::string_view text, std::string_view searched);
+
 /// The pieces of a text between the occurrences of a separator, empty ones included. They refer to
 /// the text. The separator is not empty.
 [[nodiscard]] std::vector<std::string_view> split(std::string_view text,

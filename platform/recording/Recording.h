@@ -32,6 +32,14 @@ struct Read {
     std::string bytes;
 };
 
+/// The outcome of one `listxattr`: what it returns, the bytes that it writes into the buffer, and
+/// the error number that it leaves.
+struct AttributeList {
+    std::int64_t result = 0;
+    std::string bytes;
+    int errorNumber = 0;
+};
+
 /// What the platform shall answer.
 struct Script {
     bool baseObject = true;
@@ -44,6 +52,13 @@ struct Script {
     bool writeStream = true;
     bool memory = true;
     bool encoding = true; ///< whether texts can be encoded as UTF-8 data
+    bool validJSON = true; ///< false: `isValidJSONObject` refuses everything
+    bool writesJSON = true;
+    std::optional<NSData> writtenJSON; ///< what is written instead of the value's text
+
+    std::optional<std::vector<std::shared_ptr<const NSURL>>> selection; ///< `selectedItemURLs`
+    std::deque<AttributeList> attributeLists; ///< next outcomes of `listxattr`; then an empty list
+    std::string errorText = "No such file or directory"; ///< `strerror` of every number
 
     std::deque<bool> hasBytesAvailable; ///< next answers; then what the link has
     std::deque<Read> reads;             ///< next outcomes; then what the link has
@@ -59,6 +74,11 @@ struct World {
         std::string label;
     };
     std::map<std::string, Badge> badges;
+    struct Assignment {
+        std::string identifier;
+        const NSURL* url = nullptr; ///< the very URL that was passed
+    };
+    std::vector<Assignment> assignments;
     std::string received; ///< what the peer has got
 };
 
@@ -68,6 +88,19 @@ struct World {
 /// Everything recorded since the last reset, in order.
 [[nodiscard]] const std::vector<std::string>& calls();
 void record(std::string call);
+
+/// An entry of a menu that the extension has built.
+struct MenuItem {
+    std::string title;
+    std::string action;
+    std::string keyEquivalent;
+    std::string image; ///< its name, empty for none
+
+    bool operator==(const MenuItem&) const = default;
+};
+
+/// The entries of a menu, in order.
+[[nodiscard]] std::vector<MenuItem> itemsOf(const NSMenu& menu);
 
 /// A new platform: nothing recorded, nothing scripted. Streams of before stay silent.
 void reset();

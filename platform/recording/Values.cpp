@@ -73,6 +73,21 @@ std::optional<std::string> stringWithUTF8Data(const NSData& data) {
     return text;
 }
 
+std::optional<std::string> stringWithUTF8Bytes(const void* bytes, std::size_t length) {
+    std::string text(static_cast<const char*>(bytes), length);
+    recording::record("initWithBytes:length:encoding: " + std::to_string(length));
+    if (!linux_backend::isUTF8(text))
+        return std::nullopt;
+    return text;
+}
+
+std::optional<std::string> stringWithUTF8String(const char* text) {
+    recording::record("initWithUTF8String:");
+    if (!linux_backend::isUTF8(text))
+        return std::nullopt;
+    return text;
+}
+
 std::optional<NSData> dataUsingUTF8Encoding(std::string_view text) {
     recording::record("dataUsingEncoding: " + std::string(text));
     if (!recording::script().encoding)
@@ -91,11 +106,32 @@ bool isEqualToString(std::string_view one, std::string_view other) {
     return linux_backend::areCanonicallyEquivalent(one, other);
 }
 
+bool containsString(std::string_view text, std::string_view searched) {
+    recording::record("rangeOfString: " + std::string(text) + " " + std::string(searched));
+    return linux_backend::contains(text, searched);
+}
+
 std::optional<Object> JSONObjectWithData(const NSData& data) {
     const std::string text(data.bytes.begin(), data.bytes.end());
     recording::record("JSONObjectWithData:options:error: " + text);
     std::string failure;
     return linux_backend::parseJSON(text, failure);
+}
+
+bool isValidJSONObject(const Object& value) {
+    recording::record("isValidJSONObject:");
+    return recording::script().validJSON && linux_backend::isJSONContainer(value);
+}
+
+std::optional<NSData> dataWithJSONObject(const Object& value, bool prettyPrinted) {
+    recording::record("dataWithJSONObject:options:error: " +
+                      std::to_string(static_cast<int>(prettyPrinted)));
+    if (!recording::script().writesJSON)
+        return std::nullopt;
+    if (recording::script().writtenJSON)
+        return recording::script().writtenJSON;
+    const std::string text = linux_backend::JSONText(value, prettyPrinted);
+    return NSData{.bytes = {text.begin(), text.end()}};
 }
 
 std::shared_ptr<const NSUserDefaults> userDefaultsWithSuiteName(std::string_view suiteName,

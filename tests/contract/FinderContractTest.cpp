@@ -5,7 +5,10 @@
 #include "platform/System.h"
 #include "tests/contract/ContractTest.h"
 
+#include <array>
+#include <cerrno>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -89,6 +92,75 @@ TEST_F(ControllerContract, ABadgeIsRegisteredUnderItsIdentifier) {
     EXPECT_EQ(contract::badgeLabels(),
               (std::map<std::string, std::string>{{"FolderIco", "Folder Icon"},
                                                   {"Other", "Shared Icon"}}));
+}
+
+TEST_F(ControllerContract, ABadgeIsAssignedToAnItem) {
+    EXPECT_TRUE(contract::assignedBadges().empty());
+    platform::defaultController().setBadgeIdentifier("FolderIco", *platform::fileURLWithPath("/a"));
+    EXPECT_EQ(contract::assignedBadges(), std::vector<std::string>{"FolderIco"});
+}
+
+TEST_F(ControllerContract, TheSelectionIsTheFindersAndCanBeAbsent) {
+    EXPECT_EQ(platform::defaultController().selectedItemURLs(), std::nullopt);
+    contract::select({{"/b", "/a", "/b"}});
+    const auto selection = platform::defaultController().selectedItemURLs();
+    ASSERT_TRUE(selection.has_value());
+    std::vector<std::string> paths;
+    for (const auto& url : *selection)
+        paths.push_back(url->path().value_or(""));
+    EXPECT_EQ(paths, (std::vector<std::string>{"/b", "/a", "/b"}));
+    contract::select(std::vector<std::string>());
+    EXPECT_TRUE(platform::defaultController().selectedItemURLs()->empty());
+    contract::select(std::nullopt);
+    EXPECT_EQ(platform::defaultController().selectedItemURLs(), std::nullopt);
+}
+
+using MenuContract = contract::ContractTest;
+
+TEST_F(MenuContract, AMenuHoldsItsEntriesInOrder) {
+    const auto menu = platform::menuWithTitle("");
+    ASSERT_TRUE(menu);
+    EXPECT_TRUE(contract::entriesOf(*menu).empty());
+    const auto link = platform::menuItemWithTitle("L\u00e4nk", "createLinkClicked:", "");
+    link->setImage(platform::imageNamed("icon_URLlink"));
+    const auto plain = platform::menuItemWithTitle("", "backupClicked:", "");
+    const auto bared = platform::menuItemWithTitle("Bared", "syncedClicked:", "");
+    bared->setImage(platform::imageNamed("icon_share"));
+    bared->setImage(nullptr);
+    menu->addItem(link);
+    menu->addItem(plain);
+    menu->addItem(bared);
+    EXPECT_EQ(contract::entriesOf(*menu), (std::vector<std::array<std::string, 3>>{
+                                              {"L\u00e4nk", "createLinkClicked:", "icon_URLlink"},
+                                              {"", "backupClicked:", ""},
+                                              {"Bared", "syncedClicked:", ""}}));
+}
+
+using AttributeContract = contract::ContractTest;
+
+TEST_F(AttributeContract, TheNamesComeEachWithItsNUL) {
+    const auto path = contract::itemWithAttributes({"user.a", "user.caf\u00e9"});
+    if (!path)
+        GTEST_SKIP() << "the file system of the temporary folder has no extended attributes";
+    const std::int64_t size = platform::listxattr(*path, nullptr, 0);
+    ASSERT_EQ(size, 7 + 11);
+    std::string names(static_cast<std::size_t>(size), '?');
+    EXPECT_EQ(platform::listxattr(*path, names.data(), names.size()), size);
+    EXPECT_NE(names.find(std::string("user.a\0", 7)), std::string::npos);
+    EXPECT_NE(names.find(std::string("user.caf\u00e9\0", 11)), std::string::npos);
+}
+
+TEST_F(AttributeContract, AnItemWithoutAttributesHasAnEmptyList) {
+    const auto path = contract::itemWithAttributes({});
+    char nothing = '?';
+    EXPECT_EQ(platform::listxattr(*path, nullptr, 0), 0);
+    EXPECT_EQ(platform::listxattr(*path, &nothing, 0), 0);
+}
+
+TEST_F(AttributeContract, AFailureSetsTheErrorNumber) {
+    EXPECT_EQ(platform::listxattr(contract::missingItem(), nullptr, 0), -1);
+    EXPECT_EQ(platform::errorNumber(), ENOENT);
+    EXPECT_STREQ(platform::strerror(ENOENT), "No such file or directory");
 }
 
 using LogContract = contract::ContractTest;

@@ -1,5 +1,6 @@
 #include "tests/contract/ContractTest.h"
 
+#include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -88,6 +89,49 @@ TEST_F(JSONContract, AHundredLevelsAreParsedAndNoDepthCrashes) {
     EXPECT_TRUE(parse(nested(100)).has_value());
     EXPECT_EQ(parse(nested(1'000'000)), std::nullopt);
     EXPECT_EQ(parse(std::string(1'000'000, '[')), std::nullopt);
+}
+
+std::string written(const Object& value, bool prettyPrinted = false) {
+    const auto data = platform::dataWithJSONObject(value, prettyPrinted);
+    return data ? std::string(data->bytes.begin(), data->bytes.end()) : "nothing";
+}
+
+TEST_F(JSONContract, OnlyContainersOfWhatJSONKnowsAreValid) {
+    EXPECT_TRUE(platform::isValidJSONObject({NSDictionary()}));
+    EXPECT_TRUE(platform::isValidJSONObject({NSArray{string("x"), {1.5}, {NSNull()}, {true}}}));
+    EXPECT_FALSE(platform::isValidJSONObject(string("x")));
+    EXPECT_FALSE(platform::isValidJSONObject({std::int64_t{1}}));
+    EXPECT_FALSE(platform::isValidJSONObject({NSNull()}));
+    EXPECT_FALSE(platform::isValidJSONObject({platform::NSData()}));
+    EXPECT_FALSE(platform::isValidJSONObject({NSArray{{NSArray{{platform::NSData()}}}}}));
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    EXPECT_FALSE(platform::isValidJSONObject({NSDictionary{{"a", {infinity}}}}));
+    EXPECT_FALSE(platform::isValidJSONObject({NSArray{{infinity - infinity}}}));
+}
+
+TEST_F(JSONContract, WithoutOptionsTheTextIsCompact) {
+    EXPECT_EQ(written({NSDictionary{{"a", {NSArray{{std::int64_t{1}}, {false}, {NSNull()}}}}}}),
+              R"({"a":[1,false,null]})");
+    EXPECT_EQ(written({NSArray()}), "[]");
+}
+
+TEST_F(JSONContract, CharactersOutsideASCIIStandForThemselves) {
+    EXPECT_EQ(written({NSArray{string("caf\u00e9 \U0001f517")}}), "[\"caf\u00e9 \U0001f517\"]");
+}
+
+TEST_F(JSONContract, WhatIsWrittenIsReadAsTheSameValue) {
+    const Object value = {NSDictionary{
+        {"text", string(std::string("/\"\\\b\f\n\r\t\0\x1f\x7f", 11) + "\u2028\u00e9")},
+        {"numbers", {NSArray{{std::int64_t{-7}}, {0.5}, {1e300}, {-1.25e-7}}}},
+        {"", {NSDictionary{{"k\"ey", {true}}}}},
+    }};
+    EXPECT_EQ(parse(written(value)), value);
+    EXPECT_EQ(parse(written(value, true)), value);
+}
+
+TEST_F(JSONContract, PrettyPrintingTakesSeveralIndentedLines) {
+    const std::string text = written({NSDictionary{{"a", {NSArray{{true}}}}}}, true);
+    EXPECT_NE(text.find("\n  "), std::string::npos) << text;
 }
 
 } // namespace

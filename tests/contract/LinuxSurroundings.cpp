@@ -1,5 +1,6 @@
 #include "platform/linux/Bundle.h"
 #include "platform/linux/FinderSyncController.h"
+#include "platform/linux/Menu.h"
 #include "platform/linux/RunLoop.h"
 #include "platform/linux/StandardStreams.h"
 #include "tests/contract/Surroundings.h"
@@ -13,6 +14,7 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace contract {
@@ -120,6 +122,46 @@ std::map<std::string, std::string> badgeLabels() {
     for (const auto& [identifier, badge] : finderSyncController().badges())
         labels.emplace(identifier, badge.label);
     return labels;
+}
+
+void select(const std::optional<std::vector<std::string>>& paths) {
+    if (!paths) {
+        finderSyncController().setSelectedItemURLs(std::nullopt);
+        return;
+    }
+    std::vector<std::shared_ptr<const platform::NSURL>> urls;
+    for (const std::string& path : *paths)
+        urls.push_back(platform::fileURLWithPath(path));
+    finderSyncController().setSelectedItemURLs(std::move(urls));
+}
+
+std::vector<std::string> assignedBadges() {
+    // One request is answered at a time: the last assignment is all that is kept.
+    const std::string identifier = finderSyncController().takeAssignedBadge();
+    return identifier.empty() ? std::vector<std::string>() : std::vector{identifier};
+}
+
+std::vector<std::array<std::string, 3>> entriesOf(const platform::NSMenu& menu) {
+    std::vector<std::array<std::string, 3>> entries;
+    for (const auto& entry : dynamic_cast<const platform::linux_backend::Menu&>(menu).items()) {
+        const auto& item = dynamic_cast<const platform::linux_backend::MenuItem&>(*entry);
+        entries.push_back({item.title(), item.action(), item.imageName()});
+    }
+    return entries;
+}
+
+std::optional<std::string> itemWithAttributes(const std::vector<std::string>& names) {
+    const fs::path path = world->configuration.path() / "item";
+    std::ofstream(path) << "content";
+    for (const std::string& name : names) {
+        if (::setxattr(path.c_str(), name.c_str(), "value", 5, 0) != 0)
+            return std::nullopt;
+    }
+    return path.string();
+}
+
+std::string missingItem() {
+    return (world->configuration.path() / "missing").string();
 }
 
 std::uint32_t listen() {

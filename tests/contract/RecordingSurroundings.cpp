@@ -1,6 +1,8 @@
 #include "platform/recording/Recording.h"
 #include "tests/contract/Surroundings.h"
 
+#include <cerrno>
+
 namespace contract {
 
 namespace recording = platform::recording;
@@ -64,6 +66,44 @@ std::map<std::string, std::string> badgeLabels() {
     for (const auto& [identifier, badge] : recording::world().badges)
         labels.emplace(identifier, badge.label);
     return labels;
+}
+
+void select(const std::optional<std::vector<std::string>>& paths) {
+    recording::script().selection.reset();
+    if (!paths)
+        return;
+    recording::script().selection.emplace();
+    for (const std::string& path : *paths)
+        recording::script().selection->push_back(platform::fileURLWithPath(path));
+}
+
+std::vector<std::string> assignedBadges() {
+    std::vector<std::string> identifiers;
+    for (const auto& assignment : recording::world().assignments)
+        identifiers.push_back(assignment.identifier);
+    return identifiers;
+}
+
+std::vector<std::array<std::string, 3>> entriesOf(const platform::NSMenu& menu) {
+    std::vector<std::array<std::string, 3>> entries;
+    for (const auto& item : recording::itemsOf(menu))
+        entries.push_back({item.title, item.action, item.image});
+    return entries;
+}
+
+std::optional<std::string> itemWithAttributes(const std::vector<std::string>& names) {
+    std::string list;
+    for (const std::string& name : names)
+        list += name + '\0';
+    const auto size = static_cast<std::int64_t>(list.size());
+    recording::script().attributeLists = {{.result = size, .bytes = {}},
+                                          {.result = size, .bytes = list}};
+    return "/item";
+}
+
+std::string missingItem() {
+    recording::script().attributeLists = {{.result = -1, .bytes = {}, .errorNumber = ENOENT}};
+    return "/missing";
 }
 
 std::uint32_t listen() {

@@ -4,11 +4,14 @@
 // program defines these functions once, so that one set of tests holds all back ends to the same
 // behaviour.
 
+#include "platform/AppKit.h"
 #include "platform/Foundation.h"
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -34,6 +37,19 @@ std::vector<std::string> logged();
 std::vector<std::string> watchedPaths();
 /// Identifier and label of each registered badge.
 std::map<std::string, std::string> badgeLabels();
+
+/// Makes a selection the Finder's, or takes it away.
+void select(const std::optional<std::vector<std::string>>& paths);
+/// The badge identifiers assigned since the set-up.
+std::vector<std::string> assignedBadges();
+/// Title, action and image name of each entry of a menu.
+std::vector<std::array<std::string, 3>> entriesOf(const platform::NSMenu& menu);
+
+/// Makes an item with the given attributes, which are ones that the platform lets a user set, and
+/// gives its path; none when the file system here has no extended attributes.
+std::optional<std::string> itemWithAttributes(const std::vector<std::string>& names);
+/// The path of an item that does not exist.
+std::string missingItem();
 
 /// A port of the loopback where a peer accepts one connection, and one where nobody does.
 std::uint32_t listen();

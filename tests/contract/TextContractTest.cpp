@@ -103,4 +103,60 @@ TEST_F(TextContract, TextAfterANulCounts) {
     EXPECT_FALSE(platform::isEqualToString("\u00e9\0b"sv, "e\u0301\0c"sv));
 }
 
+TEST_F(TextContract, BytesAreDecodedToTheGivenLength) {
+    EXPECT_EQ(platform::stringWithUTF8Bytes("abc", 2), "ab");
+    EXPECT_EQ(platform::stringWithUTF8Bytes("a\0b", 3), std::string("a\0b", 3));
+    EXPECT_EQ(platform::stringWithUTF8Bytes("abc", 0), "");
+    EXPECT_EQ(platform::stringWithUTF8Bytes("\u00e9", 1), std::nullopt);
+}
+
+TEST_F(TextContract, ATextIsDecodedToItsNUL) {
+    EXPECT_EQ(platform::stringWithUTF8String("caf\u00e9"), "caf\u00e9");
+    EXPECT_EQ(platform::stringWithUTF8String("a\0b"), "a");
+    EXPECT_EQ(platform::stringWithUTF8String(""), "");
+    EXPECT_EQ(platform::stringWithUTF8String("\xff"), std::nullopt);
+}
+
+TEST_F(TextContract, ATextIsFoundAnywhereInAnother) {
+    EXPECT_TRUE(platform::containsString("/a/Sync/x", "/a/Sync"));
+    EXPECT_TRUE(platform::containsString("/a/Sync/x", "/a/Sync/x"));
+    EXPECT_TRUE(platform::containsString("/a/Sync/x", "x"));
+    EXPECT_TRUE(platform::containsString("/caf\u00e9/x", "/caf\u00e9"));
+    EXPECT_FALSE(platform::containsString("/a/Sync/x", "/A/sync"));
+    EXPECT_FALSE(platform::containsString("/a/Sync", "/a/Sync/x"));
+    EXPECT_FALSE(platform::containsString("", "x"));
+}
+
+TEST_F(TextContract, TheEmptyTextIsFoundNowhere) {
+    EXPECT_FALSE(platform::containsString("/a", ""));
+    EXPECT_FALSE(platform::containsString("", ""));
+    EXPECT_FALSE(platform::containsString("\u00e9", ""));
+}
+
+TEST_F(TextContract, CanonicallyEquivalentSequencesAreFound) {
+    EXPECT_TRUE(platform::containsString("/caf\u00e9/x", "/cafe\u0301"));
+    EXPECT_TRUE(platform::containsString("/cafe\u0301/x", "/caf\u00e9"));
+    EXPECT_TRUE(platform::containsString("/\u212b/x", "/A\u030a/"));
+    EXPECT_TRUE(platform::containsString("/\u212a/x", "/K/")); // ASCII finds its singleton
+    EXPECT_TRUE(platform::containsString("/\ud55c\uae00/x", "/\u1112\u1161\u11ab"));
+    EXPECT_TRUE(platform::containsString("/a\u0307\u0323/x", "/a\u0323\u0307"));
+}
+
+TEST_F(TextContract, AMatchNeverEndsInsideACombinedCharacter) {
+    EXPECT_FALSE(platform::containsString("/cafe\u0301/x", "/cafe"));
+    EXPECT_FALSE(platform::containsString("/caf\u00e9", "/cafe"));
+    EXPECT_FALSE(platform::containsString("/\u1112\u1161\u11ab", "/\u1112\u1161")); // Hangul
+    EXPECT_FALSE(platform::containsString("/\ud55c", "/\ud558"));
+    EXPECT_FALSE(platform::containsString("/a\u0323\u0307", "/a\u0323"));
+    // A later occurrence counts.
+    EXPECT_TRUE(platform::containsString("/cafe\u0301/cafe/x", "/cafe"));
+}
+
+TEST_F(TextContract, ASearchGoesThroughNULs) {
+    using namespace std::string_view_literals;
+    EXPECT_TRUE(platform::containsString("/a\0b/x"sv, "/a\0b"sv));
+    EXPECT_FALSE(platform::containsString("/a\0c/x"sv, "/a\0b"sv));
+    EXPECT_TRUE(platform::containsString("/\u00e9\0b/x"sv, "\0b"sv));
+}
+
 } // namespace

@@ -43,8 +43,12 @@ TEST_F(PublishedInterface, MethodsStandInSlotOrder) {
     for (const auto& method : publishedMethods())
         selectors.emplace_back(method.selector);
     EXPECT_EQ(selectors,
-              (Strings{"connect", "stream:handleEvent:", "init", "beginObservingDirectoryAtURL:",
-                       "endObservingDirectoryAtURL:", "JSONParseDictionary:"}));
+              (Strings{"connect", "stream:handleEvent:", "errnoDescription", "init",
+                       "beginObservingDirectoryAtURL:", "endObservingDirectoryAtURL:",
+                       "requestBadgeIdentifierForURL:", "menuForMenuKind:",
+                       "JSONStringify:prettyPrinted:", "JSONParseDictionary:", "sendClickedData:",
+                       "createLinkClicked:", "backupClicked:", "shareContactsClicked:",
+                       "inProgressClicked:", "notSyncedClicked:", "syncedClicked:"}));
 }
 
 TEST_F(PublishedInterface, UnknownNamesGiveNone) {
@@ -109,6 +113,32 @@ TEST_F(PublishedInterface, MethodsAreReachedBySelector) {
     (object.*handleEvent)(*platform::recording::inputStream(),
                           platform::NSStreamEvent::EndEncountered);
     EXPECT_FALSE(object.isSocketConnected());
+
+    tests::script().errorText = "in words";
+    const auto describe =
+        std::get<findersync::Description>(publishedMethod("errnoDescription")->method);
+    EXPECT_EQ((object.*describe)(), "in words");
+
+    const auto stringify =
+        std::get<findersync::JSONWriter>(publishedMethod("JSONStringify:prettyPrinted:")->method);
+    EXPECT_EQ((object.*stringify)({platform::NSArray()}, true), "[]");
+
+    tests::script().selection = {url};
+    const auto report =
+        std::get<findersync::ReportSender>(publishedMethod("sendClickedData:")->method);
+    platform::recording::runAll();
+    (object.*report)("t");
+    EXPECT_EQ(tests::world().received, R"({"items":["/a"],"type":"t"})");
+
+    object.setIsSocketConnected(true);
+    object.setPathsOfRootFolders({"/a"});
+    (object.*std::get<findersync::URLCallback>(
+                 publishedMethod("requestBadgeIdentifierForURL:")->method))(*url);
+    EXPECT_EQ(tests::world().assignments.size(), 1U);
+    tests::script().selection = {platform::fileURLWithPath("/a/x")};
+    const auto provide =
+        std::get<findersync::MenuProvider>(publishedMethod("menuForMenuKind:")->method);
+    EXPECT_TRUE((object.*provide)(platform::FIMenuKind::ContextualMenuForItems));
 
     FinderSync another;
     EXPECT_EQ((another.*std::get<findersync::Initializer>(publishedMethod("init")->method))(),

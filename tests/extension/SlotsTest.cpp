@@ -80,8 +80,47 @@ public:
     void endObservingDirectoryAtURL(const platform::NSURL& url) override {
         note("endObserving"), FinderSync::endObservingDirectoryAtURL(url);
     }
+    [[nodiscard]] std::string errnoDescription() override {
+        return note("errnoDescription"), FinderSync::errnoDescription();
+    }
+    [[nodiscard]] findersync::AttributesNames
+    attributesNamesAtPath(const std::string& path) override {
+        return note("attributesNamesAtPath"), FinderSync::attributesNamesAtPath(path);
+    }
+    void requestBadgeIdentifierForURL(const platform::NSURL& url) override {
+        note("requestBadge"), FinderSync::requestBadgeIdentifierForURL(url);
+    }
+    [[nodiscard]] std::shared_ptr<platform::NSMenu>
+    menuForMenuKind(platform::FIMenuKind kind) override {
+        return note("menuForMenuKind"), FinderSync::menuForMenuKind(kind);
+    }
+    [[nodiscard]] std::string JSONStringify(const platform::Object& value,
+                                            bool prettyPrinted) override {
+        return note("JSONStringify"), FinderSync::JSONStringify(value, prettyPrinted);
+    }
     [[nodiscard]] platform::NSDictionary JSONParseDictionary(std::string_view text) override {
         return note("JSONParseDictionary"), FinderSync::JSONParseDictionary(text);
+    }
+    void sendClickedData(const std::string& clickType) override {
+        note("sendClickedData"), FinderSync::sendClickedData(clickType);
+    }
+    void createLinkClicked(const platform::NSMenuItem* sender) override {
+        note("createLinkClicked"), FinderSync::createLinkClicked(sender);
+    }
+    void backupClicked(const platform::NSMenuItem* sender) override {
+        note("backupClicked"), FinderSync::backupClicked(sender);
+    }
+    void shareContactsClicked(const platform::NSMenuItem* sender) override {
+        note("shareContactsClicked"), FinderSync::shareContactsClicked(sender);
+    }
+    void inProgressClicked(const platform::NSMenuItem* sender) override {
+        note("inProgressClicked"), FinderSync::inProgressClicked(sender);
+    }
+    void notSyncedClicked(const platform::NSMenuItem* sender) override {
+        note("notSyncedClicked"), FinderSync::notSyncedClicked(sender);
+    }
+    void syncedClicked(const platform::NSMenuItem* sender) override {
+        note("syncedClicked"), FinderSync::syncedClicked(sender);
     }
 
     /// The slots called since the last asking, in order.
@@ -145,6 +184,45 @@ TEST_F(Slots, CommandsReadAndWriteThroughTheAccessors) {
                        "setShareViaUrlTitle", "setBackupTitle"}));
     EXPECT_EQ(slotsFor(R"({"type":"set_menu_usage","displayBackup":"1"})"),
               (Strings{"stream", "JSONParseDictionary", "setDisplayBackup"}));
+}
+
+TEST_F(Slots, BadgesMenusAndListingsReadThroughTheAccessors) {
+    auto& started = startConnected<Overriding>();
+    started.setPathsOfRootFolders({"/q", "/a"});
+    started.taken();
+    started.requestBadgeIdentifierForURL(*platform::fileURLWithPath("/a"));
+    EXPECT_EQ(started.taken(), (Strings{"requestBadge", "pathsOfRootFolders", "pathsOfRootFolders",
+                                        "pathsOfRootFolders"}));
+
+    tests::script().selection = {platform::fileURLWithPath("/a/x")};
+    (void)started.menuForMenuKind(platform::FIMenuKind::ContextualMenuForItems);
+    EXPECT_EQ(started.taken(),
+              (Strings{"menuForMenuKind", "isSocketConnected", "pathsOfRootFolders",
+                       "pathsOfRootFolders", "pathsOfRootFolders", "shareContactTitle",
+                       "shareViaUrlTitle", "backupTitle", "displayBackup"}));
+
+    tests::script().attributeLists = {{.result = -1, .bytes = {}}};
+    (void)started.attributesNamesAtPath("/a");
+    EXPECT_EQ(started.taken(), (Strings{"attributesNamesAtPath", "errnoDescription"}));
+}
+
+TEST_F(Slots, ActionsReportThroughTheirSlots) {
+    auto& started = startConnected<Overriding>();
+    tests::script().selection = {platform::fileURLWithPath("/a/x")};
+    started.taken();
+    const auto slotsOf = [&started](void (FinderSync::*action)(const platform::NSMenuItem*)) {
+        (started.*action)(nullptr);
+        return started.taken();
+    };
+    const auto expected = [](const char* action) {
+        return Strings{action, "sendClickedData", "JSONStringify"};
+    };
+    EXPECT_EQ(slotsOf(&FinderSync::createLinkClicked), expected("createLinkClicked"));
+    EXPECT_EQ(slotsOf(&FinderSync::backupClicked), expected("backupClicked"));
+    EXPECT_EQ(slotsOf(&FinderSync::shareContactsClicked), expected("shareContactsClicked"));
+    EXPECT_EQ(slotsOf(&FinderSync::inProgressClicked), expected("inProgressClicked"));
+    EXPECT_EQ(slotsOf(&FinderSync::notSyncedClicked), expected("notSyncedClicked"));
+    EXPECT_EQ(slotsOf(&FinderSync::syncedClicked), expected("syncedClicked"));
 }
 
 TEST_F(Slots, AnOverriddenValueIsTheOneThatIsUsed) {

@@ -1,0 +1,140 @@
+#include "tests/RecordingTest.h"
+
+#include <cerrno>
+
+using findersync::FinderSync;
+using platform::recording::AttributeList;
+using tests::script;
+using tests::Strings;
+
+namespace {
+
+class ExtendedAttributes : public tests::RecordingTest {
+protected:
+    ExtendedAttributes() { startConnected(); }
+
+    /// A list of `size` bytes by the first call, and what the second call does.
+    static void script(std::int64_t size, AttributeList second) {
+        tests::script().attributeLists = {{.result = size, .bytes = {}}, std::move(second)};
+    }
+    /// The same list in both calls.
+    static void scriptList(const std::string& bytes) {
+        const auto size = static_cast<std::int64_t>(bytes.size());
+        script(size, {.result = size, .bytes = bytes});
+    }
+
+    findersync::AttributesNames names() { return extension->attributesNamesAtPath("/item"); }
+
+    void expectNames(const Strings& expected) {
+        const auto result = names();
+        EXPECT_EQ(result.error, std::nullopt);
+        EXPECT_EQ(result.names, expected);
+    }
+    void expectError(const std::string& expected) {
+        const auto result = names();
+        EXPECT_EQ(result.error, expected);
+        EXPECT_EQ(result.names, std::nullopt);
+    }
+};
+
+TEST_F(ExtendedAttributes, AnItemWithoutAttributesHasNoNames) {
+    script(0, {.result = 0, .bytes = {}});
+    expectNames({});
+    EXPECT_EQ(
+        calls(),
+        (Strings{"listxattr: /item null 0 -> 0", "malloc: 0", "listxattr: /item buffer 0 -> 0",
+                 "initWithBytes:length:encoding: 0", "componentsSeparatedByString: "}));
+}
+
+TEST_F(ExtendedAttributes, NamesStandInTheOrderOfTheList) {
+    scriptList(std::string("a\0b\0", 4));
+    expectNames({"a", "b"});
+    scriptList(std::string("user.z\0user.caf\xc3\xa9\0user.a\0", 25));
+    expectNames({"user.z", "user.caf\u00e9", "user.a"});
+}
+
+TEST_F(ExtendedAttributes, EmptyNamesInTheListAreKept) {
+    scriptList(std::string("a\0\0b\0", 5));
+    expectNames({"a", "", "b"});
+}
+
+TEST_F(ExtendedAttributes, TheLastPartIsDroppedWithoutALook) {
+    scriptList(std::string("a\0rest", 6));
+    expectNames({"a"});
+    scriptList("no terminator");
+    expectNames({});
+}
+
+TEST_F(ExtendedAttributes, AFailingSizeQueryGivesTheErrorInWords) {
+    tests::script().attributeLists = {{.result = -1, .bytes = {}, .errorNumber = ENOENT}};
+    expectError("No such file or directory");
+    EXPECT_EQ(calls(), (Strings{"listxattr: /item null 0 -> -1", "errno",
+                                "strerror: " + std::to_string(ENOENT), "initWithUTF8String:"}));
+}
+
+TEST_F(ExtendedAttributes, AListThatHasGrownGivesTheErrorOfTheSecondCall) {
+    tests::script().errorText = "Numerical result out of range";
+    script(4, {.result = -1, .bytes = {}, .errorNumber = ERANGE});
+    expectError("Numerical result out of range");
+    EXPECT_EQ(calls("strerror: "), Strings{std::to_string(ERANGE)});
+    EXPECT_EQ(calls("malloc: "), Strings{"4"});
+}
+
+TEST_F(ExtendedAttributes, AListThatHasShrunkIsReadToItsFirstLength) {
+    // The second call writes two of four bytes; the others are scripted, as a fresh buffer may
+    // hold anything.
+    script(4, {.result = 2, .bytes = std::string("a\0x\0", 4)});
+    expectNames({"a", "x"});
+    script(4, {.result = 2, .bytes = std::string("a\0\xff\0", 4)});
+    expectError("Unknown error");
+}
+
+TEST_F(ExtendedAttributes, ANegativeResultOtherThanMinusOneIsNoFailureOfTheListing) {
+    script(2, {.result = -2, .bytes = std::string("a\0", 2)});
+    expectNames({"a"});
+}
+
+TEST_F(ExtendedAttributes, NamesThatAreNotUTF8AreAnUnknownErrorWhateverErrnoHolds) {
+    script(3, {.result = 3, .bytes = std::string("\xff\xfe\0", 3), .errorNumber = ENOENT});
+    expectError("Unknown error");
+    EXPECT_TRUE(calls("errno").empty());
+}
+
+TEST_F(ExtendedAttributes, TheBufferIsNeverReleasedOnAnyWay) {
+    scriptList(std::string("a\0", 2));
+    (void)names();
+    script(4, {.result = -1, .bytes = {}});
+    (void)names();
+    scriptList("\xff");
+    (void)names();
+    EXPECT_EQ(calls("malloc: "), (Strings{"2", "4", "1"}));
+}
+
+TEST_F(ExtendedAttributes, NoFieldIsTouchedAndNothingIsWritten) {
+    scriptList(std::string("a\0", 2));
+    (void)names();
+    EXPECT_EQ(trace(), "");
+    EXPECT_TRUE(calls("NSLog").empty());
+}
+
+TEST_F(ExtendedAttributes, TheErrorComesThroughTheSlot) {
+    class OwnWords : public FinderSync {
+        std::string errnoDescription() override { return "own words"; }
+    };
+    startConnected<OwnWords>();
+    tests::script().attributeLists = {{.result = -1, .bytes = {}}};
+    expectError("own words");
+    script(1, {.result = -1, .bytes = {}});
+    expectError("own words");
+}
+
+TEST_F(ExtendedAttributes, AnErrorTextThatIsNotUTF8GivesTheBareNumber) {
+    tests::script().errorText = "\xff";
+    tests::script().attributeLists = {{.result = -1, .bytes = {}, .errorNumber = 22}};
+    expectError("22");
+    EXPECT_EQ(calls("errno").size(), 2U);
+    tests::script().attributeLists = {{.result = -1, .bytes = {}, .errorNumber = -5}};
+    expectError("-5");
+}
+
+} // namespace

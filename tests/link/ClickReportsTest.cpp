@@ -1,0 +1,170 @@
+#include "tests/RecordingTest.h"
+
+#include <csignal>
+
+using findersync::FinderSync;
+using platform::recording::makeURL;
+using tests::script;
+using tests::Strings;
+using tests::world;
+
+namespace {
+
+class ClickReports : public tests::RecordingTest {
+protected:
+    ClickReports() { startConnected(); }
+
+    static void select(const Strings& paths) {
+        std::vector<std::shared_ptr<const platform::NSURL>> urls;
+        for (const std::string& path : paths)
+            urls.push_back(makeURL("file://" + path, path));
+        script().selection = std::move(urls);
+    }
+
+    std::string reportOn(const Strings& paths) {
+        select(paths);
+        world().received.clear();
+        extension->sendClickedData("clicked_backup");
+        return world().received;
+    }
+};
+
+class ClickReportsDeath : public ClickReports {};
+
+TEST_F(ClickReports, OneSelectedItemIsReportedByItsPath) {
+    EXPECT_EQ(reportOn({"/Users/u/Sync/a.txt"}),
+              R"({"items":["/Users/u/Sync/a.txt"],"type":"clicked_backup"})");
+}
+
+TEST_F(ClickReports, ItemsStandInTheFindersOrder) {
+    EXPECT_EQ(reportOn({"/c", "/a", "/b", "/a"}),
+              R"({"items":["/c","/a","/b","/a"],"type":"clicked_backup"})");
+}
+
+TEST_F(ClickReports, AnEmptySelectionIsReportedToo) {
+    EXPECT_EQ(reportOn({}), R"({"items":[],"type":"clicked_backup"})");
+}
+
+TEST_F(ClickReports, CharactersOutsideASCIIStandForThemselves) {
+    EXPECT_EQ(reportOn({"/caf\u00e9/e\u0301/\U0001f517"}),
+              "{\"items\":[\"/caf\u00e9/e\u0301/\U0001f517\"],\"type\":\"clicked_backup\"}");
+}
+
+TEST_F(ClickReports, WhatJSONRequiresIsEscaped) {
+    EXPECT_EQ(reportOn({std::string("/\"\\\n\t\x01\0", 7)}),
+              R"({"items":["/\"\\\n\t\u0001\u0000"],"type":"clicked_backup"})");
+}
+
+TEST_F(ClickReports, AnyTypeIsTakenAsItIs) {
+    select({});
+    extension->sendClickedData("");
+    extension->sendClickedData("\u00e9\"");
+    EXPECT_EQ(world().received,
+              "{\"items\":[],\"type\":\"\"}{\"items\":[],\"type\":\"\u00e9\\\"\"}");
+}
+
+TEST_F(ClickReports, TwoReportsFollowEachOtherWithNothingBetween) {
+    select({"/a"});
+    extension->sendClickedData("clicked_backup");
+    extension->sendClickedData("clicked_synced");
+    EXPECT_EQ(world().received, R"({"items":["/a"],"type":"clicked_backup"})"
+                                R"({"items":["/a"],"type":"clicked_synced"})");
+    EXPECT_EQ(calls("outputStream write").size(), 2U);
+}
+
+TEST_F(ClickReports, TheCallsAreMadeInTheExactOrder) {
+    select({"/a", "/b"});
+    firstCall = platform::recording::calls().size();
+    extension->sendClickedData("t");
+    const std::string text = R"({"items":["/a","/b"],"type":"t"})";
+    EXPECT_EQ(
+        calls(),
+        (Strings{"defaultController", "selectedItemURLs", "path: file:///a", "path: file:///b",
+                 "isValidJSONObject:", "dataWithJSONObject:options:error: 0",
+                 "initWithData:encoding: " + text, "dataUsingEncoding: " + text,
+                 "outputStream write:maxLength: " + text + " -> " + std::to_string(text.size())}));
+}
+
+TEST_F(ClickReports, TheSelectionIsReadAfreshEachTime) {
+    EXPECT_EQ(reportOn({"/a"}), R"({"items":["/a"],"type":"clicked_backup"})");
+    EXPECT_EQ(reportOn({"/b"}), R"({"items":["/b"],"type":"clicked_backup"})");
+}
+
+TEST_F(ClickReports, ThereIsOneWriteWhateverItGives) {
+    const std::string text = R"({"items":[],"type":"clicked_backup"})";
+    for (const std::int64_t outcome : {std::int64_t{5}, std::int64_t{0}, std::int64_t{-1}}) {
+        script().writes = {outcome};
+        firstCall = platform::recording::calls().size();
+        EXPECT_EQ(reportOn({}),
+                  text.substr(0, static_cast<std::size_t>(std::max<std::int64_t>(outcome, 0))));
+        EXPECT_EQ(calls("outputStream write").size(), 1U);
+        EXPECT_EQ(trace(), "");
+        EXPECT_TRUE(calls("NSLog").empty());
+    }
+}
+
+TEST_F(ClickReports, AWriteIsTriedAfterTheLinkHasGoneDown) {
+    platform::recording::peerCloses();
+    platform::recording::runAll();
+    EXPECT_FALSE(extension->isSocketConnected());
+    (void)reportOn({"/a"});
+    EXPECT_EQ(calls("outputStream write").size(), 1U);
+}
+
+TEST_F(ClickReports, AWriteOnABrokenLinkFailsQuietly) {
+    platform::recording::peerResets();
+    platform::recording::runAll();
+    EXPECT_EQ(reportOn({"/a"}), "");
+    EXPECT_TRUE(extension->isSocketConnected());
+}
+
+TEST_F(ClickReports, AReportThatCannotBeWrittenAsJSONIsAWriteOfNothing) {
+    select({"/a"});
+    for (const int failure : {0, 1, 2}) {
+        script().validJSON = failure != 0;
+        script().writesJSON = failure != 1;
+        script().writtenJSON = platform::NSData{.bytes = {0xff}};
+        firstCall = platform::recording::calls().size();
+        extension->sendClickedData("clicked_backup");
+        EXPECT_EQ(calls("outputStream write"), Strings{":maxLength:  -> 0"}) << failure;
+    }
+    EXPECT_EQ(world().received, "");
+}
+
+TEST_F(ClickReports, TheTextIsMadeThroughItsSlot) {
+    class OwnText : public FinderSync {
+        std::string JSONStringify(const platform::Object&, bool prettyPrinted) override {
+            return prettyPrinted ? "pretty" : "own text";
+        }
+    };
+    startConnected<OwnText>();
+    EXPECT_EQ(reportOn({"/a"}), "own text");
+}
+
+TEST_F(ClickReportsDeath, NoSelection) {
+    script().selection = std::nullopt;
+    EXPECT_EXIT(extension->sendClickedData("t"), testing::KilledBySignal(SIGABRT),
+                "fatal error: there is no selection to report\n$");
+}
+
+TEST_F(ClickReportsDeath, ASelectedURLWithoutAPath) {
+    script().selection = {makeURL("file:///a", "/a"), makeURL("file:///x", std::nullopt)};
+    EXPECT_EXIT(extension->sendClickedData("t"), testing::KilledBySignal(SIGABRT),
+                "fatal error: a URL has no path: file:///x\n$");
+}
+
+TEST_F(ClickReportsDeath, ATextThatCannotBeEncoded) {
+    select({"/a"});
+    script().encoding = false;
+    EXPECT_EXIT(extension->sendClickedData("t"), testing::KilledBySignal(SIGABRT),
+                "fatal error: a click report cannot be encoded\n$");
+}
+
+TEST_F(ClickReportsDeath, NoOutputStreamYet) {
+    select({"/a"});
+    FinderSync unconnected;
+    EXPECT_EXIT(unconnected.sendClickedData("t"), testing::KilledBySignal(SIGABRT),
+                "fatal error: there is no output stream to report to\n$");
+}
+
+} // namespace

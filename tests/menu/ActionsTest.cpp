@@ -1,0 +1,65 @@
+#include "extension/PublishedInterface.h"
+#include "platform/AppKit.h"
+#include "tests/RecordingTest.h"
+
+#include <utility>
+
+using findersync::Action;
+using findersync::publishedMethod;
+using tests::script;
+using tests::Strings;
+
+namespace {
+
+constexpr std::pair<const char*, const char*> clickTypes[] = {
+    {"createLinkClicked:", "clicked_create_url_link"},
+    {"backupClicked:", "clicked_backup"},
+    {"shareContactsClicked:", "clicked_share_contacts"},
+    {"inProgressClicked:", "clicked_in_progress"},
+    {"notSyncedClicked:", "clicked_not_synced"},
+    {"syncedClicked:", "clicked_synced"},
+};
+
+class Actions : public tests::RecordingTest {
+protected:
+    Actions() {
+        startConnected();
+        script().selection = {platform::fileURLWithPath("/a/x")};
+    }
+
+    void perform(const char* selector, const platform::NSMenuItem* sender) {
+        tests::world().received.clear();
+        (*extension.*std::get<Action>(publishedMethod(selector)->method))(sender);
+    }
+};
+
+TEST_F(Actions, EachSendsOneReportOfItsTypeWithThePresentSelection) {
+    for (const auto& [selector, type] : clickTypes) {
+        perform(selector, nullptr);
+        EXPECT_EQ(tests::world().received,
+                  R"({"items":["/a/x"],"type":")" + std::string(type) + "\"}");
+    }
+}
+
+TEST_F(Actions, TheSenderMakesNoDifference) {
+    const auto sender = platform::menuItemWithTitle("title", "backupClicked:", "");
+    for (const auto& [selector, type] : clickTypes) {
+        perform(selector, nullptr);
+        const std::string without = tests::world().received;
+        perform(selector, sender.get());
+        EXPECT_EQ(tests::world().received, without);
+    }
+}
+
+TEST_F(Actions, TheLinkIsNotLookedAtAndNothingIsTracedOrLogged) {
+    extension->setIsSocketConnected(false);
+    firstCall = platform::recording::calls().size();
+    for (const auto& [selector, type] : clickTypes) {
+        perform(selector, nullptr);
+        EXPECT_NE(tests::world().received, "") << type;
+    }
+    EXPECT_EQ(trace(), "");
+    EXPECT_TRUE(calls("NSLog").empty());
+}
+
+} // namespace

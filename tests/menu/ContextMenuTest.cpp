@@ -1,0 +1,339 @@
+#include "tests/RecordingTest.h"
+
+#include <csignal>
+
+using findersync::FinderSync;
+using platform::FIMenuKind;
+using platform::recording::makeURL;
+using platform::recording::MenuItem;
+using tests::script;
+using tests::Strings;
+
+namespace {
+
+class ContextMenu : public tests::RecordingTest {
+protected:
+    ContextMenu() {
+        startConnected();
+        setUpTitles();
+    }
+
+    void setUpTitles() {
+        extension->setShareContactTitle("Contacts");
+        extension->setShareViaUrlTitle("Link");
+        extension->setBackupTitle("Back up");
+    }
+
+    static void select(const Strings& paths) {
+        std::vector<std::shared_ptr<const platform::NSURL>> urls;
+        for (const std::string& path : paths)
+            urls.push_back(makeURL("file://" + path, path));
+        script().selection = std::move(urls);
+    }
+
+    /// The entries offered on the selection, none when there is no menu.
+    std::optional<std::vector<MenuItem>>
+    menu(FIMenuKind kind = FIMenuKind::ContextualMenuForItems) {
+        firstCall = platform::recording::calls().size();
+        const auto offered = extension->menuForMenuKind(kind);
+        if (!offered)
+            return std::nullopt;
+        return platform::recording::itemsOf(*offered);
+    }
+
+    bool isOfferedOn(const std::string& path) {
+        select({path});
+        return menu().has_value();
+    }
+
+    void setRoots(Strings roots) { extension->setPathsOfRootFolders(std::move(roots)); }
+
+    const MenuItem link = {.title = "Link",
+                           .action = "createLinkClicked:",
+                           .keyEquivalent = "",
+                           .image = "icon_URLlink"};
+    const MenuItem backup = {.title = "Back up",
+                             .action = "backupClicked:",
+                             .keyEquivalent = "",
+                             .image = "icon_Backup"};
+};
+
+class ContextMenuDeath : public ContextMenu {};
+
+TEST_F(ContextMenu, AnItemInsideARootFolderGetsTheLinkEntry) {
+    setRoots({"/a/Sync"});
+    select({"/a/Sync/x"});
+    EXPECT_EQ(menu(), std::vector{link});
+    EXPECT_EQ(trace(), "path: Optional(\"/a/Sync/x\")\n");
+}
+
+TEST_F(ContextMenu, TheMenuIsBuiltInTheExactOrderAndTheDroppedEntryIsPreparedToo) {
+    setRoots({"/a/Sync"});
+    extension->setDisplayBackup(1);
+    select({"/a/Sync/x"});
+    firstCall = platform::recording::calls().size();
+    const auto offered = extension->menuForMenuKind(FIMenuKind::ContextualMenuForItems);
+    EXPECT_EQ(calls(), (Strings{
+                           "defaultController",
+                           "selectedItemURLs",
+                           "path: file:///a/Sync/x",
+                           "print: path: Optional(\"/a/Sync/x\")",
+                           "rangeOfString: /a/Sync/x /a/Sync",
+                           "isEqualToString: /a/Sync/x /a/Sync",
+                           "NSMenu initWithTitle: ",
+                           "initWithTitle:action:keyEquivalent: Contacts, shareContactsClicked:, ",
+                           "imageNamed: icon_share",
+                           "setImage: shareContactsClicked: icon_share",
+                           "NSMenuItem released: shareContactsClicked:",
+                           "initWithTitle:action:keyEquivalent: Link, createLinkClicked:, ",
+                           "imageNamed: icon_URLlink",
+                           "setImage: createLinkClicked: icon_URLlink",
+                           "addItem: createLinkClicked:",
+                           "initWithTitle:action:keyEquivalent: Back up, backupClicked:, ",
+                           "imageNamed: icon_Backup",
+                           "setImage: backupClicked: icon_Backup",
+                           "addItem: backupClicked:",
+                       }));
+}
+
+TEST_F(ContextMenu, TheBackupEntryIsThereWhenDisplayBackupIsExactlyOne) {
+    setRoots({"/a"});
+    select({"/a/x"});
+    extension->setDisplayBackup(1);
+    EXPECT_EQ(menu(), (std::vector{link, backup}));
+    for (const std::int64_t other : {0, 2, -1}) {
+        extension->setDisplayBackup(other);
+        EXPECT_EQ(menu(), std::vector{link}) << other;
+        EXPECT_EQ(calls("imageNamed: ").size(), 3U); // prepared all the same
+    }
+}
+
+TEST_F(ContextMenu, DisplayUrlLinkIsNotConsulted) {
+    setRoots({"/a"});
+    select({"/a/x"});
+    extension->setDisplayUrlLink(0);
+    EXPECT_EQ(menu(), std::vector{link});
+}
+
+TEST_F(ContextMenu, NoMenuWhileTheLinkIsDownAndTheSelectionIsNotEvenRead) {
+    setRoots({"/a"});
+    select({"/a/x"});
+    extension->setIsSocketConnected(false);
+    for (const auto kind : {0U, 1U, 2U, 3U, 99U}) {
+        EXPECT_EQ(menu(FIMenuKind{kind}), std::nullopt) << kind;
+        EXPECT_TRUE(calls().empty()) << kind;
+    }
+}
+
+TEST_F(ContextMenu, OtherKindsGetNoMenuAndTheSelectionIsReadBeforeTheKindIsTested) {
+    setRoots({"/a"});
+    select({"/a/x"});
+    for (const auto kind :
+         {FIMenuKind::ContextualMenuForContainer, FIMenuKind::ContextualMenuForSidebar,
+          FIMenuKind::ToolbarItemMenu, FIMenuKind{4}}) {
+        EXPECT_EQ(menu(kind), std::nullopt);
+        EXPECT_EQ(calls(), (Strings{"defaultController", "selectedItemURLs"}));
+    }
+}
+
+TEST_F(ContextMenu, OtherKindsNeedNoSelection) {
+    script().selection = std::nullopt;
+    EXPECT_EQ(menu(FIMenuKind::ToolbarItemMenu), std::nullopt);
+}
+
+TEST_F(ContextMenu, NothingOrSeveralItemsSelectedGetNoMenuAndNoTrace) {
+    setRoots({"/a"});
+    for (const Strings& paths : {Strings{}, Strings{"/a/x", "/a/y"}, Strings{"/a/x", "/a/x"}}) {
+        select(paths);
+        EXPECT_EQ(menu(), std::nullopt);
+        EXPECT_EQ(trace(), "");
+    }
+}
+
+TEST_F(ContextMenu, TheRootFolderItselfGetsNoMenu) {
+    setRoots({"/a/Sync"});
+    EXPECT_FALSE(isOfferedOn("/a/Sync"));
+    EXPECT_EQ(trace(), "path: Optional(\"/a/Sync\")\n");
+}
+
+TEST_F(ContextMenu, ARootFolderInsideAnotherGetsTheMenu) {
+    setRoots({"/a/Sync", "/a/Sync/Team"});
+    EXPECT_TRUE(isOfferedOn("/a/Sync/Team"));
+    setRoots({"/a/Sync/Team", "/a/Sync"});
+    EXPECT_TRUE(isOfferedOn("/a/Sync/Team"));
+    EXPECT_FALSE(isOfferedOn("/a/Sync"));
+}
+
+TEST_F(ContextMenu, TheFirstRootThatQualifiesEndsTheWalk) {
+    setRoots({"/x", "/a", "/a/b"});
+    select({"/a/b/c"});
+    EXPECT_TRUE(menu().has_value());
+    EXPECT_EQ(calls("rangeOfString: "), (Strings{"/a/b/c /x", "/a/b/c /a"}));
+    EXPECT_EQ(calls("isEqualToString: "), Strings{"/a/b/c /a"});
+}
+
+TEST_F(ContextMenu, ContainmentIsOfTexts) {
+    setRoots({"/a/Sync"});
+    EXPECT_TRUE(isOfferedOn("/a/SyncOld/x"));
+    EXPECT_TRUE(isOfferedOn("/a/SyncOld"));
+    EXPECT_TRUE(isOfferedOn("/Volumes/other/a/Sync/x"));
+    EXPECT_FALSE(isOfferedOn("/A/sync/x"));
+    EXPECT_FALSE(isOfferedOn("/a/Syn"));
+    EXPECT_FALSE(isOfferedOn("/a"));
+}
+
+TEST_F(ContextMenu, ContainmentAndEqualityKnowCanonicalEquivalence) {
+    setRoots({"/caf\u00e9"});
+    EXPECT_TRUE(isOfferedOn("/cafe\u0301/x"));
+    EXPECT_FALSE(isOfferedOn("/cafe\u0301"));
+    setRoots({"/\u212b"});
+    EXPECT_TRUE(isOfferedOn("/A\u030a/x"));
+    EXPECT_FALSE(isOfferedOn("/\u00c5"));
+}
+
+TEST_F(ContextMenu, ARootThatEndsInTheMiddleOfACombinedCharacterIsNotFound) {
+    setRoots({"/cafe"});
+    EXPECT_FALSE(isOfferedOn("/caf\u00e9/x"));
+    EXPECT_FALSE(isOfferedOn("/cafe\u0301/x"));
+    EXPECT_TRUE(isOfferedOn("/cafes"));
+}
+
+TEST_F(ContextMenu, AnEmptyRootNeverYieldsAMenu) {
+    receive("{\"type\":\"add_folder\",\"path\":\"\"}\n");
+    EXPECT_EQ(extension->pathsOfRootFolders(), Strings{""});
+    EXPECT_FALSE(isOfferedOn("/a/x"));
+    EXPECT_FALSE(isOfferedOn(""));
+}
+
+TEST_F(ContextMenu, PathsThatHoldANulAreComparedToTheirEnd) {
+    const std::string root("/a\0b", 4);
+    setRoots({root});
+    EXPECT_TRUE(isOfferedOn(root + "/x"));
+    EXPECT_EQ(trace(), "path: Optional(\"/a\\0b/x\")\n");
+    EXPECT_FALSE(isOfferedOn(root));
+    EXPECT_FALSE(isOfferedOn("/a"));
+    EXPECT_FALSE(isOfferedOn(std::string("/a\0c", 4)));
+}
+
+TEST_F(ContextMenu, WithoutRootFoldersThereIsNoMenuEvenForAnItemWithoutAPath) {
+    EXPECT_FALSE(isOfferedOn("/a"));
+    EXPECT_EQ(trace(), "path: Optional(\"/a\")\n");
+    script().selection = {makeURL("file:///x", std::nullopt)};
+    EXPECT_EQ(menu(), std::nullopt);
+    EXPECT_EQ(trace(), "path: nil\n");
+}
+
+TEST_F(ContextMenu, EmptyTitlesAreTakenAsTheyStand) {
+    extension->setShareViaUrlTitle("");
+    extension->setBackupTitle("");
+    extension->setDisplayBackup(1);
+    setRoots({"/a"});
+    select({"/a/x"});
+    const auto entries = menu();
+    ASSERT_TRUE(entries.has_value());
+    ASSERT_EQ(entries->size(), 2U);
+    EXPECT_EQ(entries->front().title, "");
+    EXPECT_EQ(entries->back().title, "");
+}
+
+TEST_F(ContextMenu, AMissingImageLeavesTheEntryWithoutOne) {
+    script().images = {"icon_Folder"};
+    extension->setDisplayBackup(1);
+    setRoots({"/a"});
+    select({"/a/x"});
+    const auto entries = menu();
+    ASSERT_TRUE(entries.has_value());
+    ASSERT_EQ(entries->size(), 2U);
+    EXPECT_EQ(entries->front().image, "");
+    EXPECT_EQ(entries->back().image, "");
+}
+
+TEST_F(ContextMenu, EveryMenuIsBuiltAfresh) {
+    setRoots({"/a"});
+    select({"/a/x"});
+    EXPECT_EQ(menu(), std::vector{link});
+    receive(R"({"type":"set_locale","shareContactTitle":"","shareViaUrlTitle":"L\u00e4nk",)"
+            R"("backupTitle":"S\u00e4kra"})"
+            "\n"
+            R"({"type":"set_menu_usage","displayBackup":"1"})"
+            "\n");
+    const auto entries = menu();
+    ASSERT_TRUE(entries.has_value());
+    ASSERT_EQ(entries->size(), 2U);
+    EXPECT_EQ(entries->front().title, "L\u00e4nk");
+    EXPECT_EQ(entries->back().title, "S\u00e4kra");
+}
+
+TEST_F(ContextMenu, NothingIsLogged) {
+    setRoots({"/a"});
+    EXPECT_TRUE(isOfferedOn("/a/x"));
+    EXPECT_TRUE(calls("NSLog").empty());
+}
+
+TEST_F(ContextMenu, AMenuIsOfferedAfterARefusedConnection) {
+    platform::recording::reset();
+    extension = std::make_unique<FinderSync>();
+    EXPECT_EQ(extension->init(), extension.get());
+    platform::recording::runAll();
+    setRoots({"/a"});
+    EXPECT_TRUE(isOfferedOn("/a/x"));
+}
+
+TEST_F(ContextMenu, ThePathIsTracedInItsLiteralForm) {
+    const auto traceOf = [this](const std::string& path) {
+        select({path});
+        (void)menu();
+        return trace();
+    };
+    EXPECT_EQ(traceOf("\\\"'"), "path: Optional(\"\\\\\\\"\\'\")\n");
+    EXPECT_EQ(traceOf(std::string("\0\t\n\r", 4)), "path: Optional(\"\\0\\t\\n\\r\")\n");
+    EXPECT_EQ(traceOf("\x01\x0a\x0b\x1b\x1f\x7f"),
+              "path: Optional(\"\\u{1}\\n\\u{B}\\u{1B}\\u{1F}\\u{7F}\")\n");
+    EXPECT_EQ(traceOf("/caf\u00e9 e\u0301 \u0080 \u200b \U0001f517"),
+              "path: Optional(\"/caf\u00e9 e\u0301 \u0080 \u200b \U0001f517\")\n");
+    EXPECT_EQ(traceOf(""), "path: Optional(\"\")\n");
+}
+
+/// Counts how often the list is fetched, and can make it shorter behind a walk's back.
+class CountingFetches : public FinderSync {
+public:
+    [[nodiscard]] const Strings& pathsOfRootFolders() const override {
+        ++fetches;
+        return fetches > shrinkAfter ? none : FinderSync::pathsOfRootFolders();
+    }
+    mutable int fetches = 0;
+    int shrinkAfter = 1000;
+    Strings none;
+};
+
+TEST_F(ContextMenu, TheListIsFetchedThroughItsGetterAtEachStep) {
+    auto& counting = startConnected<CountingFetches>();
+    setRoots({"/x", "/y", "/z"});
+    counting.fetches = 0;
+    EXPECT_FALSE(isOfferedOn("/a"));
+    EXPECT_EQ(counting.fetches, 4); // the count, then each entry
+}
+
+TEST_F(ContextMenuDeath, AListThatBecomesShorter) {
+    auto& counting = startConnected<CountingFetches>();
+    setRoots({"/x", "/y", "/z"});
+    counting.fetches = 0;
+    counting.shrinkAfter = 2;
+    EXPECT_EXIT(isOfferedOn("/a"), testing::KilledBySignal(SIGABRT),
+                "fatal error: the root folders have changed during a menu request\n$");
+}
+
+TEST_F(ContextMenuDeath, NoSelectionForTheItemsMenu) {
+    script().selection = std::nullopt;
+    EXPECT_EXIT(menu(), testing::KilledBySignal(SIGABRT),
+                "fatal error: there is no selection to show a menu for\n$");
+}
+
+TEST_F(ContextMenuDeath, AnItemWithoutAPathOnceThereIsARootFolder) {
+    setRoots({"/a"});
+    script().selection = {makeURL("file:///x", std::nullopt)};
+    EXPECT_EXIT(menu(), testing::KilledBySignal(SIGABRT),
+                "print: path: nil\nfatal error: the selected URL has no path\n$");
+}
+
+} // namespace
