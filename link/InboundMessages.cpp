@@ -53,7 +53,7 @@ void FinderSync::readInboundMessages() {
             platform::dataWithBytes(buffer, static_cast<std::size_t>(count)));
         if (!text)
             platform::fatalError("inbound bytes are not valid UTF-8");
-        platform::print("server said: " + *text);
+        platform::print("server said: ", *text);
         handleInboundText(*text);
     }
 } // NOLINT(clang-analyzer-unix.Malloc): see above
@@ -77,7 +77,7 @@ void FinderSync::handleInboundMessage(const platform::NSDictionary& message) {
     };
 
     const std::string& type = requiredString(message, "type");
-    platform::print("type - " + type);
+    platform::print("type - ", type);
     for (const auto& [name, command] : commands) {
         if (platform::isEqualToString(type, name)) {
             (this->*command)(message);
@@ -91,7 +91,7 @@ void FinderSync::addFolder(const platform::NSDictionary& message) {
     const std::vector<std::string>& paths = pathsOfRootFolders();
     const auto found = findPath(paths, path);
     if (found != paths.end()) {
-        platform::print("new path is at index " + std::to_string(found - paths.begin()));
+        platform::print("new path is at index ", std::to_string(found - paths.begin()));
         return;
     }
     std::vector<std::string> extended;

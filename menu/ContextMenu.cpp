@@ -75,7 +75,7 @@ std::shared_ptr<platform::NSMenu> FinderSync::menuForMenuKind(platform::FIMenuKi
     if (selection->size() != 1)
         return nullptr;
     const OptionalPath path = selection->front()->path();
-    platform::print("path: " + debugDescription(path));
+    platform::print("path: ", debugDescription(path));
     return isInsideRootFolder(path) ? buildMenu() : nullptr;
 }
 

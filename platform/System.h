@@ -10,10 +10,10 @@
 
 namespace platform {
 
-/// Writes a text and one line feed to standard output. Lines arrive in order and none is lost
+/// Writes a text, a value directly after it, and one line feed to standard output. Lines arrive in order and none is lost
 /// while anybody reads them, a fatal error included; a back end may gather the lines of one event,
 /// but leaves none unwritten while the process waits.
-void print(std::string_view line);
+void print(std::string_view text, std::string_view value = {});
 
 /// `malloc`: a buffer of `size` bytes, 0 included; null when there is no memory. Owned by the
 /// caller.

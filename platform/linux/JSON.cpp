@@ -1,5 +1,6 @@
 #include "platform/linux/JSON.h"
 
+#include <boost/container/small_vector.hpp>
 #include <boost/json/basic_parser_impl.hpp>
 #include <cmath>
 #include <utility>
@@ -101,7 +102,7 @@ private:
 
     /// The containers that are not complete yet, outermost first. A container grows only while it
     /// is the innermost, so these pointers stay valid.
-    std::vector<Object*> open_;
+    boost::container::small_vector<Object*, 8> open_;
     std::string key_;
     std::string string_;
 };

@@ -92,11 +92,10 @@ void writeDiagnostic(Level level, std::string_view prefix, std::string_view text
 
 } // namespace linux_backend
 
-void print(std::string_view line) {
-    std::string& text = gathered();
-    text += line;
-    text += '\n';
-    if (text.size() >= gatherLimit)
+void print(std::string_view text, std::string_view value) {
+    std::string& lines = gathered();
+    lines.append(text).append(value) += '\n';
+    if (lines.size() >= gatherLimit)
         linux_backend::flushStandardOutput();
 }
 

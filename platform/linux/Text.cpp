@@ -96,6 +96,7 @@ bool contains(std::string_view text, std::string_view searched) {
 
 std::vector<std::string_view> split(std::string_view text, std::string_view separator) {
     std::vector<std::string_view> pieces;
+    pieces.reserve(16); // as many as the lines of one read, mostly
     std::size_t begin = 0;
     for (auto end = text.find(separator); end != std::string_view::npos;
          end = text.find(separator, begin)) {

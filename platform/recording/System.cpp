@@ -163,8 +163,8 @@ const char* strerror(int number) {
     return recording::script().errorText.c_str();
 }
 
-void print(std::string_view line) {
-    recording::record("print: " + std::string(line));
+void print(std::string_view text, std::string_view value) {
+    recording::record("print: " + std::string(text) + std::string(value));
 }
 
 void* malloc(std::size_t size) {
