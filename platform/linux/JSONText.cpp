@@ -16,8 +16,8 @@ bool isKnownToJSON(const Object& value) {
     if (const auto* array = std::get_if<NSArray>(&value.value))
         return std::ranges::all_of(*array, isKnownToJSON);
     if (const auto* dictionary = std::get_if<NSDictionary>(&value.value))
-        return std::ranges::all_of(
-            *dictionary, [](const auto& member) { return isKnownToJSON(member.second); });
+        return std::ranges::all_of(*dictionary,
+                                   [](const auto& member) { return isKnownToJSON(member.second); });
     return !std::holds_alternative<NSData>(value.value);
 }
 
@@ -38,9 +38,8 @@ public:
     void operator()(const NSData&) {} // never in a value that JSON knows
 
     void operator()(const NSArray& array) {
-        writeList('[', array, ']', [this](const Object& element) {
-            std::visit(*this, element.value);
-        });
+        writeList('[', array, ']',
+                  [this](const Object& element) { std::visit(*this, element.value); });
     }
     void operator()(const NSDictionary& dictionary) {
         writeList('{', dictionary, '}', [this](const auto& member) {

@@ -44,20 +44,37 @@ void writeFully(int descriptor, std::string_view text) {
     }
 }
 
-std::string withoutControlCharacters(std::string_view text) {
-    std::string line;
-    line.reserve(text.size());
+bool isControlCharacter(char character) {
+    const auto byte = static_cast<unsigned char>(character);
+    return byte < 0x20 || byte == 0x7f;
+}
+
+/// Looks at every character, without a branch, so that the compiler looks at many at a time.
+bool holdsControlCharacter(std::string_view text) {
+    unsigned char found = 0;
     for (const char character : text) {
         const auto byte = static_cast<unsigned char>(character);
-        if (byte >= 0x20 && byte != 0x7f) {
+        const int isControl = static_cast<int>(byte < 0x20) | static_cast<int>(byte == 0x7f);
+        found = static_cast<unsigned char>(found | isControl);
+    }
+    return found != 0;
+}
+
+void appendWithoutControlCharacters(std::string& line, std::string_view text) {
+    if (!holdsControlCharacter(text)) {
+        line += text;
+        return;
+    }
+    for (const char character : text) {
+        if (!isControlCharacter(character)) {
             line += character;
             continue;
         }
-        char escape[5];
-        (void)std::snprintf(escape, sizeof escape, "\\x%02X", byte);
+        char escape[sizeof "\\x7F"];
+        (void)std::snprintf(escape, sizeof escape, "\\x%02X",
+                            static_cast<unsigned>(static_cast<unsigned char>(character)));
         line += escape;
     }
-    return line;
 }
 
 bool namesStandardError(const char* journalStream) {
@@ -82,10 +99,13 @@ bool standardErrorIsJournal() {
 }
 
 void writeDiagnostic(Level level, std::string_view prefix, std::string_view text) {
-    std::string line = standardErrorIsJournal()
-                           ? "<" + std::to_string(static_cast<int>(level)) + ">"
-                           : std::string(prefix);
-    line += withoutControlCharacters(text);
+    static std::string line; // kept for its room
+    line.clear();
+    if (standardErrorIsJournal())
+        line.append("<").append(std::to_string(static_cast<int>(level))).append(">");
+    else
+        line += prefix;
+    appendWithoutControlCharacters(line, text);
     line += '\n';
     writeFully(STDERR_FILENO, line);
 }
