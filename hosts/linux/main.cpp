@@ -10,11 +10,13 @@
 #include "platform/linux/FinderSyncController.h"
 #include "platform/linux/RunLoop.h"
 
-#include <CLI/CLI.hpp>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <optional>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -39,23 +41,48 @@ int serve() {
     return runLoop.run();
 }
 
+void printUsage() {
+    const std::string group(findersync::applicationGroup);
+    (void)std::printf("Finder Sync extension: gives the folders of a sync client a badge and a "
+                      "context menu.\n\n"
+                      "Started by the session bus when a file manager asks for it; runs until "
+                      "SIGTERM or SIGINT.\n\n"
+                      "Usage: finder-sync-extension [--help | --version]\n\n"
+                      "Bus name:  %s.FinderSync\n"
+                      "Settings:  $XDG_CONFIG_HOME/%s/settings.json\n"
+                      "Look inside with: finderctl state\n",
+                      group.c_str(), group.c_str());
+}
+
+/// Answers the command line. Gives the exit code of the process, or none when it is to serve.
+///
+/// By hand: a command-line parser would take more memory, for the life of the process, than all
+/// the rest of its code.
+std::optional<int> answer(int argc, char** argv) {
+    if (argc < 2)
+        return std::nullopt;
+    const std::string_view option = argv[1];
+    if (argc == 2 && (option == "--help" || option == "-h")) {
+        printUsage();
+        return EXIT_SUCCESS;
+    }
+    if (argc == 2 && option == "--version") {
+        (void)std::puts("finder-sync-extension " FINDER_SYNC_VERSION);
+        return EXIT_SUCCESS;
+    }
+    (void)std::fprintf(stderr,
+                       "The following argument was not expected: %s\n"
+                       "Run with --help for more information.\n",
+                       argv[argc - 1]);
+    return 2;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
     std::set_terminate([] { platform::fatalError("unexpected exception"); });
     findersync::secureStandardDescriptors();
-
-    const std::string group(findersync::applicationGroup);
-    CLI::App app("Finder Sync extension: gives the folders of a sync client a badge and a context "
-                 "menu.\n\nStarted by the session bus when a file manager asks for it; runs until "
-                 "SIGTERM or SIGINT.");
-    app.set_version_flag("--version", "finder-sync-extension " FINDER_SYNC_VERSION);
-    app.footer("Bus name:  " + group + ".FinderSync\n" + "Settings:  $XDG_CONFIG_HOME/" + group +
-               "/settings.json\n" + "Look inside with: finderctl state");
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EXIT_SUCCESS : 2;
-    }
+    if (const std::optional<int> code = answer(argc, argv))
+        return *code;
     return serve();
 }

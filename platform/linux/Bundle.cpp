@@ -5,26 +5,42 @@
 
 #include "platform/Foundation.h"
 
-#include <filesystem>
-#include <system_error>
+#include <climits>
+#include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace platform {
 
-namespace fs = std::filesystem;
+namespace {
+
+// std::filesystem would be at home here, but what it brings into memory is more than all the rest
+// of the program's start-up.
+
+std::string_view parentFolder(std::string_view path) {
+    return path.substr(0, path.rfind('/'));
+}
+
+bool isReadableFile(const std::string& path) {
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
+           ::access(path.c_str(), R_OK) == 0;
+}
+
+} // namespace
 
 std::string mainBundlePath() {
-    std::error_code error;
-    const fs::path program = fs::read_symlink("/proc/self/exe", error);
-    return (program.parent_path().parent_path() / "share" / "finder-sync").string();
+    char path[PATH_MAX];
+    const ssize_t length = ::readlink("/proc/self/exe", path, sizeof path);
+    const std::string_view program(path, length > 0 ? static_cast<std::size_t>(length) : 0);
+    return std::string(parentFolder(parentFolder(program))) + "/share/finder-sync";
 }
 
 std::shared_ptr<const NSImage> imageNamed(std::string_view name) {
     if (name.empty() || name.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos)
         return nullptr;
     const std::string path = mainBundlePath() + "/" + std::string(name) + ".svg";
-    std::error_code error;
-    if (!fs::is_regular_file(path, error) || ::access(path.c_str(), R_OK) != 0)
+    if (!isReadableFile(path))
         return nullptr;
     return std::make_shared<linux_backend::ImageFile>(std::string(name), path);
 }

@@ -80,6 +80,7 @@ private:
     std::uint32_t port_;
     int socket_ = -1;
     Link link_ = Link::None;
+    mutable int bytesToldOf_ = 0;     ///< certain to be there, without asking the system
     bool bytesAnnounced_ = false;     ///< told once; not again before something was read
     bool spaceToBeAnnounced_ = false; ///< after opening, and after each write
     sd_event_source* socketSource_ = nullptr;
@@ -254,9 +255,12 @@ void Connection::deliverErrors() {
     }
 }
 
+/// What is there to be read at the least. The system is asked again only when all that it told of
+/// has been read.
 int Connection::bytesToRead() const {
-    int count = 0;
-    return ::ioctl(socket_, FIONREAD, &count) == 0 ? count : 0;
+    if (bytesToldOf_ == 0 && ::ioctl(socket_, FIONREAD, &bytesToldOf_) != 0)
+        bytesToldOf_ = 0;
+    return bytesToldOf_;
 }
 
 bool Connection::hasBytesAvailable() const {
@@ -269,6 +273,8 @@ std::int64_t Connection::read(std::uint8_t* buffer, std::size_t maxLength) {
     if (input.status != Status::Open)
         return -1;
     const ssize_t count = ::recv(socket_, buffer, maxLength, MSG_DONTWAIT);
+    // After a failure the system is asked again, or a reader's loop might never end.
+    bytesToldOf_ = count > 0 && count < bytesToldOf_ ? bytesToldOf_ - static_cast<int>(count) : 0;
     if (bytesAnnounced_) {
         bytesAnnounced_ = false;
         updateInterest();

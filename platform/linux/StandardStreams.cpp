@@ -17,8 +17,8 @@ namespace platform {
 namespace {
 
 /// A read of inbound messages can print for as long as bytes keep coming; this bounds what is
-/// gathered meanwhile.
-constexpr std::size_t gatherLimit = std::size_t{64} * 1024;
+/// gathered meanwhile. The trace's reader is to work at the same time, not only when all is done.
+constexpr std::size_t gatherLimit = std::size_t{16} * 1024;
 
 std::string& gathered() {
     static std::string text;

@@ -1,5 +1,6 @@
 #include "platform/linux/Text.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -7,7 +8,7 @@
 #include <unicode/normalizer2.h>
 #include <unicode/normlzr.h>
 #include <unicode/unistr.h>
-#include <unicode/ustring.h>
+#include <unicode/utf8.h>
 
 namespace platform::linux_backend {
 
@@ -25,6 +26,10 @@ std::size_t asciiPrefix(std::string_view text) {
     while (at < text.size() && (static_cast<unsigned char>(text[at]) & 0x80U) == 0)
         ++at;
     return at;
+}
+
+bool isASCII(char character) {
+    return (static_cast<unsigned char>(character) & 0x80U) == 0;
 }
 
 bool isASCII(std::string_view text) {
@@ -58,24 +63,36 @@ bool isCharacterBoundary(const icu::UnicodeString& text, std::int32_t at) {
 } // namespace
 
 bool isUTF8(std::string_view text) {
-    text.remove_prefix(asciiPrefix(text));
-    if (text.empty())
-        return true;
-    UErrorCode status = U_ZERO_ERROR;
-    // Nothing is converted: asking for the length of the result checks the whole text.
-    (void)u_strFromUTF8(nullptr, 0, nullptr, text.data(), static_cast<std::int32_t>(text.size()),
-                        &status);
-    return status == U_BUFFER_OVERFLOW_ERROR;
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(text.data());
+    const auto length = static_cast<std::int32_t>(text.size());
+    for (std::int32_t at = 0; at < length;) {
+        at += static_cast<std::int32_t>(asciiPrefix(text.substr(static_cast<std::size_t>(at))));
+        UChar32 character = 0;
+        if (at < length)
+            U8_NEXT(bytes, at, length, character);
+        if (character < 0)
+            return false;
+    }
+    return true;
 }
 
 bool areCanonicallyEquivalent(std::string_view one, std::string_view other) {
     if (one == other)
         return true;
-    if (isASCII(one) && isASCII(other))
+    const auto [inOne, inOther] = std::ranges::mismatch(one, other);
+    // A text that another one goes on from has fewer characters, in decomposed form too.
+    if (inOne == one.end() || inOther == other.end())
         return false;
+    // Nothing combines or changes places across the start of an ASCII character: two of them that
+    // differ decide the matter, and the last one before the difference is where to compare from.
+    if (isASCII(*inOne) && isASCII(*inOther))
+        return false;
+    auto begin = static_cast<std::size_t>(inOne - one.begin());
+    while (begin > 0 && !isASCII(one[--begin])) {
+    }
     UErrorCode status = U_ZERO_ERROR;
-    const std::int32_t order =
-        icu::Normalizer::compare(unicodeString(one), unicodeString(other), 0, status);
+    const std::int32_t order = icu::Normalizer::compare(
+        unicodeString(one.substr(begin)), unicodeString(other.substr(begin)), 0, status);
     return U_SUCCESS(status) != 0 && order == 0;
 }
 

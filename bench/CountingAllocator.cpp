@@ -1,0 +1,142 @@
+// counting-allocator: loaded in front of the C library, it notes how many bytes of the heap a
+// program has requested and not freed. Each block is preceded by a note of its size.
+
+#include "bench/LiveBytes.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+// The C library's own allocator, by the names that stay reachable when the usual ones are replaced.
+extern "C" {
+void* __libc_malloc(std::size_t);
+void* __libc_calloc(std::size_t, std::size_t);
+void* __libc_memalign(std::size_t, std::size_t);
+void __libc_free(void*);
+}
+
+namespace {
+
+using findersync::bench::LiveBytes;
+
+struct alignas(std::max_align_t) Note {
+    std::size_t size; ///< as requested
+    void* block;      ///< as the C library gave it
+};
+
+LiveBytes beforeTheFileIsOpen;
+LiveBytes* liveBytes = &beforeTheFileIsOpen;
+
+/// Goes on counting in the file that the environment names.
+__attribute__((constructor)) void openFile() {
+    const char* const path = std::getenv(findersync::bench::liveBytesVariable);
+    const int file = path == nullptr ? -1 : ::open(path, O_RDWR | O_CLOEXEC);
+    void* const memory =
+        ::mmap(nullptr, sizeof(LiveBytes), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    if (memory == MAP_FAILED)
+        std::abort();
+    ::close(file);
+    auto* const opened = static_cast<LiveBytes*>(memory);
+    opened->bytes = beforeTheFileIsOpen.bytes.load();
+    opened->blocks = beforeTheFileIsOpen.blocks.load();
+    liveBytes = opened;
+}
+
+Note* noteOf(void* memory) {
+    return static_cast<Note*>(memory) - 1;
+}
+
+/// Notes the size in the room before `offset`, and gives what the program gets to see.
+void* noted(void* block, std::size_t offset, std::size_t size) {
+    if (block == nullptr)
+        return nullptr;
+    void* const memory = static_cast<std::byte*>(block) + offset;
+    *noteOf(memory) = {.size = size, .block = block};
+    liveBytes->bytes += static_cast<std::int64_t>(size);
+    ++liveBytes->blocks;
+    return memory;
+}
+
+/// The size of a block together with the room for its note, or 0 when there is no such size.
+std::size_t sizeWithRoom(std::size_t size, std::size_t room) {
+    std::size_t sum = 0;
+    if (__builtin_add_overflow(size, room, &sum)) {
+        errno = ENOMEM;
+        return 0;
+    }
+    return sum;
+}
+
+void* allocateAligned(std::size_t alignment, std::size_t size) {
+    const std::size_t offset = alignment > sizeof(Note) ? alignment : sizeof(Note);
+    const std::size_t total = sizeWithRoom(size, offset);
+    return total == 0 ? nullptr : noted(__libc_memalign(alignment, total), offset, size);
+}
+
+} // namespace
+
+extern "C" {
+
+void* malloc(std::size_t size) {
+    const std::size_t total = sizeWithRoom(size, sizeof(Note));
+    return total == 0 ? nullptr : noted(__libc_malloc(total), sizeof(Note), size);
+}
+
+void* calloc(std::size_t count, std::size_t elementSize) {
+    std::size_t size = 0;
+    if (__builtin_mul_overflow(count, elementSize, &size)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    const std::size_t total = sizeWithRoom(size, sizeof(Note));
+    return total == 0 ? nullptr : noted(__libc_calloc(1, total), sizeof(Note), size);
+}
+
+void free(void* memory) {
+    if (memory == nullptr)
+        return;
+    const Note note = *noteOf(memory);
+    liveBytes->bytes -= static_cast<std::int64_t>(note.size);
+    --liveBytes->blocks;
+    __libc_free(note.block);
+}
+
+void* realloc(void* memory, std::size_t size) {
+    if (memory == nullptr)
+        return malloc(size);
+    if (size == 0) {
+        free(memory);
+        return nullptr;
+    }
+    void* const larger = malloc(size);
+    if (larger != nullptr) {
+        const std::size_t before = noteOf(memory)->size;
+        std::memcpy(larger, memory, before < size ? before : size);
+        free(memory);
+    }
+    return larger;
+}
+
+void* memalign(std::size_t alignment, std::size_t size) {
+    return allocateAligned(alignment, size);
+}
+
+void* aligned_alloc(std::size_t alignment, std::size_t size) {
+    return allocateAligned(alignment, size);
+}
+
+int posix_memalign(void** result, std::size_t alignment, std::size_t size) {
+    *result = allocateAligned(alignment, size);
+    return *result == nullptr ? ENOMEM : 0;
+}
+
+std::size_t malloc_usable_size(void* memory) {
+    return memory == nullptr ? 0 : noteOf(memory)->size;
+}
+
+} // extern "C"
