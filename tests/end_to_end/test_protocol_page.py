@@ -5,13 +5,14 @@ import pathlib
 import re
 
 PAGE = pathlib.Path(__file__).parents[2] / "docs/protocol.md"
-BLOCK = re.compile(r"^```(send|trace|state)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+BLOCK = re.compile(r"^```(send|trace|state|click|receive)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 
 
 def test_the_examples_of_the_protocol_page(session):
     peer, extension = session.start_connected()
     blocks = BLOCK.findall(PAGE.read_text(encoding="utf-8"))
-    assert [kind for kind, _ in blocks].count("send") >= 5
+    kinds = [kind for kind, _ in blocks]
+    assert kinds.count("send") >= 5 and kinds.count("receive") >= 2
     seen = len(extension.output())
     for kind, text in blocks:
         if kind == "send":
@@ -20,6 +21,16 @@ def test_the_examples_of_the_protocol_page(session):
             extension.wait_output(text)
             assert extension.output()[seen:] == text
             seen += len(text)
+        elif kind == "click":
+            for click in text.splitlines():
+                selector, *urls = click.split(" ")
+                session.method("PerformAction", "sas", selector, urls)
+        elif kind == "receive":
+            expected = text.removesuffix("\n").encode()
+            received = b""
+            while len(received) < len(expected):
+                received += peer.connection.recv(len(expected) - len(received))
+            assert received == expected
         else:
             for expectation in text.splitlines():
                 name, value = expectation.split(" ", 1)

@@ -1,0 +1,1 @@
+"""Tests of the two programs for the terminal."""

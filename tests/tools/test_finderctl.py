@@ -1,0 +1,360 @@
+"""The Finder for the terminal, against the real extension on a bus of its own."""
+
+import json
+import os
+import select
+import signal
+import subprocess
+
+import pytest
+from jeepney import DBusAddress, HeaderFields, new_method_call
+from jeepney.io.blocking import open_dbus_connection
+
+from .running_programs import GROUP, wait_until
+
+BUS_NAME = f"{GROUP}.FinderSync"
+NAMES = ["myFolderURL", "pathsOfRootFolders", "serverAddress", "serverPort", "isSocketConnected",
+         "displayUrlLink", "displayBackup", "shareContactTitle", "shareViaUrlTitle", "backupTitle",
+         "directoryURLs", "badges"]
+
+
+@pytest.fixture
+def finderctl(start, binaries):
+    """Runs finderctl to its end; gives exit code, output and messages."""
+
+    def runner(*arguments, **options):
+        program = start(binaries / "finderctl", *arguments, **options)
+        return program.wait(), program.out.text, program.err.text
+
+    return runner
+
+
+@pytest.fixture
+def linked(bus, start_companion, start_extension):
+    """A companion and an extension that is connected to it."""
+    companion = start_companion()
+    extension = start_extension(companion.port, RootFolder="/watched dir", DisplayBackup=2**62,
+                                ShareContactTitle='Share "with"\nall', BackupTitle="Sichern ü")
+    companion.extension = extension
+    return companion
+
+
+@pytest.fixture
+def monitor(start, binaries):
+    """Starts a monitor and waits until it has subscribed."""
+
+    def starter(*arguments, **options):
+        program = start(binaries / "finderctl", "monitor", *arguments, **options)
+        program.out.wait_for("running")
+        return program
+
+    return starter
+
+
+# Without anybody to talk to
+
+
+@pytest.mark.parametrize("arguments", [["state"], ["observe", "/x"], ["unobserve", "/x"]])
+def test_extension_not_running(bus, finderctl, arguments):
+    code, out, err = finderctl(*arguments)
+    assert (code, out) == (3, "")
+    assert f"the extension is not running (nobody owns {BUS_NAME} on the session bus)" in err
+    assert "start finder-sync-extension" in err
+
+
+@pytest.mark.parametrize("arguments", [["state"], ["observe", "/x"], ["monitor"]])
+def test_no_session_bus(finderctl, environment, tmp_path, arguments):
+    environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={tmp_path}/nothing"
+    code, out, err = finderctl(*arguments)
+    assert (code, out) == (1, "")
+    assert "no session bus" in err
+
+
+@pytest.mark.parametrize("arguments", [
+    [], ["nonsense"], ["--nonsense"], ["state", "surplus"], ["observe"], ["monitor", "x"],
+])
+def test_wrong_usage(finderctl, arguments):
+    code, out, err = finderctl(*arguments)
+    assert (code, out) == (2, "")
+    assert err
+
+
+def test_help_and_version(finderctl):
+    code, out, _ = finderctl("--help")
+    assert code == 0 and all(name in out for name in ("state", "observe", "unobserve", "monitor"))
+    code, out, _ = finderctl("--version")
+    assert code == 0 and out.startswith("finderctl ")
+
+
+def test_nothing_starts_the_extension(start, binaries, finderctl, environment, home, tmp_path):
+    services = home / "data" / "dbus-1" / "services"
+    services.mkdir(parents=True)
+    marker = tmp_path / "started"
+    (services / f"{BUS_NAME}.service").write_text(
+        f"[D-BUS Service]\nName={BUS_NAME}\nExec=/usr/bin/touch {marker}\n")
+    daemon = start("dbus-daemon", "--session", "--print-address", "--nofork", "--nopidfile",
+                   environment={**environment, "XDG_DATA_HOME": str(home / "data")},
+                   stdin=subprocess.DEVNULL)
+    address = daemon.out.wait_for(r"(unix:\S+)\n").group(1)
+    environment["DBUS_SESSION_BUS_ADDRESS"] = address
+
+    watcher = start(binaries / "finderctl", "monitor")
+    watcher.out.wait_for("the extension is not running\n")
+    assert [finderctl("state")[0], finderctl("observe", "/x")[0]] == [3, 3]
+    assert not marker.exists()
+
+    # The bus would have started it for anybody else.
+    with open_dbus_connection(bus=address) as connection:
+        connection.send(new_method_call(DBusAddress("/FinderSync", BUS_NAME,
+                                                    "findersync.Extension1"), "Any"))
+        wait_until(marker.exists, "activation")
+
+
+# state
+
+
+def test_state_as_json(linked, finderctl, binaries):
+    linked.write("add_folder /a b\nadd_folder /ü\n")
+    linked.extension.out.wait_for("(?s)add_folder.*server said.*add_folder.*type - add_folder")
+    code, out, err = finderctl("--json", "state")
+    assert (code, err) == (0, "")
+    assert out.count("\n") == 1
+    state = json.loads(out)
+    assert list(state) == NAMES
+    icon = state["badges"]["FolderIco"]
+    assert icon["label"] == "Folder Icon" and os.path.isabs(icon["image"])
+    del state["badges"]
+    assert state == {
+        "myFolderURL": "file:///watched%20dir", "pathsOfRootFolders": ["/a b", "/ü"],
+        "serverAddress": "127.0.0.1", "serverPort": linked.port, "isSocketConnected": True,
+        "displayUrlLink": 1, "displayBackup": 2**62, "shareContactTitle": 'Share "with"\nall',
+        "shareViaUrlTitle": "", "backupTitle": "Sichern ü",
+        "directoryURLs": ["file:///watched%20dir"]}
+
+
+def test_state_for_people(linked, finderctl):
+    linked.write('raw {"type":"add_folder","path":"/a\\nb\\u009b"}\n')
+    linked.extension.out.wait_for("type - add_folder")
+    linked.write("add_folder /c\n")
+    linked.extension.out.wait_for("(?s)type - add_folder.*type - add_folder")
+    code, out, err = finderctl("state")
+    assert (code, err) == (0, "")
+    lines = out.splitlines()
+    assert [line.split()[0] for line in lines if not line.startswith(" ")] == NAMES
+    column = lines[0].index("file:")
+    assert all(line[column - 1] == " " and line[column] != " "
+               for line in lines if len(line) > column)
+    assert [line[column:] for line in lines[1:3]] == ["/a\\x0Ab\\xC2\\x9B", "/c"]
+    assert f"serverPort{' ' * (column - 10)}{linked.port}" in lines
+    assert f"isSocketConnected{' ' * (column - 17)}true" in lines
+    assert f"shareContactTitle{' ' * (column - 17)}Share \"with\"\\x0Aall" in lines
+    assert "shareViaUrlTitle" in lines
+    assert any(line.startswith("badges") and "FolderIco: " in line for line in lines)
+
+
+def test_state_without_folders(linked, finderctl):
+    assert "pathsOfRootFolders  (none)\n" in finderctl("state")[1]
+
+
+def test_json_may_follow_the_subcommand(linked, finderctl):
+    assert list(json.loads(finderctl("state", "--json")[1])) == NAMES
+
+
+def test_output_that_nobody_reads(linked, start, binaries):
+    read_end, write_end = os.pipe()
+    os.close(read_end)
+    program = start(binaries / "finderctl", "state", stdout=write_end)
+    os.close(write_end)
+    assert program.wait() == 0
+    assert program.err.text == ""
+
+
+def test_output_that_cannot_be_written(linked, start, binaries):
+    with open("/dev/full", "wb") as full:
+        program = start(binaries / "finderctl", "state", stdout=full)
+    assert program.wait() == 1
+    assert "No space left" in program.err.text
+
+
+# observe and unobserve
+
+
+@pytest.mark.parametrize("command, callback", [
+    ("observe", "beginObservingDirectoryAtURL"), ("unobserve", "endObservingDirectoryAtURL")])
+def test_observe(linked, finderctl, tmp_path, command, callback):
+    (tmp_path / "link").symlink_to("/nowhere")
+    code, out, err = finderctl(
+        command, "/a b/ü?#%", "link", "./x/../y//z/.", ".", "/", "file:///as%20is", "file:/short",
+        cwd=tmp_path)
+    assert (code, out, err) == (0, "", "")
+    here = f"file://{tmp_path}"
+    expected = ["file:///a%20b/%C3%BC%3F%23%25", f"{here}/link", f"{here}/y/z", here, "file:///",
+                "file:///as%20is", "file:/short"]
+    linked.extension.err.wait_for("short")
+    observed = [line.split(f"{callback}: ")[1] for line in linked.extension.err.lines()
+                if callback in line]
+    assert [url.rstrip("/") or url for url in observed] == [url.rstrip("/") for url in expected]
+
+
+def test_refused_urls(linked, finderctl):
+    code, out, err = finderctl("observe", "https://example.com/x", "/good", "file:///a?b",
+                               "file://elsewhere/x")
+    assert (code, out) == (1, "")
+    assert len(err.splitlines()) == 3
+    assert '"https://example.com/x" is not the URL of a local file' in err
+    linked.extension.err.wait_for("beginObservingDirectoryAtURL: file:///good")
+
+
+@pytest.mark.parametrize("argument, message", [
+    (b"/bad\xff", '"/bad\\xFF" is not valid UTF-8'), (b"file:///\xff", "is not valid UTF-8"),
+    (b"", "empty")])
+def test_arguments_that_cannot_be_urls(linked, finderctl, argument, message):
+    code, out, err = finderctl("observe", b"/good", argument)
+    assert (code, out) == (1, "")
+    assert message in err
+    assert "good" not in linked.extension.err.text
+
+
+def test_working_directory_that_is_gone(bus, start, binaries, tmp_path):
+    gone = tmp_path / "gone"
+    gone.mkdir()
+    program = start("sh", "-c", 'rmdir "$1" && exec "$2" observe x', "sh", gone,
+                    binaries / "finderctl", cwd=gone)
+    assert program.wait() == 1
+    assert '"x" cannot be made an absolute path' in program.err.text
+
+
+# An extension in trouble
+
+
+@pytest.mark.parametrize("arguments", [["state"], ["observe", "/x"]])
+def test_extension_that_does_not_answer(linked, finderctl, arguments):
+    linked.extension.signal(signal.SIGSTOP)
+    code, out, err = finderctl(*arguments)
+    assert (code, out) == (1, "")
+    assert "does not answer" in err and "5 seconds" in err
+
+
+def test_extension_that_ends_before_it_answers(linked, start, binaries, environment):
+    linked.extension.signal(signal.SIGSTOP)
+    with open_dbus_connection(bus=environment["DBUS_SESSION_BUS_ADDRESS"]) as connection:
+        connection.send_and_get_reply(new_method_call(
+            DBusAddress("/org/freedesktop/DBus", "org.freedesktop.DBus",
+                        "org.freedesktop.DBus.Monitoring"),
+            "BecomeMonitor", "asu", (["member='GetAll'"], 0)))
+        program = start(binaries / "finderctl", "state")
+        while connection.receive(timeout=20).header.fields.get(HeaderFields.member) != "GetAll":
+            pass
+    linked.extension.process.kill()
+    assert program.wait(4) == 1
+    assert "ended before it answered" in program.err.text
+
+
+# monitor
+
+
+def test_monitor(linked, monitor):
+    watcher = monitor()
+    assert watcher.out.text == "the extension is running\n"
+    linked.write("add_folder /a b\n")
+    watcher.out.wait_for('pathsOfRootFolders: \\["/a b"\\]\n')
+    linked.write("set_menu_usage 1\n")
+    watcher.out.wait_for("displayBackup: 1\n")
+    linked.write('set_locale "one two" b c\n')
+    watcher.out.wait_for("backupTitle: c\n")
+    assert "shareContactTitle: one two\n" in watcher.out.text
+    assert "shareViaUrlTitle: b\n" in watcher.out.text
+    linked.end_input()
+    watcher.out.wait_for("isSocketConnected: false\n")
+    assert len(watcher.out.lines()) == 7
+    watcher.signal(signal.SIGINT)
+    assert watcher.wait(5) == 0
+    assert watcher.err.text == ""
+
+
+def test_monitor_json(linked, monitor):
+    watcher = monitor("--json")
+    linked.write('set_locale "a\\"" ü "c"\n')
+    watcher.out.wait_for("c\"}\n")
+    assert [json.loads(line) for line in watcher.out.lines()] == [
+        {"running": True},
+        {"shareContactTitle": 'a"', "shareViaUrlTitle": "ü", "backupTitle": "c"}]
+    linked.extension.signal(signal.SIGTERM)
+    watcher.out.wait_for('{"running":false}\n')
+    watcher.signal(signal.SIGTERM)
+    assert watcher.wait(5) == 0
+
+
+def test_monitor_prints_one_line_for_each_property(linked, monitor):
+    watcher = monitor()
+    linked.write('raw {"type":"set_locale","shareContactTitle":"x\\ny","shareViaUrlTitle":"",'
+                 '"backupTitle":"end"}\n')
+    watcher.out.wait_for("backupTitle: end\n")
+    assert "shareContactTitle: x\\x0Ay\n" in watcher.out.text
+
+
+def test_monitor_before_and_after_the_extension(bus, start_companion, start_extension, monitor):
+    watcher = monitor()
+    assert watcher.out.text == "the extension is not running\n"
+    companion = start_companion()
+    for _ in range(2):
+        extension = start_extension(companion.port)
+        companion.write("add_folder /a\n")
+        extension.out.wait_for("type - add_folder")
+        extension.signal(signal.SIGTERM)
+        assert extension.wait() == 0
+    wait_until(lambda: watcher.out.text.count("disappeared") == 2, "the end of the second")
+    lines = [line for line in watcher.out.lines() if "isSocketConnected" not in line]
+    assert lines == ["the extension is not running"] + [
+        "the extension has appeared", 'pathsOfRootFolders: ["/a"]',
+        "the extension has disappeared"] * 2
+
+
+def test_monitor_ends_with_its_reader(bus, start, binaries):
+    read_end, write_end = os.pipe()
+    watcher = start(binaries / "finderctl", "monitor", stdout=write_end)
+    os.close(write_end)
+    assert os.read(read_end, 100) == b"the extension is not running\n"
+    os.close(read_end)
+    assert watcher.wait(5) == 0
+    assert watcher.err.text == ""
+
+
+def test_monitor_ends_while_its_reader_sleeps(linked, start, binaries):
+    """A signal ends it, even when a full pipe holds it up."""
+    read_end, write_end = os.pipe()
+    watcher = start(binaries / "finderctl", "monitor", stdout=write_end)
+    assert os.read(read_end, 100) == b"the extension is running\n"
+    linked.write("".join(f"add_folder /{'x' * 900}{number}\n" for number in range(100)))
+    wait_until(lambda: not select.select([], [write_end], [], 0)[1], "a full pipe")
+    watcher.signal(signal.SIGTERM)
+    assert watcher.wait(5) == 0
+    os.close(read_end)
+    os.close(write_end)
+
+
+def test_monitor_into_a_file(linked, start, binaries, tmp_path):
+    path = tmp_path / "output"
+    with path.open("wb") as file:
+        watcher = start(binaries / "finderctl", "monitor", stdout=file)
+    wait_until(lambda: path.read_text() == "the extension is running\n", "the first line")
+    watcher.signal(signal.SIGINT)
+    assert watcher.wait(5) == 0
+
+
+def test_monitor_when_the_bus_goes(bus, monitor):
+    watcher = monitor()
+    bus.signal(signal.SIGTERM)
+    assert watcher.wait(5) == 1
+    assert "the session bus has gone" in watcher.err.text
+
+
+def test_monitor_misses_nothing_after_its_first_line(linked, monitor, finderctl):
+    """Whoever reads the state after the first line gets every later change from the monitor."""
+    watcher = monitor("--json")
+    linked.write("".join(f"add_folder /{number}\n" for number in range(50)))
+    wait_until(lambda: linked.extension.out.text.count("type - add_folder") == 50, "50 folders")
+    state = json.loads(finderctl("--json", "state")[1])
+    assert len(state["pathsOfRootFolders"]) == 50
+    wait_until(lambda: json.loads(watcher.out.lines()[-1]) ==
+               {"pathsOfRootFolders": state["pathsOfRootFolders"]}, "the last change")

@@ -1,0 +1,66 @@
+#include "tools/companion/Screen.h"
+
+#include "tools/console/StandardStreams.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
+
+namespace companion {
+
+namespace {
+
+constexpr std::string_view reportColor = "\033[32m";
+constexpr std::string_view statusColor = "\033[36m";
+constexpr std::string_view errorColor = "\033[31m";
+constexpr std::string_view otherColor = "\033[2m";
+constexpr std::string_view noColor = "\033[0m";
+
+bool isColorWelcome(int descriptor) {
+    const char* const refused = std::getenv("NO_COLOR");
+    const char* const terminal = std::getenv("TERM");
+    return ::isatty(descriptor) == 1 && (refused == nullptr || *refused == '\0') &&
+           terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+}
+
+} // namespace
+
+Screen::Screen(Color color) {
+    for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO})
+        hasColor_[descriptor] =
+            color == Color::Always || (color == Color::Automatic && isColorWelcome(descriptor));
+}
+
+bool Screen::report(const std::string& text) {
+    return print(STDOUT_FILENO, text, reportColor) == 0;
+}
+
+void Screen::status(std::string_view text) {
+    (void)print(STDERR_FILENO, text, statusColor);
+}
+
+void Screen::other(std::string_view text) {
+    (void)print(STDERR_FILENO, text, otherColor);
+}
+
+void Screen::error(std::string_view text) {
+    (void)print(STDERR_FILENO, text, errorColor);
+}
+
+int Screen::print(int descriptor, std::string_view text, std::string_view color) {
+    std::string line;
+    if (hasColor_[descriptor])
+        line.append(color).append(text).append(noColor);
+    else
+        line = text;
+    line += '\n';
+
+    if (editedLine_ != nullptr)
+        editedLine_->hide();
+    const int result = console::writeFully(descriptor, line);
+    if (editedLine_ != nullptr)
+        editedLine_->show();
+    return result;
+}
+
+} // namespace companion

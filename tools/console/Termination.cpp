@@ -1,0 +1,83 @@
+#include "tools/console/Termination.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+namespace console {
+
+namespace {
+
+constexpr unsigned patienceInSeconds = 1;
+
+// What signal handlers need, which know only globals.
+// NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
+
+/// Carries the request from the handler to the event loop.
+int terminationRequest = -1;
+
+termios terminalSettings{};
+volatile std::sig_atomic_t hasTerminalSettings = 0;
+
+// NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
+
+void terminateNow(int) {
+    if (hasTerminalSettings != 0)
+        (void)::tcsetattr(STDIN_FILENO, TCSANOW, &terminalSettings);
+    ::_exit(EXIT_SUCCESS);
+}
+
+void requestTermination(int signal) {
+    const int savedErrno = errno;
+    const std::uint64_t one = 1;
+    if (::write(terminationRequest, &one, sizeof one) < 0)
+        terminateNow(signal);
+    (void)::alarm(patienceInSeconds);
+    errno = savedErrno;
+}
+
+void handle(int signal, void (*handler)(int)) {
+    struct sigaction action {};
+    action.sa_handler = handler;
+    action.sa_flags = SA_RESTART;
+    (void)sigemptyset(&action.sa_mask);
+    (void)::sigaction(signal, &action, nullptr);
+}
+
+bool isIgnored(int signal) {
+    struct sigaction action {};
+    return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+} // namespace
+
+int endOnSignals(sd_event* event) {
+    terminationRequest = ::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK);
+    if (terminationRequest < 0)
+        return -errno;
+    const auto end = [](sd_event_source* source, int, std::uint32_t, void*) {
+        return sd_event_exit(sd_event_source_get_event(source), EXIT_SUCCESS);
+    };
+    if (const int result =
+            sd_event_add_io(event, nullptr, terminationRequest, EPOLLIN, end, nullptr);
+        result < 0)
+        return result;
+    handle(SIGPIPE, SIG_IGN);
+    handle(SIGALRM, terminateNow);
+    handle(SIGINT, requestTermination);
+    handle(SIGTERM, requestTermination);
+    if (!isIgnored(SIGHUP))
+        handle(SIGHUP, requestTermination);
+    return 0;
+}
+
+void restoreTerminalOnSuddenEnd(const termios& settings) {
+    terminalSettings = settings;
+    hasTerminalSettings = 1;
+}
+
+} // namespace console

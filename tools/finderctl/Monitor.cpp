@@ -1,0 +1,202 @@
+// finderctl monitor: prints what changes, as it changes.
+
+#include "tools/console/Termination.h"
+#include "tools/finderctl/Extension.h"
+#include "tools/finderctl/Failure.h"
+#include "tools/finderctl/Output.h"
+#include "tools/finderctl/Properties.h"
+#include "tools/finderctl/Subcommands.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <sys/epoll.h>
+#include <systemd/sd-event.h>
+#include <unistd.h>
+#include <utility>
+
+namespace finderctl {
+
+namespace {
+
+namespace json = boost::json;
+
+constexpr const char* driver = "org.freedesktop.DBus";
+constexpr const char* whatFailed = "the session bus cannot be watched";
+
+struct ReleaseEvent {
+    void operator()(sd_event* event) const { sd_event_unref(event); }
+};
+
+class Monitor {
+public:
+    explicit Monitor(bool isJSON) : isJSON_(isJSON) {}
+
+    /// Prints until a signal or the reader ends it. Gives the exit code.
+    [[nodiscard]] int run();
+
+private:
+    using Handler = void (Monitor::*)(sd_bus_message*);
+
+    void watchOutput();
+    void watchBus();
+    void askForOwner();
+    void ownerTold(sd_bus_message* reply);
+    void ownerChanged(sd_bus_message* signal);
+    void propertiesChanged(sd_bus_message* signal);
+    void setRunning(bool isRunning);
+    void show(const std::string& text);
+
+    void fail(std::exception_ptr failure);
+
+    template <Handler handler>
+    static int handle(sd_bus_message* message, void* self, sd_bus_error*) noexcept;
+    static int busGone(sd_bus_message*, void* self, sd_bus_error*) noexcept;
+
+    bool isJSON_;
+    std::unique_ptr<sd_event, ReleaseEvent> event_;
+    Extension extension_;
+    std::optional<bool> isRunning_; ///< None as long as the bus has not told.
+    std::exception_ptr failure_;
+};
+
+template <Monitor::Handler handler>
+int Monitor::handle(sd_bus_message* message, void* self, sd_bus_error*) noexcept {
+    auto& monitor = *static_cast<Monitor*>(self);
+    try {
+        (monitor.*handler)(message);
+    } catch (...) {
+        monitor.fail(std::current_exception());
+    }
+    return 0;
+}
+
+int Monitor::busGone(sd_bus_message*, void* self, sd_bus_error*) noexcept {
+    static_cast<Monitor*>(self)->fail(
+        std::make_exception_ptr(Failure("the session bus has gone, so the session is over")));
+    return 0;
+}
+
+/// Has an exception end the event loop, since nothing may be thrown through it.
+void Monitor::fail(std::exception_ptr failure) {
+    failure_ = std::move(failure);
+    (void)sd_event_exit(event_.get(), EXIT_FAILURE);
+}
+
+int Monitor::run() {
+    sd_event* event = nullptr;
+    check(sd_event_new(&event), whatFailed);
+    event_.reset(event);
+    check(console::endOnSignals(event), "signals cannot be watched");
+    watchOutput();
+    // Subscribing comes before asking, so that no change falls between the two.
+    watchBus();
+    askForOwner();
+    check(sd_bus_attach_event(extension_.bus(), event, SD_EVENT_PRIORITY_NORMAL), whatFailed);
+    const int exitCode = sd_event_loop(event);
+    if (failure_)
+        std::rethrow_exception(failure_);
+    check(exitCode, whatFailed);
+    return exitCode;
+}
+
+/// Has the loop end when the reader of standard output goes, even if there is nothing to print.
+void Monitor::watchOutput() {
+    const auto end = [](sd_event_source* source, int, std::uint32_t, void*) {
+        return sd_event_exit(sd_event_source_get_event(source), EXIT_SUCCESS);
+    };
+    // No event is asked for: errors and hang-ups are told in any case. A file has none of them.
+    const int result = sd_event_add_io(event_.get(), nullptr, STDOUT_FILENO, 0, end, nullptr);
+    check(result == -EPERM ? 0 : result, "standard output cannot be watched");
+}
+
+void Monitor::watchBus() {
+    sd_bus* const bus = extension_.bus();
+    const std::string ownerRule = "type='signal',sender='org.freedesktop.DBus',"
+                                  "path='/org/freedesktop/DBus',"
+                                  "interface='org.freedesktop.DBus',member='NameOwnerChanged',"
+                                  "arg0='" +
+                                  std::string(Extension::busName) + "'";
+    check(sd_bus_add_match(bus, nullptr, ownerRule.c_str(), handle<&Monitor::ownerChanged>, this),
+          whatFailed);
+    check(sd_bus_match_signal(bus, nullptr, Extension::busName, Extension::objectPath,
+                              Extension::propertiesInterface, "PropertiesChanged",
+                              handle<&Monitor::propertiesChanged>, this),
+          whatFailed);
+    check(sd_bus_match_signal_async(bus, nullptr, "org.freedesktop.DBus.Local", nullptr,
+                                    "org.freedesktop.DBus.Local", "Disconnected", busGone, nullptr,
+                                    this),
+          whatFailed);
+}
+
+void Monitor::askForOwner() {
+    check(sd_bus_call_method_async(extension_.bus(), nullptr, driver, "/org/freedesktop/DBus",
+                                   driver, "NameHasOwner", handle<&Monitor::ownerTold>, this, "s",
+                                   Extension::busName),
+          whatFailed);
+}
+
+void Monitor::ownerTold(sd_bus_message* reply) {
+    int isRunning = 0;
+    check(sd_bus_message_read(reply, "b", &isRunning), whatFailed);
+    setRunning(isRunning != 0);
+}
+
+void Monitor::ownerChanged(sd_bus_message* signal) {
+    const char* name = nullptr;
+    const char* before = nullptr;
+    const char* after = nullptr;
+    check(sd_bus_message_read(signal, "sss", &name, &before, &after), whatFailed);
+    // The answer to the first question is newer than what comes before it.
+    if (!isRunning_)
+        return;
+    if (before[0] != '\0')
+        setRunning(false);
+    if (after[0] != '\0')
+        setRunning(true);
+}
+
+void Monitor::setRunning(bool isRunning) {
+    const bool isFirst = !isRunning_.has_value();
+    isRunning_ = isRunning;
+    if (isJSON_)
+        show(json::serialize(json::object{{"running", isRunning}}));
+    else if (isFirst)
+        show(isRunning ? "the extension is running" : "the extension is not running");
+    else
+        show(isRunning ? "the extension has appeared" : "the extension has disappeared");
+}
+
+void Monitor::propertiesChanged(sd_bus_message* signal) {
+    const char* interface = nullptr;
+    check(sd_bus_message_read(signal, "s", &interface), whatFailed);
+    if (std::string_view(interface) != Extension::interfaceName)
+        return;
+    const json::object properties = readProperties(signal);
+    if (isJSON_) {
+        show(json::serialize(properties));
+        return;
+    }
+    for (const auto& property : properties)
+        show(std::string(property.key()) + ": " + textOfProperty(property.value()));
+}
+
+void Monitor::show(const std::string& text) {
+    if (!print(text))
+        (void)sd_event_exit(event_.get(), EXIT_SUCCESS);
+}
+
+} // namespace
+
+void addMonitor(CLI::App& app, Invocation& invocation) {
+    CLI::App* const command = app.add_subcommand(
+        "monitor", "Print changes of the extension's properties until interrupted");
+    command->callback([&invocation] {
+        invocation.run = [&invocation] { return Monitor(invocation.isJSON).run(); };
+    });
+}
+
+} // namespace finderctl
