@@ -5,10 +5,11 @@
 #include "hosts/linux/ExtensionService.h"
 #include "hosts/linux/ObservedFinderSync.h"
 #include "hosts/linux/SessionBus.h"
-#include "hosts/linux/Termination.h"
 #include "platform/System.h"
 #include "platform/linux/FinderSyncController.h"
 #include "platform/linux/RunLoop.h"
+#include "process/StandardStreams.h"
+#include "process/Termination.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -23,7 +24,8 @@ namespace {
 /// Serves until it is told to end. Gives the exit code of the process.
 int serve() {
     auto& runLoop = platform::linux_backend::runLoopOfThisThread();
-    findersync::endOnSignals(runLoop);
+    if (const int result = process::endOnSignals(runLoop.event()); result < 0)
+        platform::fatalError(std::string("signals cannot be watched: ") + std::strerror(-result));
 
     // The name comes first: a second instance ends before it has touched anything.
     findersync::SessionBus bus;
@@ -81,7 +83,7 @@ std::optional<int> answer(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     std::set_terminate([] { platform::fatalError("unexpected exception"); });
-    findersync::secureStandardDescriptors();
+    process::secureStandardDescriptors();
     if (const std::optional<int> code = answer(argc, argv))
         return *code;
     return serve();

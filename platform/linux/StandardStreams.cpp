@@ -1,12 +1,12 @@
 #include "platform/linux/StandardStreams.h"
 
 #include "platform/System.h"
+#include "process/StandardStreams.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <poll.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -23,25 +23,6 @@ constexpr std::size_t gatherLimit = std::size_t{16} * 1024;
 std::string& gathered() {
     static std::string text;
     return text;
-}
-
-/// Waits for a descriptor that somebody has made non-blocking.
-void waitUntilWritable(int descriptor) {
-    pollfd request{.fd = descriptor, .events = POLLOUT, .revents = 0};
-    (void)::poll(&request, 1, -1);
-}
-
-/// Writes all of it, or as much as the reader takes before it goes away.
-void writeFully(int descriptor, std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = ::write(descriptor, text.data(), text.size());
-        if (written >= 0)
-            text.remove_prefix(static_cast<std::size_t>(written));
-        else if (errno == EAGAIN)
-            waitUntilWritable(descriptor);
-        else if (errno != EINTR)
-            return;
-    }
 }
 
 bool isControlCharacter(char character) {
@@ -89,7 +70,7 @@ bool namesStandardError(const char* journalStream) {
 namespace linux_backend {
 
 void flushStandardOutput() {
-    writeFully(STDOUT_FILENO, gathered());
+    (void)process::writeFully(STDOUT_FILENO, gathered());
     gathered().clear();
 }
 
@@ -107,7 +88,7 @@ void writeDiagnostic(Level level, std::string_view prefix, std::string_view text
         line += prefix;
     appendWithoutControlCharacters(line, text);
     line += '\n';
-    writeFully(STDERR_FILENO, line);
+    (void)process::writeFully(STDERR_FILENO, line);
 }
 
 } // namespace linux_backend

@@ -810,3 +810,41 @@ def test_stop_and_continue(on_terminal, connect):
     wait_until(lambda: terminal.settings()[:4] == raw[:4], "the settings of the line editor")
     terminal.type("xt\r")
     assert peer.read_line() == b"text\n"
+
+
+# Commands to start with, and another program's lines
+
+
+def test_commands_to_start_with_are_sent_in_order(start_companion, connect):
+    companion = start_companion("-c", "add_folder /a", "--command", "raw {\"type\":\"x\"}",
+                                "--no-pad")
+    peer = connect(companion.port)
+    expected = (b'{"type":"add_folder","path":"/a"}\n{"type":"x"}\n')
+    assert peer.read(len(expected)) == expected
+
+
+def test_a_bad_command_to_start_with_is_told(start_companion):
+    companion = start_companion("-c", "nonsense")
+    assert "nonsense" in companion.err.wait_for("line 1: [^\n]+\n").group(0)
+
+
+def test_follows_a_named_pipe(start_companion, tmp_path):
+    pipe = tmp_path / "pipe"
+    os.mkfifo(pipe)
+    companion = start_companion("--follow", pipe)
+    for text in ("first\nse", "cond\n\x1b[2Jthird\n"):
+        with open(pipe, "w", encoding="utf-8") as writer:
+            writer.write(text)
+    shown = companion.err.wait_for("first\nsecond\n[^\n]*third\n").group(0)
+    assert "\x1b" not in shown
+    assert companion.out.text == ""
+
+
+@pytest.mark.parametrize("make", [None, "file"])
+def test_what_is_no_named_pipe_is_not_followed(start, binaries, tmp_path, make):
+    path = tmp_path / "path"
+    if make:
+        path.write_text("text")
+    companion = start(binaries / "companion", "--port", 0, "--follow", path)
+    assert companion.wait() == 1
+    assert f'"{path}" cannot be followed' in companion.err.text

@@ -358,3 +358,95 @@ def test_monitor_misses_nothing_after_its_first_line(linked, monitor, finderctl)
     assert len(state["pathsOfRootFolders"]) == 50
     wait_until(lambda: json.loads(watcher.out.lines()[-1]) ==
                {"pathsOfRootFolders": state["pathsOfRootFolders"]}, "the last change")
+
+
+# Badges, menus and clicks
+
+
+@pytest.fixture
+def with_root(linked, finderctl):
+    """The same, with a root folder and titles."""
+    linked.type_line = lambda text: linked.write(text + "\n")
+    linked.type_line("add_folder /watched dir/root é")
+    linked.type_line('set_locale Contacts "Copy link" "Back up"')
+    linked.type_line("set_menu_usage 0")
+    linked.extension.out.wait_for("type - set_menu_usage")
+    return linked
+
+
+ROOT = "/watched dir/root é"
+ROOT_URL = "file:///watched%20dir/root%20%C3%A9"
+
+
+def test_badge_prints_a_line_for_each_item(with_root, finderctl):
+    code, out, err = finderctl("badge", ROOT, ROOT + "/", ROOT_URL, ROOT + "/file", "/elsewhere")
+    assert (code, err) == (0, "")
+    assert out == (f"FolderIco  {ROOT}\nFolderIco  {ROOT}/\nFolderIco  {ROOT_URL}\n"
+                   f"(none)     {ROOT}/file\n(none)     /elsewhere\n")
+
+
+def test_badge_as_json_names_the_urls(with_root, finderctl):
+    code, out, _ = finderctl("--json", "badge", ROOT, "/elsewhere")
+    assert code == 0
+    assert json.loads(out) == {ROOT_URL: "FolderIco", "file:///elsewhere": ""}
+
+
+def test_menu_prints_its_entries(with_root, finderctl):
+    code, out, err = finderctl("menu", ROOT + "/file")
+    assert (code, out, err) == (0, '"Copy link"  createLinkClicked:  icon_URLlink\n', "")
+    with_root.type_line("set_menu_usage 1")
+    wait_until(lambda: "backupClicked:" in finderctl("menu", ROOT + "/file")[1], "backup entry")
+    code, out, _ = finderctl("menu", "--json", ROOT + "/file")
+    assert json.loads(out) == {"isOffered": True, "items": [
+        {"title": "Copy link", "action": "createLinkClicked:", "image": "icon_URLlink"},
+        {"title": "Back up", "action": "backupClicked:", "image": "icon_Backup"}]}
+
+
+@pytest.mark.parametrize("arguments", [
+    [ROOT], [], [ROOT + "/a", ROOT + "/b"], ["/elsewhere"], ["--kind", "container", ROOT + "/a"],
+    ["--kind", "sidebar"], ["--kind", "toolbar", ROOT + "/a"],
+])
+def test_no_menu(with_root, finderctl, arguments):
+    assert finderctl("menu", *arguments) == (0, "(no menu)\n", "")
+    code, out, _ = finderctl("menu", "--json", *arguments)
+    assert (code, json.loads(out)) == (0, {"isOffered": False, "items": []})
+
+
+@pytest.mark.parametrize("selector, kind", [
+    ("createLinkClicked:", "create_url_link"), ("backupClicked:", "backup"),
+    ("shareContactsClicked:", "share_contacts"), ("inProgressClicked:", "in_progress"),
+    ("notSyncedClicked:", "not_synced"), ("syncedClicked:", "synced"),
+])
+def test_click_reports_to_the_companion(with_root, finderctl, selector, kind):
+    assert finderctl("click", selector, ROOT + "/a", ROOT_URL) == (0, "", "")
+    report = json.loads(with_root.out.wait_for(r"(\{.*\})\n").group(1))
+    assert report == {"type": "clicked_" + kind, "items": [ROOT + "/a", ROOT]}
+
+
+def test_click_without_a_selection(with_root, finderctl):
+    assert finderctl("click", "syncedClicked:") == (0, "", "")
+    assert json.loads(with_root.out.wait_for(r"(\{.*\})\n").group(1))["items"] == []
+
+
+@pytest.mark.parametrize("arguments, named", [
+    (["click", "nonsense", ROOT], "nonsense"), (["click", "connect", ROOT], "connect"),
+    (["badge", "http://example.com/"], "http://example.com/"),
+    (["menu", "file:///%FF"], "file:///%FF"),
+])
+def test_refusals_are_told(with_root, finderctl, arguments, named):
+    code, out, err = finderctl(*arguments)
+    assert (code, out) == (1, "")
+    assert named in err
+
+
+@pytest.mark.parametrize("arguments", [["badge"], ["click"], ["menu", "--kind", "nonsense", "/a"]])
+def test_wrong_usage_of_badge_menu_and_click(finderctl, arguments):
+    assert finderctl(*arguments)[0] == 2
+
+
+@pytest.mark.parametrize("arguments", [["badge", "/a"], ["menu", "/a"],
+                                       ["click", "syncedClicked:", "/a"]])
+def test_badge_menu_and_click_do_not_start_the_extension(bus, finderctl, arguments):
+    code, out, err = finderctl(*arguments)
+    assert (code, out) == (3, "")
+    assert "not running" in err

@@ -1,6 +1,6 @@
 #include "tools/companion/Screen.h"
 
-#include "tools/console/StandardStreams.h"
+#include "process/StandardStreams.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -57,7 +57,7 @@ int Screen::print(int descriptor, std::string_view text, std::string_view color)
 
     if (editedLine_ != nullptr)
         editedLine_->hide();
-    const int result = console::writeFully(descriptor, line);
+    const int result = process::writeFully(descriptor, line);
     if (editedLine_ != nullptr)
         editedLine_->show();
     return result;

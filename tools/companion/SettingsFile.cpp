@@ -1,7 +1,7 @@
 #include "tools/companion/SettingsFile.h"
 
 #include "tools/companion/UserDirectories.h"
-#include "tools/console/StandardStreams.h"
+#include "process/StandardStreams.h"
 #include "tools/console/Text.h"
 
 #include <cerrno>
@@ -101,7 +101,7 @@ int replaceFile(const std::string& path, std::string_view text) {
     const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC); // with mode 0600
     if (descriptor < 0)
         return errno;
-    int result = console::writeFully(descriptor, text);
+    int result = process::writeFully(descriptor, text);
     if (result == 0 && ::fsync(descriptor) != 0)
         result = errno;
     if (::close(descriptor) != 0 && result == 0)

@@ -2,8 +2,8 @@
 
 #include "tools/companion/Commands.h"
 #include "tools/companion/UserDirectories.h"
-#include "tools/console/StandardStreams.h"
-#include "tools/console/Termination.h"
+#include "process/StandardStreams.h"
+#include "process/Termination.h"
 
 #include <cerrno>
 #include <clocale>
@@ -137,7 +137,7 @@ TerminalInput::~TerminalInput() {
 int TerminalInput::serve(sd_event* event) {
     termios settings{};
     if (::tcgetattr(STDIN_FILENO, &settings) == 0)
-        console::restoreTerminalOnSuddenEnd(settings);
+        process::restoreTerminalOnSuddenEnd(settings);
     ensureLocaleOfUTF8();
     if (!setUpEditor())
         return -ENOMEM;
@@ -214,7 +214,7 @@ void TerminalInput::setPaused(bool isPaused) {
 void TerminalInput::stop() {
     if (isEditing_) {
         setEditing(false);
-        (void)console::writeFully(STDOUT_FILENO, "\n"); // what comes next has a line of its own
+        (void)process::writeFully(STDOUT_FILENO, "\n"); // what comes next has a line of its own
     }
     keySource_ = sd_event_source_disable_unref(keySource_);
     resizeSource_ = sd_event_source_disable_unref(resizeSource_);
@@ -294,7 +294,7 @@ unsigned char TerminalInput::completeCommandName() {
     for (const std::string_view name : names)
         list.append(name).append("  ");
     list.back() = '\n';
-    (void)console::writeFully(STDOUT_FILENO, list);
+    (void)process::writeFully(STDOUT_FILENO, list);
     return CC_REDISPLAY;
 }
 
@@ -308,7 +308,7 @@ void TerminalInput::hide() {
     std::string erase = "\r";
     if (row > 0)
         erase += "\033[" + std::to_string(row) + "A";
-    (void)console::writeFully(STDOUT_FILENO, erase + "\033[J");
+    (void)process::writeFully(STDOUT_FILENO, erase + "\033[J");
 }
 
 void TerminalInput::show() {

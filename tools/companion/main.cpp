@@ -6,8 +6,8 @@
 #include "tools/companion/Follower.h"
 #include "tools/companion/Screen.h"
 #include "tools/companion/SettingsFile.h"
-#include "tools/console/StandardStreams.h"
-#include "tools/console/Termination.h"
+#include "process/StandardStreams.h"
+#include "process/Termination.h"
 #include "tools/console/Text.h"
 
 #include <CLI/CLI.hpp>
@@ -96,7 +96,7 @@ bool writeSettings(json::object settings, std::uint16_t port, companion::Screen&
 /// `failure` says what is wrong.
 int serve(sd_event* event, const Options& options, const json::object& settings,
           companion::Screen& screen, std::string& failure) {
-    if (const int result = console::endOnSignals(event); result < 0) {
+    if (const int result = process::endOnSignals(event); result < 0) {
         failure = std::string("signals cannot be watched: ") + std::strerror(-result);
         return EXIT_FAILURE;
     }
@@ -123,7 +123,7 @@ int serve(sd_event* event, const Options& options, const json::object& settings,
 } // namespace
 
 int main(int argc, char** argv) {
-    console::secureStandardDescriptors();
+    process::secureStandardDescriptors();
     CLI::App app("A companion application for development: listens on 127.0.0.1 for the extension, "
                  "sends it what the commands on standard input say, and prints the click reports "
                  "that come back, one JSON object a line.",

@@ -19,8 +19,12 @@ namespace {
 
 namespace json = boost::json;
 
-const std::map<std::string, std::uint32_t> kinds = {
-    {"items", 0}, {"container", 1}, {"sidebar", 2}, {"toolbar", 3}};
+/// Where a menu opens, by the names that users type.
+const std::map<std::string, std::uint32_t>& kinds() {
+    static const std::map<std::string, std::uint32_t> names = {
+        {"items", 0}, {"container", 1}, {"sidebar", 2}, {"toolbar", 3}};
+    return names;
+}
 
 json::array readEntries(sd_bus_message* answer) {
     constexpr const char* whatFailed = "the answer cannot be read";
@@ -75,11 +79,11 @@ void addMenu(CLI::App& app, Invocation& invocation) {
     const auto kind = std::make_shared<std::string>("items");
     command->add_option("--kind", *kind, "Where the menu opens (default items)")
         ->type_name("items|container|sidebar|toolbar")
-        ->check(CLI::IsMember(kinds));
+        ->check(CLI::IsMember(kinds()));
     command->add_option("ITEM", *items, "Path or URL of a selected item")->type_name("PATH|URL");
     command->callback([&invocation, items, kind] {
         invocation.run = [&invocation, items, kind] {
-            const json::object menu = menuOn(kinds.at(*kind), urlsOfArguments(*items));
+            const json::object menu = menuOn(kinds().at(*kind), urlsOfArguments(*items));
             print(invocation.isJSON ? json::serialize(menu) : textOf(menu));
             return EXIT_SUCCESS;
         };

@@ -1,6 +1,6 @@
 // finderctl monitor: prints what changes, as it changes.
 
-#include "tools/console/Termination.h"
+#include "process/Termination.h"
 #include "tools/finderctl/Extension.h"
 #include "tools/finderctl/Failure.h"
 #include "tools/finderctl/Output.h"
@@ -90,7 +90,7 @@ int Monitor::run() {
     sd_event* event = nullptr;
     check(sd_event_new(&event), whatFailed);
     event_.reset(event);
-    check(console::endOnSignals(event), "signals cannot be watched");
+    check(process::endOnSignals(event), "signals cannot be watched");
     watchOutput();
     // Subscribing comes before asking, so that no change falls between the two.
     watchBus();

@@ -1,6 +1,6 @@
 #include "tools/finderctl/Output.h"
 
-#include "tools/console/StandardStreams.h"
+#include "process/StandardStreams.h"
 #include "tools/finderctl/Failure.h"
 
 #include <cerrno>
@@ -11,14 +11,14 @@ namespace finderctl {
 
 bool print(std::string text) {
     text += '\n';
-    const int result = console::writeFully(STDOUT_FILENO, text);
+    const int result = process::writeFully(STDOUT_FILENO, text);
     if (result != 0 && result != EPIPE)
         throw Failure(std::string("standard output takes nothing: ") + std::strerror(result));
     return result == 0;
 }
 
 void complain(const std::string& message) {
-    (void)console::writeFully(STDERR_FILENO, "finderctl: " + message + "\n");
+    (void)process::writeFully(STDERR_FILENO, "finderctl: " + message + "\n");
 }
 
 } // namespace finderctl

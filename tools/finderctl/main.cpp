@@ -1,7 +1,7 @@
 // finderctl: a Finder for the terminal. It drives the running extension over the session bus, as a
 // file manager would.
 
-#include "tools/console/StandardStreams.h"
+#include "process/StandardStreams.h"
 #include "tools/finderctl/Failure.h"
 #include "tools/finderctl/Output.h"
 #include "tools/finderctl/Subcommands.h"
@@ -50,7 +50,7 @@ int run(const finderctl::Invocation& invocation) {
 } // namespace
 
 int main(int argc, char** argv) {
-    console::secureStandardDescriptors();
+    process::secureStandardDescriptors();
     // A reader that has gone is told by the write itself.
     (void)std::signal(SIGPIPE, SIG_IGN);
     CLI::App app("A Finder for the terminal: drives the running extension as a file manager would.",

@@ -1,4 +1,4 @@
-#include "tools/console/Termination.h"
+#include "process/Termination.h"
 
 #include <cerrno>
 #include <csignal>
@@ -8,7 +8,7 @@
 #include <sys/eventfd.h>
 #include <unistd.h>
 
-namespace console {
+namespace process {
 
 namespace {
 
@@ -80,4 +80,4 @@ void restoreTerminalOnSuddenEnd(const termios& settings) {
     hasTerminalSettings = 1;
 }
 
-} // namespace console
+} // namespace process

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-namespace console {
+namespace process {
 
 /// Makes sure that descriptors 0, 1 and 2 are open, so that no socket can end up under a number
 /// that is read as input or written to as output. Call it before anything is opened.
@@ -12,4 +12,4 @@ void secureStandardDescriptors();
 /// EPIPE when nobody reads any more (the caller has SIGPIPE ignored).
 [[nodiscard]] int writeFully(int descriptor, std::string_view text);
 
-} // namespace console
+} // namespace process

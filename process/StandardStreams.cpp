@@ -1,11 +1,11 @@
-#include "tools/console/StandardStreams.h"
+#include "process/StandardStreams.h"
 
 #include <cerrno>
 #include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
-namespace console {
+namespace process {
 
 namespace {
 
@@ -37,4 +37,4 @@ int writeFully(int descriptor, std::string_view text) {
     return 0;
 }
 
-} // namespace console
+} // namespace process

@@ -3,7 +3,7 @@
 #include <systemd/sd-event.h>
 #include <termios.h>
 
-namespace console {
+namespace process {
 
 /// Has SIGINT, SIGTERM and SIGHUP end the event loop with exit code 0, and has SIGPIPE ignored.
 /// A SIGHUP that is ignored already stays so: the program was told to outlive its terminal.
@@ -15,4 +15,4 @@ namespace console {
 /// The settings that the terminal on standard input gets back when the process ends there and then.
 void restoreTerminalOnSuddenEnd(const termios& settings);
 
-} // namespace console
+} // namespace process
