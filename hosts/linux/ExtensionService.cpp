@@ -3,6 +3,7 @@
 #include "extension/PublishedInterface.h"
 #include "platform/linux/Bundle.h"
 #include "platform/linux/Menu.h"
+#include "platform/linux/StandardStreams.h"
 #include "platform/linux/Text.h"
 #include "platform/linux/URL.h"
 
@@ -133,8 +134,9 @@ int appendMenu(sd_bus_message* message, const platform::NSMenu* menu) {
     return result < 0 ? result : sd_bus_message_close_container(message);
 }
 
-/// Sends a reply whose body a function appends.
+/// Sends a reply whose body a function appends. Whoever gets it finds the trace of it written.
 template <typename AppendBody> int reply(sd_bus_message* call, AppendBody appendBody) {
+    platform::linux_backend::flushStandardOutput();
     sd_bus_message* message = nullptr;
     int result = sd_bus_message_new_method_return(call, &message);
     if (result >= 0)
