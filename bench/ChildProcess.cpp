@@ -1,13 +1,11 @@
 #include "bench/ChildProcess.h"
 
-#include "bench/FileDescriptor.h"
+#include "bench/Pipe.h"
 #include "bench/SystemCall.h"
 
-#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
-#include <fcntl.h>
 #include <stdexcept>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -20,23 +18,12 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Tells the parent when the child executes its program; the execution closes it.
-struct Announcement {
-    Announcement() {
-        std::array<int, 2> ends{};
-        checked(::pipe2(ends.data(), O_CLOEXEC), "pipe2");
-        readEnd = FileDescriptor(ends[0]);
-        writeEnd = FileDescriptor(ends[1]);
-    }
-    FileDescriptor readEnd;
-    FileDescriptor writeEnd;
-};
-
-[[noreturn]] void execute(std::vector<char*>& arguments, int standardOutput,
+[[noreturn]] void execute(std::vector<char*>& arguments, StandardStreams streams,
                           const std::vector<std::string>& environment, int announcement) {
     // When the bench dies, whatever the reason, so does the program.
     (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    (void)::dup2(standardOutput, STDOUT_FILENO);
+    (void)::dup2(streams.output, STDOUT_FILENO);
+    (void)::dup2(streams.error, STDERR_FILENO);
     for (const std::string& variable : environment)
         (void)::putenv(const_cast<char*>(variable.c_str()));
     const Clock::time_point now = Clock::now();
@@ -56,13 +43,13 @@ std::vector<char*> argumentVector(const std::vector<std::string>& command) {
 
 } // namespace
 
-ChildProcess::ChildProcess(const std::vector<std::string>& command, int standardOutput,
+ChildProcess::ChildProcess(const std::vector<std::string>& command, StandardStreams streams,
                            const std::vector<std::string>& environment) {
     std::vector<char*> arguments = argumentVector(command);
-    Announcement announcement;
+    Pipe announcement; // of the moment when the child executes its program, which closes it
     id_ = checked(::fork(), "fork");
     if (id_ == 0)
-        execute(arguments, standardOutput, environment, announcement.writeEnd.get());
+        execute(arguments, streams, environment, announcement.writeEnd.get());
     announcement.writeEnd.reset();
     char failed = 0;
     if (::read(announcement.readEnd.get(), &executed_, sizeof executed_) != sizeof executed_ ||

@@ -3,16 +3,23 @@
 #include <chrono>
 #include <string>
 #include <sys/types.h>
+#include <unistd.h>
 #include <vector>
 
 namespace findersync::bench {
 
+/// Descriptors that what a program writes goes to; its errors go to the bench's own by default.
+struct StandardStreams {
+    int output;
+    int error = STDERR_FILENO;
+};
+
 /// A program that runs for as long as this object lives, and never longer than the bench itself.
 class ChildProcess {
 public:
-    /// Starts a program: its path, then its arguments. Its standard output goes to the given
-    /// descriptor. `environment` holds "NAME=value" texts on top of the bench's own environment.
-    explicit ChildProcess(const std::vector<std::string>& command, int standardOutput,
+    /// Starts a program: its path, then its arguments. `environment` holds "NAME=value" texts on
+    /// top of the bench's own environment.
+    explicit ChildProcess(const std::vector<std::string>& command, StandardStreams streams,
                           const std::vector<std::string>& environment = {});
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;

@@ -2,8 +2,6 @@
 
 #include "bench/SystemCall.h"
 
-#include <array>
-#include <fcntl.h>
 #include <stdexcept>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -23,13 +21,6 @@ std::string repeated(std::string_view text, std::size_t times) {
 }
 
 } // namespace
-
-TracePipe::TracePipe() {
-    std::array<int, 2> ends{};
-    checked(::pipe2(ends.data(), O_CLOEXEC), "pipe2");
-    readEnd = FileDescriptor(ends[0]);
-    writeEnd = FileDescriptor(ends[1]);
-}
 
 void TraceCounter::add(std::string_view piece) {
     bytes_ += piece.size();

@@ -10,13 +10,6 @@
 
 namespace findersync::bench {
 
-/// A pipe for the standard output of a program.
-struct TracePipe {
-    TracePipe();
-    FileDescriptor readEnd;
-    FileDescriptor writeEnd;
-};
-
 /// Counts what a trace tells, however it is cut into pieces.
 class TraceCounter {
 public:

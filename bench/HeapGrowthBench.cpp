@@ -4,6 +4,7 @@
 #include "bench/Companion.h"
 #include "bench/LiveBytes.h"
 #include "bench/Loopback.h"
+#include "bench/Pipe.h"
 #include "bench/Session.h"
 #include "bench/SystemCall.h"
 
@@ -107,8 +108,9 @@ bool isExact(const Session& session, const Traffic& traffic) {
     const LoopbackListener listener;
     const std::string counter = session.privateFile("live-bytes");
     const CountedHeap heap(counter);
-    TracePipe pipe;
-    const ChildProcess extension(session.extension(listener.port()), pipe.writeEnd.get(),
+    Pipe pipe;
+    const ChildProcess extension(session.extension(listener.port()),
+                                 {.output = pipe.writeEnd.get()},
                                  {"LD_PRELOAD=" + session.benchFile("libcounting-allocator.so"),
                                   std::string(liveBytesVariable) + "=" + counter});
     pipe.writeEnd.reset();

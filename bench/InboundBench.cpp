@@ -3,6 +3,7 @@
 
 #include "bench/Companion.h"
 #include "bench/Loopback.h"
+#include "bench/Pipe.h"
 #include "bench/Report.h"
 #include "bench/Session.h"
 
@@ -45,8 +46,8 @@ void warmUp(Companion& companion, const Traffic& traffic) {
 /// The given command's program must connect to the listener and trace what it receives.
 Measurement measure(const std::vector<std::string>& command, const LoopbackListener& listener,
                     const Traffic& traffic, std::size_t bursts, Companion::Pace pace) {
-    TracePipe pipe;
-    ChildProcess program(command, pipe.writeEnd.get());
+    Pipe pipe;
+    ChildProcess program(command, {.output = pipe.writeEnd.get()});
     pipe.writeEnd.reset();
     Companion companion(listener.accept(), std::move(pipe.readEnd));
     warmUp(companion, traffic);

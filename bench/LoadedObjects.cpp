@@ -1,7 +1,7 @@
 #include "bench/LoadedObjects.h"
 
 #include "bench/ChildProcess.h"
-#include "bench/Companion.h"
+#include "bench/Pipe.h"
 
 #include <algorithm>
 #include <fstream>
@@ -27,8 +27,8 @@ Objects objectsOf(pid_t process) {
 }
 
 Objects objectsOf(const std::vector<std::string>& command, const LoopbackListener& listener) {
-    const TracePipe pipe; // large enough for all that is printed here
-    ChildProcess program(command, pipe.writeEnd.get());
+    const Pipe pipe; // large enough for all that is printed here
+    ChildProcess program(command, {.output = pipe.writeEnd.get()});
     const FileDescriptor connection = listener.accept();
     Objects objects = objectsOf(program.id());
     program.end();

@@ -1,9 +1,9 @@
 // memory-bench: the proportional set size of the idle extension beside that of an idle empty
 // program, once with both running and once with each alone.
 
-#include "bench/Companion.h"
 #include "bench/LoadedObjects.h"
 #include "bench/Loopback.h"
+#include "bench/Pipe.h"
 #include "bench/Report.h"
 #include "bench/Session.h"
 
@@ -35,14 +35,14 @@ double proportionalSetSize(pid_t process) {
 class IdleProgram {
 public:
     IdleProgram(const std::vector<std::string>& command, const LoopbackListener& listener)
-        : program_(command, pipe_.writeEnd.get()), connection_(listener.accept()) {
+        : program_(command, {.output = pipe_.writeEnd.get()}), connection_(listener.accept()) {
         std::this_thread::sleep_for(untilIdle);
     }
 
     [[nodiscard]] double memory() const { return proportionalSetSize(program_.id()); }
 
 private:
-    TracePipe pipe_; // large enough for all that is printed here
+    Pipe pipe_; // large enough for all that is printed here
     ChildProcess program_;
     FileDescriptor connection_;
 };

@@ -8,9 +8,9 @@ namespace findersync::bench {
 
 namespace {
 
-std::string formatted(const char* relation, double value) {
+std::string formatted(const char* relation, double value, int decimals = 2) {
     char text[64];
-    (void)std::snprintf(text, sizeof text, "%s%.2f", relation, value);
+    (void)std::snprintf(text, sizeof text, "%s%.*f", relation, decimals, value);
     return text;
 }
 
@@ -40,7 +40,8 @@ int report(const std::vector<Figure>& figures, bool isJudged) {
         const char* verdict = "-";
         if (isJudged && (figure.atLeast || figure.atMost))
             verdict = figure.isMet() ? "yes" : "NO";
-        std::printf("%s\t%s\t%s\t%s\n", figure.what.c_str(), formatted("", figure.measured).c_str(),
+        std::printf("%s\t%s\t%s\t%s\n", figure.what.c_str(),
+                    formatted("", figure.measured, figure.decimals).c_str(),
                     requirement(figure).c_str(), verdict);
         isMet = isMet && figure.isMet();
     }

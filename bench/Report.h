@@ -16,6 +16,7 @@ struct Figure {
     double measured = 0;
     std::optional<double> atLeast = std::nullopt;
     std::optional<double> atMost = std::nullopt;
+    int decimals = 2;
 
     [[nodiscard]] bool isMet() const;
 };

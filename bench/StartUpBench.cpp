@@ -1,9 +1,9 @@
 // start-up-bench: how long the extension takes from its execution until it has connected to its
 // companion application, beside an empty program that takes a bus name and connects.
 
-#include "bench/Companion.h"
 #include "bench/LoadedObjects.h"
 #include "bench/Loopback.h"
+#include "bench/Pipe.h"
 #include "bench/Report.h"
 #include "bench/Session.h"
 
@@ -16,8 +16,8 @@ namespace {
 
 /// Milliseconds from the execution of the program until it has connected to the listener.
 double measure(const std::vector<std::string>& command, const LoopbackListener& listener) {
-    const TracePipe pipe; // large enough for all that is printed here
-    ChildProcess program(command, pipe.writeEnd.get());
+    const Pipe pipe; // large enough for all that is printed here
+    ChildProcess program(command, {.output = pipe.writeEnd.get()});
     const FileDescriptor connection = listener.accept();
     const auto connected = std::chrono::steady_clock::now();
     program.end();
