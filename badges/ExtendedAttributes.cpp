@@ -16,7 +16,8 @@ AttributesNames FinderSync::attributesNamesAtPath(const std::string& path) {
     const auto length = static_cast<std::size_t>(size);
     auto* const buffer = static_cast<char*>(platform::malloc(length));
     if (platform::listxattr(path, buffer, length) == -1)
-        return {.error = errnoDescription(), .names = std::nullopt}; // NOLINT(clang-analyzer-unix.Malloc)
+        // NOLINTNEXTLINE(clang-analyzer-unix.Malloc)
+        return {.error = errnoDescription(), .names = std::nullopt};
 
     // The first length counts, even if the list has become shorter meanwhile.
     const std::optional<std::string> text = platform::stringWithUTF8Bytes(buffer, length);

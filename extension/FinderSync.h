@@ -9,8 +9,8 @@
 // Errors: a value that is taken as certain and is missing or of the wrong type ends the process
 // (`platform::fatalError`). Everything else fails quietly. No exception leaves a method.
 //
-// Sources: extension/ has start-up, accessors and observation callbacks; link/ the connection to the
-// companion application, what arrives on it and what is sent; badges/ and menu/ what they say.
+// Sources: extension/ has start-up, accessors and observation callbacks; link/ the connection to
+// the companion application, what arrives on it and what is sent; badges/ and menu/ what they say.
 
 #include "platform/AppKit.h"
 #include "platform/FinderSync.h"

@@ -9,8 +9,7 @@ namespace findersync {
 std::string FinderSync::JSONStringify(const platform::Object& value, bool prettyPrinted) {
     if (!platform::isValidJSONObject(value))
         return {};
-    const std::optional<platform::NSData> data =
-        platform::dataWithJSONObject(value, prettyPrinted);
+    const std::optional<platform::NSData> data = platform::dataWithJSONObject(value, prettyPrinted);
     if (!data)
         return {};
     return platform::stringWithUTF8Data(*data).value_or("");

@@ -334,7 +334,7 @@ int ExtensionService::performAction(sd_bus_message* call, sd_bus_error* error) {
     if (result < 0)
         return result;
     const PublishedMethod* const method = publishedMethod(selector);
-    const Action* const action = method ? std::get_if<Action>(&method->method) : nullptr;
+    const Action* const action = method != nullptr ? std::get_if<Action>(&method->method) : nullptr;
     if (action == nullptr)
         return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS,
                                  "\"%s\" is no action of the extension", selector.c_str());

@@ -51,7 +51,7 @@ struct Script {
     bool readStream = true;
     bool writeStream = true;
     bool memory = true;
-    bool encoding = true; ///< whether texts can be encoded as UTF-8 data
+    bool encoding = true;  ///< whether texts can be encoded as UTF-8 data
     bool validJSON = true; ///< false: `isValidJSONObject` refuses everything
     bool writesJSON = true;
     std::optional<NSData> writtenJSON; ///< what is written instead of the value's text

@@ -113,8 +113,8 @@ std::shared_ptr<const NSImage> imageNamed(std::string_view name) {
 
 std::shared_ptr<NSMenuItem> menuItemWithTitle(const std::string& title, std::string_view action,
                                               std::string_view keyEquivalent) {
-    recording::record("initWithTitle:action:keyEquivalent: " + title + ", " +
-                      std::string(action) + ", " + std::string(keyEquivalent));
+    recording::record("initWithTitle:action:keyEquivalent: " + title + ", " + std::string(action) +
+                      ", " + std::string(keyEquivalent));
     return std::make_shared<RecordedItem>(
         recording::MenuItem{.title = title,
                             .action = std::string(action),

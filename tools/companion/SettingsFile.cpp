@@ -1,7 +1,7 @@
 #include "tools/companion/SettingsFile.h"
 
-#include "tools/companion/UserDirectories.h"
 #include "process/StandardStreams.h"
+#include "tools/companion/UserDirectories.h"
 #include "tools/console/Text.h"
 
 #include <cerrno>

@@ -1,9 +1,9 @@
 #include "tools/companion/TerminalInput.h"
 
-#include "tools/companion/Commands.h"
-#include "tools/companion/UserDirectories.h"
 #include "process/StandardStreams.h"
 #include "process/Termination.h"
+#include "tools/companion/Commands.h"
+#include "tools/companion/UserDirectories.h"
 
 #include <cerrno>
 #include <clocale>
@@ -127,7 +127,7 @@ bool TerminalInput::isPossible() {
 }
 
 TerminalInput::~TerminalInput() {
-    stop();
+    TerminalInput::stop();
     if (editor_ != nullptr)
         el_end(editor_);
     if (history_ != nullptr)

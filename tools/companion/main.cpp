@@ -2,12 +2,12 @@
 // told to, and shows what comes back.
 
 #include "extension/ApplicationGroup.h"
+#include "process/StandardStreams.h"
+#include "process/Termination.h"
 #include "tools/companion/Companion.h"
 #include "tools/companion/Follower.h"
 #include "tools/companion/Screen.h"
 #include "tools/companion/SettingsFile.h"
-#include "process/StandardStreams.h"
-#include "process/Termination.h"
 #include "tools/console/Text.h"
 
 #include <CLI/CLI.hpp>
