@@ -15,6 +15,7 @@ if(FINDER_SYNC_FUZZ)
 endif()
 
 if(FINDER_SYNC_COVERAGE)
+  add_compile_definitions(FINDER_SYNC_COVERAGE)
   add_compile_options(--coverage -fprofile-update=atomic -fno-inline)
   add_link_options(--coverage)
 endif()

@@ -7,6 +7,7 @@
 
 #include <limits>
 #include <optional>
+#include <type_traits>
 #include <utility>
 
 namespace findersync {
@@ -51,10 +52,18 @@ void registerBadge() {
 } // namespace
 
 FinderSync::~FinderSync() {
-    // Members are destroyed in reverse order; those whose release can be seen go first, in theirs.
-    myFolderURL_.reset();
-    inputStream_.reset();
-    outputStream_.reset();
+    // The language would release the members in reverse order.
+    const auto release = [](auto& field) {
+        std::remove_reference_t<decltype(field)>().swap(field);
+    };
+    release(myFolderURL_);
+    release(pathsOfRootFolders_);
+    release(serverAddress_);
+    release(shareContactTitle_);
+    release(shareViaUrlTitle_);
+    release(backupTitle_);
+    release(inputStream_);
+    release(outputStream_);
 }
 
 FinderSync* FinderSync::init() {

@@ -95,8 +95,9 @@ public:
     /// Lists the extended attributes of a file-system item; a symbolic link is followed.
     [[nodiscard]] virtual AttributesNames attributesNamesAtPath(const std::string& path);
 
-    /// Starts the object: reads the shared settings, tells the Finder what to watch, registers the
-    /// badge and connects. Gives this object, or null when the base class yields none.
+    /// Starts a fresh object; called once. Reads the shared settings, tells the Finder what to
+    /// watch, registers the badge and connects. Gives this object, or null when the base class
+    /// yields none.
     [[nodiscard]] virtual FinderSync* init();
 
     /// The user starts or stops viewing a directory inside the watched one. Logged, nothing more.

@@ -14,7 +14,9 @@
 
 namespace platform {
 
-/// The base class of an extension's principal object.
+/// The base class of an extension's principal object. The callbacks that a platform's own base
+/// class declares are operations of the extension's class here, in its own order; a host calls them
+/// there.
 class FIFinderSync {
 public:
     FIFinderSync(const FIFinderSync&) = delete;
@@ -22,7 +24,7 @@ public:
 
 protected:
     FIFinderSync() = default;
-    ~FIFinderSync() = default;
+    virtual ~FIFinderSync() = default;
 
     /// `init` of the base class: gives this object, or null when the platform refuses to have it.
     [[nodiscard]] FIFinderSync* init();

@@ -189,6 +189,14 @@ public:
 inline constexpr std::string_view NSDefaultRunLoopMode = "kCFRunLoopDefaultMode";
 
 /// What happened on a stream. An unsigned integer: other values than the named ones can arrive.
+///
+/// OpenCompleted comes once from each stream that is open. HasBytesAvailable comes from the input
+/// stream when there are bytes to read, and not again before something has been read.
+/// HasSpaceAvailable comes from the output stream once after opening, and once more after a write,
+/// when there is room again. A connection that is refused or reset is one ErrorOccurred on each
+/// stream that has not ended, and no end; what had arrived before can be read first. A peer that
+/// closes, or closes its sending direction, is one EndEncountered from the input stream; the output
+/// stream still takes writes.
 enum class NSStreamEvent : std::uint64_t {
     OpenCompleted = 1,
     HasBytesAvailable = 2,

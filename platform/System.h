@@ -19,10 +19,11 @@ void print(std::string_view text, std::string_view value = {});
 /// caller.
 [[nodiscard]] void* malloc(std::size_t size);
 
-/// `listxattr` with no options set: symbolic links are followed. Without a buffer and with a size
-/// of 0, gives the byte count of the item's attribute names, each ended by a NUL. With a buffer of
-/// `size` bytes, fills it with the names and gives the number of bytes written. Gives -1 and sets
-/// the error number on failure. The path counts up to its first NUL.
+/// `listxattr` with no options set: symbolic links are followed, and the compression attribute
+/// stays hidden where there is one. Without a buffer and with a size of 0, gives the byte count of
+/// the item's attribute names, each ended by a NUL. With a buffer of `size` bytes, fills it with
+/// the names and gives the number of bytes written. Gives -1 and sets the error number on failure.
+/// The path counts up to its first NUL.
 [[nodiscard]] std::int64_t listxattr(const std::string& path, char* buffer, std::size_t size);
 
 /// `errno`: the calling thread's last system error number.

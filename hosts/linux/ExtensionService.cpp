@@ -314,9 +314,6 @@ int ExtensionService::provideMenu(sd_bus_message* call, sd_bus_error* error) {
         result = readURLs(call, urls, error);
     if (result < 0)
         return result;
-    if (kind > static_cast<std::uint32_t>(platform::FIMenuKind::ToolbarItemMenu))
-        return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS,
-                                 "%u is no menu kind; there are 0 to 3", kind);
     std::shared_ptr<platform::NSMenu> menu;
     if (std::ranges::all_of(urls, [this](const auto& url) { return isWatched(*url); })) {
         const Selection selection(controller_, std::move(urls));
@@ -355,10 +352,7 @@ std::string ExtensionService::badgeFor(const platform::NSURL& url) {
 bool ExtensionService::isWatched(const platform::NSURL& url) const {
     const std::string path = url.path().value_or("");
     return std::ranges::any_of(controller_.directoryURLs(), [&path](const auto& directory) {
-        const std::string folder = directory->path().value_or("");
-        if (!path.starts_with(folder))
-            return false;
-        return path.size() == folder.size() || folder.ends_with('/') || path[folder.size()] == '/';
+        return platform::linux_backend::isInFolder(path, directory->path().value_or(""));
     });
 }
 

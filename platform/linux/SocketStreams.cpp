@@ -72,6 +72,7 @@ private:
     void finishConnecting();
     void deliverOpenCompleted();
     void deliverInput();
+    [[nodiscard]] bool findsBytesOtherwise();
     void deliverErrors();
     [[nodiscard]] int bytesToRead() const;
     [[nodiscard]] std::uint32_t interest() const;
@@ -231,19 +232,28 @@ void Connection::deliverOpenCompleted() {
 
 /// The socket is readable: there are bytes, or the peer has closed, or the connection is broken.
 void Connection::deliverInput() {
-    if (bytesToRead() > 0) {
-        bytesAnnounced_ = true;
-        deliver(input, NSStreamEvent::HasBytesAvailable);
+    if (bytesToRead() == 0 && !findsBytesOtherwise())
         return;
-    }
+    bytesAnnounced_ = true;
+    deliver(input, NSStreamEvent::HasBytesAvailable);
+}
+
+/// The system counts no bytes. Gives whether there are some all the same (it does not count past an
+/// urgent byte), and otherwise deals with the end or the error that there is.
+bool Connection::findsBytesOtherwise() {
     std::uint8_t byte = 0;
     const ssize_t result = ::recv(socket_, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT);
+    if (result > 0) {
+        bytesToldOf_ = 1;
+        return true;
+    }
     if (result == 0) {
         input.status = Status::AtEnd;
         deliver(input, NSStreamEvent::EndEncountered);
-    } else if (result < 0 && errno != EAGAIN && errno != EINTR) {
+    } else if (errno != EAGAIN && errno != EINTR) {
         link_ = Link::Failed;
     }
+    return false;
 }
 
 void Connection::deliverErrors() {

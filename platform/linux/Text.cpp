@@ -49,6 +49,18 @@ icu::UnicodeString canonicallyDecomposed(std::string_view text) {
     return normalizer->normalize(unicodeString(text), status);
 }
 
+/// The components of an absolute path that are left when it is resolved by its text alone.
+std::vector<std::string_view> resolvedComponents(std::string_view path) {
+    std::vector<std::string_view> resolved;
+    for (const std::string_view component : split(path, "/")) {
+        if (component == ".." && !resolved.empty())
+            resolved.pop_back();
+        else if (!component.empty() && component != "." && component != "..")
+            resolved.push_back(component);
+    }
+    return resolved;
+}
+
 /// Whether a combined character ends at a place in a text, or none is there.
 bool isCharacterBoundary(const icu::UnicodeString& text, std::int32_t at) {
     UErrorCode status = U_ZERO_ERROR;
@@ -122,6 +134,13 @@ std::vector<std::string_view> split(std::string_view text, std::string_view sepa
     }
     pieces.push_back(text.substr(begin));
     return pieces;
+}
+
+bool isInFolder(std::string_view path, std::string_view folder) {
+    const std::vector<std::string_view> item = resolvedComponents(path);
+    const std::vector<std::string_view> parent = resolvedComponents(folder);
+    return item.size() >= parent.size() &&
+           std::equal(parent.begin(), parent.end(), item.begin(), areCanonicallyEquivalent);
 }
 
 std::string withoutNoncharacters(std::string_view text) {

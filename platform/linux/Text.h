@@ -23,6 +23,11 @@ namespace platform::linux_backend {
 [[nodiscard]] std::vector<std::string_view> split(std::string_view text,
                                                   std::string_view separator);
 
+/// Whether an absolute path is a folder's or lies below it, by their texts: empty, "." and ".."
+/// components are resolved without a look at the file system, and names are compared by canonical
+/// equivalence.
+[[nodiscard]] bool isInFolder(std::string_view path, std::string_view folder);
+
 /// The text with U+FFFD in place of each noncharacter (U+FFFE and the like). They are valid UTF-8,
 /// but not every library lets them pass.
 [[nodiscard]] std::string withoutNoncharacters(std::string_view text);

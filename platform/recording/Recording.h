@@ -79,7 +79,8 @@ struct World {
         const NSURL* url = nullptr; ///< the very URL that was passed
     };
     std::vector<Assignment> assignments;
-    std::string received; ///< what the peer has got
+    std::string received;       ///< what the peer has got
+    std::vector<void*> buffers; ///< what `malloc` has given, in order
 };
 
 [[nodiscard]] Script& script();

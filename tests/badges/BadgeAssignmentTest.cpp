@@ -174,6 +174,28 @@ TEST_F(BadgeAssignmentDeath, AListThatBecomesShorter) {
                 "fatal error: the root folders have changed during a badge request\n$");
 }
 
+/// Tells when the list is fetched.
+class TellingOfFetches : public FinderSync {
+public:
+    [[nodiscard]] const Strings& pathsOfRootFolders() const override {
+        platform::print("fetched");
+        return FinderSync::pathsOfRootFolders();
+    }
+};
+
+TEST_F(BadgeAssignmentDeath, TheFilePathIsLoggedBeforeTheListIsFetched) {
+    startConnected<TellingOfFetches>();
+    const auto url = makeURL("https://example.com/a", "/a", false);
+    EXPECT_EXIT(badgeOf(*url), testing::KilledBySignal(SIGABRT), "print: Sending\nfatal error");
+}
+
+TEST_F(BadgeAssignmentDeath, TheRootIsLoggedBeforeThePathIsAskedFor) {
+    setRoots({"/a"});
+    const auto url = makeURL("file:///x", std::nullopt);
+    EXPECT_EXIT(badgeOf(*url), testing::KilledBySignal(SIGABRT),
+                "NSLog: curpath: %@ <- /a\nfatal error");
+}
+
 TEST_F(BadgeAssignmentDeath, AURLWithoutAFilePath) {
     const auto url = makeURL("https://example.com/a", "/a", false);
     EXPECT_EXIT(badgeOf(*url), testing::KilledBySignal(SIGABRT),

@@ -110,11 +110,38 @@ TEST_F(ExtendedAttributes, TheBufferIsNeverReleasedOnAnyWay) {
     EXPECT_EQ(calls("malloc: "), (Strings{"2", "4", "1"}));
 }
 
+TEST_F(ExtendedAttributes, TheBufferKeepsItsContentOnEveryWay) {
+    // Memory that has been released does not hold its first bytes any more.
+    const std::string list("user.long-enough-to-see\0", 24);
+    scriptList(list);
+    (void)names();
+    script(24, {.result = -1, .bytes = list});
+    (void)names();
+    const std::string broken("user.long-enough-to-se\xff\0", 24);
+    scriptList(broken);
+    (void)names();
+    const auto& buffers = tests::world().buffers;
+    ASSERT_EQ(buffers.size(), 3U);
+    EXPECT_EQ(std::string(static_cast<const char*>(buffers[0]), 24), list);
+    EXPECT_EQ(std::string(static_cast<const char*>(buffers[1]), 24), list);
+    EXPECT_EQ(std::string(static_cast<const char*>(buffers[2]), 24), broken);
+}
+
 TEST_F(ExtendedAttributes, NoFieldIsTouchedAndNothingIsWritten) {
     scriptList(std::string("a\0", 2));
     (void)names();
     EXPECT_EQ(trace(), "");
     EXPECT_TRUE(calls("NSLog").empty());
+    const FinderSync fresh;
+    EXPECT_EQ(extension->myFolderURL()->path(), fresh.myFolderURL()->path());
+    EXPECT_EQ(extension->pathsOfRootFolders(), fresh.pathsOfRootFolders());
+    EXPECT_EQ(extension->serverPort(), fresh.serverPort());
+    EXPECT_EQ(extension->isSocketConnected(), fresh.isSocketConnected());
+    EXPECT_EQ(extension->displayUrlLink(), fresh.displayUrlLink());
+    EXPECT_EQ(extension->displayBackup(), fresh.displayBackup());
+    EXPECT_EQ(extension->shareContactTitle(), fresh.shareContactTitle());
+    EXPECT_EQ(extension->shareViaUrlTitle(), fresh.shareViaUrlTitle());
+    EXPECT_EQ(extension->backupTitle(), fresh.backupTitle());
 }
 
 TEST_F(ExtendedAttributes, TheErrorComesThroughTheSlot) {

@@ -223,6 +223,17 @@ TEST_F(StreamContract, AResetIsAnErrorOnEachStreamAndNoEnd) {
     EXPECT_EQ(write("late"), -1);
 }
 
+TEST_F(StreamContract, BytesSentBeforeAResetAreReadFirst) {
+    connect();
+    contract::peerSends("last words");
+    contract::peerResets();
+    ASSERT_TRUE(contract::runUntil([this] { return count(outputEvents, error) == 1; }));
+    contract::settle();
+    EXPECT_EQ(received, "last words");
+    EXPECT_EQ(inputEvents, (Events{bytes, error}));
+    EXPECT_EQ(outputEvents, Events{error});
+}
+
 TEST_F(StreamContract, WrittenBytesReachThePeerAndSpaceIsToldOnceMore) {
     connect();
     EXPECT_EQ(write("report"), 6);

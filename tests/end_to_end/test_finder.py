@@ -184,12 +184,21 @@ def test_what_lies_outside_the_watched_directory_does_not_reach_the_extension(se
 
 
 @pytest.mark.parametrize("kind", [4, 99, 2 ** 32 - 1])
-def test_unknown_menu_kinds_are_refused(session, kind):
-    session.start_extension()
-    session.wait_for_name()
-    with pytest.raises(BusError) as error:
-        menu(session, [], kind)
-    assert error.value.name == INVALID_ARGUMENTS
+def test_unknown_menu_kinds_get_no_menu(session, kind):
+    peer, _ = session.start_connected(TITLES)
+    announce(session, peer, "/a")
+    assert menu(session, ["file:///a/x"], kind) == (False, [])
+
+
+@pytest.mark.parametrize("root, url", [
+    ("/tmp/x/../y", "file:///tmp/y"), ("//tmp/y", "file:///tmp/y"), ("/tmp/./y/", "file:///tmp/y"),
+    ("/caf\u00e9", "file:///cafe%CC%81"),
+])
+def test_the_watched_directory_may_be_spelled_in_other_ways(session, root, url):
+    peer, _ = session.start_connected(TITLES | {"RootFolder": root})
+    announce(session, peer, "/tmp/y", "/caf\u00e9")
+    assert badge(session, url) == "FolderIco"
+    assert menu(session, [url + "/x"])[0] is True
 
 
 @pytest.mark.parametrize("selector", ACTIONS)
@@ -276,7 +285,13 @@ def test_a_companion_that_does_not_read_makes_nobody_wait(session):
         session.method("PerformAction", "sas", "syncedClicked:", urls)
     assert session.get("serverAddress") == "127.0.0.1"
     assert extension.popen.poll() is None
+    sending = extension.output().count("Sending\n")
     assert peer.connection.recv(10) == b'{"items":['
+    peer.connection.settimeout(0.3)
+    with pytest.raises(TimeoutError):
+        while peer.connection.recv(1 << 20):
+            pass
+    wait_for(lambda: extension.output().count("Sending\n") == sending + 1)
 
 
 @pytest.mark.parametrize("bad", ["http://example.com/", "file:///%FF", "file:///%00", ""])

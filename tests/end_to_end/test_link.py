@@ -1,6 +1,8 @@
 """The link to the companion application, over real TCP."""
 
 import signal
+import socket
+import subprocess
 
 import pytest
 from conftest import line, wait_for
@@ -64,6 +66,28 @@ def test_the_peer_resets(session):
     assert "ignore" not in extension.output()
     assert session.get("isSocketConnected") is True
     assert extension.popen.poll() is None
+
+
+def test_the_peer_resets_after_it_has_closed_its_direction(session):
+    peer, extension = session.start_connected()
+    peer.connection.shutdown(1)
+    extension.wait_output("ignore\n")
+    peer.reset()
+    extension.wait_output("Stream open error\n")
+    assert extension.output().endswith("Sending\nignore\nStream open error\n")
+    assert session.get("isSocketConnected") is False
+
+
+def test_an_urgent_byte_does_not_stop_the_link(session):
+    peer, extension = session.start_connected()
+    peer.connection.send(b"!", socket.MSG_OOB)
+    peer.send(line(type="add_folder", path="/a"))
+    session.wait_for_value("pathsOfRootFolders", ["/a"])
+    peer.connection.send(b"!", socket.MSG_OOB)
+    peer.send(line(type="add_folder", path="/b"))
+    session.wait_for_value("pathsOfRootFolders", ["/a", "/b"])
+    peer.connection.close()
+    extension.wait_output("ignore\n")
 
 
 def test_a_lost_link_stays_lost(session):
@@ -203,7 +227,6 @@ def test_nothing_traced_is_lost_when_an_error_is_fatal(session):
 
 
 def test_nothing_traced_is_lost_in_a_pipe_when_an_error_is_fatal(session):
-    import subprocess
     peer, extension = session.start_connected(stdout=subprocess.PIPE)
     messages = line(type="add_folder", path="/a") + b"nonsense\n"
     peer.send(messages)

@@ -1,6 +1,8 @@
 """The process: its bus name, its end, its standard output and error."""
 
 import os
+import pathlib
+import shutil
 import signal
 import subprocess
 import time
@@ -70,6 +72,31 @@ def test_nobody_reads_standard_output_any_more(session):
     peer.send(line(type="add_folder", path="/a"))
     session.wait_for_value("pathsOfRootFolders", ["/a"])
     assert extension.end() == 0
+
+
+def test_nobody_reads_standard_error_any_more(session):
+    reading, writing = os.pipe()
+    _, extension = session.start_connected(stderr=writing)
+    os.close(writing)
+    os.close(reading)
+    session.method("BeginObservingDirectoryAtURL", "s", "file:///a")
+    session.method("EndObservingDirectoryAtURL", "s", "file:///a")
+    assert extension.end() == 0
+
+
+def test_without_its_images_it_says_which_one_is_missing(session):
+    session.programs = session.folder / "elsewhere" / "bin"
+    session.programs.mkdir(parents=True)
+    original = pathlib.Path(os.environ["FINDER_SYNC_BIN"]) / "finder-sync-extension"
+    shutil.copy(original, session.programs)
+    peer = session.listen()
+    extension = session.start_extension({"ServerPort": peer.port})
+    assert extension.wait() == -signal.SIGABRT
+    assert extension.error().endswith(
+        'fatal error: the image "icon_Folder" is missing from the resources\n')
+    peer.listener.settimeout(0.2)
+    with pytest.raises(TimeoutError):
+        peer.accept()
 
 
 def test_a_full_standard_output_does_not_keep_it_from_ending(session):

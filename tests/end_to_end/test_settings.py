@@ -182,3 +182,11 @@ def test_the_settings_are_never_written(session):
     session.set("myFolderURL", "s", "file:///b")
     assert session.settings_file.read_text() == '{"RootFolder": "/a"}'
     assert stat.S_ISREG(session.settings_file.stat().st_mode)
+
+
+def test_later_changes_of_the_settings_do_not_reach_it(session):
+    session.start_extension({"DisplayBackup": 1})
+    session.wait_for_name()
+    session.store_settings({"DisplayBackup": 2, "BackupTitle": "later"})
+    assert session.get("displayBackup") == 1
+    assert session.get("backupTitle") == ""

@@ -238,19 +238,25 @@ TEST_F(StartUpDeath, APortOutsideThirtyTwoBits) {
 TEST_F(StartUpDeath, AMissingBadgeImage) {
     script().images.erase("icon_Folder");
     EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
-                "^fatal error: the image \"icon_Folder\" is missing from the resources\n$");
+                "\nfatal error: the image \"icon_Folder\" is missing from the resources\n$");
 }
 
 TEST_F(StartUpDeath, NoReadStream) {
     script().readStream = false;
     EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
-                "^print: connecting...\nfatal error: no read stream to the companion");
+                "print: connecting...\nfatal error: no read stream to the companion");
+}
+
+TEST_F(StartUpDeath, TheReadStreamIsLookedAtFirst) {
+    script().readStream = false;
+    script().writeStream = false;
+    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT), "fatal error: no read stream");
 }
 
 TEST_F(StartUpDeath, NoWriteStream) {
     script().writeStream = false;
     EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
-                "^print: connecting...\nfatal error: no write stream to the companion");
+                "print: connecting...\nfatal error: no write stream to the companion");
 }
 
 } // namespace

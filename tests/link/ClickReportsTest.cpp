@@ -160,6 +160,14 @@ TEST_F(ClickReportsDeath, ATextThatCannotBeEncoded) {
                 "fatal error: a click report cannot be encoded\n$");
 }
 
+TEST_F(ClickReportsDeath, TheTextIsEncodedBeforeTheStreamIsLookedFor) {
+    select({"/a"});
+    script().encoding = false;
+    FinderSync unconnected;
+    EXPECT_EXIT(unconnected.sendClickedData("t"), testing::KilledBySignal(SIGABRT),
+                "fatal error: a click report cannot be encoded\n$");
+}
+
 TEST_F(ClickReportsDeath, NoOutputStreamYet) {
     select({"/a"});
     FinderSync unconnected;

@@ -58,6 +58,18 @@ TEST_F(Connection, TheEndOfEitherStreamHasTheSameEffect) {
     EXPECT_FALSE(started.isSocketConnected());
 }
 
+TEST_F(Connection, TheEndIsTracedBeforeTheLinkGoesDown) {
+    class TellingOfTheLink : public FinderSync {
+        void setIsSocketConnected(bool isConnected) override {
+            platform::print(isConnected ? "up" : "down");
+        }
+    };
+    startConnected<TellingOfTheLink>();
+    platform::recording::peerCloses();
+    platform::recording::runAll();
+    EXPECT_EQ(trace(), "ignore\ndown\n");
+}
+
 TEST_F(Connection, TheEndNeitherClosesNorReleasesTheStreams) {
     startConnected();
     platform::recording::peerCloses();

@@ -1,7 +1,9 @@
 #include "tests/RecordingTest.h"
 
+#include <algorithm>
 #include <csignal>
 #include <string>
+#include <string_view>
 
 using findersync::FinderSync;
 using platform::NSStreamEvent;
@@ -182,6 +184,13 @@ TEST_F(InboundMessages, OneBufferIsHeldForEachEventAndNeverReleased) {
     EXPECT_EQ(calls("malloc: "), Strings{"1024"});
     receive(addFolder("/c"));
     EXPECT_EQ(calls("malloc: "), (Strings{"1024", "1024"}));
+    // Memory that has been released does not hold what was read into it any more.
+    ASSERT_EQ(tests::world().buffers.size(), 2U);
+    const auto startOf = [](const void* buffer) {
+        return std::string_view(static_cast<const char*>(buffer), addFolder("/x").size());
+    };
+    EXPECT_EQ(startOf(tests::world().buffers[0]), addFolder("/b"));
+    EXPECT_EQ(startOf(tests::world().buffers[1]), addFolder("/c"));
 }
 
 TEST_F(InboundMessages, TheBufferIsObtainedBeforeTheStreamIsAsked) {
@@ -211,6 +220,13 @@ TEST_F(InboundMessages, TitlesAreSetTogether) {
     EXPECT_EQ(extension->shareContactTitle(), "C");
     EXPECT_EQ(extension->shareViaUrlTitle(), "");
     EXPECT_EQ(extension->backupTitle(), "B\u00e4ckup");
+}
+
+TEST_F(InboundMessages, TypesAndSwitchesAreComparedAsTexts) {
+    receive(R"({"type":"set_menu_usage","displayBackup":"0"})");
+    const Strings compared = calls("isEqualToString: ");
+    EXPECT_NE(std::ranges::find(compared, "set_menu_usage set_menu_usage"), compared.end());
+    EXPECT_NE(std::ranges::find(compared, "0 1"), compared.end());
 }
 
 TEST_F(InboundMessages, OnlyTheTextOneShowsTheBackupEntry) {
@@ -323,6 +339,18 @@ TEST_F(InboundMessagesDeath, ALocaleThatLacksATitle) {
     expectFatal(R"({"type":"set_locale","shareContactTitle":"c","shareViaUrlTitle":"u",)"
                 R"("backupTitle":null})",
                 "\"backupTitle\" of an inbound message is not a string");
+    expectFatal(R"({"type":"set_locale","shareContactTitle":5,"shareViaUrlTitle":"u",)"
+                R"("backupTitle":"b"})",
+                "\"shareContactTitle\" of an inbound message is not a string");
+    expectFatal(R"({"type":"set_locale","shareContactTitle":"c","shareViaUrlTitle":[],)"
+                R"("backupTitle":"b"})",
+                "\"shareViaUrlTitle\" of an inbound message is not a string");
+}
+
+TEST_F(InboundMessagesDeath, ALocaleIsLookedUpInItsOrder) {
+    expectFatal(R"({"type":"set_locale"})", "an inbound message has no \"shareContactTitle\"");
+    expectFatal(R"({"type":"set_locale","shareContactTitle":"c"})",
+                "an inbound message has no \"shareViaUrlTitle\"");
 }
 
 /// Tells the death test's child, just before it ends, whether a title was set.

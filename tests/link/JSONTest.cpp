@@ -54,8 +54,10 @@ TEST_F(JSON, PrettyPrintingIndentsOnSeveralLines) {
 TEST_F(JSON, WhatIsNoContainerIsTheEmptyText) {
     for (const Object& value :
          {Object{std::string("x")}, Object{std::int64_t{5}}, Object{true},
-          Object{platform::NSNull()}, Object{NSData()}, Object{NSArray{{NSData()}}}})
+          Object{platform::NSNull()}, Object{NSData()}, Object{NSArray{{NSData()}}}}) {
         EXPECT_EQ(extension->JSONStringify(value, false), "");
+        EXPECT_EQ(extension->JSONStringify(value, true), "");
+    }
     EXPECT_TRUE(calls("dataWithJSONObject").empty());
     EXPECT_EQ(trace(), "");
     EXPECT_TRUE(calls("NSLog").empty());

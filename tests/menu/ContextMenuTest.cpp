@@ -323,6 +323,23 @@ TEST_F(ContextMenuDeath, AListThatBecomesShorter) {
                 "fatal error: the root folders have changed during a menu request\n$");
 }
 
+/// Tells when the list is fetched.
+class TellingOfFetches : public FinderSync {
+public:
+    [[nodiscard]] const Strings& pathsOfRootFolders() const override {
+        platform::print("fetched");
+        return FinderSync::pathsOfRootFolders();
+    }
+};
+
+TEST_F(ContextMenuDeath, ThePathIsLookedAtBeforeTheListIsFetchedAgain) {
+    startConnected<TellingOfFetches>();
+    setRoots({"/a"});
+    script().selection = {makeURL("file:///x", std::nullopt)};
+    EXPECT_EXIT(menu(), testing::KilledBySignal(SIGABRT),
+                "print: path: nil\nprint: fetched\nfatal error");
+}
+
 TEST_F(ContextMenuDeath, NoSelectionForTheItemsMenu) {
     script().selection = std::nullopt;
     EXPECT_EXIT(menu(), testing::KilledBySignal(SIGABRT),

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <string>
 
+using platform::linux_backend::isInFolder;
 using platform::linux_backend::withoutNoncharacters;
 
 namespace {
@@ -14,6 +15,26 @@ TEST(Text, NoncharactersAreReplacedAndNothingElse) {
     EXPECT_EQ(withoutNoncharacters("\ufffe\uffff\U0001fffe\U0010ffff"), "\ufffd\ufffd\ufffd\ufffd");
     EXPECT_EQ(withoutNoncharacters("\ufdcf\ufdf0\ufffd"), "\ufdcf\ufdf0\ufffd");
     EXPECT_EQ(withoutNoncharacters(std::string("\u00e9\0x", 4)), std::string("\u00e9\0x", 4));
+}
+
+TEST(Text, AFolderHoldsItselfAndWhatLiesBelow) {
+    EXPECT_TRUE(isInFolder("/a/b", "/a/b"));
+    EXPECT_TRUE(isInFolder("/a/b/c", "/a/b"));
+    EXPECT_TRUE(isInFolder("/a", "/"));
+    EXPECT_TRUE(isInFolder("/", "/"));
+    EXPECT_FALSE(isInFolder("/a", "/a/b"));
+    EXPECT_FALSE(isInFolder("/a/bc", "/a/b"));
+    EXPECT_FALSE(isInFolder("/x/a/b", "/a/b"));
+    EXPECT_FALSE(isInFolder("/", "/a"));
+}
+
+TEST(Text, AFolderMayBeSpelledInOtherWays) {
+    EXPECT_TRUE(isInFolder("/tmp/y/z", "/tmp/x/../y"));
+    EXPECT_TRUE(isInFolder("/tmp/y/z", "//tmp/./y/"));
+    EXPECT_TRUE(isInFolder("/tmp/y/z", "/../tmp/y"));
+    EXPECT_FALSE(isInFolder("/tmp/y/../z", "/tmp/y"));
+    EXPECT_TRUE(isInFolder("/cafe\u0301/x", "/caf\u00e9"));
+    EXPECT_FALSE(isInFolder("/cafe\u0301/x", "/cafe"));
 }
 
 } // namespace
