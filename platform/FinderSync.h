@@ -21,10 +21,10 @@ class FIFinderSync {
 public:
     FIFinderSync(const FIFinderSync&) = delete;
     FIFinderSync& operator=(const FIFinderSync&) = delete;
+    virtual ~FIFinderSync() = default;
 
 protected:
     FIFinderSync() = default;
-    virtual ~FIFinderSync() = default;
 
     /// `init` of the base class: gives this object, or null when the platform refuses to have it.
     [[nodiscard]] FIFinderSync* init();
