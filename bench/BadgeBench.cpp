@@ -132,7 +132,7 @@ void Case::repeat(const LogSink& sink) {
     bareTimes_.push_back(measure(sink, requests, log_.bytes(), [&] { log_.write(); }));
     times_.push_back(measure(sink, requests, log_.bytes(), [&] {
         extension_.requestBadgeIdentifierForURL(*item_);
-        platform::linux_backend::flushStandardOutput(); // as the run loop does before it waits
+        platform::linux_backend::flushStandardStreams(); // as the run loop does before it waits
     }));
     ratios_.push_back(times_.back() / bareTimes_.back());
 }

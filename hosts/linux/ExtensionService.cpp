@@ -134,9 +134,9 @@ int appendMenu(sd_bus_message* message, const platform::NSMenu* menu) {
     return result < 0 ? result : sd_bus_message_close_container(message);
 }
 
-/// Sends a reply whose body a function appends. Whoever gets it finds the trace of it written.
+/// Sends a reply whose body a function appends. Whoever gets it finds the lines about it written.
 template <typename AppendBody> int reply(sd_bus_message* call, AppendBody appendBody) {
-    platform::linux_backend::flushStandardOutput();
+    platform::linux_backend::flushStandardStreams();
     sd_bus_message* message = nullptr;
     int result = sd_bus_message_new_method_return(call, &message);
     if (result >= 0)
@@ -284,7 +284,7 @@ int ExtensionService::callWithURL(sd_bus_message* call, std::string_view selecto
     if (const int result = readURL(call, url, error); result < 0)
         return result;
     (extension_.*std::get<URLCallback>(publishedMethod(selector)->method))(*url);
-    return sd_bus_reply_method_return(call, nullptr);
+    return reply(call, [](sd_bus_message*) { return 0; });
 }
 
 int ExtensionService::requestBadge(sd_bus_message* call, sd_bus_error* error) {
@@ -337,7 +337,7 @@ int ExtensionService::performAction(sd_bus_message* call, sd_bus_error* error) {
                                  "\"%s\" is no action of the extension", selector.c_str());
     const Selection selection(controller_, std::move(urls));
     (extension_.**action)(nullptr);
-    return sd_bus_reply_method_return(call, nullptr);
+    return reply(call, [](sd_bus_message*) { return 0; });
 }
 
 /// The extension is not asked about what lies outside the watched directories.

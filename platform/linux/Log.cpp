@@ -46,12 +46,10 @@ void NSLog(std::string_view format, std::string_view argument) {
     message = format;
     if (const auto place = message.find("%@"); place != std::string::npos)
         message.replace(place, 2, argument);
-    // Whoever reads both streams together sees the lines in the order in which they came about.
-    linux_backend::flushStandardOutput();
-    linux_backend::writeDiagnostic(linux_backend::Level::Info,
-                                   linux_backend::standardErrorIsJournal() ? std::string_view()
-                                                                           : timeNameAndProcess(),
-                                   message);
+    linux_backend::gatherDiagnostic(linux_backend::Level::Info,
+                                    linux_backend::standardErrorIsJournal() ? std::string_view()
+                                                                            : timeNameAndProcess(),
+                                    message);
 }
 
 } // namespace platform

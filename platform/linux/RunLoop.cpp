@@ -21,7 +21,7 @@ RunLoop::~RunLoop() {
 }
 
 bool RunLoop::runOnce() {
-    flushStandardOutput();
+    flushStandardStreams();
     if (const int result = sd_event_run(event_, UINT64_MAX); result < 0)
         fatalError(std::string("the run loop failed: ") + std::strerror(-result));
     return sd_event_get_state(event_) != SD_EVENT_FINISHED;
@@ -30,7 +30,7 @@ bool RunLoop::runOnce() {
 int RunLoop::run() {
     while (runOnce()) {
     }
-    flushStandardOutput();
+    flushStandardStreams();
     int code = 0;
     (void)sd_event_get_exit_code(event_, &code);
     return code;

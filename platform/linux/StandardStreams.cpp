@@ -17,12 +17,18 @@ namespace platform {
 namespace {
 
 /// A read of inbound messages can print for as long as bytes keep coming; this bounds what is
-/// gathered meanwhile. The trace's reader is to work at the same time, not only when all is done.
+/// gathered meanwhile. The lines' reader is to work at the same time, not only when all is done.
 constexpr std::size_t gatherLimit = std::size_t{16} * 1024;
 
-std::string& gathered() {
-    static std::string text;
-    return text;
+/// Whole lines, all for the same stream: a write costs more than to make many of them.
+struct Gathered {
+    int descriptor = STDOUT_FILENO;
+    std::string lines;
+};
+
+Gathered& gathered() {
+    static Gathered gathered;
+    return gathered;
 }
 
 bool isControlCharacter(char character) {
@@ -58,6 +64,17 @@ void appendWithoutControlCharacters(std::string& line, std::string_view text) {
     }
 }
 
+/// Where to append a line for a stream. Whoever reads both streams together sees the lines in the
+/// order in which they came about: those of the other one, or those that are many, go first.
+std::string& linesFor(int descriptor) {
+    Gathered& all = gathered();
+    if (all.descriptor != descriptor || all.lines.size() >= gatherLimit) {
+        linux_backend::flushStandardStreams();
+        all.descriptor = descriptor;
+    }
+    return all.lines;
+}
+
 bool namesStandardError(const char* journalStream) {
     struct stat status {};
     if (journalStream == nullptr || ::fstat(STDERR_FILENO, &status) != 0)
@@ -69,9 +86,9 @@ bool namesStandardError(const char* journalStream) {
 
 namespace linux_backend {
 
-void flushStandardOutput() {
-    (void)process::writeFully(STDOUT_FILENO, gathered());
-    gathered().clear();
+void flushStandardStreams() {
+    (void)process::writeFully(gathered().descriptor, gathered().lines);
+    gathered().lines.clear();
 }
 
 bool standardErrorIsJournal() {
@@ -79,25 +96,25 @@ bool standardErrorIsJournal() {
     return isJournal;
 }
 
-void writeDiagnostic(Level level, std::string_view prefix, std::string_view text) {
-    static std::string line; // kept for its room
-    line.clear();
+void gatherDiagnostic(Level level, std::string_view prefix, std::string_view text) {
+    std::string& line = linesFor(STDERR_FILENO);
     if (standardErrorIsJournal())
         line.append("<").append(std::to_string(static_cast<int>(level))).append(">");
     else
         line += prefix;
     appendWithoutControlCharacters(line, text);
     line += '\n';
-    (void)process::writeFully(STDERR_FILENO, line);
+}
+
+void writeDiagnostic(Level level, std::string_view prefix, std::string_view text) {
+    gatherDiagnostic(level, prefix, text);
+    flushStandardStreams();
 }
 
 } // namespace linux_backend
 
 void print(std::string_view text, std::string_view value) {
-    std::string& lines = gathered();
-    lines.append(text).append(value) += '\n';
-    if (lines.size() >= gatherLimit)
-        linux_backend::flushStandardOutput();
+    linesFor(STDOUT_FILENO).append(text).append(value) += '\n';
 }
 
 void* malloc(std::size_t size) {
@@ -117,7 +134,6 @@ const char* strerror(int number) {
 }
 
 void fatalError(std::string_view reason) {
-    linux_backend::flushStandardOutput();
     linux_backend::writeDiagnostic(linux_backend::Level::Critical,
                                    std::string(program_invocation_short_name) + ": ",
                                    "fatal error: " + std::string(reason));

@@ -6,16 +6,19 @@
 
 namespace platform::linux_backend {
 
-/// Writes out what `print` has gathered. The run loop calls it before it waits. When standard
-/// output takes nothing any more, what was gathered is dropped and the process goes on.
-void flushStandardOutput();
+/// Writes out the lines that have been gathered. The run loop calls it before it waits. What a
+/// stream does not take any more is dropped, and the process goes on.
+void flushStandardStreams();
 
 /// How a service manager's journal classifies a line; the values are syslog's.
 enum class Level { Critical = 2, Error = 3, Info = 6 };
 
-/// Writes one line to standard error at once: with a level prefix when standard error is a
-/// journal, otherwise with the given prefix. Control characters are escaped, so that no text can
-/// pose as a second line.
+/// Gathers one line for standard error: with a level prefix when standard error is a journal,
+/// otherwise with the given prefix. Control characters are escaped, so that no text can pose as a
+/// second line.
+void gatherDiagnostic(Level level, std::string_view prefix, std::string_view text);
+
+/// The same, and writes it out at once.
 void writeDiagnostic(Level level, std::string_view prefix, std::string_view text);
 
 /// Whether standard error is the journal that `$JOURNAL_STREAM` names.

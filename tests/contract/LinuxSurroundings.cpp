@@ -72,7 +72,7 @@ void writeSettings(const std::string& text) {
 /// Runs one turn of the loop, or waits a moment when there is nothing to deliver.
 bool runFor(std::chrono::milliseconds patience) {
     sd_event* const event = runLoopOfThisThread().event();
-    platform::linux_backend::flushStandardOutput();
+    platform::linux_backend::flushStandardStreams();
     return sd_event_run(event, static_cast<std::uint64_t>(patience.count()) * 1000) > 0;
 }
 
@@ -85,7 +85,7 @@ void setUp() {
 }
 
 void tearDown() {
-    platform::linux_backend::flushStandardOutput();
+    platform::linux_backend::flushStandardStreams();
     world.reset();
 }
 
@@ -98,11 +98,12 @@ void breakSettings() {
 }
 
 std::string printed() {
-    platform::linux_backend::flushStandardOutput();
+    platform::linux_backend::flushStandardStreams();
     return world->standardOutput.text();
 }
 
 std::vector<std::string> logged() {
+    platform::linux_backend::flushStandardStreams();
     std::vector<std::string> lines;
     std::istringstream text(world->standardError.text());
     for (std::string line; std::getline(text, line);)

@@ -2,6 +2,7 @@
 
 #include "platform/Foundation.h"
 #include "platform/System.h"
+#include "platform/linux/StandardStreams.h"
 #include "tests/platform/linux/StreamCapture.h"
 
 #include <gtest/gtest.h>
@@ -29,9 +30,12 @@ TEST(RunLoop, TraceAndLogKeepTheirOrderForWhoeverReadsBoth) {
     ASSERT_EQ(::dup2(STDOUT_FILENO, STDERR_FILENO), STDERR_FILENO);
     platform::print("traced first");
     platform::NSLog("logged %@", "second");
+    platform::print("traced last");
+    platform::linux_backend::flushStandardStreams();
     const std::string text = output.text();
     EXPECT_LT(text.find("traced first\n"), text.find("logged second\n"));
-    EXPECT_NE(text.find("logged second\n"), std::string::npos);
+    EXPECT_LT(text.find("logged second\n"), text.find("traced last\n"));
+    EXPECT_NE(text.find("traced last\n"), std::string::npos);
 }
 
 } // namespace
