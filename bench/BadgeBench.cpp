@@ -16,10 +16,12 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <list>
 #include <stdexcept>
+#include <unistd.h>
 
 namespace findersync::bench {
 

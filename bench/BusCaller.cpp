@@ -43,6 +43,16 @@ BusCaller::BusCaller() {
     bus_.reset(bus);
 }
 
+pid_t BusCaller::daemon() const {
+    sd_bus_creds* credentials = nullptr;
+    require(sd_bus_get_owner_creds(bus_.get(), SD_BUS_CREDS_PID, &credentials));
+    pid_t process = 0;
+    const int result = sd_bus_creds_get_pid(credentials, &process);
+    sd_bus_creds_unref(credentials);
+    require(result);
+    return process;
+}
+
 BusCaller::Answer BusCaller::requestBadge(const std::string& service,
                                           const std::string& url) const {
     const Message request = newCall(service, interfaceName, "RequestBadgeIdentifierForURL");

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <sys/types.h>
 #include <systemd/sd-bus.h>
 #include <variant>
 #include <vector>
@@ -16,6 +18,9 @@ public:
     using Answer = std::vector<std::string>;
 
     BusCaller();
+
+    /// The process of the bus daemon.
+    [[nodiscard]] pid_t daemon() const;
 
     [[nodiscard]] Answer requestBadge(const std::string& service, const std::string& url) const;
     [[nodiscard]] Answer menu(const std::string& service, const std::string& url) const;
