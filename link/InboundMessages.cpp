@@ -41,7 +41,7 @@ void FinderSync::readInboundMessages() {
         platform::fatalError("no memory for the inbound buffer");
 
     const auto bytesAvailable = [this] {
-        if (!inputStream_)
+        if (!inputStream_) // never, once `connect` has run
             platform::fatalError("the input stream is gone while it is being read");
         return inputStream_->hasBytesAvailable();
     };
