@@ -1,10 +1,13 @@
 #include "tests/RecordingTest.h"
+#include "tests/WatchedFetches.h"
 
 #include <csignal>
 
 using findersync::FinderSync;
 using platform::recording::makeURL;
+using tests::CountingFetches;
 using tests::Strings;
+using tests::TellingOfFetches;
 using tests::world;
 
 namespace {
@@ -145,18 +148,6 @@ TEST_F(BadgeAssignment, BadgesGoOnWhenTheLinkIsDown) {
     EXPECT_EQ(badgeOf("/a"), "FolderIco");
 }
 
-/// Counts how often the list is fetched, and can make it shorter behind a walk's back.
-class CountingFetches : public FinderSync {
-public:
-    [[nodiscard]] const Strings& pathsOfRootFolders() const override {
-        ++fetches;
-        return fetches > shrinkAfter ? none : FinderSync::pathsOfRootFolders();
-    }
-    mutable int fetches = 0;
-    int shrinkAfter = 1000;
-    Strings none;
-};
-
 TEST_F(BadgeAssignment, TheListIsFetchedThroughItsGetterAtEachStep) {
     auto& counting = startConnected<CountingFetches>();
     setRoots({"/a", "/b", "/c"});
@@ -173,15 +164,6 @@ TEST_F(BadgeAssignmentDeath, AListThatBecomesShorter) {
     EXPECT_EXIT(badgeOf("/elsewhere"), testing::KilledBySignal(SIGABRT),
                 "fatal error: the root folders have changed during a badge request\n$");
 }
-
-/// Tells when the list is fetched.
-class TellingOfFetches : public FinderSync {
-public:
-    [[nodiscard]] const Strings& pathsOfRootFolders() const override {
-        platform::print("fetched");
-        return FinderSync::pathsOfRootFolders();
-    }
-};
 
 TEST_F(BadgeAssignmentDeath, TheFilePathIsLoggedBeforeTheListIsFetched) {
     startConnected<TellingOfFetches>();

@@ -1,4 +1,5 @@
 #include "tests/RecordingTest.h"
+#include "tests/WatchedFetches.h"
 
 #include <csignal>
 
@@ -6,8 +7,10 @@ using findersync::FinderSync;
 using platform::FIMenuKind;
 using platform::recording::makeURL;
 using platform::recording::MenuItem;
+using tests::CountingFetches;
 using tests::script;
 using tests::Strings;
+using tests::TellingOfFetches;
 
 namespace {
 
@@ -294,18 +297,6 @@ TEST_F(ContextMenu, ThePathIsTracedInItsLiteralForm) {
     EXPECT_EQ(traceOf(""), "path: Optional(\"\")\n");
 }
 
-/// Counts how often the list is fetched, and can make it shorter behind a walk's back.
-class CountingFetches : public FinderSync {
-public:
-    [[nodiscard]] const Strings& pathsOfRootFolders() const override {
-        ++fetches;
-        return fetches > shrinkAfter ? none : FinderSync::pathsOfRootFolders();
-    }
-    mutable int fetches = 0;
-    int shrinkAfter = 1000;
-    Strings none;
-};
-
 TEST_F(ContextMenu, TheListIsFetchedThroughItsGetterAtEachStep) {
     auto& counting = startConnected<CountingFetches>();
     setRoots({"/x", "/y", "/z"});
@@ -322,15 +313,6 @@ TEST_F(ContextMenuDeath, AListThatBecomesShorter) {
     EXPECT_EXIT(isOfferedOn("/a"), testing::KilledBySignal(SIGABRT),
                 "fatal error: the root folders have changed during a menu request\n$");
 }
-
-/// Tells when the list is fetched.
-class TellingOfFetches : public FinderSync {
-public:
-    [[nodiscard]] const Strings& pathsOfRootFolders() const override {
-        platform::print("fetched");
-        return FinderSync::pathsOfRootFolders();
-    }
-};
 
 TEST_F(ContextMenuDeath, ThePathIsLookedAtBeforeTheListIsFetchedAgain) {
     startConnected<TellingOfFetches>();
