@@ -173,6 +173,9 @@ TEST_F(ClickReportsDeath, NoOutputStreamYet) {
     FinderSync unconnected;
     EXPECT_EXIT(unconnected.sendClickedData("t"), testing::KilledBySignal(SIGABRT),
                 "fatal error: there is no output stream to report to\n$");
+    unconnected.setIsSocketConnected(false);
+    EXPECT_EXIT(unconnected.sendClickedData("t"), testing::KilledBySignal(SIGABRT),
+                "fatal error: there is no output stream to report to\n$");
 }
 
 } // namespace
