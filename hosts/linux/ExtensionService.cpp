@@ -83,35 +83,30 @@ int read(sd_bus_message* message, std::vector<std::string>& list) {
     return result < 0 ? result : sd_bus_message_exit_container(message);
 }
 
-int refuseURL(sd_bus_error* error, const std::string& url, const std::string& failure) {
+/// Checks a URL as the Finder would have. Gives a negative errno on failure, with the error set for
+/// the caller of the bus.
+int checkURL(const std::string& text, FinderSync::URL& url, sd_bus_error* error) {
+    std::string failure;
+    url = platform::linux_backend::fileURLWithString(text, failure);
+    if (url)
+        return 0;
     return sd_bus_error_setf(error, SD_BUS_ERROR_INVALID_ARGS,
-                             "\"%s\" is not the URL of a local file: %s", url.c_str(),
+                             "\"%s\" is not the URL of a local file: %s", text.c_str(),
                              failure.c_str());
 }
 
-/// Reads a URL and checks it as the Finder would have. Gives a negative errno on failure, with the
-/// error set for the caller of the bus.
 int readURL(sd_bus_message* message, FinderSync::URL& url, sd_bus_error* error) {
     std::string text;
-    if (const int result = read(message, text); result < 0)
-        return result;
-    std::string failure;
-    url = platform::linux_backend::fileURLWithString(text, failure);
-    return url ? 0 : refuseURL(error, text, failure);
+    const int result = read(message, text);
+    return result < 0 ? result : checkURL(text, url, error);
 }
 
-/// Reads a list of URLs, each checked like a single one.
 int readURLs(sd_bus_message* message, std::vector<FinderSync::URL>& urls, sd_bus_error* error) {
     std::vector<std::string> texts;
-    if (const int result = read(message, texts); result < 0)
-        return result;
-    for (const std::string& text : texts) {
-        std::string failure;
-        urls.push_back(platform::linux_backend::fileURLWithString(text, failure));
-        if (!urls.back())
-            return refuseURL(error, text, failure);
-    }
-    return 0;
+    int result = read(message, texts);
+    for (auto text = texts.begin(); result >= 0 && text != texts.end(); ++text)
+        result = checkURL(*text, urls.emplace_back(), error);
+    return result;
 }
 
 int appendMenu(sd_bus_message* message, const platform::NSMenu* menu) {

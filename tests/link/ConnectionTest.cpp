@@ -29,12 +29,8 @@ TEST_F(Connection, ANormalStartTracesItsSteps) {
 }
 
 TEST_F(Connection, WithoutAListenerBothStreamsReportAnErrorAndTheLinkStillCountsAsUp) {
-    auto& started = start();
-    extension.reset();
-    platform::recording::reset();
     extension = std::make_unique<FinderSync>();
     EXPECT_EQ(extension->init(), extension.get());
-    (void)started;
     platform::recording::runAll();
     EXPECT_EQ(trace(), "connecting...\nStream open error\nStream open error\n");
     EXPECT_TRUE(extension->isSocketConnected());
