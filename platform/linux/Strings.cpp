@@ -1,6 +1,7 @@
 // NSString, NSData and NSJSONSerialization: strings are UTF-8 throughout.
 
 #include "platform/Foundation.h"
+#include "platform/Splitting.h"
 #include "platform/linux/JSON.h"
 #include "platform/linux/Text.h"
 
@@ -33,7 +34,7 @@ std::optional<NSData> dataUsingUTF8Encoding(std::string_view text) {
 
 std::vector<std::string_view> componentsSeparatedByString(std::string_view text,
                                                           std::string_view separator) {
-    return linux_backend::split(text, separator);
+    return split(text, separator);
 }
 
 bool isEqualToString(std::string_view one, std::string_view other) {

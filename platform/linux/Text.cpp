@@ -1,5 +1,7 @@
 #include "platform/linux/Text.h"
 
+#include "platform/Splitting.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -121,19 +123,6 @@ bool contains(std::string_view text, std::string_view searched) {
             return true;
     }
     return false;
-}
-
-std::vector<std::string_view> split(std::string_view text, std::string_view separator) {
-    std::vector<std::string_view> pieces;
-    pieces.reserve(16); // as many as the lines of one read, mostly
-    std::size_t begin = 0;
-    for (auto end = text.find(separator); end != std::string_view::npos;
-         end = text.find(separator, begin)) {
-        pieces.push_back(text.substr(begin, end - begin));
-        begin = end + separator.size();
-    }
-    pieces.push_back(text.substr(begin));
-    return pieces;
 }
 
 bool isInFolder(std::string_view path, std::string_view folder) {

@@ -4,7 +4,6 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace platform::linux_backend {
 
@@ -17,11 +16,6 @@ namespace platform::linux_backend {
 /// Whether a text holds another one, or a canonically equivalent sequence, that does not end inside
 /// a combined character. The empty text is held by none. Fast for ASCII.
 [[nodiscard]] bool contains(std::string_view text, std::string_view searched);
-
-/// The pieces of a text between the occurrences of a separator, empty ones included. They refer to
-/// the text. The separator is not empty.
-[[nodiscard]] std::vector<std::string_view> split(std::string_view text,
-                                                  std::string_view separator);
 
 /// Whether an absolute path is a folder's or lies below it, by their texts: empty, "." and ".."
 /// components are resolved without a look at the file system, and names are compared by canonical

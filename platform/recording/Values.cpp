@@ -1,5 +1,6 @@
 // Strings, JSON, settings, URLs and the log.
 
+#include "platform/Splitting.h"
 #include "platform/linux/FileURL.h"
 #include "platform/linux/IntegerValue.h"
 #include "platform/linux/JSON.h"
@@ -98,7 +99,7 @@ std::optional<NSData> dataUsingUTF8Encoding(std::string_view text) {
 std::vector<std::string_view> componentsSeparatedByString(std::string_view text,
                                                           std::string_view separator) {
     recording::record("componentsSeparatedByString: " + std::string(text));
-    return linux_backend::split(text, separator);
+    return split(text, separator);
 }
 
 bool isEqualToString(std::string_view one, std::string_view other) {

@@ -1,7 +1,7 @@
 // The listing on real files.
 
 #include "extension/FinderSync.h"
-#include "tests/platform/linux/ScratchFolder.h"
+#include "tests/platform/ScratchFolder.h"
 
 #include <algorithm>
 #include <array>

@@ -3,10 +3,10 @@
 #include "platform/linux/Menu.h"
 #include "platform/linux/RunLoop.h"
 #include "platform/linux/StandardStreams.h"
+#include "tests/contract/LoopbackSurroundings.h"
 #include "tests/contract/Surroundings.h"
-#include "tests/platform/linux/LoopbackPeer.h"
-#include "tests/platform/linux/ScratchFolder.h"
-#include "tests/platform/linux/StreamCapture.h"
+#include "tests/platform/ScratchFolder.h"
+#include "tests/platform/StreamCapture.h"
 
 #include <boost/json.hpp>
 #include <chrono>
@@ -29,7 +29,6 @@ struct World {
     tests::ScratchFolder configuration;
     tests::StreamCapture standardOutput{STDOUT_FILENO};
     tests::StreamCapture standardError{STDERR_FILENO};
-    std::optional<tests::LoopbackPeer> peer;
 
     [[nodiscard]] fs::path settingsFile() const {
         return configuration.path() / suiteName / "settings.json";
@@ -86,6 +85,7 @@ void setUp() {
 
 void tearDown() {
     platform::linux_backend::flushStandardStreams();
+    dropPeer();
     world.reset();
 }
 
@@ -163,35 +163,6 @@ std::optional<std::string> itemWithAttributes(const std::vector<std::string>& na
 
 std::string missingItem() {
     return (world->configuration.path() / "missing").string();
-}
-
-std::uint32_t listen() {
-    world->peer.emplace();
-    return world->peer->port();
-}
-
-std::uint32_t unusedPort() {
-    return tests::LoopbackPeer().port(); // free again once the peer is gone
-}
-
-void peerSends(const std::string& bytes) {
-    world->peer->send(bytes);
-}
-
-void peerCloses() {
-    world->peer->finishSending();
-}
-
-void peerResets() {
-    world->peer->reset();
-}
-
-std::string peerReceived() {
-    return world->peer->received();
-}
-
-bool peerSeesEnd() {
-    return world->peer->seesEnd();
 }
 
 bool runUntil(const std::function<bool()>& condition) {

@@ -3,7 +3,7 @@
 #include "platform/Foundation.h"
 #include "platform/System.h"
 #include "platform/linux/StandardStreams.h"
-#include "tests/platform/linux/StreamCapture.h"
+#include "tests/platform/StreamCapture.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

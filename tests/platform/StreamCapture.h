@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <stdexcept>
 #include <string>
-#include <sys/mman.h>
 #include <unistd.h>
 
 namespace tests {
@@ -14,15 +13,14 @@ public:
     explicit StreamCapture(int descriptor) : descriptor_(descriptor) {
         (void)std::fflush(nullptr);
         original_ = ::dup(descriptor);
-        captured_ = ::memfd_create("captured", MFD_CLOEXEC);
-        if (original_ < 0 || captured_ < 0 || ::dup2(captured_, descriptor) < 0)
+        if (original_ < 0 || captured_ == nullptr || ::dup2(captured(), descriptor) < 0)
             throw std::runtime_error("nothing can be captured");
     }
     ~StreamCapture() {
         (void)std::fflush(nullptr);
         (void)::dup2(original_, descriptor_);
         (void)::close(original_);
-        (void)::close(captured_);
+        (void)std::fclose(captured_);
     }
     StreamCapture(const StreamCapture&) = delete;
     StreamCapture& operator=(const StreamCapture&) = delete;
@@ -32,7 +30,7 @@ public:
         std::string text;
         char buffer[65536];
         for (off_t at = 0;;) {
-            const ssize_t count = ::pread(captured_, buffer, sizeof buffer, at);
+            const ssize_t count = ::pread(captured(), buffer, sizeof buffer, at);
             if (count <= 0)
                 return text;
             text.append(buffer, static_cast<std::size_t>(count));
@@ -41,9 +39,11 @@ public:
     }
 
 private:
+    [[nodiscard]] int captured() const { return ::fileno(captured_); }
+
     int descriptor_;
     int original_ = -1;
-    int captured_ = -1;
+    std::FILE* captured_ = std::tmpfile();
 };
 
 } // namespace tests

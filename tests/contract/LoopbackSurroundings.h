@@ -1,0 +1,8 @@
+#pragma once
+
+namespace contract {
+
+/// Ends the peer of the test before.
+void dropPeer();
+
+} // namespace contract
