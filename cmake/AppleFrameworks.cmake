@@ -1,0 +1,8 @@
+# What the macOS code is built against.
+if(APPLE)
+  add_library(apple-frameworks INTERFACE)
+  target_link_libraries(apple-frameworks INTERFACE
+    "-framework AppKit" "-framework CoreFoundation" "-framework FinderSync" "-framework Foundation")
+else()
+  add_subdirectory(tests/gnustep)
+endif()

@@ -1,0 +1,37 @@
+# The names that the extension goes by. Everything branded is derived from the application group.
+set(FINDER_SYNC_GROUP "com.example.companion" CACHE STRING
+  "Application-group identifier shared with the companion application; names the settings, the bus name and the bundle")
+set(FINDER_SYNC_COMPANION_IDENTIFIER "" CACHE STRING
+  "Bundle identifier of the companion application on macOS; when empty, the group without its team prefix or \"group.\"")
+
+block(PROPAGATE companion_identifier extension_identifier)
+  string(REPEAT "[A-Z0-9]" 10 team)
+  set(domain "[A-Za-z_][A-Za-z0-9_-]*(\\.[A-Za-z_][A-Za-z0-9_-]*)+")
+
+  # A team identifier may begin with a digit. Names on D-Bus may not, so only a Mac takes it.
+  if(APPLE)
+    set(group "(${team}\\.)?${domain}")
+  else()
+    set(group "${domain}")
+  endif()
+  if(NOT FINDER_SYNC_GROUP MATCHES "^${group}$")
+    message(FATAL_ERROR "FINDER_SYNC_GROUP must be a reverse domain name such as com.example.product, not \"${FINDER_SYNC_GROUP}\"")
+  endif()
+  if(APPLE AND NOT FINDER_SYNC_GROUP MATCHES "^(${team}|group)\\.${domain}$")
+    message(NOTICE "FINDER_SYNC_GROUP \"${FINDER_SYNC_GROUP}\" has neither a team identifier nor \"group.\" before it: for development only")
+  endif()
+
+  if(NOT FINDER_SYNC_COMPANION_IDENTIFIER STREQUAL "")
+    set(companion_identifier "${FINDER_SYNC_COMPANION_IDENTIFIER}")
+  elseif(FINDER_SYNC_GROUP MATCHES "^(${team}|group)\\.(${domain})$")
+    set(companion_identifier "${CMAKE_MATCH_2}")
+  else()
+    set(companion_identifier "${FINDER_SYNC_GROUP}")
+  endif()
+  if(NOT companion_identifier MATCHES "^[A-Za-z0-9_-]+(\\.[A-Za-z0-9_-]+)+$")
+    message(FATAL_ERROR "FINDER_SYNC_COMPANION_IDENTIFIER must be a bundle identifier such as com.example.product, not \"${companion_identifier}\"")
+  endif()
+
+  # An extension's identifier begins with that of the app that contains it.
+  set(extension_identifier "${companion_identifier}.FinderSync")
+endblock()

@@ -1,0 +1,49 @@
+#pragma once
+
+// The principal class of the app extension: what the Finder creates and talks to. It publishes the
+// selectors and key-value properties of the extension's object, and passes everything on to it.
+//
+// Everything runs on the thread that created the object: the extension's main thread.
+
+#import <AppKit/AppKit.h>
+#import <CoreFoundation/CoreFoundation.h>
+#import <FinderSync/FinderSync.h>
+#import <Foundation/Foundation.h>
+
+namespace hosts::macos {
+class HostedFinderSync;
+}
+
+@interface FinderSync : FIFinderSync <NSStreamDelegate> {
+@private
+    hosts::macos::HostedFinderSync* extension_;
+}
+
+/// The directory that the Finder was told to watch. Never nil; setting nil is fatal.
+@property (nonatomic, strong) NSURL* myFolderURL;
+/// Paths of the companion application's root folders, all of them strings. Nil sets none.
+@property (nonatomic, copy) NSArray* pathsOfRootFolders;
+@property (nonatomic, readonly) CFStringRef serverAddress;
+@property (nonatomic, assign) uint32_t serverPort;
+@property (nonatomic, assign) BOOL isSocketConnected;
+@property (nonatomic, assign) NSInteger displayUrlLink;
+@property (nonatomic, assign) NSInteger displayBackup;
+/// Titles of the menu entries. Nil sets the empty text.
+@property (nonatomic, copy) NSString* shareContactTitle;
+@property (nonatomic, copy) NSString* shareViaUrlTitle;
+@property (nonatomic, copy) NSString* backupTitle;
+
+- (void)connect;
+- (NSString*)errnoDescription;
+- (NSString*)JSONStringify:(id)value prettyPrinted:(BOOL)prettyPrinted;
+- (NSDictionary*)JSONParseDictionary:(NSString*)text;
+- (void)sendClickedData:(NSString*)clickType;
+
+- (void)createLinkClicked:(id)sender;
+- (void)backupClicked:(id)sender;
+- (void)shareContactsClicked:(id)sender;
+- (void)inProgressClicked:(id)sender;
+- (void)notSyncedClicked:(id)sender;
+- (void)syncedClicked:(id)sender;
+
+@end

@@ -1,0 +1,243 @@
+#import "hosts/macos/FinderSync.h"
+
+#include "extension/FinderSync.h"
+#include "platform/System.h"
+#include "platform/macos/Menu.h"
+#include "platform/macos/Streams.h"
+#include "platform/macos/Strings.h"
+#include "platform/macos/URL.h"
+#include "platform/macos/Values.h"
+
+#include <csignal>
+#include <memory>
+#include <string>
+#include <vector>
+
+using platform::macos::objectOfValue;
+using platform::macos::stringObject;
+using platform::macos::URL;
+using platform::macos::utf8Text;
+
+namespace hosts::macos {
+
+/// The extension's object, which has its Objective-C half told of the events of the link.
+class HostedFinderSync : public findersync::FinderSync, public platform::macos::ObjectDelegate {
+public:
+    /// The principal object is not owned; it owns this one.
+    explicit HostedFinderSync(::FinderSync* principal) : principal_(principal) {}
+
+    [[nodiscard]] id<NSStreamDelegate> delegateObject() const override { return principal_; }
+
+private:
+    ::FinderSync* principal_;
+};
+
+namespace {
+
+NSArray* arrayOfStrings(const std::vector<std::string>& strings) {
+    platform::NSArray array;
+    for (const std::string& string : strings)
+        array.push_back({string});
+    return objectOfValue({array}).autoreleased();
+}
+
+std::vector<std::string> stringsOf(NSArray* array) {
+    std::vector<std::string> strings;
+    for (id element in array) {
+        if (![element isKindOfClass:[NSString class]])
+            platform::fatalError("pathsOfRootFolders is given something that is not a string");
+        strings.push_back(utf8Text(element));
+    }
+    return strings;
+}
+
+} // namespace
+
+} // namespace hosts::macos
+
+@implementation FinderSync
+
+- (instancetype)init {
+    // The fields have their initial values before the base class's initializer runs.
+    extension_ = new hosts::macos::HostedFinderSync(self);
+    self = [super init];
+    if (self == nil)
+        return nil;
+    // Neither a companion that goes away nor a reader of the trace is to end the process.
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    if (extension_->init() == nullptr) {
+        [self release];
+        return nil;
+    }
+    return self;
+}
+
+- (void)dealloc {
+    delete extension_;
+    [super dealloc];
+}
+
+// Key-value properties.
+
+- (NSURL*)myFolderURL {
+    return platform::macos::urlObject(*extension_->myFolderURL());
+}
+
+- (void)setMyFolderURL:(NSURL*)url {
+    if (url == nil)
+        platform::fatalError("myFolderURL is given no URL");
+    extension_->setMyFolderURL(std::make_shared<URL>(url));
+}
+
+- (NSArray*)pathsOfRootFolders {
+    return hosts::macos::arrayOfStrings(extension_->pathsOfRootFolders());
+}
+
+- (void)setPathsOfRootFolders:(NSArray*)paths {
+    extension_->setPathsOfRootFolders(hosts::macos::stringsOf(paths));
+}
+
+- (CFStringRef)serverAddress {
+    return reinterpret_cast<CFStringRef>(stringObject(extension_->serverAddress()).autoreleased());
+}
+
+- (uint32_t)serverPort {
+    return extension_->serverPort();
+}
+
+- (void)setServerPort:(uint32_t)port {
+    extension_->setServerPort(port);
+}
+
+- (BOOL)isSocketConnected {
+    return extension_->isSocketConnected() ? YES : NO;
+}
+
+- (void)setIsSocketConnected:(BOOL)isConnected {
+    extension_->setIsSocketConnected(isConnected != NO);
+}
+
+- (NSInteger)displayUrlLink {
+    return extension_->displayUrlLink();
+}
+
+- (void)setDisplayUrlLink:(NSInteger)value {
+    extension_->setDisplayUrlLink(value);
+}
+
+- (NSInteger)displayBackup {
+    return extension_->displayBackup();
+}
+
+- (void)setDisplayBackup:(NSInteger)value {
+    extension_->setDisplayBackup(value);
+}
+
+- (NSString*)shareContactTitle {
+    return stringObject(extension_->shareContactTitle()).autoreleased();
+}
+
+- (void)setShareContactTitle:(NSString*)title {
+    extension_->setShareContactTitle(utf8Text(title));
+}
+
+- (NSString*)shareViaUrlTitle {
+    return stringObject(extension_->shareViaUrlTitle()).autoreleased();
+}
+
+- (void)setShareViaUrlTitle:(NSString*)title {
+    extension_->setShareViaUrlTitle(utf8Text(title));
+}
+
+- (NSString*)backupTitle {
+    return stringObject(extension_->backupTitle()).autoreleased();
+}
+
+- (void)setBackupTitle:(NSString*)title {
+    extension_->setBackupTitle(utf8Text(title));
+}
+
+/// Key-value coding has no boxing for Core Foundation's types, but this one is bridged.
+- (id)valueForUndefinedKey:(NSString*)key {
+    if ([key isEqualToString:@"serverAddress"])
+        return stringObject(extension_->serverAddress()).autoreleased();
+    return [super valueForUndefinedKey:key];
+}
+
+// The link to the companion application.
+
+- (void)connect {
+    extension_->connect();
+}
+
+- (void)stream:(NSStream*)stream handleEvent:(NSStreamEvent)event {
+    platform::macos::deliver(*extension_, stream, event);
+}
+
+- (NSString*)JSONStringify:(id)value prettyPrinted:(BOOL)prettyPrinted {
+    return stringObject(extension_->JSONStringify(platform::macos::valueOfObject(value),
+                                                  prettyPrinted != NO))
+        .autoreleased();
+}
+
+- (NSDictionary*)JSONParseDictionary:(NSString*)text {
+    return objectOfValue({extension_->JSONParseDictionary(utf8Text(text))}).autoreleased();
+}
+
+- (void)sendClickedData:(NSString*)clickType {
+    extension_->sendClickedData(utf8Text(clickType));
+}
+
+// What the Finder asks for.
+
+- (void)beginObservingDirectoryAtURL:(NSURL*)url {
+    extension_->beginObservingDirectoryAtURL(URL(url));
+}
+
+- (void)endObservingDirectoryAtURL:(NSURL*)url {
+    extension_->endObservingDirectoryAtURL(URL(url));
+}
+
+- (void)requestBadgeIdentifierForURL:(NSURL*)url {
+    extension_->requestBadgeIdentifierForURL(URL(url));
+}
+
+- (NSMenu*)menuForMenuKind:(FIMenuKind)kind {
+    const auto menu = extension_->menuForMenuKind(static_cast<platform::FIMenuKind>(kind));
+    if (!menu)
+        return nil;
+    return platform::macos::menuObject(*menu);
+}
+
+- (NSString*)errnoDescription {
+    return stringObject(extension_->errnoDescription()).autoreleased();
+}
+
+// Actions of menu entries. Entries have no target: the Finder sends their actions to this object.
+// The extension does not look at the sender.
+
+- (void)createLinkClicked:(id)sender {
+    extension_->createLinkClicked(nullptr);
+}
+
+- (void)backupClicked:(id)sender {
+    extension_->backupClicked(nullptr);
+}
+
+- (void)shareContactsClicked:(id)sender {
+    extension_->shareContactsClicked(nullptr);
+}
+
+- (void)inProgressClicked:(id)sender {
+    extension_->inProgressClicked(nullptr);
+}
+
+- (void)notSyncedClicked:(id)sender {
+    extension_->notSyncedClicked(nullptr);
+}
+
+- (void)syncedClicked:(id)sender {
+    extension_->syncedClicked(nullptr);
+}
+
+@end

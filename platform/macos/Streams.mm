@@ -1,0 +1,163 @@
+// Stream pairs of Core Foundation, which Foundation's streams are bridged with.
+
+#include "platform/macos/Streams.h"
+
+#include "platform/CoreFoundation.h"
+#include "platform/macos/Strings.h"
+
+#import <CoreFoundation/CoreFoundation.h>
+#include <utility>
+
+/// The Objective-C half of a delegate that has none of its own.
+@interface FSStreamDelegate : NSObject <NSStreamDelegate> {
+    platform::NSStreamDelegate* delegate_;
+}
+- (instancetype)initWithDelegate:(platform::NSStreamDelegate*)delegate;
+@end
+
+@implementation FSStreamDelegate
+
+- (instancetype)initWithDelegate:(platform::NSStreamDelegate*)delegate {
+    self = [super init];
+    if (self != nil)
+        delegate_ = delegate;
+    return self;
+}
+
+- (void)stream:(NSStream*)stream handleEvent:(NSStreamEvent)event {
+    platform::macos::deliver(*delegate_, stream, event);
+}
+
+@end
+
+namespace platform {
+
+namespace {
+
+class RunLoop : public NSRunLoop {
+public:
+    explicit RunLoop(::NSRunLoop* runLoop) : runLoop_(macos::retain(runLoop)) {}
+
+    [[nodiscard]] ::NSRunLoop* object() const { return runLoop_.get(); }
+
+private:
+    macos::Reference<::NSRunLoop*> runLoop_;
+};
+
+/// What every stream here is known by to the others.
+class StreamObject {
+public:
+    virtual ~StreamObject() = default;
+    [[nodiscard]] virtual ::NSStream* streamObject() const = 0;
+};
+
+/// What is the same for every kind of stream.
+template <typename Contract, typename Object> class Stream : public Contract, public StreamObject {
+public:
+    explicit Stream(macos::Reference<Object*> stream) : stream_(std::move(stream)) {}
+    ~Stream() override = default;
+    Stream(const Stream&) = delete;
+    Stream& operator=(const Stream&) = delete;
+
+    void setDelegate(NSStreamDelegate* delegate) override {
+        const auto* const ownObject = dynamic_cast<const macos::ObjectDelegate*>(delegate);
+        delegate_ = {};
+        if (delegate != nullptr && ownObject == nullptr)
+            delegate_ = macos::adopt([[FSStreamDelegate alloc] initWithDelegate:delegate]);
+        [object() setDelegate:ownObject != nullptr ? ownObject->delegateObject() : delegate_.get()];
+    }
+
+    void scheduleInRunLoop(NSRunLoop& runLoop, std::string_view mode) override {
+        const auto modeName = mode == NSDefaultRunLoopMode ? macos::retain(::NSDefaultRunLoopMode)
+                                                           : macos::stringObject(mode);
+        [object() scheduleInRunLoop:static_cast<RunLoop&>(runLoop).object() forMode:modeName.get()];
+    }
+
+    void open() override { [object() open]; }
+
+    [[nodiscard]] bool isEqual(const NSStream& other) const override {
+        return [object() isEqual:dynamic_cast<const StreamObject&>(other).streamObject()] != NO;
+    }
+
+    [[nodiscard]] ::NSStream* streamObject() const override { return object(); }
+
+protected:
+    [[nodiscard]] Object* object() const { return stream_.get(); }
+
+private:
+    macos::Reference<Object*> stream_;
+    macos::Reference<FSStreamDelegate*> delegate_;
+};
+
+/// One end of a connection: a stream that this side has created.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): it is, but its base is a template's
+template <typename Contract, typename Object> class OwnStream : public Stream<Contract, Object> {
+public:
+    using Stream<Contract, Object>::Stream;
+    /// The platform may hold on to a stream for longer, but not on to a delegate.
+    ~OwnStream() override { [this->object() setDelegate:nil]; }
+    OwnStream(const OwnStream&) = delete;
+    OwnStream& operator=(const OwnStream&) = delete;
+};
+
+class InputStream : public OwnStream<NSInputStream, ::NSInputStream> {
+public:
+    using OwnStream::OwnStream;
+
+    [[nodiscard]] bool hasBytesAvailable() const override {
+        return [object() hasBytesAvailable] != NO;
+    }
+    std::int64_t read(std::uint8_t* buffer, std::size_t maxLength) override {
+        return [object() read:buffer maxLength:maxLength];
+    }
+};
+
+class OutputStream : public OwnStream<NSOutputStream, ::NSOutputStream> {
+public:
+    using OwnStream::OwnStream;
+
+    /// The platform's own method would wait for room, or for the connection.
+    std::int64_t write(const std::uint8_t* bytes, std::size_t length) override {
+        if ([object() hasSpaceAvailable] == NO)
+            return -1;
+        return [object() write:bytes maxLength:length];
+    }
+};
+
+} // namespace
+
+namespace macos {
+
+void deliver(NSStreamDelegate& delegate, ::NSStream* stream, ::NSStreamEvent event) {
+    Stream<NSStream, ::NSStream> wrapped(retain(stream));
+    delegate.stream(wrapped, static_cast<NSStreamEvent>(event));
+}
+
+} // namespace macos
+
+NSRunLoop& currentRunLoop() {
+    thread_local RunLoop runLoop([::NSRunLoop currentRunLoop]);
+    return runLoop;
+}
+
+void CFStreamCreatePairWithSocketToHost(const std::string& host, std::uint32_t port,
+                                        std::shared_ptr<NSInputStream>& readStream,
+                                        std::shared_ptr<NSOutputStream>& writeStream) {
+    // There are no ports above 65535. Cut to 16 bits, such a number would reach some other program;
+    // nobody can be reached at port 0.
+    const UInt32 existingPort = port <= 65535 ? port : 0;
+    const auto name = macos::stringObject(host);
+    CFReadStreamRef read = nullptr;
+    CFWriteStreamRef write = nullptr;
+    ::CFStreamCreatePairWithSocketToHost(kCFAllocatorDefault,
+                                         reinterpret_cast<CFStringRef>(name.get()), existingPort,
+                                         &read, &write);
+    if (read != nullptr)
+        readStream =
+            std::make_shared<InputStream>(macos::adopt(reinterpret_cast<::NSInputStream*>(read)));
+    if (write != nullptr)
+        writeStream = std::make_shared<OutputStream>(
+            macos::adopt(reinterpret_cast<::NSOutputStream*>(write)));
+}
+
+} // namespace platform

@@ -1,0 +1,52 @@
+#import <CoreFoundation/CoreFoundation.h>
+#import <Foundation/Foundation.h>
+#include <objc/runtime.h>
+#include <poll.h>
+
+const CFAllocatorRef kCFAllocatorDefault = nullptr;
+
+@interface NSStream (GNUstep)
+/// The socket, cast to a pointer.
+- (void*)_loopID;
+@end
+
+namespace {
+
+/// In place of GNUstep's answer, which is YES for as long as a stream is open: a reader that reads
+/// while there is something to be read would never come to an end.
+BOOL hasBytesAvailable(id stream, SEL selector) {
+    using Answer = BOOL (*)(id, SEL);
+    const auto original = reinterpret_cast<Answer>(
+        class_getMethodImplementation([[stream class] superclass], selector));
+    if (original(stream, selector) == NO)
+        return NO;
+    const auto socket = static_cast<int>(reinterpret_cast<std::intptr_t>([stream _loopID]));
+    pollfd request{.fd = socket, .events = POLLIN, .revents = 0};
+    return poll(&request, 1, 0) > 0 ? YES : NO;
+}
+
+/// Has the class of such a stream know whether there are bytes to be read.
+void mend(Class inputStream) {
+    const SEL selector = @selector(hasBytesAvailable);
+    class_addMethod(inputStream, selector, reinterpret_cast<IMP>(&hasBytesAvailable),
+                    method_getTypeEncoding(class_getInstanceMethod(inputStream, selector)));
+}
+
+} // namespace
+
+void CFStreamCreatePairWithSocketToHost(CFAllocatorRef, CFStringRef host, UInt32 port,
+                                        CFReadStreamRef* readStream,
+                                        CFWriteStreamRef* writeStream) {
+    @autoreleasepool {
+        NSInputStream* input = nil;
+        NSOutputStream* output = nil;
+        NSString* const address = reinterpret_cast<NSString*>(const_cast<__CFString*>(host));
+        [NSStream getStreamsToHost:[NSHost hostWithAddress:address]
+                              port:port
+                       inputStream:&input
+                      outputStream:&output];
+        mend([input class]);
+        *readStream = reinterpret_cast<CFReadStreamRef>([input retain]);
+        *writeStream = reinterpret_cast<CFWriteStreamRef>([output retain]);
+    }
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+// The part of Core Foundation that the extension uses, for systems without it. Its objects are the
+// ones of Foundation, as on the platform itself.
+
+#include <cstdint>
+
+using UInt32 = std::uint32_t;
+using CFAllocatorRef = const struct __CFAllocator*;
+using CFStringRef = const struct __CFString*;
+using CFReadStreamRef = struct __CFReadStream*;
+using CFWriteStreamRef = struct __CFWriteStream*;
+
+extern "C" {
+
+extern const CFAllocatorRef kCFAllocatorDefault;
+
+void CFStreamCreatePairWithSocketToHost(CFAllocatorRef allocator, CFStringRef host, UInt32 port,
+                                        CFReadStreamRef* readStream, CFWriteStreamRef* writeStream);
+
+} // extern "C"

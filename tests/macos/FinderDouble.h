@@ -1,0 +1,24 @@
+#pragma once
+
+#import <FinderSync/FinderSync.h>
+
+/// The Finder's controller of a test: takes down what it is told, and has the selection that it is
+/// given.
+@interface FinderDouble : FIFinderSyncController {
+    NSSet* directoryURLs_;
+    NSMutableArray* badges_;
+    NSMutableArray* assignments_;
+    NSArray* selectedItemURLs_;
+}
+
+/// Puts a new double in the place of the default controller, and gives it. Owned by this class.
++ (FinderDouble*)install;
+
+/// What was registered, in order: arrays of identifier, label and image.
+- (NSArray*)badges;
+/// What was assigned, in order: arrays of identifier and URL.
+- (NSArray*)assignments;
+/// Nil for no selection.
+- (void)setSelectedItemURLs:(NSArray*)urls;
+
+@end

@@ -1,0 +1,372 @@
+"""The app extension's bundle, as far as it can be told without a Mac: what its install rules lay out,
+its property lists, its images, and the scripts around it."""
+
+import json
+import os
+import pathlib
+import plistlib
+import shutil
+import subprocess
+import sys
+
+import pytest
+
+SOURCES = pathlib.Path(__file__).resolve().parents[2]
+HOST = SOURCES / "hosts/macos"
+IMAGES = SOURCES / "resources/macos"
+SIZES = {"icon_Folder": 320, "icon_share": 16, "icon_URLlink": 16, "icon_Backup": 16}
+IMAGE_SIZES = {f"{name}{suffix}.png": points * scale for name, points in SIZES.items()
+               for suffix, scale in (("", 1), ("@2x", 2))}
+SUFFIX = ".FinderSync"
+
+
+def run(*command, **options):
+    return subprocess.run([str(word) for word in command], capture_output=True, text=True,
+                          **options)
+
+
+def install(prefix, *options):
+    build = os.environ["FINDER_SYNC_BUILD"]
+    done = run("cmake", "--install", build, "--prefix", prefix, *options)
+    assert done.returncode == 0, done.stderr
+    return {str(file.relative_to(prefix)) for file in prefix.rglob("*") if not file.is_dir()}
+
+
+def configuration(name):
+    cache = pathlib.Path(os.environ["FINDER_SYNC_BUILD"], "CMakeCache.txt").read_text()
+    return next(line.partition("=")[2] for line in cache.splitlines()
+                if line.startswith(f"{name}:"))
+
+
+@pytest.fixture(scope="module")
+def installed(tmp_path_factory):
+    prefix = tmp_path_factory.mktemp("component")
+    return prefix, install(prefix, "--component", "app-extension")
+
+
+@pytest.fixture(scope="module")
+def contents(installed):
+    return installed[0] / "FinderSync.appex/Contents"
+
+
+@pytest.fixture
+def substitute(tmp_path):
+    """The property lists for other names: Info.plist, the entitlements, the development app's
+    Info.plist; or what is said against the names."""
+
+    def substitution(**names):
+        words = [f"-D{name}={value}" for name, value in names.items()]
+        done = run("cmake", *words, f"-DOUTPUT={tmp_path}", "-P",
+                   pathlib.Path(__file__).parent / "substitute.cmake")
+        if done.returncode != 0:
+            return done.stderr
+        return [plistlib.loads((tmp_path / file).read_bytes()) for file in
+                ("Info.plist", "FinderSync.entitlements", "DevelopmentApp/Info.plist")]
+
+    return substitution
+
+
+def test_the_component_holds_exactly_the_bundle(installed):
+    inside = {"MacOS/FinderSync", "Info.plist"} | {f"Resources/{image}" for image in IMAGE_SIZES}
+    assert installed[1] == {f"FinderSync.appex/Contents/{file}" for file in inside}
+
+
+def test_a_normal_installation_holds_nothing_of_the_bundle(installed, tmp_path):
+    files = install(tmp_path)
+    assert not [file for file in files if ".appex" in file or file.endswith((".png", ".plist"))]
+
+
+def test_the_program_can_be_executed(contents):
+    assert os.access(contents / "MacOS/FinderSync", os.X_OK)
+
+
+def test_every_image_is_there_in_its_sizes_and_has_transparent_corners(contents):
+    image_module = pytest.importorskip("PIL.Image", reason="python3-pil is not installed")
+    for name, pixels in IMAGE_SIZES.items():
+        with image_module.open(contents / "Resources" / name) as image:
+            assert (image.format, image.mode, image.size) == ("PNG", "RGBA", (pixels, pixels)), name
+            assert image.getpixel((0, 0))[3] == 0, name
+            assert image.getchannel("A").getextrema()[1] == 255, name
+            # A resolution would change how large a point is.
+            assert "dpi" not in image.info, name
+
+
+@pytest.mark.skipif(sys.platform == "darwin",
+                    reason="the images are rendered, and compared, with Debian's renderer")
+@pytest.mark.skipif(not shutil.which("rsvg-convert"), reason="librsvg2-bin is not installed")
+def test_the_images_show_what_the_masters_show(tmp_path):
+    image_module = pytest.importorskip("PIL.Image", reason="python3-pil is not installed")
+    assert run(SOURCES / "scripts/render-images", tmp_path).returncode == 0
+    assert {file.name for file in tmp_path.iterdir()} == set(IMAGE_SIZES)
+    assert {file.name for file in IMAGES.iterdir()} == set(IMAGE_SIZES)
+    for name in IMAGE_SIZES:
+        with image_module.open(tmp_path / name) as fresh, image_module.open(IMAGES / name) as kept:
+            assert fresh.tobytes() == kept.tobytes(), f"{name}: run scripts/render-images"
+
+
+def test_without_the_renderer_the_script_names_the_package(tmp_path):
+    for program in ("bash", "dirname", "mkdir"):
+        (tmp_path / program).symlink_to(shutil.which(program))
+    done = run(SOURCES / "scripts/render-images", env={"PATH": str(tmp_path)})
+    assert done.returncode == 1
+    assert "librsvg2-bin" in done.stderr
+
+
+def test_information_property_list(contents):
+    text = (contents / "Info.plist").read_text()
+    assert "@" not in text
+    properties = plistlib.loads(text.encode())
+    identifier = properties.pop("CFBundleIdentifier")
+    assert identifier.endswith(SUFFIX)
+    assert identifier != SUFFIX
+    version = properties.pop("CFBundleVersion")
+    assert f"project(finder-sync VERSION {version} " in (SOURCES / "CMakeLists.txt").read_text()
+    assert properties.pop("NSHumanReadableCopyright") in (SOURCES / "LICENSE").read_text()
+    assert properties == {
+        "CFBundleDevelopmentRegion": "en",
+        "CFBundleDisplayName": "Finder Sync",
+        "CFBundleExecutable": "FinderSync",
+        "CFBundleInfoDictionaryVersion": "6.0",
+        "CFBundleName": "FinderSync",
+        "CFBundlePackageType": "XPC!",
+        "CFBundleShortVersionString": version,
+        "CFBundleSupportedPlatforms": ["MacOSX"],
+        "LSMinimumSystemVersion": "11.0",
+        "LSUIElement": True,
+        "NSExtension": {
+            "NSExtensionAttributes": {},
+            "NSExtensionPointIdentifier": "com.apple.FinderSync",
+            "NSExtensionPrincipalClass": "FinderSync",
+        },
+    }
+
+
+def test_the_oldest_system_is_the_one_that_is_compiled_for(contents):
+    properties = plistlib.loads((contents / "Info.plist").read_bytes())
+    presets = json.loads((SOURCES / "CMakePresets.json").read_text())["configurePresets"]
+    macos = next(preset for preset in presets if preset["name"] == "macos")
+    assert properties["LSMinimumSystemVersion"] == \
+        macos["cacheVariables"]["CMAKE_OSX_DEPLOYMENT_TARGET"]
+
+
+def test_the_principal_class_exists(contents):
+    properties = plistlib.loads((contents / "Info.plist").read_bytes())
+    name = properties["NSExtension"]["NSExtensionPrincipalClass"]
+    lines = (HOST / "FinderSync.mm").read_text().splitlines()
+    assert [line for line in lines if line.split()[:2] == ["@implementation", name]]
+
+
+def test_names_agree_in_this_build(contents):
+    group = configuration("FINDER_SYNC_GROUP")
+    generated = pathlib.Path(os.environ["FINDER_SYNC_BUILD"], "hosts/macos")
+    entitlements = plistlib.loads((generated / "FinderSync.entitlements").read_bytes())
+    assert entitlements["com.apple.security.application-groups"] == [group]
+    identifier = plistlib.loads((contents / "Info.plist").read_bytes())["CFBundleIdentifier"]
+    companion = configuration("FINDER_SYNC_COMPANION_IDENTIFIER") or identifier[:-len(SUFFIX)]
+    assert identifier == companion + SUFFIX
+    assert group.endswith(companion) or configuration("FINDER_SYNC_COMPANION_IDENTIFIER")
+
+
+@pytest.mark.parametrize("group, system, companion", [
+    ("com.example.companion", "linux", "com.example.companion"),
+    ("com.example.companion", "mac", "com.example.companion"),
+    ("group.com.example.product", "linux", "com.example.product"),
+    ("group.com.example.product", "mac", "com.example.product"),
+    ("ABCDE12345.com.example.product", "linux", "com.example.product"),
+    ("ABCDE12345.com.example.product", "mac", "com.example.product"),
+    ("1234567890.com.example.product", "mac", "com.example.product"),
+    # No team identifier: too short, or not in capital letters.
+    ("ABCDE1234.com.example.product", "mac", "ABCDE1234.com.example.product"),
+    ("abcde12345.com.example.product", "mac", "abcde12345.com.example.product"),
+    # Nothing but a name would be left.
+    ("group.product", "mac", "group.product"),
+])
+def test_identifiers_follow_from_the_group(substitute, group, system, companion):
+    names = {"APPLE": 1} if system == "mac" else {}
+    extension, entitlements, app = substitute(FINDER_SYNC_GROUP=group, **names)
+    assert extension["CFBundleIdentifier"] == companion + SUFFIX
+    assert app["CFBundleIdentifier"] == companion
+    assert entitlements == {
+        "com.apple.security.app-sandbox": True,
+        "com.apple.security.application-groups": [group],
+        "com.apple.security.network.client": True,
+    }
+
+
+def test_the_companion_may_have_an_identifier_of_its_own(substitute):
+    extension, entitlements, app = substitute(
+        FINDER_SYNC_GROUP="group.com.example.suite",
+        FINDER_SYNC_COMPANION_IDENTIFIER="com.example.Product-2")
+    assert extension["CFBundleIdentifier"] == "com.example.Product-2.FinderSync"
+    assert app["CFBundleIdentifier"] == "com.example.Product-2"
+    assert entitlements["com.apple.security.application-groups"] == ["group.com.example.suite"]
+
+
+@pytest.mark.parametrize("names, refused", [
+    ({"FINDER_SYNC_GROUP": "1234567890.com.example.product"}, "FINDER_SYNC_GROUP"),
+    ({"FINDER_SYNC_GROUP": "product", "APPLE": 1}, "FINDER_SYNC_GROUP"),
+    ({"FINDER_SYNC_GROUP": "1234567890.product", "APPLE": 1}, "FINDER_SYNC_GROUP"),
+    ({"FINDER_SYNC_GROUP": "12345.com.example", "APPLE": 1}, "FINDER_SYNC_GROUP"),
+    ({"FINDER_SYNC_GROUP": "com.example.<b>", "APPLE": 1}, "FINDER_SYNC_GROUP"),
+    ({"FINDER_SYNC_COMPANION_IDENTIFIER": "product"}, "FINDER_SYNC_COMPANION_IDENTIFIER"),
+    ({"FINDER_SYNC_COMPANION_IDENTIFIER": "com.example.a b"}, "FINDER_SYNC_COMPANION_IDENTIFIER"),
+])
+def test_other_names_are_refused(substitute, names, refused):
+    message = substitute(**names)
+    assert isinstance(message, str)
+    assert f"{refused} must be" in message
+
+
+@pytest.mark.skipif(not shutil.which("plparse"), reason="gnustep-base-runtime is not installed")
+def test_another_parser_takes_the_property_lists(substitute, tmp_path):
+    substitute()
+    for file in ("Info.plist", "FinderSync.entitlements", "DevelopmentApp/Info.plist"):
+        done = run("plparse", tmp_path / file)
+        assert done.returncode == 0, done.stderr
+        assert "a dictionary" in done.stdout + done.stderr
+
+
+@pytest.mark.parametrize("script", ["embed-extension", "register-extension"])
+def test_scripts_explain_themselves(script):
+    done = run(HOST / script, "--help")
+    assert (done.returncode, done.stderr) == (0, "")
+    assert done.stdout.startswith(f"usage: {script} ")
+    assert run(HOST / script).returncode == 2
+
+
+@pytest.mark.skipif(sys.platform == "darwin", reason="this is a Mac")
+@pytest.mark.parametrize("script, arguments", [
+    ("embed-extension", ["a.appex", "b.app"]), ("register-extension", ["a.appex"])])
+def test_scripts_say_that_they_need_a_mac(script, arguments):
+    done = run(HOST / script, *arguments)
+    assert done.returncode == 1
+    assert done.stderr.startswith(f"{script}: this works on a Mac only")
+
+
+PROPERTY_READER = """
+import plistlib, sys
+with open(sys.argv[3], "rb") as file:
+    print(plistlib.load(file)[sys.argv[2].rpartition(":")[2]])
+"""
+
+
+class Mac:
+    """Stands in for the tools of a Mac, and notes how they are called."""
+
+    def __init__(self, folder, contents):
+        self.folder = folder
+        self.calls = folder / "calls"
+        self.entitlements = "com.apple.security.app-sandbox"
+        tools = folder / "tools"
+        tools.mkdir()
+        (folder / "reader.py").write_text(PROPERTY_READER)
+        for tool, script in {
+            "uname": "echo Darwin",
+            "PlistBuddy": f'"{sys.executable}" "{folder}/reader.py" "$@" 2>/dev/null',
+            "codesign": f'echo "codesign $*" >>"{self.calls}"\n'
+                        'case "$1" in --display) echo "$ENTITLEMENTS" ;; esac',
+            "pluginkit": f'echo "pluginkit $*" >>"{self.calls}"',
+        }.items():
+            (tools / tool).write_text(f"#!/bin/sh\n{script}\n")
+            (tools / tool).chmod(0o755)
+        self.path = f"{tools}:{os.environ['PATH']}"
+        self.extension = folder / "FinderSync.appex"
+        shutil.copytree(contents, self.extension / "Contents")
+        self.identifier = plistlib.loads(
+            (self.extension / "Contents/Info.plist").read_bytes())["CFBundleIdentifier"]
+        self.app = folder / "My App.app"
+        (self.app / "Contents").mkdir(parents=True)
+        self.name_app(self.identifier[:-len(SUFFIX)])
+        self.embedded = self.app / "Contents/PlugIns/FinderSync.appex"
+
+    def name_app(self, identifier):
+        (self.app / "Contents/Info.plist").write_bytes(
+            plistlib.dumps({"CFBundleIdentifier": identifier}))
+
+    def run(self, script, *arguments):
+        self.calls.write_text("")
+        return run(HOST / script, *arguments, env=os.environ | {
+            "PATH": self.path, "ENTITLEMENTS": self.entitlements})
+
+    def signed(self):
+        return [line for line in self.calls.read_text().splitlines() if "--force" in line]
+
+
+@pytest.fixture
+def mac(tmp_path, contents):
+    return Mac(tmp_path, contents)
+
+
+def test_embedding_signs_the_extension_and_then_the_app(mac):
+    left_over = mac.embedded / "Contents/left over"
+    left_over.parent.mkdir(parents=True)
+    left_over.touch()
+    done = mac.run("embed-extension", "--sign", "Developer ID Application: A B",
+                   f"{mac.extension}/", f"{mac.app}/")
+    assert (done.returncode, done.stderr) == (0, "")
+    assert (mac.embedded / "Contents/MacOS/FinderSync").exists()
+    assert not left_over.exists()
+    extension, app = mac.signed()
+    assert extension.endswith(str(mac.embedded))
+    assert app.endswith(str(mac.app))
+    for call in (extension, app):
+        assert "--sign Developer ID Application: A B --timestamp " in call
+        assert "--preserve-metadata=entitlements,flags" in call
+        assert "--deep" not in call
+    assert "--verify --deep --strict" in mac.calls.read_text().splitlines()[-1]
+
+
+def test_embedding_signs_ad_hoc_by_default(mac):
+    assert mac.run("embed-extension", mac.extension, mac.app).returncode == 0
+    assert all("--sign - --timestamp=none " in call for call in mac.signed())
+    assert len(mac.signed()) == 2
+
+
+@pytest.mark.parametrize("change", [
+    lambda companion: companion[:-1], lambda companion: companion + SUFFIX,
+    lambda companion: companion.upper(), lambda companion: ""],
+    ids=["shorter", "longer", "in capitals", "empty"])
+def test_embedding_refuses_an_app_whose_identifier_the_extension_does_not_continue(mac, change):
+    identifier = change(mac.identifier[:-len(SUFFIX)])
+    mac.name_app(identifier)
+    done = mac.run("embed-extension", mac.extension, mac.app)
+    assert done.returncode == 1
+    assert f"must begin with the app's, {identifier}, and a dot" in done.stderr
+    assert not mac.embedded.exists()
+    assert mac.signed() == []
+
+
+def test_embedding_refuses_an_extension_without_entitlements(mac):
+    mac.entitlements = ""
+    done = mac.run("embed-extension", mac.extension, mac.app)
+    assert done.returncode == 1
+    assert "is not signed with its entitlements" in done.stderr
+    assert not mac.embedded.exists()
+
+
+def test_embedding_refuses_what_is_no_bundle(mac, tmp_path):
+    for arguments in ((tmp_path, mac.app), (mac.extension, tmp_path)):
+        done = mac.run("embed-extension", *arguments)
+        assert done.returncode == 1
+        assert f"{tmp_path} is no bundle" in done.stderr
+
+
+@pytest.mark.parametrize("options, calls", [
+    ([], ["-a {bundle}", "-e use -i {identifier}"]),
+    (["--remove"], ["-r {bundle}"]),
+    (["--status"], ["-m -A -v -i {identifier}"]),
+])
+def test_registering(mac, options, calls):
+    bundle = os.path.relpath(mac.extension)
+    done = mac.run("register-extension", *options, bundle + "/")
+    assert (done.returncode, done.stderr) == (0, "")
+    assert mac.calls.read_text().splitlines() == [
+        "pluginkit " + call.format(bundle=mac.extension, identifier=mac.identifier)
+        for call in calls]
+
+
+def test_registering_refuses_what_is_no_bundle(mac, tmp_path):
+    done = mac.run("register-extension", tmp_path)
+    assert done.returncode == 1
+    assert f"{tmp_path} is no bundle" in done.stderr
+    assert mac.calls.read_text() == ""
