@@ -25,6 +25,10 @@ constexpr std::string_view inContracts = "contract-macos";
 constexpr std::string_view inBundle = "principal-class-tests";
 
 constexpr KnownDifference knownDifferences[] = {
+    {inBundle, "Bridged.AnIdleStreamHasNoBytes", "it says so while it is open, and reads -1"},
+    {inBundle, "Bridged.APortIsNotCutToSixteenBits", "it is"},
+    {inBundle, "Bridged.ComparingKnowsCanonicalEquivalence", "only of some characters"},
+    {inBundle, "Bridged.ABundleInApplesLayoutIsLoaded", "only in the flat layout"},
     {inBundle, "JSON.IsEmptyForWhatItDoesNotKnow", "single values and dates are valid"},
     {inContracts, "JSONContract.EveryKindOfValueIsKept", "every number is read as a fraction"},
     {inContracts, "JSONContract.ATopLevelScalarIsRefused", "texts that are no container are read"},
