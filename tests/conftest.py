@@ -142,7 +142,7 @@ class Session:
 
     def end_bus(self):
         if self.daemon:
-            self.daemon.kill()
+            self.daemon.terminate()  # and not killed: it removes its socket
             self.daemon.wait()
             self.daemon.stdout.close()
 

@@ -111,8 +111,12 @@ class Program:
     def end(self):
         if self.process.poll() is None:
             self.process.send_signal(signal.SIGCONT)
-            self.process.kill()
-            self.process.wait()
+            self.process.terminate()  # a bus daemon then removes its socket
+            try:
+                self.process.wait(PATIENCE)
+            except subprocess.TimeoutExpired:
+                self.process.kill()
+                self.process.wait()
         if self.process.stdin and not self.process.stdin.closed:
             try:
                 self.process.stdin.close()
