@@ -1,12 +1,13 @@
-# Every warning counts, and stops the build.
-add_compile_options(
+# Every warning counts, and stops the build. What is generated in C is left alone.
+set(warnings
   -Wall -Wextra -Wpedantic -Werror
   -Wconversion -Wsign-conversion -Wdouble-promotion -Wformat=2
   -Wshadow -Wold-style-cast -Wcast-align -Wcast-qual -Wunused
   -Wnon-virtual-dtor -Woverloaded-virtual -Wnull-dereference -Wundef
   -Wextra-semi -Wimplicit-fallthrough)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  add_compile_options(-Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wuseless-cast)
+  list(APPEND warnings -Wduplicated-cond -Wduplicated-branches -Wlogical-op -Wuseless-cast)
   # gcc 12 sees overlaps in the joining of strings that are not there (its bug 105651).
-  add_compile_options(-Wno-restrict)
+  list(APPEND warnings -Wno-restrict)
 endif()
+add_compile_options("$<$<COMPILE_LANGUAGE:CXX,OBJCXX>:${warnings}>")

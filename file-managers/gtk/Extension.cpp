@@ -1,0 +1,189 @@
+#include "file-managers/gtk/Extension.h"
+
+#include "finder-sync-extension1.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+#include <utility>
+
+namespace file_managers {
+
+namespace {
+
+constexpr const char* busName = FINDER_SYNC_GROUP ".FinderSync";
+constexpr const char* objectPath = "/FinderSync";
+
+/// How long a menu may be kept waiting.
+constexpr int menuPatience = 100; // milliseconds
+/// How long an extension is left alone that has kept one waiting, or has just been started.
+constexpr gint64 rest = 5 * G_USEC_PER_SEC;
+constexpr guint itemsKind = 0;
+
+/// An array of texts that ends with null, as GLib takes it. It refers to the texts.
+std::vector<const char*> pointersTo(const std::vector<std::string>& texts) {
+    std::vector<const char*> pointers;
+    pointers.reserve(texts.size() + 1);
+    for (const std::string& text : texts)
+        pointers.push_back(text.c_str());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+/// A folder's URL in GLib's spelling, without a "/" at the end, which only the root has there.
+std::string folderPrefix(const char* url) {
+    const Object<GFile> file(g_file_new_for_uri(url));
+    std::string prefix = Text(g_file_get_uri(file.get())).get();
+    if (prefix.ends_with('/'))
+        prefix.pop_back();
+    return prefix;
+}
+
+bool isWithin(std::string_view url, std::string_view prefix) {
+    return url.starts_with(prefix) && (url.size() == prefix.size() || url[prefix.size()] == '/');
+}
+
+std::vector<std::string> textsOf(const char* const* texts) {
+    std::vector<std::string> copies;
+    for (; texts != nullptr && *texts != nullptr; ++texts)
+        copies.emplace_back(*texts);
+    return copies;
+}
+
+} // namespace
+
+Extension::Extension(std::function<void(Change)> changed) : changed_(std::move(changed)) {
+    const auto done = [](GObject*, GAsyncResult* result, void* self) {
+        GError* error = nullptr;
+        auto* const proxy = finder_sync_extension1_proxy_new_for_bus_finish(result, &error);
+        const bool isCancelled =
+            error != nullptr && g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED);
+        if (proxy == nullptr && !isCancelled)
+            g_message("Finder Sync: no session bus: %s", error->message);
+        g_clear_error(&error);
+        if (proxy != nullptr)
+            static_cast<Extension*>(self)->connected(proxy);
+    };
+    finder_sync_extension1_proxy_new_for_bus(G_BUS_TYPE_SESSION,
+                                             G_DBUS_PROXY_FLAGS_DO_NOT_AUTO_START, busName,
+                                             objectPath, cancellable_.get(), done, this);
+}
+
+Extension::~Extension() {
+    g_cancellable_cancel(cancellable_.get());
+    if (proxy_)
+        g_signal_handlers_disconnect_by_data(proxy_.get(), this);
+}
+
+void Extension::connected(FinderSyncExtension1* proxy) {
+    proxy_.reset(proxy);
+    const auto ownerNotified = [](GObject*, GParamSpec*, void* self) {
+        static_cast<Extension*>(self)->ownerChanged();
+    };
+    const auto propertiesNotified = [](GDBusProxy*, GVariant* changed, char**, void* self) {
+        static_cast<Extension*>(self)->propertiesChanged(changed);
+    };
+    g_signal_connect(proxy, "notify::g-name-owner", G_CALLBACK(+ownerNotified), this);
+    g_signal_connect(proxy, "g-properties-changed", G_CALLBACK(+propertiesNotified), this);
+    ownerChanged();
+    if (isWanted_)
+        start();
+}
+
+void Extension::ownerChanged() {
+    const Text owner(g_dbus_proxy_get_name_owner(G_DBUS_PROXY(proxy_.get())));
+    noMenuBefore_ = 0;
+    if (std::exchange(isRunning_, owner != nullptr))
+        changed_(Change::Gone);
+    if (!isRunning_)
+        return;
+    watchedDirectories_.clear();
+    const auto* const urls = finder_sync_extension1_get_directory_urls(proxy_.get());
+    for (const std::string& url : textsOf(urls))
+        watchedDirectories_.push_back(folderPrefix(url.c_str()));
+    changed_(Change::Appeared);
+}
+
+void Extension::propertiesChanged(GVariant* changed) {
+    GVariant* const paths = g_variant_lookup_value(changed, "pathsOfRootFolders", nullptr);
+    if (paths == nullptr)
+        return;
+    g_variant_unref(paths);
+    if (isRunning_)
+        changed_(Change::RootFolders);
+}
+
+void Extension::start() {
+    isWanted_ = true;
+    const gint64 now = g_get_monotonic_time();
+    if (!proxy_ || isRunning_ || now < noStartBefore_)
+        return;
+    noStartBefore_ = now + rest;
+    // The answer does not matter: the name gets an owner, or it does not.
+    g_dbus_connection_call(g_dbus_proxy_get_connection(G_DBUS_PROXY(proxy_.get())),
+                           "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                           "StartServiceByName", g_variant_new("(su)", busName, 0U), nullptr,
+                           G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr, nullptr);
+}
+
+bool Extension::watches(const char* url) const {
+    return std::ranges::any_of(watchedDirectories_,
+                               [url](const std::string& prefix) { return isWithin(url, prefix); });
+}
+
+void Extension::requestBadges(const std::vector<std::string>& urls, BadgesAnswer answer) {
+    const auto done = [](GObject* proxy, GAsyncResult* result, void* data) {
+        const std::unique_ptr<BadgesAnswer> waiting(static_cast<BadgesAnswer*>(data));
+        char** badges = nullptr;
+        GError* error = nullptr;
+        (void)finder_sync_extension1_call_request_badge_identifiers_for_urls_finish(
+            FINDER_SYNC_EXTENSION1(proxy), &badges, result, &error);
+        const bool isCancelled =
+            error != nullptr && g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED);
+        g_clear_error(&error);
+        if (!isCancelled)
+            (*waiting)(textsOf(badges));
+        g_strfreev(badges);
+    };
+    // Without a limit: an extension that hangs answers when it goes on, and one that ends is told
+    // of.
+    finder_sync_extension1_call_request_badge_identifiers_for_urls(
+        proxy_.get(), pointersTo(urls).data(), G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT,
+        cancellable_.get(), done, new BadgesAnswer(std::move(answer)));
+}
+
+std::vector<MenuEntry> Extension::menuForItems(const std::vector<std::string>& urls) {
+    std::vector<MenuEntry> entries;
+    if (!isRunning_ || g_get_monotonic_time() < noMenuBefore_)
+        return entries;
+    gboolean isOffered = FALSE;
+    GVariant* items = nullptr;
+    GError* error = nullptr;
+    (void)finder_sync_extension1_call_menu_for_menu_kind_sync(
+        proxy_.get(), itemsKind, pointersTo(urls).data(), G_DBUS_CALL_FLAGS_NO_AUTO_START,
+        menuPatience, &isOffered, &items, nullptr, &error);
+    if (error != nullptr && g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT))
+        noMenuBefore_ = g_get_monotonic_time() + rest;
+    g_clear_error(&error);
+    if (items == nullptr)
+        return entries;
+    GVariantIter each;
+    g_variant_iter_init(&each, items);
+    const char* title = nullptr;
+    const char* selector = nullptr;
+    const char* image = nullptr;
+    while (isOffered != FALSE && g_variant_iter_next(&each, "(&s&s&s)", &title, &selector, &image))
+        entries.push_back({.title = title, .selector = selector, .image = image});
+    g_variant_unref(items);
+    return entries;
+}
+
+void Extension::performAction(const std::string& selector, const std::vector<std::string>& urls) {
+    if (!proxy_)
+        return;
+    finder_sync_extension1_call_perform_action(proxy_.get(), selector.c_str(),
+                                               pointersTo(urls).data(), G_DBUS_CALL_FLAGS_NONE, -1,
+                                               nullptr, nullptr, nullptr);
+}
+
+} // namespace file_managers

@@ -1,0 +1,53 @@
+#pragma once
+
+// The three file managers share one extension interface under three prefixes.
+
+#include <glib-object.h>
+
+#if defined(FINDER_SYNC_CAJA)
+#include <libcaja-extension/caja-extension-types.h>
+#include <libcaja-extension/caja-file-info.h>
+#include <libcaja-extension/caja-info-provider.h>
+#include <libcaja-extension/caja-menu-item.h>
+#include <libcaja-extension/caja-menu-provider.h>
+#define FM_NAME(name) Caja##name
+#define FM_CALL(name) caja_##name
+#define FM_TYPE(name) CAJA_TYPE_##name
+#define FM_CONSTANT(name) CAJA_##name
+#define FM_INTERFACE(name) Caja##name##Iface
+#elif defined(FINDER_SYNC_NEMO)
+#include <libnemo-extension/nemo-extension-types.h>
+#include <libnemo-extension/nemo-file-info.h>
+#include <libnemo-extension/nemo-info-provider.h>
+#include <libnemo-extension/nemo-menu-item.h>
+#include <libnemo-extension/nemo-menu-provider.h>
+#define FM_NAME(name) Nemo##name
+#define FM_CALL(name) nemo_##name
+#define FM_TYPE(name) NEMO_TYPE_##name
+#define FM_CONSTANT(name) NEMO_##name
+#define FM_INTERFACE(name) Nemo##name##Interface
+#elif defined(FINDER_SYNC_NAUTILUS)
+extern "C" {
+#include <nautilus-extension.h>
+}
+#define FM_NAME(name) Nautilus##name
+#define FM_CALL(name) nautilus_##name
+#define FM_TYPE(name) NAUTILUS_TYPE_##name
+#define FM_CONSTANT(name) NAUTILUS_##name
+#define FM_INTERFACE(name) Nautilus##name##Interface
+#else
+#error "Which file manager? Define FINDER_SYNC_CAJA, FINDER_SYNC_NEMO or FINDER_SYNC_NAUTILUS."
+#endif
+
+namespace file_managers {
+
+using FileInfo = FM_NAME(FileInfo);
+using InfoProvider = FM_NAME(InfoProvider);
+using InfoProviderInterface = FM_INTERFACE(InfoProvider);
+using MenuItem = FM_NAME(MenuItem);
+using MenuProvider = FM_NAME(MenuProvider);
+using MenuProviderInterface = FM_INTERFACE(MenuProvider);
+using OperationHandle = FM_NAME(OperationHandle);
+using OperationResult = FM_NAME(OperationResult);
+
+} // namespace file_managers

@@ -1,0 +1,25 @@
+// What the file manager calls of a plug-in.
+
+#include "file-managers/gtk/FileManager.h"
+#include "file-managers/gtk/Provider.h"
+
+namespace {
+
+GType provider = G_TYPE_INVALID;
+
+} // namespace
+
+extern "C" {
+
+G_MODULE_EXPORT void FM_CALL(module_initialize)(GTypeModule* module) {
+    provider = file_managers::registerProvider(module);
+}
+
+G_MODULE_EXPORT void FM_CALL(module_shutdown)() {}
+
+G_MODULE_EXPORT void FM_CALL(module_list_types)(const GType** types, int* count) {
+    *types = &provider;
+    *count = 1;
+}
+
+} // extern "C"

@@ -1,0 +1,156 @@
+#include "file-managers/gtk/Provider.h"
+
+#include "file-managers/gtk/Extension.h"
+#include "file-managers/gtk/FileManager.h"
+#include "file-managers/gtk/ShownItems.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace file_managers {
+
+namespace {
+
+/// What a provider does; the provider itself is a GObject.
+class Service {
+public:
+    void show(FileInfo* file) { shown_.show(file); }
+    GList* menuItems(GList* files);
+
+private:
+    void changed(Extension::Change change);
+
+    Extension extension_{[this](Extension::Change change) { changed(change); }};
+    ShownItems shown_{extension_};
+};
+
+void Service::changed(Extension::Change change) {
+    if (change == Extension::Change::Gone)
+        shown_.forgetBadges();
+    else
+        shown_.askAgain();
+}
+
+/// What a menu entry needs when it is picked.
+struct Pick {
+    Extension& extension;
+    std::string selector;
+    std::vector<std::string> urls;
+};
+
+/// Labels of menu entries take an underscore for the mark of an access key.
+std::string escapedLabel(const std::string& title) {
+    std::string label;
+    for (const char character : title)
+        label.append(character == '_' ? 2 : 1, character);
+    return label;
+}
+
+GList* Service::menuItems(GList* files) {
+    if (!extension_.isRunning())
+        extension_.start();
+    std::vector<std::string> urls;
+    for (GList* file = files; file != nullptr; file = file->next)
+        urls.emplace_back(
+            Text(FM_CALL(file_info_get_uri)(static_cast<FileInfo*>(file->data))).get());
+    GList* items = nullptr;
+    for (const MenuEntry& entry : extension_.menuForItems(urls)) {
+        const std::string name = "FinderSync::" + entry.selector;
+        const std::string icon = FINDER_SYNC_GROUP "." + entry.image;
+        MenuItem* const item = FM_CALL(menu_item_new)(
+            name.c_str(), escapedLabel(entry.title).c_str(), "", icon.c_str());
+        const auto picked = [](MenuItem*, void* data) {
+            const auto& pick = *static_cast<Pick*>(data);
+            pick.extension.performAction(pick.selector, pick.urls);
+        };
+        const auto forget = [](void* data, GClosure*) { delete static_cast<Pick*>(data); };
+        auto pick = std::make_unique<Pick>(extension_, entry.selector, urls);
+        g_signal_connect_data(item, "activate", G_CALLBACK(+picked), pick.release(), +forget,
+                              GConnectFlags(0));
+        items = g_list_append(items, item);
+    }
+    return items;
+}
+
+struct Provider {
+    GObject parent;
+    Service* service;
+};
+
+struct ProviderClass {
+    GObjectClass parent;
+};
+
+GObjectClass* parentClass = nullptr;
+
+Service& serviceOf(void* provider) {
+    return *static_cast<Provider*>(provider)->service;
+}
+
+void initialize(GTypeInstance* instance, void*) {
+    reinterpret_cast<Provider*>(instance)->service = new Service;
+}
+
+void finalize(GObject* object) {
+    delete reinterpret_cast<Provider*>(object)->service;
+    parentClass->finalize(object);
+}
+
+void initializeClass(void* type, void*) {
+    parentClass = static_cast<GObjectClass*>(g_type_class_peek_parent(type));
+    static_cast<GObjectClass*>(type)->finalize = &finalize;
+}
+
+/// Answers at once, from what is known: a request that is left open would hold up all later ones.
+OperationResult updateFileInfo(InfoProvider* provider, FileInfo* file, GClosure*,
+                               OperationHandle**) {
+    serviceOf(provider).show(file);
+    return FM_CONSTANT(OPERATION_COMPLETE);
+}
+
+void cancelUpdate(InfoProvider*, OperationHandle*) {}
+
+#if defined(FINDER_SYNC_NAUTILUS)
+GList* fileItems(MenuProvider* provider, GList* files) {
+    return serviceOf(provider).menuItems(files);
+}
+#else
+GList* fileItems(MenuProvider* provider, GtkWidget*, GList* files) {
+    return serviceOf(provider).menuItems(files);
+}
+#endif
+
+void initializeInfoProvider(void* interface, void*) {
+    static_cast<InfoProviderInterface*>(interface)->update_file_info = &updateFileInfo;
+    static_cast<InfoProviderInterface*>(interface)->cancel_update = &cancelUpdate;
+}
+
+void initializeMenuProvider(void* interface, void*) {
+    static_cast<MenuProviderInterface*>(interface)->get_file_items = &fileItems;
+}
+
+} // namespace
+
+GType registerProvider(GTypeModule* module) {
+    const GTypeInfo type = {.class_size = sizeof(ProviderClass),
+                            .base_init = nullptr,
+                            .base_finalize = nullptr,
+                            .class_init = &initializeClass,
+                            .class_finalize = nullptr,
+                            .class_data = nullptr,
+                            .instance_size = sizeof(Provider),
+                            .n_preallocs = 0,
+                            .instance_init = &initialize,
+                            .value_table = nullptr};
+    const GInterfaceInfo info = {&initializeInfoProvider, nullptr, nullptr};
+    const GInterfaceInfo menu = {&initializeMenuProvider, nullptr, nullptr};
+    const GType provider = g_type_module_register_type(module, G_TYPE_OBJECT, "FinderSyncProvider",
+                                                       &type, GTypeFlags(0));
+    g_type_module_add_interface(module, provider, FM_TYPE(INFO_PROVIDER), &info);
+    g_type_module_add_interface(module, provider, FM_TYPE(MENU_PROVIDER), &menu);
+    return provider;
+}
+
+} // namespace file_managers
