@@ -17,7 +17,7 @@ constexpr const char* objectPath = "/FinderSync";
 /// How long a menu may be kept waiting.
 constexpr int menuPatience = 100; // milliseconds
 /// How long an extension is left alone that has kept one waiting, or has just been started.
-constexpr gint64 rest = 5 * G_USEC_PER_SEC;
+constexpr gint64 rest = gint64{5} * G_USEC_PER_SEC;
 constexpr guint itemsKind = 0;
 
 /// An array of texts that ends with null, as GLib takes it. It refers to the texts.
@@ -54,15 +54,13 @@ std::vector<std::string> textsOf(const char* const* texts) {
 
 Extension::Extension(std::function<void(Change)> changed) : changed_(std::move(changed)) {
     const auto done = [](GObject*, GAsyncResult* result, void* self) {
-        GError* error = nullptr;
-        auto* const proxy = finder_sync_extension1_proxy_new_for_bus_finish(result, &error);
-        const bool isCancelled =
-            error != nullptr && g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED);
-        if (proxy == nullptr && !isCancelled)
-            g_message("Finder Sync: no session bus: %s", error->message);
-        g_clear_error(&error);
+        Failure failure;
+        auto* const proxy =
+            finder_sync_extension1_proxy_new_for_bus_finish(result, failure.place());
         if (proxy != nullptr)
             static_cast<Extension*>(self)->connected(proxy);
+        else if (!failure.is(G_IO_ERROR_CANCELLED))
+            g_message("Finder Sync: no session bus: %s", failure.message());
     };
     finder_sync_extension1_proxy_new_for_bus(G_BUS_TYPE_SESSION,
                                              G_DBUS_PROXY_FLAGS_DO_NOT_AUTO_START, busName,
@@ -135,13 +133,10 @@ void Extension::requestBadges(const std::vector<std::string>& urls, BadgesAnswer
     const auto done = [](GObject* proxy, GAsyncResult* result, void* data) {
         const std::unique_ptr<BadgesAnswer> waiting(static_cast<BadgesAnswer*>(data));
         char** badges = nullptr;
-        GError* error = nullptr;
+        Failure failure;
         (void)finder_sync_extension1_call_request_badge_identifiers_for_urls_finish(
-            FINDER_SYNC_EXTENSION1(proxy), &badges, result, &error);
-        const bool isCancelled =
-            error != nullptr && g_error_matches(error, G_IO_ERROR, G_IO_ERROR_CANCELLED);
-        g_clear_error(&error);
-        if (!isCancelled)
+            FINDER_SYNC_EXTENSION1(proxy), &badges, result, failure.place());
+        if (!failure.is(G_IO_ERROR_CANCELLED))
             (*waiting)(textsOf(badges));
         g_strfreev(badges);
     };
@@ -158,13 +153,12 @@ std::vector<MenuEntry> Extension::menuForItems(const std::vector<std::string>& u
         return entries;
     gboolean isOffered = FALSE;
     GVariant* items = nullptr;
-    GError* error = nullptr;
+    Failure failure;
     (void)finder_sync_extension1_call_menu_for_menu_kind_sync(
         proxy_.get(), itemsKind, pointersTo(urls).data(), G_DBUS_CALL_FLAGS_NO_AUTO_START,
-        menuPatience, &isOffered, &items, nullptr, &error);
-    if (error != nullptr && g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT))
+        menuPatience, &isOffered, &items, nullptr, failure.place());
+    if (failure.is(G_IO_ERROR_TIMED_OUT))
         noMenuBefore_ = g_get_monotonic_time() + rest;
-    g_clear_error(&error);
     if (items == nullptr)
         return entries;
     GVariantIter each;
@@ -172,7 +166,8 @@ std::vector<MenuEntry> Extension::menuForItems(const std::vector<std::string>& u
     const char* title = nullptr;
     const char* selector = nullptr;
     const char* image = nullptr;
-    while (isOffered != FALSE && g_variant_iter_next(&each, "(&s&s&s)", &title, &selector, &image))
+    while (isOffered != FALSE &&
+           g_variant_iter_next(&each, "(&s&s&s)", &title, &selector, &image) != FALSE)
         entries.push_back({.title = title, .selector = selector, .image = image});
     g_variant_unref(items);
     return entries;

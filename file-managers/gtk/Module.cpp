@@ -5,20 +5,25 @@
 
 namespace {
 
-GType provider = G_TYPE_INVALID;
+/// The type of the provider, once it is registered.
+GType& provider() {
+    static GType type = G_TYPE_INVALID;
+    return type;
+}
 
 } // namespace
 
 extern "C" {
 
 G_MODULE_EXPORT void FM_CALL(module_initialize)(GTypeModule* module) {
-    provider = file_managers::registerProvider(module);
+    provider() = file_managers::registerProvider(module);
 }
 
 G_MODULE_EXPORT void FM_CALL(module_shutdown)() {}
 
-G_MODULE_EXPORT void FM_CALL(module_list_types)(const GType** types, int* count) {
-    *types = &provider;
+G_MODULE_EXPORT void FM_CALL(module_list_types)(const GType** types, // NOLINT: its names differ
+                                                int* count) {
+    *types = &provider();
     *count = 1;
 }
 

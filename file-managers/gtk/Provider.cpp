@@ -66,7 +66,7 @@ GList* Service::menuItems(GList* files) {
             pick.extension.performAction(pick.selector, pick.urls);
         };
         const auto forget = [](void* data, GClosure*) { delete static_cast<Pick*>(data); };
-        auto pick = std::make_unique<Pick>(extension_, entry.selector, urls);
+        auto pick = std::make_unique<Pick>(Pick{extension_, entry.selector, urls});
         g_signal_connect_data(item, "activate", G_CALLBACK(+picked), pick.release(), +forget,
                               GConnectFlags(0));
         items = g_list_append(items, item);
@@ -83,8 +83,6 @@ struct ProviderClass {
     GObjectClass parent;
 };
 
-GObjectClass* parentClass = nullptr;
-
 Service& serviceOf(void* provider) {
     return *static_cast<Provider*>(provider)->service;
 }
@@ -95,11 +93,11 @@ void initialize(GTypeInstance* instance, void*) {
 
 void finalize(GObject* object) {
     delete reinterpret_cast<Provider*>(object)->service;
-    parentClass->finalize(object);
+    auto* const parent = g_type_class_peek_parent(G_OBJECT_GET_CLASS(object));
+    static_cast<GObjectClass*>(parent)->finalize(object);
 }
 
 void initializeClass(void* type, void*) {
-    parentClass = static_cast<GObjectClass*>(g_type_class_peek_parent(type));
     static_cast<GObjectClass*>(type)->finalize = &finalize;
 }
 
