@@ -1,5 +1,13 @@
 # The names that the extension goes by. Everything branded is derived from the application group.
-set(FINDER_SYNC_GROUP "com.example.companion" CACHE STRING
+#
+# On a Mac, a suite of settings may not be called like the application that opens it, so the group
+# has something before the companion's identifier.
+if(APPLE)
+  set(default_group "group.com.example.companion")
+else()
+  set(default_group "com.example.companion")
+endif()
+set(FINDER_SYNC_GROUP ${default_group} CACHE STRING
   "Application-group identifier shared with the companion application; names the settings, the bus name and the bundle")
 set(FINDER_SYNC_COMPANION_IDENTIFIER "" CACHE STRING
   "Bundle identifier of the companion application on macOS; when empty, the group without its team prefix or \"group.\"")

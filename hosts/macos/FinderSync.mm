@@ -24,12 +24,12 @@ namespace hosts::macos {
 class HostedFinderSync : public findersync::FinderSync, public platform::macos::ObjectDelegate {
 public:
     /// The principal object is not owned; it owns this one.
-    explicit HostedFinderSync(::FinderSync* principal) : principal_(principal) {}
+    void setPrincipal(::FinderSync* principal) { principal_ = principal; }
 
     [[nodiscard]] id<NSStreamDelegate> delegateObject() const override { return principal_; }
 
 private:
-    ::FinderSync* principal_;
+    ::FinderSync* principal_ = nil;
 };
 
 namespace {
@@ -59,16 +59,15 @@ std::vector<std::string> stringsOf(NSArray* array) {
 
 - (instancetype)init {
     // The fields have their initial values before the base class's initializer runs.
-    extension_ = new hosts::macos::HostedFinderSync(self);
+    auto extension = std::make_unique<hosts::macos::HostedFinderSync>();
     self = [super init];
     if (self == nil)
         return nil;
     // Neither a companion that goes away nor a reader of the trace is to end the process.
     (void)std::signal(SIGPIPE, SIG_IGN);
-    if (extension_->init() == nullptr) {
-        [self release];
-        return nil;
-    }
+    extension->setPrincipal(self);
+    extension_ = extension.release();
+    (void)extension_->init(); // gives none only when the base class does
     return self;
 }
 
@@ -157,11 +156,11 @@ std::vector<std::string> stringsOf(NSArray* array) {
     extension_->setBackupTitle(utf8Text(title));
 }
 
-/// Key-value coding has no boxing for Core Foundation's types, but this one is bridged.
-- (id)valueForUndefinedKey:(NSString*)key {
+/// Key-value coding has no boxing of its own for Core Foundation's types. This one is bridged.
+- (id)valueForKey:(NSString*)key {
     if ([key isEqualToString:@"serverAddress"])
         return stringObject(extension_->serverAddress()).autoreleased();
-    return [super valueForUndefinedKey:key];
+    return [super valueForKey:key];
 }
 
 // The link to the companion application.

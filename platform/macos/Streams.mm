@@ -149,9 +149,12 @@ void CFStreamCreatePairWithSocketToHost(const std::string& host, std::uint32_t p
     const auto name = macos::stringObject(host);
     CFReadStreamRef read = nullptr;
     CFWriteStreamRef write = nullptr;
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wdeprecated-declarations" // the successor knows no streams
     ::CFStreamCreatePairWithSocketToHost(kCFAllocatorDefault,
                                          reinterpret_cast<CFStringRef>(name.get()), existingPort,
                                          &read, &write);
+#pragma clang diagnostic pop
     if (read != nullptr)
         readStream =
             std::make_shared<InputStream>(macos::adopt(reinterpret_cast<::NSInputStream*>(read)));

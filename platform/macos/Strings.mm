@@ -12,7 +12,28 @@ namespace platform {
 
 namespace macos {
 
+namespace {
+
+constexpr std::string_view byteOrderMark = "\ufeff";
+
+/// A text that begins with a byte-order mark. The platform's decoder takes the mark for a sign of
+/// the encoding and drops it; here it is a character.
+Reference<::NSString*> markedStringObject(std::string_view text) {
+    const auto rest = stringObject(text.substr(byteOrderMark.size()));
+    if (!rest)
+        return {};
+    @autoreleasepool {
+        const unichar mark = 0xfeff;
+        ::NSString* const marked = [::NSString stringWithCharacters:&mark length:1];
+        return retain([marked stringByAppendingString:rest.get()]);
+    }
+}
+
+} // namespace
+
 Reference<::NSString*> stringObject(std::string_view text) {
+    if (text.starts_with(byteOrderMark))
+        return markedStringObject(text);
     return adopt([[::NSString alloc] initWithBytes:text.data()
                                             length:text.size()
                                           encoding:NSUTF8StringEncoding]);

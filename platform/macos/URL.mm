@@ -32,8 +32,11 @@ std::string URL::description() const {
 
 std::shared_ptr<const NSURL> fileURLWithPath(std::string_view path) {
     @autoreleasepool {
-        const auto text = macos::stringObject(path);
-        return std::make_shared<macos::URL>([::NSURL fileURLWithPath:text.get()]);
+        // The platform has no URL for the empty path.
+        ::NSString* const text = path.empty()
+                                     ? [[::NSFileManager defaultManager] currentDirectoryPath]
+                                     : macos::stringObject(path).autoreleased();
+        return std::make_shared<macos::URL>([::NSURL fileURLWithPath:text]);
     }
 }
 

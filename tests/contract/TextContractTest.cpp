@@ -34,6 +34,11 @@ TEST_F(TextContract, ValidUTF8IsDecoded) {
         EXPECT_EQ(decode(text), text);
 }
 
+TEST_F(TextContract, AByteOrderMarkIsACharacter) {
+    EXPECT_EQ(decode("\ufeffa"), "\ufeffa");
+    EXPECT_FALSE(platform::isEqualToString("\ufeff\u00e9", "\u00e9"));
+}
+
 TEST_F(TextContract, InvalidUTF8IsRefused) {
     for (const std::string_view bytes : {
              "\xff",                                 // no such byte

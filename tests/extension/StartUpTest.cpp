@@ -53,7 +53,7 @@ TEST_F(StartUp, MakesItsCallsInTheExactOrder) {
     EXPECT_EQ(calls(), (Strings{
                            "fileURLWithPath: /",
                            "FIFinderSync init",
-                           "initWithSuiteName: com.example.companion",
+                           "initWithSuiteName: " FINDER_SYNC_GROUP,
                            "objectForKey: RootFolder",
                            "objectForKey: ServerPort",
                            "objectForKey: DisplayUrlLink",

@@ -16,8 +16,8 @@ namespace {
 /// while there is something to be read would never come to an end.
 BOOL hasBytesAvailable(id stream, SEL selector) {
     using Answer = BOOL (*)(id, SEL);
-    const auto original = reinterpret_cast<Answer>(
-        class_getMethodImplementation([[stream class] superclass], selector));
+    const IMP inherited = class_getMethodImplementation([[stream class] superclass], selector);
+    const auto original = reinterpret_cast<Answer>(reinterpret_cast<void (*)()>(inherited));
     if (original(stream, selector) == NO)
         return NO;
     const auto socket = static_cast<int>(reinterpret_cast<std::intptr_t>([stream _loopID]));
@@ -28,7 +28,8 @@ BOOL hasBytesAvailable(id stream, SEL selector) {
 /// Has the class of such a stream know whether there are bytes to be read.
 void mend(Class inputStream) {
     const SEL selector = @selector(hasBytesAvailable);
-    class_addMethod(inputStream, selector, reinterpret_cast<IMP>(&hasBytesAvailable),
+    const auto implementation = reinterpret_cast<void (*)()>(&hasBytesAvailable);
+    class_addMethod(inputStream, selector, reinterpret_cast<IMP>(implementation),
                     method_getTypeEncoding(class_getInstanceMethod(inputStream, selector)));
 }
 

@@ -62,9 +62,10 @@ TEST_F(Observation, IsLoggedWithTheURL) {
 
 TEST_F(Observation, OfNoURLIsFatal) {
     FinderSync* const extension = connected();
-    EXPECT_EXIT([extension beginObservingDirectoryAtURL:nil], testing::KilledBySignal(SIGABRT),
+    NSURL* none = nil; // as a caller may pass it that was not compiled with care
+    EXPECT_EXIT([extension beginObservingDirectoryAtURL:none], testing::KilledBySignal(SIGABRT),
                 "fatal error: a URL has no file path");
-    EXPECT_EXIT([extension endObservingDirectoryAtURL:nil], testing::KilledBySignal(SIGABRT),
+    EXPECT_EXIT([extension endObservingDirectoryAtURL:none], testing::KilledBySignal(SIGABRT),
                 "fatal error: a URL has no file path");
 }
 
@@ -90,7 +91,8 @@ TEST_F(BadgeRequest, OfAnythingElseAssignsNone) {
     [extension requestBadgeIdentifierForURL:[NSURL fileURLWithPath:@"/a/b"]];
     [extension requestBadgeIdentifierForURL:[NSURL fileURLWithPath:@"/A"]];
     EXPECT_EQ([[finder assignments] count], 0U);
-    EXPECT_EXIT([extension requestBadgeIdentifierForURL:nil], testing::KilledBySignal(SIGABRT),
+    NSURL* none = nil; // as a caller may pass it that was not compiled with care
+    EXPECT_EXIT([extension requestBadgeIdentifierForURL:none], testing::KilledBySignal(SIGABRT),
                 "fatal error: a URL has no file path");
 }
 

@@ -3,6 +3,8 @@
 #import "tests/macos/PrincipalClassTest.h"
 #import "tests/macos/SuiteDouble.h"
 
+#include "extension/ApplicationGroup.h"
+
 #include <csignal>
 #include <objc/runtime.h>
 
@@ -75,7 +77,8 @@ TEST_F(StartUp, YieldsNoneWhenTheBaseClassYieldsNone) {
 TEST_F(StartUp, ASuiteThatCannotBeOpenedIsFatal) {
     tests::letSuitesOpen(false);
     EXPECT_EXIT((void)start(), testing::KilledBySignal(SIGABRT),
-                "fatal error: the shared settings cannot be opened: \"com.example.companion\"");
+                "fatal error: the shared settings cannot be opened: \"" +
+                    std::string(findersync::applicationGroup) + "\"");
 }
 
 TEST_F(StartUp, ATitleThatIsNoStringIsFatal) {

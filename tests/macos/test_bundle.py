@@ -131,22 +131,22 @@ def test_information_property_list(contents):
         "CFBundlePackageType": "XPC!",
         "CFBundleShortVersionString": version,
         "CFBundleSupportedPlatforms": ["MacOSX"],
-        "LSMinimumSystemVersion": "11.0",
+        "LSMinimumSystemVersion": configuration("CMAKE_OSX_DEPLOYMENT_TARGET"),
         "LSUIElement": True,
         "NSExtension": {
             "NSExtensionAttributes": {},
             "NSExtensionPointIdentifier": "com.apple.FinderSync",
             "NSExtensionPrincipalClass": "FinderSync",
         },
+        "NSPrincipalClass": "NSApplication",
     }
 
 
-def test_the_oldest_system_is_the_one_that_is_compiled_for(contents):
-    properties = plistlib.loads((contents / "Info.plist").read_bytes())
+def test_the_preset_and_the_default_name_the_same_oldest_system():
     presets = json.loads((SOURCES / "CMakePresets.json").read_text())["configurePresets"]
     macos = next(preset for preset in presets if preset["name"] == "macos")
-    assert properties["LSMinimumSystemVersion"] == \
-        macos["cacheVariables"]["CMAKE_OSX_DEPLOYMENT_TARGET"]
+    oldest = macos["cacheVariables"]["CMAKE_OSX_DEPLOYMENT_TARGET"]
+    assert f'set(CMAKE_OSX_DEPLOYMENT_TARGET "{oldest}" ' in (SOURCES / "CMakeLists.txt").read_text()
 
 
 def test_the_principal_class_exists(contents):

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdio>
+#include <gtest/gtest.h>
 #include <stdexcept>
 #include <string>
 #include <unistd.h>
@@ -11,12 +12,18 @@ namespace tests {
 class StreamCapture {
 public:
     explicit StreamCapture(int descriptor) : descriptor_(descriptor) {
+        // What such a process says on standard error is for the process that waits for its death.
+        if (descriptor == STDERR_FILENO && testing::internal::InDeathTestChild())
+            return;
         (void)std::fflush(nullptr);
         original_ = ::dup(descriptor);
+        captured_ = std::tmpfile();
         if (original_ < 0 || captured_ == nullptr || ::dup2(captured(), descriptor) < 0)
             throw std::runtime_error("nothing can be captured");
     }
     ~StreamCapture() {
+        if (original_ < 0)
+            return;
         (void)std::fflush(nullptr);
         (void)::dup2(original_, descriptor_);
         (void)::close(original_);
@@ -27,6 +34,8 @@ public:
 
     /// Everything so far.
     [[nodiscard]] std::string text() const {
+        if (captured_ == nullptr)
+            return {};
         std::string text;
         char buffer[65536];
         for (off_t at = 0;;) {
@@ -43,7 +52,7 @@ private:
 
     int descriptor_;
     int original_ = -1;
-    std::FILE* captured_ = std::tmpfile();
+    std::FILE* captured_ = nullptr;
 };
 
 } // namespace tests

@@ -13,19 +13,19 @@ typedef NS_ENUM(NSUInteger, FIMenuKind) {
 };
 
 @interface FIFinderSync : NSObject
-- (NSMenu*)menuForMenuKind:(FIMenuKind)kind;
-- (void)beginObservingDirectoryAtURL:(NSURL*)url;
-- (void)endObservingDirectoryAtURL:(NSURL*)url;
-- (void)requestBadgeIdentifierForURL:(NSURL*)url;
+- (nullable NSMenu*)menuForMenuKind:(FIMenuKind)kind;
+- (void)beginObservingDirectoryAtURL:(nonnull NSURL*)url;
+- (void)endObservingDirectoryAtURL:(nonnull NSURL*)url;
+- (void)requestBadgeIdentifierForURL:(nonnull NSURL*)url;
 @end
 
 /// Does nothing by itself: tests put a controller of their own in its place.
 @interface FIFinderSyncController : NSObject
-+ (instancetype)defaultController;
-@property (nonatomic, copy) NSSet* directoryURLs;
-- (void)setBadgeImage:(NSImage*)image
-                 label:(NSString*)label
-    forBadgeIdentifier:(NSString*)badgeIdentifier;
-- (void)setBadgeIdentifier:(NSString*)badgeIdentifier forURL:(NSURL*)url;
-- (NSArray*)selectedItemURLs;
++ (nonnull instancetype)defaultController;
+@property (nonatomic, copy, nonnull) NSSet* directoryURLs;
+- (void)setBadgeImage:(nonnull NSImage*)image
+                 label:(nullable NSString*)label
+    forBadgeIdentifier:(nonnull NSString*)badgeIdentifier;
+- (void)setBadgeIdentifier:(nonnull NSString*)badgeIdentifier forURL:(nonnull NSURL*)url;
+- (nullable NSArray*)selectedItemURLs;
 @end
