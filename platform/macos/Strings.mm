@@ -23,9 +23,8 @@ Reference<::NSString*> markedStringObject(std::string_view text) {
     if (!rest)
         return {};
     @autoreleasepool {
-        const unichar mark = 0xfeff;
-        ::NSString* const marked = [::NSString stringWithCharacters:&mark length:1];
-        return retain([marked stringByAppendingString:rest.get()]);
+        return retain<::NSString*>(
+            [::NSString stringWithFormat:@"%C%@", unichar{0xfeff}, rest.get()]);
     }
 }
 

@@ -36,7 +36,11 @@ TEST_F(TextContract, ValidUTF8IsDecoded) {
 
 TEST_F(TextContract, AByteOrderMarkIsACharacter) {
     EXPECT_EQ(decode("\ufeffa"), "\ufeffa");
+}
+
+TEST_F(TextContract, AByteOrderMarkCounts) {
     EXPECT_FALSE(platform::isEqualToString("\ufeff\u00e9", "\u00e9"));
+    EXPECT_FALSE(platform::isEqualToString("\ufeffa", "a"));
 }
 
 TEST_F(TextContract, InvalidUTF8IsRefused) {
