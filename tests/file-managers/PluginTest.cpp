@@ -1,0 +1,426 @@
+// The plug-in without a file manager and without a display: it is loaded as a file manager loads
+// it, and shown files of the test's own.
+
+#include "file-managers/gtk/FileManager.h"
+#include "file-managers/gtk/Handles.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <functional>
+#include <gmodule.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <set>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+using namespace file_managers;
+
+namespace {
+
+// A file as the file manager has it.
+
+struct File {
+    GObject parent;
+    std::string* url;
+    std::set<std::string>* emblems;
+    int* invalidations;
+};
+
+struct FileClass {
+    GObjectClass parent;
+};
+
+File& fileOf(FileInfo* info) {
+    return *reinterpret_cast<File*>(info);
+}
+
+GType fileType();
+
+File* newFile(const std::string& url) {
+    auto* const file = static_cast<File*>(g_object_new(fileType(), nullptr));
+    *file->url = url;
+    return file;
+}
+
+void initializeFile(GTypeInstance* instance, void*) {
+    auto* const file = reinterpret_cast<File*>(instance);
+    file->url = new std::string;
+    file->emblems = new std::set<std::string>;
+    file->invalidations = new int(0);
+}
+
+void finalizeFile(GObject* object) {
+    auto* const file = reinterpret_cast<File*>(object);
+    delete file->url;
+    delete file->emblems;
+    delete file->invalidations;
+    G_OBJECT_CLASS(g_type_class_peek_parent(G_OBJECT_GET_CLASS(object)))->finalize(object);
+}
+
+void initializeFileClass(void* type, void*) {
+    static_cast<GObjectClass*>(type)->finalize = &finalizeFile;
+}
+
+void initializeFileInfo(void* interface, void*) {
+    auto* const info = static_cast<FM_INTERFACE(FileInfo)*>(interface);
+    info->get_uri = [](FileInfo* file) { return g_strdup(fileOf(file).url->c_str()); };
+    info->add_emblem = [](FileInfo* file, const char* name) { fileOf(file).emblems->insert(name); };
+    info->invalidate_extension_info = [](FileInfo* file) { ++*fileOf(file).invalidations; };
+}
+
+GType fileType() {
+    static const GType type = [] {
+        const GTypeInfo info = {.class_size = sizeof(FileClass),
+                                .base_init = nullptr,
+                                .base_finalize = nullptr,
+                                .class_init = &initializeFileClass,
+                                .class_finalize = nullptr,
+                                .class_data = nullptr,
+                                .instance_size = sizeof(File),
+                                .n_preallocs = 0,
+                                .instance_init = &initializeFile,
+                                .value_table = nullptr};
+        const GInterfaceInfo fileInfo = {&initializeFileInfo, nullptr, nullptr};
+        const GType made = g_type_register_static(G_TYPE_OBJECT, "TestFile", &info, GTypeFlags(0));
+        g_type_add_interface_static(made, FM_TYPE(FILE_INFO), &fileInfo);
+        return made;
+    }();
+    return type;
+}
+
+// The plug-in, loaded as the file manager does it.
+
+struct Module {
+    GTypeModule parent;
+};
+
+struct ModuleClass {
+    GTypeModuleClass parent;
+};
+
+GType moduleType() {
+    static const GType registered = [] {
+        const auto initialize = [](void* type, void*) {
+            static_cast<GTypeModuleClass*>(type)->load = [](GTypeModule*) -> gboolean { return 1; };
+            static_cast<GTypeModuleClass*>(type)->unload = [](GTypeModule*) {};
+        };
+        return g_type_register_static_simple(G_TYPE_TYPE_MODULE, "TestModule", sizeof(ModuleClass),
+                                             initialize, sizeof(Module), nullptr, GTypeFlags(0));
+    }();
+    return registered;
+}
+
+template <typename Function> Function* symbol(GModule* plugin, const std::string& name) {
+    void* found = nullptr;
+    if (g_module_symbol(plugin, name.c_str(), &found) == FALSE)
+        throw std::runtime_error("the plug-in has no " + name);
+    return reinterpret_cast<Function*>(found);
+}
+
+GType providerType() {
+    static const GType type = [] {
+        GModule* const plugin = g_module_open(FINDER_SYNC_PLUGIN, G_MODULE_BIND_LOCAL);
+        if (plugin == nullptr)
+            throw std::runtime_error(g_module_error());
+        const std::string prefix = FINDER_SYNC_PREFIX;
+        auto* const module = static_cast<GTypeModule*>(g_object_new(moduleType(), nullptr));
+        (void)g_type_module_use(module);
+        symbol<void(GTypeModule*)>(plugin, prefix + "_module_initialize")(module);
+        const GType* types = nullptr;
+        int count = 0;
+        symbol<void(const GType**, int*)>(plugin, prefix + "_module_list_types")(&types, &count);
+        if (count != 1)
+            throw std::runtime_error("the plug-in has not one type");
+        return types[0];
+    }();
+    return type;
+}
+
+/// The scripted extension's process. What it says is read line by line.
+class ExtensionProcess {
+public:
+    explicit ExtensionProcess(std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), FINDER_SYNC_SCRIPTED_EXTENSION);
+        std::vector<char*> words;
+        for (std::string& argument : arguments)
+            words.push_back(argument.data());
+        words.push_back(nullptr);
+        GError* error = nullptr;
+        if (g_spawn_async_with_pipes(nullptr, words.data(), nullptr, G_SPAWN_DO_NOT_REAP_CHILD,
+                                     nullptr, nullptr, &process_, nullptr, &output_, nullptr,
+                                     &error) == FALSE)
+            throw std::runtime_error(error->message);
+        (void)::fcntl(output_, F_SETFL, O_NONBLOCK);
+    }
+    ~ExtensionProcess() {
+        end();
+        (void)::close(output_);
+    }
+    ExtensionProcess(const ExtensionProcess&) = delete;
+    ExtensionProcess& operator=(const ExtensionProcess&) = delete;
+
+    void signal(int number) const { (void)::kill(process_, number); }
+
+    void end() {
+        if (process_ == 0)
+            return;
+        signal(SIGKILL);
+        (void)::waitpid(std::exchange(process_, 0), nullptr, 0);
+    }
+
+    /// Everything that it has said so far.
+    const std::string& said() {
+        char buffer[4096];
+        ssize_t count = 0;
+        while ((count = ::read(output_, buffer, sizeof buffer)) > 0)
+            said_.append(buffer, static_cast<std::size_t>(count));
+        return said_;
+    }
+
+private:
+    GPid process_ = 0;
+    int output_ = -1;
+    std::string said_;
+};
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+class Plugin : public testing::Test {
+protected:
+    Plugin() {
+        provider_.reset(static_cast<GObject*>(g_object_new(providerType(), nullptr)));
+        g_closure_sink(g_closure_ref(closure_));
+    }
+    ~Plugin() override {
+        forgetMenu();
+        g_closure_unref(closure_);
+    }
+
+    static bool runUntil(const std::function<bool()>& condition) {
+        const auto deadline = Clock::now() + std::chrono::seconds(10);
+        while (!condition()) {
+            if (Clock::now() > deadline)
+                return false;
+            while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
+            }
+            g_usleep(1000);
+        }
+        return true;
+    }
+
+    static void runFor(milliseconds duration) {
+        const auto end = Clock::now() + duration;
+        (void)runUntil([end] { return Clock::now() > end; });
+    }
+
+    /// Shows a file as the file manager does: its emblems are those that the plug-in adds now.
+    void show(File* file) {
+        file->emblems->clear();
+        auto* const info = reinterpret_cast<FileInfo*>(file);
+        OperationHandle* handle = nullptr;
+        EXPECT_EQ(FM_CALL(info_provider_update_file_info)(
+                      reinterpret_cast<InfoProvider*>(provider_.get()), info, closure_, &handle),
+                  FM_CONSTANT(OPERATION_COMPLETE));
+    }
+
+    Object<File> shown(const std::string& url) {
+        Object<File> file(newFile(url));
+        show(file.get());
+        return file;
+    }
+
+    /// The labels of the menu for files, and how long it took.
+    std::vector<std::string> menu(const std::vector<File*>& files) {
+        forgetMenu();
+        GList* selection = nullptr;
+        for (File* file : files)
+            selection = g_list_append(selection, file);
+        const auto begin = Clock::now();
+#if defined(FINDER_SYNC_NAUTILUS)
+        items_ = FM_CALL(menu_provider_get_file_items)(
+            reinterpret_cast<MenuProvider*>(provider_.get()), selection);
+#else
+        items_ = FM_CALL(menu_provider_get_file_items)(
+            reinterpret_cast<MenuProvider*>(provider_.get()), nullptr, selection);
+#endif
+        menuTook_ = std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
+        g_list_free(selection);
+        std::vector<std::string> labels;
+        for (GList* item = items_; item != nullptr; item = item->next) {
+            char* label = nullptr;
+            g_object_get(item->data, "label", &label, nullptr);
+            labels.emplace_back(label);
+            g_free(label);
+        }
+        return labels;
+    }
+
+    [[nodiscard]] GList* menuItems() const {
+        return items_;
+    }
+    [[nodiscard]] milliseconds menuTook() const {
+        return menuTook_;
+    }
+
+    /// Waits until the plug-in has asked about a file and shows its badge.
+    bool getsBadge(File* file) {
+        return runUntil([this, file] {
+            if (*file->invalidations > 0) {
+                *file->invalidations = 0;
+                show(file);
+            }
+            return file->emblems->contains(emblem);
+        });
+    }
+    bool losesBadge(File* file) {
+        return runUntil([this, file] {
+            if (*file->invalidations > 0) {
+                *file->invalidations = 0;
+                show(file);
+            }
+            return file->emblems->empty();
+        });
+    }
+
+    static constexpr const char* emblem = FINDER_SYNC_GROUP ".FolderIco";
+
+private:
+    void forgetMenu() {
+        g_list_free_full(std::exchange(items_, nullptr), &g_object_unref);
+    }
+
+    Object<GObject> provider_;
+    GClosure* closure_ = g_cclosure_new(G_CALLBACK(+[] {}), nullptr, nullptr);
+    GList* items_ = nullptr;
+    milliseconds menuTook_{0};
+};
+
+TEST_F(Plugin, BadgesARootFolderAndNothingElse) {
+    ExtensionProcess extension({"/sync"});
+    const auto root = shown("file:///sync");
+    const auto file = shown("file:///sync/a");
+    EXPECT_TRUE(root->emblems->empty()) << "nothing is known yet, and nothing waits";
+    EXPECT_TRUE(getsBadge(root.get()));
+    EXPECT_TRUE(file->emblems->empty());
+    EXPECT_EQ(*file->invalidations, 0);
+}
+
+TEST_F(Plugin, AsksInBatches) {
+    ExtensionProcess extension({"/sync"});
+    const auto root = shown("file:///sync");
+    EXPECT_TRUE(getsBadge(root.get()));
+    std::vector<Object<File>> files;
+    for (int index = 0; index < 2500; ++index)
+        files.push_back(shown("file:///sync/" + std::to_string(index)));
+    EXPECT_TRUE(runUntil([&] { return extension.said().ends_with("badges 500\n"); }))
+        << extension.said();
+    EXPECT_NE(extension.said().find("badges 1000\nbadges 1000\nbadges 500\n"), std::string::npos)
+        << extension.said();
+}
+
+TEST_F(Plugin, LeavesAloneWhatIsNoFileHere) {
+    ExtensionProcess extension({"/sync"});
+    const auto root = shown("file:///sync");
+    const auto trash = shown("trash:///sync");
+    EXPECT_TRUE(getsBadge(root.get()));
+    runFor(milliseconds(50));
+    EXPECT_EQ(extension.said().find("badges 2"), std::string::npos) << extension.said();
+}
+
+TEST_F(Plugin, TakesTheBadgeAwayWhenTheExtensionEndsAndAsksAgainWhenItIsBack) {
+    auto extension = std::make_unique<ExtensionProcess>(std::vector<std::string>{"/sync"});
+    const auto root = shown("file:///sync");
+    EXPECT_TRUE(getsBadge(root.get()));
+    extension.reset();
+    EXPECT_TRUE(losesBadge(root.get()));
+    ExtensionProcess again({"/sync"});
+    EXPECT_TRUE(getsBadge(root.get()));
+}
+
+TEST_F(Plugin, FilesMayGoWhileTheyAreAskedAbout) {
+    ExtensionProcess extension({"/sync"});
+    const auto root = shown("file:///sync");
+    EXPECT_TRUE(getsBadge(root.get()));
+    extension.signal(SIGSTOP);
+    for (int index = 0; index < 100; ++index)
+        (void)shown("file:///sync/" + std::to_string(index)); // gone at once
+    runFor(milliseconds(50));
+    {
+        const auto file = shown("file:///other");
+        runFor(milliseconds(50));
+    }
+    extension.signal(SIGCONT);
+    EXPECT_TRUE(getsBadge(root.get()));
+    runFor(milliseconds(50));
+}
+
+TEST_F(Plugin, AHungExtensionAnswersWhenItGoesOn) {
+    ExtensionProcess extension({"/sync", "/other"});
+    const auto root = shown("file:///sync");
+    EXPECT_TRUE(getsBadge(root.get()));
+    extension.signal(SIGSTOP);
+    const auto begin = Clock::now();
+    const auto other = shown("file:///other");
+    EXPECT_LT(Clock::now() - begin, milliseconds(50));
+    runFor(milliseconds(300));
+    EXPECT_TRUE(other->emblems->empty());
+    extension.signal(SIGCONT);
+    EXPECT_TRUE(getsBadge(other.get()));
+}
+
+TEST_F(Plugin, OffersTheEntriesAndTellsWhatIsPicked) {
+    ExtensionProcess extension({"/sync"});
+    const auto root = shown("file:///sync");
+    EXPECT_TRUE(getsBadge(root.get()));
+    const auto file = shown("file:///sync/a%20b");
+    EXPECT_EQ(menu({file.get()}), std::vector<std::string>{"Copy __link"});
+    g_signal_emit_by_name(menuItems()->data, "activate");
+    const std::string action = "action createLinkClicked: file:///sync/a%20b\n";
+    EXPECT_TRUE(runUntil([&] { return extension.said().find(action) != std::string::npos; }))
+        << extension.said();
+}
+
+TEST_F(Plugin, WaitsForAMenuATenthOfASecondAtTheMost) {
+    ExtensionProcess slow({"--delay", "90", "/sync"});
+    const auto root = shown("file:///sync");
+    EXPECT_TRUE(getsBadge(root.get()));
+    EXPECT_EQ(menu({root.get()}).size(), 1U) << "within the time";
+    EXPECT_GE(menuTook(), milliseconds(90));
+}
+
+TEST_F(Plugin, GoesWithoutEntriesWhenTheExtensionIsSlowAndThenLeavesItAlone) {
+    ExtensionProcess slow({"--delay", "1000", "/sync"});
+    const auto root = shown("file:///sync");
+    EXPECT_TRUE(getsBadge(root.get()));
+    EXPECT_EQ(menu({root.get()}), std::vector<std::string>());
+    EXPECT_GE(menuTook(), milliseconds(99));
+    EXPECT_LT(menuTook(), milliseconds(250));
+    EXPECT_EQ(menu({root.get()}), std::vector<std::string>());
+    EXPECT_LT(menuTook(), milliseconds(20)) << "one such wait in five seconds";
+}
+
+TEST_F(Plugin, WithoutAnExtensionThereIsNothingToWaitFor) {
+    const auto file = shown("file:///sync");
+    EXPECT_EQ(menu({file.get()}), std::vector<std::string>());
+    EXPECT_LT(menuTook(), milliseconds(20));
+    runFor(milliseconds(50));
+    EXPECT_TRUE(file->emblems->empty());
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    GTestDBus* const bus = g_test_dbus_new(G_TEST_DBUS_NONE);
+    g_test_dbus_up(bus);
+    const int result = RUN_ALL_TESTS();
+    g_test_dbus_stop(bus);
+    return result;
+}

@@ -1,0 +1,100 @@
+// An extension on the bus whose root folders, and whose delays, are given on the command line:
+//     scripted-extension [--delay MILLISECONDS] ROOT…
+// It writes a line for each request: "badges COUNT", "menu URL…", "action SELECTOR URL…".
+
+#include "finder-sync-extension1.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+struct Script {
+    unsigned delay = 0; // milliseconds
+    std::vector<std::string> roots;
+};
+
+Script script;
+
+bool isRoot(const char* url) {
+    char* const path = g_filename_from_uri(url, nullptr, nullptr);
+    const bool found =
+        path != nullptr && std::ranges::find(script.roots, path) != script.roots.end();
+    g_free(path);
+    return found;
+}
+
+void say(const char* what, const char* const* texts) {
+    std::printf("%s", what);
+    for (; *texts != nullptr; ++texts)
+        std::printf(" %s", *texts);
+    std::printf("\n");
+    std::fflush(stdout);
+}
+
+gboolean answerBadges(FinderSyncExtension1* extension, GDBusMethodInvocation* call,
+                      const char* const* urls, void*) {
+    std::vector<const char*> badges;
+    for (const char* const* url = urls; *url != nullptr; ++url)
+        badges.push_back(isRoot(*url) ? "FolderIco" : "");
+    say("badges", std::vector<const char*>{std::to_string(badges.size()).c_str(), nullptr}.data());
+    badges.push_back(nullptr);
+    finder_sync_extension1_complete_request_badge_identifiers_for_urls(extension, call,
+                                                                       badges.data());
+    return TRUE;
+}
+
+gboolean answerMenu(FinderSyncExtension1* extension, GDBusMethodInvocation* call, unsigned,
+                    const char* const* urls, void*) {
+    g_usleep(gulong{1000} * script.delay);
+    say("menu", urls);
+    GVariantBuilder items;
+    g_variant_builder_init(&items, G_VARIANT_TYPE("a(sss)"));
+    g_variant_builder_add(&items, "(sss)", "Copy _link", "createLinkClicked:", "icon_URLlink");
+    finder_sync_extension1_complete_menu_for_menu_kind(extension, call, TRUE,
+                                                       g_variant_builder_end(&items));
+    return TRUE;
+}
+
+gboolean answerAction(FinderSyncExtension1* extension, GDBusMethodInvocation* call,
+                      const char* selector, const char* const* urls, void*) {
+    say(("action " + std::string(selector)).c_str(), urls);
+    finder_sync_extension1_complete_perform_action(extension, call);
+    return TRUE;
+}
+
+void publish(GDBusConnection* bus, const char*, void*) {
+    FinderSyncExtension1* const extension = finder_sync_extension1_skeleton_new();
+    const char* const everything[] = {"file:///", nullptr};
+    std::vector<const char*> roots;
+    for (const std::string& root : script.roots)
+        roots.push_back(root.c_str());
+    roots.push_back(nullptr);
+    finder_sync_extension1_set_directory_urls(extension, everything);
+    finder_sync_extension1_set_paths_of_root_folders(extension, roots.data());
+    g_signal_connect(extension, "handle-request-badge-identifiers-for-urls",
+                     G_CALLBACK(&answerBadges), nullptr);
+    g_signal_connect(extension, "handle-menu-for-menu-kind", G_CALLBACK(&answerMenu), nullptr);
+    g_signal_connect(extension, "handle-perform-action", G_CALLBACK(&answerAction), nullptr);
+    (void)g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(extension), bus, "/FinderSync",
+                                           nullptr);
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    for (int index = 1; index < argc; ++index) {
+        if (std::string_view(argv[index]) == "--delay" && index + 1 < argc)
+            script.delay = static_cast<unsigned>(std::atoi(argv[++index]));
+        else
+            script.roots.emplace_back(argv[index]);
+    }
+    const auto lost = [](GDBusConnection*, const char*, void*) { std::exit(0); };
+    (void)g_bus_own_name(G_BUS_TYPE_SESSION, FINDER_SYNC_GROUP ".FinderSync",
+                         G_BUS_NAME_OWNER_FLAGS_NONE, &publish, nullptr, lost, nullptr, nullptr);
+    g_main_loop_run(g_main_loop_new(nullptr, FALSE));
+}
