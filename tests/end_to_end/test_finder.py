@@ -226,7 +226,13 @@ def test_other_selectors_are_no_actions(session, selector):
 
 def test_the_exact_bytes_of_reports(session):
     peer, extension = session.start_connected()
-    act = lambda *urls: session.method("PerformAction", "sas", "backupClicked:", list(urls))
+
+    def act(*urls):
+        told = extension.output().count("Sending\n")
+        session.method("PerformAction", "sas", "backupClicked:", list(urls))
+        # The next one only then: two writes before there is room again are told of once.
+        wait_for(lambda: extension.output().count("Sending\n") == told + 1, "room for the next")
+
     act("file:///c", "file:///a", "file:///b")
     act()
     act("file:///caf%C3%A9/e%CC%81/%F0%9F%94%97")
@@ -240,7 +246,7 @@ def test_the_exact_bytes_of_reports(session):
     while len(received) < len(expected):
         received += peer.connection.recv(4096)
     assert received == expected
-    wait_for(lambda: extension.output().count("Sending\n") == 5)  # after opening, and each write
+    assert extension.output().count("Sending\n") == 5  # after opening, and each write
 
 
 def test_the_selection_is_there_during_the_call_only(session):
