@@ -146,8 +146,8 @@ GType providerType() {
 class ExtensionProcess {
 public:
     explicit ExtensionProcess(std::vector<std::string> arguments) {
-        arguments.insert(arguments.begin(), FINDER_SYNC_SCRIPTED_EXTENSION);
-        std::vector<char*> words;
+        std::string program = FINDER_SYNC_SCRIPTED_EXTENSION;
+        std::vector<char*> words = {program.data()};
         for (std::string& argument : arguments)
             words.push_back(argument.data());
         words.push_back(nullptr);
