@@ -38,8 +38,8 @@ def line(**message):
 class Peer:
     """The companion application's end of the link."""
 
-    def __init__(self):
-        self.listener = socket.create_server(("127.0.0.1", 0))
+    def __init__(self, port=0):
+        self.listener = socket.create_server(("127.0.0.1", port))
         self.listener.settimeout(PATIENCE)
         self.port = self.listener.getsockname()[1]
         self.connection = None
@@ -167,8 +167,8 @@ class Session:
         self.processes.append(process)
         return process
 
-    def listen(self):
-        peer = Peer()
+    def listen(self, port=0):
+        peer = Peer(port)
         self.peers.append(peer)
         return peer
 

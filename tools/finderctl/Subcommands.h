@@ -24,5 +24,6 @@ void addClick(CLI::App& app, Invocation& invocation);
 void addObserve(CLI::App& app, Invocation& invocation);
 void addUnobserve(CLI::App& app, Invocation& invocation);
 void addMonitor(CLI::App& app, Invocation& invocation);
+void addRestart(CLI::App& app, Invocation& invocation);
 
 } // namespace finderctl

@@ -31,6 +31,7 @@ void describe(CLI::App& app, finderctl::Invocation& invocation) {
     finderctl::addObserve(app, invocation);
     finderctl::addUnobserve(app, invocation);
     finderctl::addMonitor(app, invocation);
+    finderctl::addRestart(app, invocation);
     app.footer("Exit codes: 0 done, 1 refused or failed, 2 wrong usage, 3 the extension is not "
                "running.");
 }

@@ -1,0 +1,98 @@
+// finderctl restart: ends the extension's process and has the bus start it anew.
+
+#include "tools/finderctl/Extension.h"
+#include "tools/finderctl/Failure.h"
+#include "tools/finderctl/Subcommands.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <thread>
+
+namespace finderctl {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long an extension may take to end before it is made to.
+constexpr auto patience = std::chrono::seconds(3);
+
+/// A call of the bus itself about the extension's name.
+Message callBus(const Extension& extension, const char* member, bool withFlags = false) {
+    sd_bus_message* made = nullptr;
+    check(sd_bus_message_new_method_call(extension.bus(), &made, "org.freedesktop.DBus",
+                                         "/org/freedesktop/DBus", "org.freedesktop.DBus", member),
+          "the call cannot be made");
+    Message call(made);
+    check(sd_bus_message_append(call.get(), "s", Extension::busName), "the call cannot be made");
+    if (withFlags)
+        check(sd_bus_message_append(call.get(), "u", 0U), "the call cannot be made");
+    return extension.call(call);
+}
+
+bool isRunning(const Extension& extension) {
+    int hasOwner = 0;
+    check(sd_bus_message_read(callBus(extension, "NameHasOwner").get(), "b", &hasOwner),
+          "the bus has answered something else");
+    return hasOwner != 0;
+}
+
+pid_t processOf(const Extension& extension) {
+    unsigned process = 0;
+    check(
+        sd_bus_message_read(callBus(extension, "GetConnectionUnixProcessID").get(), "u", &process),
+        "the bus has answered something else");
+    return static_cast<pid_t>(process);
+}
+
+bool endsWithin(const Extension& extension, Clock::duration time) {
+    const auto deadline = Clock::now() + time;
+    while (isRunning(extension)) {
+        if (Clock::now() > deadline)
+            return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return true;
+}
+
+void end(const Extension& extension) {
+    const pid_t process = processOf(extension);
+    for (const int signal : {SIGTERM, SIGKILL}) {
+        if (::kill(process, signal) != 0 && errno != ESRCH)
+            throw Failure("process " + std::to_string(process) +
+                          " cannot be ended: " + std::strerror(errno));
+        if (endsWithin(extension, patience))
+            return;
+    }
+    throw Failure("process " + std::to_string(process) + " does not end");
+}
+
+void start(const Extension& extension) {
+    try {
+        (void)callBus(extension, "StartServiceByName", true);
+    } catch (const Failure& failure) {
+        throw Failure("the bus cannot start the extension again (" + std::string(failure.what()) +
+                      "): is it installed where the bus looks for services?");
+    }
+}
+
+int restart() {
+    const Extension extension;
+    if (isRunning(extension))
+        end(extension);
+    start(extension);
+    return EXIT_SUCCESS;
+}
+
+} // namespace
+
+void addRestart(CLI::App& app, Invocation& invocation) {
+    CLI::App* const command = app.add_subcommand(
+        "restart", "End the extension and have the bus start it anew, so that it connects anew");
+    command->callback([&invocation] { invocation.run = restart; });
+}
+
+} // namespace finderctl
