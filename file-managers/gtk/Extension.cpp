@@ -16,8 +16,10 @@ constexpr const char* objectPath = "/FinderSync";
 
 /// How long a menu may be kept waiting.
 constexpr int menuPatience = 100; // milliseconds
-/// How long an extension is left alone that has kept one waiting, or has just been started.
-constexpr gint64 rest = gint64{5} * G_USEC_PER_SEC;
+/// How long an extension is left alone that has kept one waiting.
+constexpr gint64 restAfterDelay = gint64{5} * G_USEC_PER_SEC;
+/// How long after a start one that has ended meanwhile is not started again.
+constexpr gint64 restAfterStart = G_USEC_PER_SEC;
 constexpr guint itemsKind = 0;
 
 /// An array of texts that ends with null, as GLib takes it. It refers to the texts.
@@ -103,12 +105,12 @@ void Extension::ownerChanged() {
 }
 
 void Extension::propertiesChanged(GVariant* changed) {
-    GVariant* const paths = g_variant_lookup_value(changed, "pathsOfRootFolders", nullptr);
-    if (paths == nullptr)
+    if (!isRunning_)
         return;
-    g_variant_unref(paths);
-    if (isRunning_)
-        changed_(Change::RootFolders);
+    GVariant* const paths = g_variant_lookup_value(changed, "pathsOfRootFolders", nullptr);
+    changed_(paths != nullptr ? Change::RootFolders : Change::Menus);
+    if (paths != nullptr)
+        g_variant_unref(paths);
 }
 
 void Extension::start() {
@@ -116,7 +118,7 @@ void Extension::start() {
     const gint64 now = g_get_monotonic_time();
     if (!proxy_ || isRunning_ || now < noStartBefore_)
         return;
-    noStartBefore_ = now + rest;
+    noStartBefore_ = now + restAfterStart;
     // The answer does not matter: the name gets an owner, or it does not.
     g_dbus_connection_call(g_dbus_proxy_get_connection(G_DBUS_PROXY(proxy_.get())),
                            "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
@@ -158,7 +160,7 @@ std::vector<MenuEntry> Extension::menuForItems(const std::vector<std::string>& u
         proxy_.get(), itemsKind, pointersTo(urls).data(), G_DBUS_CALL_FLAGS_NO_AUTO_START,
         menuPatience, &isOffered, &items, nullptr, failure.place());
     if (failure.is(G_IO_ERROR_TIMED_OUT))
-        noMenuBefore_ = g_get_monotonic_time() + rest;
+        noMenuBefore_ = g_get_monotonic_time() + restAfterDelay;
     if (items == nullptr)
         return entries;
     GVariantIter each;

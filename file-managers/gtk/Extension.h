@@ -23,7 +23,9 @@ struct MenuEntry {
 
 class Extension {
 public:
-    enum class Change { Appeared, Gone, RootFolders };
+    /// What menus and badges may follow from has changed: everything, or what it holds for menus,
+    /// or its root folders, for both.
+    enum class Change { Appeared, Gone, RootFolders, Menus };
 
     /// `changed` is called from the main loop, never from within a call of this class.
     explicit Extension(std::function<void(Change)> changed);

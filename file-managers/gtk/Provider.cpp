@@ -16,12 +16,15 @@ namespace {
 /// What a provider does; the provider itself is a GObject.
 class Service {
 public:
+    explicit Service(MenuProvider* provider) : provider_(provider) {}
+
     void show(FileInfo* file) { shown_.show(file); }
     GList* menuItems(GList* files);
 
 private:
     void changed(Extension::Change change);
 
+    MenuProvider* provider_; ///< owns this object
     Extension extension_{[this](Extension::Change change) { changed(change); }};
     ShownItems shown_{extension_};
 };
@@ -29,8 +32,10 @@ private:
 void Service::changed(Extension::Change change) {
     if (change == Extension::Change::Gone)
         shown_.forgetBadges();
-    else
+    else if (change != Extension::Change::Menus)
         shown_.askAgain();
+    // File managers keep the entries for as long as the selection stays the same.
+    FM_CALL(menu_provider_emit_items_updated_signal)(provider_);
 }
 
 /// What a menu entry needs when it is picked.
@@ -88,7 +93,8 @@ Service& serviceOf(void* provider) {
 }
 
 void initialize(GTypeInstance* instance, void*) {
-    reinterpret_cast<Provider*>(instance)->service = new Service;
+    auto* const provider = reinterpret_cast<Provider*>(instance);
+    provider->service = new Service(reinterpret_cast<MenuProvider*>(provider));
 }
 
 void finalize(GObject* object) {

@@ -1,0 +1,77 @@
+"""Finds things on the screen by their names, as assistive technologies do, and uses the mouse.
+
+usage: accessible.py PATIENCE find|click|menu|gone APPLICATION ROLE NAME
+
+Waits until the thing is shown, or for "gone" until it is not, for at most PATIENCE seconds; writes
+where it is: x, y, width, height. "click" and "menu" press the left or the right button on it."""
+
+import sys
+import time
+
+import gi
+
+gi.require_version("Atspi", "2.0")
+from gi.repository import Atspi, GLib  # noqa: E402
+
+
+def children(node):
+    for index in range(node.get_child_count()):
+        child = node.get_child_at_index(index)
+        if child:
+            yield child
+
+
+def is_shown(node):
+    return node.get_state_set().contains(Atspi.StateType.SHOWING)
+
+
+def search(node, role, name):
+    if node.get_role_name() == role and node.get_name() == name and is_shown(node):
+        return node
+    for child in children(node):
+        found = search(child, role, name)
+        if found:
+            return found
+    return None
+
+
+def place(application, role, name):
+    """Where the thing is on the screen, or none."""
+    try:
+        for program in children(Atspi.get_desktop(0)):
+            if program.get_name() == application:
+                found = search(program, role, name)
+                if found:
+                    extents = found.get_component_iface().get_extents(Atspi.CoordType.SCREEN)
+                    if extents.width > 1 and extents.x >= 0:
+                        return extents.x, extents.y, extents.width, extents.height
+    except GLib.Error:
+        pass  # it has changed while it was looked at: the next look tells
+    return None
+
+
+def main():
+    patience, action, application, role, name = sys.argv[1:]
+    deadline = time.monotonic() + float(patience)
+    before = None
+    while True:
+        now = place(application, role, name)
+        if action == "gone" and now is None:
+            return 0
+        # Twice at the same place: it has come to rest.
+        if action != "gone" and now is not None and now == before:
+            break
+        if time.monotonic() > deadline:
+            print(f"{role} {name!r} of {application}: not {action} in {patience} s", file=sys.stderr)
+            return 1
+        before = now
+        time.sleep(0.05)
+    x, y, width, height = now
+    print(x, y, width, height)
+    if action in ("click", "menu"):
+        Atspi.generate_mouse_event(x + width // 2, y + height // 2,
+                                   "b1c" if action == "click" else "b3c")
+    return 0
+
+
+sys.exit(main())

@@ -1,0 +1,97 @@
+"""Real file managers with a real extension: what a person sees, and what a companion gets."""
+
+import json
+import os
+import signal
+
+from conftest import BUS_NAME, line, wait_for
+from desktops import BACKUP, LINK, desktop, file_manager  # noqa: F401
+from jeepney import message_bus
+
+
+def demonstration(desktop):
+    folder = desktop.home / "demonstration"
+    (folder / "Sync").mkdir(parents=True)
+    (folder / "Other").mkdir()
+    (folder / "Sync/Letter.txt").write_text("Dear you,\n")
+    return folder
+
+
+def settings(peer, **more):
+    return {"ServerPort": peer.port, "ShareViaUrlTitle": LINK, "BackupTitle": BACKUP} | more
+
+
+def test_a_root_folder_gets_its_badge_in_the_open_window(desktop, file_manager):
+    folder = demonstration(desktop)
+    peer = desktop.listen()
+    desktop.store_settings(settings(peer))
+    file_manager.open(folder)
+    sync = file_manager.icon("Sync")
+    peer.accept()  # the file manager has had the bus start the extension
+    assert not desktop.has_badge(sync)
+    peer.send(line(type="add_folder", path=str(folder / "Sync")))
+    wait_for(lambda: desktop.has_badge(file_manager.icon("Sync")), "the badge")
+    assert not desktop.has_badge(file_manager.icon("Other"))
+    peer.send(line(type="del_folder", path=str(folder / "Sync")))
+    wait_for(lambda: not desktop.has_badge(file_manager.icon("Sync")), "no badge")
+
+
+def test_an_entry_is_picked_and_reported(desktop, file_manager):
+    folder = demonstration(desktop)
+    peer = desktop.listen()
+    desktop.store_settings(settings(peer))
+    file_manager.open(folder / "Sync")
+    peer.accept()
+    peer.send(line(type="add_folder", path=str(folder / "Sync")))
+    desktop.wait_for_value("pathsOfRootFolders", [str(folder / "Sync")])
+    file_manager.icon("Letter.txt", "menu")
+    file_manager.entry(LINK, "click")
+    report = json.loads(peer.connection.recv(4096))
+    assert report == {"type": "clicked_create_url_link",
+                      "items": [str(folder / "Sync/Letter.txt")]}
+
+
+def test_the_menu_follows_the_companion(desktop, file_manager):
+    folder = demonstration(desktop)
+    peer = desktop.listen()
+    desktop.store_settings(settings(peer))
+    file_manager.open(folder / "Sync")
+    peer.accept()
+    peer.send(line(type="add_folder", path=str(folder / "Sync")))
+    peer.send(line(type="set_menu_usage", displayBackup="1"))
+    desktop.wait_for_value("displayBackup", 1)
+    file_manager.icon("Letter.txt", "menu")
+    file_manager.entry(BACKUP)
+    file_manager.close_menu()
+
+    peer.send(line(type="set_locale", shareContactTitle="", shareViaUrlTitle="Länk kopieren",
+                   backupTitle="Sichern"))
+    desktop.wait_for_value("backupTitle", "Sichern")
+    file_manager.icon("Letter.txt", "menu")
+    file_manager.entry("Länk kopieren")
+    file_manager.entry("Sichern")
+    file_manager.close_menu()
+
+    peer.close()
+    desktop.wait_for_value("isSocketConnected", False)
+    file_manager.icon("Letter.txt", "menu")
+    file_manager.entry("Sichern", "gone")
+
+
+def test_an_extension_that_dies_takes_its_badges_along(desktop, file_manager):
+    folder = demonstration(desktop)
+    peer = desktop.listen()
+    desktop.store_settings(settings(peer))
+    file_manager.open(folder)
+    peer.accept()
+    peer.send(line(type="add_folder", path=str(folder / "Sync")))
+    wait_for(lambda: desktop.has_badge(file_manager.icon("Sync")), "the badge")
+    process = desktop.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
+    os.kill(process, signal.SIGKILL)
+    wait_for(lambda: not desktop.has_badge(file_manager.icon("Sync")), "no badge")
+    # The next time that something is asked for, it is started anew.
+    file_manager.icon("Sync", "menu")
+    peer.accept()
+    peer.send(line(type="add_folder", path=str(folder / "Sync")))
+    file_manager.close_menu()
+    wait_for(lambda: desktop.has_badge(file_manager.icon("Sync")), "the badge again")
