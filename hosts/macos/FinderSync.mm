@@ -24,12 +24,12 @@ namespace hosts::macos {
 class HostedFinderSync : public findersync::FinderSync, public platform::macos::ObjectDelegate {
 public:
     /// The principal object is not owned; it owns this one.
-    void setPrincipal(::FinderSync* principal) { principal_ = principal; }
+    explicit HostedFinderSync(::FinderSync* principal) : principal_(principal) {}
 
     [[nodiscard]] id<NSStreamDelegate> delegateObject() const override { return principal_; }
 
 private:
-    ::FinderSync* principal_ = nil;
+    ::FinderSync* principal_;
 };
 
 namespace {
@@ -59,14 +59,12 @@ std::vector<std::string> stringsOf(NSArray* array) {
 
 - (instancetype)init {
     // The fields have their initial values before the base class's initializer runs.
-    auto extension = std::make_unique<hosts::macos::HostedFinderSync>();
+    extension_ = new hosts::macos::HostedFinderSync(self);
     self = [super init];
     if (self == nil)
         return nil;
     // Neither a companion that goes away nor a reader of the trace is to end the process.
     (void)std::signal(SIGPIPE, SIG_IGN);
-    extension->setPrincipal(self);
-    extension_ = extension.release();
     (void)extension_->init(); // gives none only when the base class does
     return self;
 }

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -102,13 +103,13 @@ TEST_F(ControllerContract, ABadgeIsAssignedToAnItem) {
 
 TEST_F(ControllerContract, TheSelectionIsTheFindersAndCanBeAbsent) {
     EXPECT_EQ(platform::defaultController().selectedItemURLs(), std::nullopt);
-    contract::select({{"/b", "/a", "/b"}});
+    contract::select({{"/b", "/a", "/b", "/c"}});
     const auto selection = platform::defaultController().selectedItemURLs();
     ASSERT_TRUE(selection.has_value());
     std::vector<std::string> paths;
     for (const auto& url : *selection)
         paths.push_back(url->path().value_or(""));
-    EXPECT_EQ(paths, (std::vector<std::string>{"/b", "/a", "/b"}));
+    EXPECT_EQ(paths, (std::vector<std::string>{"/b", "/a", "/b", "/c"}));
     contract::select(std::vector<std::string>());
     EXPECT_TRUE(platform::defaultController().selectedItemURLs()->empty());
     contract::select(std::nullopt);
@@ -197,7 +198,8 @@ using MemoryContract = contract::ContractTest;
 TEST_F(MemoryContract, BuffersOfEverySizeAreGiven) {
     for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{1024}}) {
         void* const buffer = platform::malloc(size);
-        EXPECT_NE(buffer, nullptr) << size;
+        ASSERT_NE(buffer, nullptr) << size;
+        std::memset(buffer, '?', size);
         std::free(buffer);
     }
 }

@@ -37,9 +37,10 @@ TEST_F(SettingsContract, StoredValuesKeepTheirTypes) {
         {"text", Object{std::string("/Users/u")}},
         {"empty", Object{std::string()}},
         {"number", Object{std::int64_t{5}}},
-        {"fraction", Object{2.5}},
+        {"large", Object{std::int64_t{1} << 40}},
+        {"fraction", Object{0.1}},
         {"yes", Object{true}},
-        {"list", Object{NSArray{Object{true}}}},
+        {"list", Object{NSArray{Object{true}, Object{std::string("b")}, Object{false}}}},
     };
     contract::storeSettings(settings);
     const auto suite = open();

@@ -113,6 +113,13 @@ TEST_F(StreamContract, TheOutcomeArrivesFromTheRunLoopOnly) {
     EXPECT_TRUE(outputEvents.empty());
 }
 
+TEST_F(StreamContract, AWriteDoesNotWaitForTheConnection) {
+    open(contract::listen());
+    EXPECT_EQ(write("early"), -1);
+    contract::settle();
+    EXPECT_EQ(contract::peerReceived(), "");
+}
+
 TEST_F(StreamContract, EachStreamSaysThatItIsOpenAndTheOutputThatItHasSpace) {
     open(contract::listen());
     contract::settle();

@@ -173,6 +173,18 @@ TEST_F(Actions, SendOneReportEach) {
     EXPECT_TRUE([reportsReceived([expected count]) isEqual:expected]) << peer.received();
 }
 
+TEST_F(Actions, ReportTheSelectionInItsOrder) {
+    FinderSync* const extension = connected();
+    NSMutableArray* const urls = [NSMutableArray array];
+    NSArray* const paths = [NSArray arrayWithObjects:@"/b", @"/c", @"/a", nil];
+    for (NSString* path in paths)
+        [urls addObject:[NSURL fileURLWithPath:path]];
+    [finder setSelectedItemURLs:urls];
+    [extension sendClickedData:@"clicked"];
+    NSArray* const expected = [NSArray arrayWithObject:report(@"clicked", paths)];
+    EXPECT_TRUE([reportsReceived(1) isEqual:expected]) << peer.received();
+}
+
 TEST_F(Actions, OfAnotherTypeCanBeSent) {
     FinderSync* const extension = connectedWithSelection(@"/sync/a");
     [finder setSelectedItemURLs:[NSArray array]];
@@ -222,6 +234,8 @@ TEST_F(ErrorText, IsTheOneOfTheLastError) {
     errno = ENOENT;
     NSString* const text = [extension errnoDescription];
     EXPECT_TRUE([text isEqual:@"No such file or directory"]) << [text UTF8String];
+    errno = EACCES;
+    EXPECT_TRUE([[extension errnoDescription] isEqual:@"Permission denied"]);
 }
 
 } // namespace

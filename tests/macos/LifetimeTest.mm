@@ -31,6 +31,12 @@ concept GivesObjectOfTemporary = requires(T&& reference) {
 };
 static_assert(!GivesObjectOfTemporary<Text>, "its object may be gone already");
 static_assert(GivesObjectOfTemporary<Text&>);
+template <typename T>
+concept GivesCountAway = requires(T&& reference) {
+    static_cast<T&&>(reference).autoreleased();
+};
+static_assert(!GivesCountAway<Text&>, "a count is not given away in passing");
+static_assert(GivesCountAway<Text>);
 
 using References = tests::PrincipalClassTest;
 
@@ -58,6 +64,19 @@ TEST_F(References, CountOnceEach) {
     }
     EXPECT_EQ([object retainCount], 1U);
     EXPECT_FALSE(Reference<id>());
+
+    NSObject* const other = [[NSObject alloc] init];
+    auto fifth = adopt(other);
+    fifth = kept;
+    EXPECT_EQ([object retainCount], 2U);
+    auto& itself = fifth = adopt([[NSObject alloc] init]);
+    fifth = itself;
+    EXPECT_EQ([fifth.get() retainCount], 1U);
+    fifth = kept;
+    auto sixth = adopt([[NSObject alloc] init]);
+    fifth = std::move(sixth);
+    EXPECT_FALSE(sixth); // NOLINT: moved from, and known to be empty
+    EXPECT_EQ([object retainCount], 1U);
     EXPECT_FALSE(retain<id>(nil));
 }
 
@@ -69,8 +88,9 @@ protected:
         @autoreleasepool {
             store([NSDictionary
                 dictionaryWithObjectsAndKeys:[NSNumber numberWithInt:companion.port()],
-                                             @"ServerPort", @"/", @"RootFolder", @"link",
-                                             @"ShareViaUrlTitle", nil]);
+                                             @"ServerPort", @"/", @"RootFolder", @"contact",
+                                             @"ShareContactTitle", @"link", @"ShareViaUrlTitle",
+                                             @"back up", @"BackupTitle", nil]);
             FinderSync* const extension = start();
             std::string trace;
             (void)runUntil([&] { return (trace += printed()).find("Send") != std::string::npos; });
@@ -110,6 +130,7 @@ protected:
                                   @"shareContactTitle", @"shareViaUrlTitle", @"backupTitle", nil])
             [extension setValue:[extension valueForKey:key] forKey:key];
         (void)[extension serverAddress];
+        (void)[extension valueForKey:@"serverAddress"];
         (void)[extension errnoDescription];
         NSDictionary* const parsed =
             [extension JSONParseDictionary:@"{\"a\":[1.5,true,null,\"x\"]}"];

@@ -95,6 +95,7 @@ TEST_F(Link, EventsOfOtherStreamsAreTracedToo) {
     EXPECT_EQ(traceOf(4), "Sending\n");
     EXPECT_EQ(traceOf(8), "Stream open error\n");
     EXPECT_EQ(traceOf(32), "default\n");
+    EXPECT_EQ(traceOf(33), "default\n");
     EXPECT_TRUE([extension isSocketConnected]);
     EXPECT_EQ(traceOf(16), "ignore\n");
     EXPECT_FALSE([extension isSocketConnected]);

@@ -53,7 +53,8 @@ TEST_F(Properties, MyFolderURLIsNeverAbsent) {
 
 TEST_F(Properties, PathsOfRootFolders) {
     EXPECT_TRUE([read(@"pathsOfRootFolders") isEqual:[NSArray array]]);
-    NSMutableArray* const paths = [NSMutableArray arrayWithObjects:@"/b", @"/\u00e9", @"/b", nil];
+    NSMutableArray* const paths =
+        [NSMutableArray arrayWithObjects:@"/b", @"/\u00e9", @"/b", @"/a", nil];
     NSArray* const expected = [[paths copy] autorelease];
     write(@"pathsOfRootFolders", paths);
     [paths removeAllObjects];

@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <objc/runtime.h>
+#include <unistd.h>
 
 namespace {
 
@@ -78,7 +79,8 @@ TEST_F(StartUp, ASuiteThatCannotBeOpenedIsFatal) {
     tests::letSuitesOpen(false);
     EXPECT_EXIT((void)start(), testing::KilledBySignal(SIGABRT),
                 "fatal error: the shared settings cannot be opened: \"" +
-                    std::string(findersync::applicationGroup) + "\"");
+                    std::string(findersync::applicationGroup) +
+                    "\" is no application group: it names the global domain or this very bundle\n");
 }
 
 TEST_F(StartUp, ATitleThatIsNoStringIsFatal) {
@@ -88,6 +90,37 @@ TEST_F(StartUp, ATitleThatIsNoStringIsFatal) {
     store([NSDictionary dictionaryWithObject:[NSDate date] forKey:@"BackupTitle"]);
     EXPECT_EXIT((void)start(), testing::KilledBySignal(SIGABRT),
                 "fatal error: the setting \"BackupTitle\" is not a string");
+}
+
+TEST_F(StartUp, ATraceThatNobodyReadsDoesNotEndTheProcess) {
+    // The platform may have had the signal ignored already.
+    const auto startWithoutAReader = [] {
+        (void)std::signal(SIGPIPE, SIG_DFL);
+        int pipe[2];
+        if (::pipe(pipe) != 0 || ::close(pipe[0]) != 0 || ::dup2(pipe[1], STDOUT_FILENO) < 0)
+            ::_exit(2);
+        (void)start();
+        ::_exit(std::signal(SIGPIPE, SIG_DFL) == SIG_IGN ? 0 : 1);
+    };
+    EXPECT_EXIT(startWithoutAReader(), testing::ExitedWithCode(0), "");
+}
+
+TEST_F(StartUp, FieldsHaveTheirInitialValuesBeforeTheBaseClassIsInitialized) {
+    static NSString* address = nil;
+    using Initializer = id (*)(id, SEL);
+    const Initializer asks = [](id object, SEL) -> id {
+        address = [[object valueForKey:@"serverAddress"] copy];
+        return object;
+    };
+    Class const base = [FIFinderSync class];
+    const SEL selector = @selector(init);
+    class_addMethod(base, selector, class_getMethodImplementation(base, selector), "@@:");
+    Method const initializer = class_getInstanceMethod(base, selector);
+    const IMP original = method_setImplementation(initializer, reinterpret_cast<IMP>(asks));
+    (void)[start() autorelease];
+    method_setImplementation(initializer, original);
+    EXPECT_TRUE([address isEqual:@"127.0.0.1"]);
+    [address release];
 }
 
 TEST_F(StartUp, ACompanionThatGoesAwayWhileItIsWrittenToDoesNotEndTheProcess) {

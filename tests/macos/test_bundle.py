@@ -257,6 +257,7 @@ class Mac:
         self.folder = folder
         self.calls = folder / "calls"
         self.entitlements = "com.apple.security.app-sandbox"
+        self.refused = "nothing"
         tools = folder / "tools"
         tools.mkdir()
         (folder / "reader.py").write_text(PROPERTY_READER)
@@ -264,7 +265,8 @@ class Mac:
             "uname": "echo Darwin",
             "PlistBuddy": f'"{sys.executable}" "{folder}/reader.py" "$@" 2>/dev/null',
             "codesign": f'echo "codesign $*" >>"{self.calls}"\n'
-                        'case "$1" in --display) echo "$ENTITLEMENTS" ;; esac',
+                        'case "$1" in --display) echo "$ENTITLEMENTS" ;; esac\n'
+                        'case "$*" in *"$REFUSED") exit 1 ;; esac',
             "pluginkit": f'echo "pluginkit $*" >>"{self.calls}"',
         }.items():
             (tools / tool).write_text(f"#!/bin/sh\n{script}\n")
@@ -286,7 +288,7 @@ class Mac:
     def run(self, script, *arguments):
         self.calls.write_text("")
         return run(HOST / script, *arguments, env=os.environ | {
-            "PATH": self.path, "ENTITLEMENTS": self.entitlements})
+            "PATH": self.path, "ENTITLEMENTS": self.entitlements, "REFUSED": str(self.refused)})
 
     def signed(self):
         return [line for line in self.calls.read_text().splitlines() if "--force" in line]
@@ -336,12 +338,84 @@ def test_embedding_refuses_an_app_whose_identifier_the_extension_does_not_contin
     assert mac.signed() == []
 
 
-def test_embedding_refuses_an_extension_without_entitlements(mac):
-    mac.entitlements = ""
+@pytest.mark.parametrize("entitlements", ["", "com.apple.security.network.client"])
+def test_embedding_refuses_an_extension_without_entitlements(mac, entitlements):
+    mac.entitlements = entitlements
     done = mac.run("embed-extension", mac.extension, mac.app)
     assert done.returncode == 1
+    assert mac.calls.read_text() == f"codesign --display --entitlements - {mac.extension}\n"
     assert "is not signed with its entitlements" in done.stderr
     assert not mac.embedded.exists()
+
+
+def test_embedding_ends_with_the_first_failure(mac):
+    mac.refused = mac.embedded
+    assert mac.run("embed-extension", mac.extension, mac.app).returncode == 1
+    assert len(mac.signed()) == 1
+    mac.refused = mac.app
+    assert mac.run("embed-extension", mac.extension, mac.app).returncode == 1
+    assert "--verify" not in mac.calls.read_text()
+
+
+def test_embedding_keeps_links(mac):
+    (mac.extension / "Contents/link").symlink_to("Info.plist")
+    assert mac.run("embed-extension", mac.extension, mac.app).returncode == 0
+    assert (mac.embedded / "Contents/link").is_symlink()
+
+
+def test_embedding_refuses_a_bundle_without_an_identifier(mac):
+    (mac.app / "Contents/Info.plist").write_bytes(plistlib.dumps({}))
+    done = mac.run("embed-extension", mac.extension, mac.app)
+    assert done.returncode == 1
+    assert done.stderr == f"embed-extension: {mac.app} has no CFBundleIdentifier\n"
+
+
+def test_embedding_refuses_an_identifier_that_ends_with_the_dot(mac):
+    (mac.extension / "Contents/Info.plist").write_bytes(
+        plistlib.dumps({"CFBundleIdentifier": "com.example.app."}))
+    mac.name_app("com.example.app")
+    assert mac.run("embed-extension", mac.extension, mac.app).returncode == 1
+
+
+@pytest.mark.parametrize("identity", [[], [""]])
+def test_an_identity_must_follow_its_option(mac, identity):
+    done = mac.run("embed-extension", "--sign", *identity)
+    assert done.returncode == 2
+    assert done.stderr.startswith("usage: ")
+
+
+SIGNED_PROJECT = """
+cmake_minimum_required(VERSION 3.25)
+project(signed LANGUAGES NONE)
+include({sources}/cmake/AppExtension.cmake)
+file(WRITE ${{PROJECT_BINARY_DIR}}/program "")
+add_executable(FinderSync IMPORTED)
+set_target_properties(FinderSync PROPERTIES IMPORTED_LOCATION ${{PROJECT_BINARY_DIR}}/program)
+install_app_extension(FinderSync COMPONENT app-extension
+  INFO_PLIST {sources}/LICENSE RESOURCES {sources}/README.md)
+sign_app_extension(FinderSync COMPONENT app-extension ENTITLEMENTS {sources}/CHANGELOG.md)
+"""
+
+
+@pytest.mark.parametrize("identity, timestamp", [("-", "--timestamp=none"), ("A B", "--timestamp")])
+def test_the_build_signs_what_it_lays_out(mac, tmp_path, identity, timestamp):
+    project = tmp_path / "project"
+    left_over = project / "build/FinderSync.appex/Contents/left over"
+    left_over.parent.mkdir(parents=True)
+    left_over.touch()
+    (project / "CMakeLists.txt").write_text(SIGNED_PROJECT.format(sources=SOURCES))
+    mac.calls.write_text("")
+    environment = os.environ | {"PATH": mac.path, "ENTITLEMENTS": "", "REFUSED": "nothing"}
+    for command in (["-G", "Ninja", "-S", project, "-B", project / "build",
+                     f"-DFINDER_SYNC_SIGNING_IDENTITY={identity}"], ["--build", project / "build"]):
+        done = run("cmake", *command, env=environment)
+        assert done.returncode == 0, done.stdout + done.stderr
+    contents = project / "build/FinderSync.appex/Contents"
+    assert {str(file.relative_to(contents)) for file in contents.rglob("*") if file.is_file()} == {
+        "MacOS/FinderSync", "Info.plist", "Resources/README.md"}
+    assert mac.calls.read_text().splitlines() == [
+        f"codesign --force --sign {identity} --options runtime {timestamp} "
+        f"--entitlements {SOURCES}/CHANGELOG.md {project}/build/FinderSync.appex"]
 
 
 def test_embedding_refuses_what_is_no_bundle(mac, tmp_path):
