@@ -13,6 +13,7 @@
 
 #import <CoreFoundation/CoreFoundation.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -34,6 +35,7 @@ using platform::macos::valueOfObject;
 namespace {
 
 bool givesStreams = true;
+std::string requestedHost;
 std::uint32_t requestedPort = 0;
 int writes = 0;
 NSInputStream* givenInput = nil;
@@ -83,9 +85,10 @@ NSInputStream* givenInput = nil;
 @end
 
 /// In the place of the platform's own.
-void CFStreamCreatePairWithSocketToHost(CFAllocatorRef, CFStringRef, UInt32 port,
+void CFStreamCreatePairWithSocketToHost(CFAllocatorRef, CFStringRef host, UInt32 port,
                                         CFReadStreamRef* readStream,
                                         CFWriteStreamRef* writeStream) {
+    requestedHost = [reinterpret_cast<NSString*>(const_cast<__CFString*>(host)) UTF8String];
     requestedPort = port;
     if (!givesStreams)
         return;
@@ -262,7 +265,7 @@ protected:
     }
 
     void createPair(std::uint32_t port) {
-        platform::CFStreamCreatePairWithSocketToHost("127.0.0.1", port, input, output);
+        platform::CFStreamCreatePairWithSocketToHost("10.0.0.1", port, input, output);
     }
 
     std::shared_ptr<platform::NSInputStream> input;
@@ -273,6 +276,7 @@ TEST_F(Streams, APortThatDoesNotExistBecomesZero) {
     for (const std::uint32_t port : {0U, 1U, 61842U, 65535U}) {
         createPair(port);
         EXPECT_EQ(requestedPort, port);
+        EXPECT_EQ(requestedHost, "10.0.0.1");
     }
     for (const std::uint32_t port : {65536U, 65537U, 4294967295U}) {
         createPair(port);
@@ -406,6 +410,13 @@ TEST_F(Output, NothingIsLostInAPipeThatHasNoRoomAtTimes) {
     (void)::close(ends[0]);
     (void)::waitpid(child, nullptr, 0);
     EXPECT_EQ(total, 200000U);
+}
+
+using ErrorTexts = BackEnd;
+
+TEST_F(ErrorTexts, AreThoseOfTheGivenNumber) {
+    errno = ENOENT;
+    EXPECT_STREQ(platform::strerror(EACCES), "Permission denied");
 }
 
 using FatalErrors = BackEnd;
