@@ -18,7 +18,7 @@ constexpr const char* objectPath = "/FinderSync";
 constexpr int menuPatience = 100; // milliseconds
 /// How long an extension is left alone that has kept one waiting.
 constexpr gint64 restAfterDelay = gint64{5} * G_USEC_PER_SEC;
-/// How long after a start one that has ended meanwhile is not started again.
+/// How long after a start the next one waits, should the extension have ended meanwhile.
 constexpr gint64 restAfterStart = G_USEC_PER_SEC;
 constexpr guint itemsKind = 0;
 
@@ -71,6 +71,8 @@ Extension::Extension(std::function<void(Change)> changed) : changed_(std::move(c
 
 Extension::~Extension() {
     g_cancellable_cancel(cancellable_.get());
+    if (startSource_ != 0)
+        g_source_remove(startSource_);
     if (proxy_)
         g_signal_handlers_disconnect_by_data(proxy_.get(), this);
 }
@@ -115,9 +117,18 @@ void Extension::propertiesChanged(GVariant* changed) {
 
 void Extension::start() {
     isWanted_ = true;
-    const gint64 now = g_get_monotonic_time();
-    if (!proxy_ || isRunning_ || now < noStartBefore_)
+    if (!proxy_ || isRunning_ || startSource_ != 0)
         return;
+    const gint64 now = g_get_monotonic_time();
+    if (now < noStartBefore_) {
+        const auto startNow = [](void* self) -> gboolean {
+            static_cast<Extension*>(self)->startSource_ = 0;
+            static_cast<Extension*>(self)->start();
+            return G_SOURCE_REMOVE;
+        };
+        startSource_ = g_timeout_add(guint(1 + (noStartBefore_ - now) / 1000), startNow, this);
+        return;
+    }
     noStartBefore_ = now + restAfterStart;
     // The answer does not matter: the name gets an owner, or it does not.
     g_dbus_connection_call(g_dbus_proxy_get_connection(G_DBUS_PROXY(proxy_.get())),

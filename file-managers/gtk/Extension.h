@@ -35,7 +35,8 @@ public:
 
     [[nodiscard]] bool isRunning() const { return isRunning_; }
 
-    /// Has the bus start the extension unless it runs or was started a moment ago. Returns at once.
+    /// Has the bus start the extension unless it runs; a second after the last start at the
+    /// earliest. Returns at once.
     void start();
 
     /// Whether the extension wants to be asked about an item. URLs are in GLib's spelling.
@@ -65,6 +66,7 @@ private:
     std::vector<std::string> watchedDirectories_;
     gint64 noStartBefore_ = 0; ///< by the monotonic clock, in microseconds
     gint64 noMenuBefore_ = 0;
+    guint startSource_ = 0; ///< of a start that has to wait
 };
 
 } // namespace file_managers
