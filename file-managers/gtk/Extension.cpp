@@ -45,6 +45,15 @@ bool isWithin(std::string_view url, std::string_view prefix) {
     return url.starts_with(prefix) && (url.size() == prefix.size() || url[prefix.size()] == '/');
 }
 
+/// Whether a URL's path is UTF-8. The extension refuses a request, with all that is in it, for one
+/// that is not.
+bool hasTextPath(const char* url) {
+    if (std::string_view(url).find('%') == std::string_view::npos)
+        return true;
+    const Text text(g_uri_unescape_string(url, nullptr));
+    return text != nullptr && g_utf8_validate(text.get(), -1, nullptr) != FALSE;
+}
+
 std::vector<std::string> textsOf(const char* const* texts) {
     std::vector<std::string> copies;
     for (; texts != nullptr && *texts != nullptr; ++texts)
@@ -138,8 +147,8 @@ void Extension::start() {
 }
 
 bool Extension::watches(const char* url) const {
-    return std::ranges::any_of(watchedDirectories_,
-                               [url](const std::string& prefix) { return isWithin(url, prefix); });
+    const auto isAround = [url](const std::string& prefix) { return isWithin(url, prefix); };
+    return std::ranges::any_of(watchedDirectories_, isAround) && hasTextPath(url);
 }
 
 void Extension::requestBadges(const std::vector<std::string>& urls, BadgesAnswer answer) {

@@ -329,9 +329,11 @@ TEST_F(Plugin, LeavesAloneWhatIsNoFileHere) {
     ExtensionProcess extension({"/sync"});
     const auto root = shown("file:///sync");
     const auto trash = shown("trash:///sync");
+    const auto notText = shown("file:///sync/%ff");
     EXPECT_TRUE(getsBadge(root.get()));
     runFor(milliseconds(50));
     EXPECT_EQ(extension.said().find("badges 2"), std::string::npos) << extension.said();
+    EXPECT_EQ(extension.said().find("badges 3"), std::string::npos) << extension.said();
 }
 
 TEST_F(Plugin, TakesTheBadgeAwayWhenTheExtensionEndsAndAsksAgainWhenItIsBack) {
