@@ -1,9 +1,10 @@
 """Finds things on the screen by their names, as assistive technologies do, and uses the mouse.
 
-usage: accessible.py PATIENCE find|click|menu|gone APPLICATION ROLE NAME
+usage: accessible.py PATIENCE find|click|menu|press|gone APPLICATION ROLE NAME
 
 Waits until the thing is shown, or for "gone" until it is not, for at most PATIENCE seconds; writes
-where it is: x, y, width, height. "click" and "menu" press the left or the right button on it."""
+where it is: x, y, width, height. "click" and "menu" press the left or the right button on it, and
+"press" has it pressed without a mouse."""
 
 import sys
 import time
@@ -21,33 +22,40 @@ def children(node):
             yield child
 
 
-def is_shown(node):
-    return node.get_state_set().contains(Atspi.StateType.SHOWING)
+def place(node):
+    extents = node.get_component_iface().get_extents(Atspi.CoordType.SCREEN)
+    return extents.x, extents.y, extents.width, extents.height
 
 
-def search(node, role, name):
-    if node.get_role_name() == role and node.get_name() == name and is_shown(node):
+def is_shown(node, visible):
+    x, _, width, _ = place(node)
+    return node.get_state_set().contains(visible) and x >= 0 and width > 1
+
+
+def search(node, role, name, visible):
+    if node.get_role_name() == role and node.get_name() == name and is_shown(node, visible):
         return node
     for child in children(node):
-        found = search(child, role, name)
+        found = search(child, role, name, visible)
         if found:
             return found
     return None
 
 
-def place(application, role, name):
-    """Where the thing is on the screen, or none."""
+def find(application, role, name):
+    """The thing and its place on the screen, or none."""
     try:
         for program in children(Atspi.get_desktop(0)):
             if program.get_name() == application:
-                found = search(program, role, name)
+                # GTK 4 says of windows alone that they are showing.
+                is_gtk4 = program.get_toolkit_version().startswith("4.")
+                found = search(program, role, name, Atspi.StateType.VISIBLE if is_gtk4
+                               else Atspi.StateType.SHOWING)
                 if found:
-                    extents = found.get_component_iface().get_extents(Atspi.CoordType.SCREEN)
-                    if extents.width > 1 and extents.x >= 0:
-                        return extents.x, extents.y, extents.width, extents.height
+                    return found, place(found)
     except GLib.Error:
         pass  # it has changed while it was looked at: the next look tells
-    return None
+    return None, None
 
 
 def main():
@@ -55,7 +63,7 @@ def main():
     deadline = time.monotonic() + float(patience)
     before = None
     while True:
-        now = place(application, role, name)
+        node, now = find(application, role, name)
         if action == "gone" and now is None:
             return 0
         # Twice at the same place: it has come to rest.
@@ -69,8 +77,11 @@ def main():
     x, y, width, height = now
     print(x, y, width, height)
     if action in ("click", "menu"):
-        Atspi.generate_mouse_event(x + width // 2, y + height // 2,
+        # Near the beginning: at the end of a line in a list, there may be nothing to click on.
+        Atspi.generate_mouse_event(x + min(width, height) // 2, y + height // 2,
                                    "b1c" if action == "click" else "b3c")
+    if action == "press":
+        node.get_action_iface().do_action(0)
     return 0
 
 

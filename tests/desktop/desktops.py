@@ -4,14 +4,21 @@ the plug-in from the build."""
 import os
 import pathlib
 import subprocess
+import sysconfig
 
 import pytest
 from conftest import GROUP, Session
 from PIL import Image
 
-BADGE = (255, 0, 255)  # of the emblem that tests put in place of ours: nothing else is so
-MARKED_EMBLEM = """<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 48 48">
-<rect width="48" height="48" fill="#ff00ff"/></svg>"""
+# Of the images that tests put in place of ours: nothing else on the screen is so.
+BADGE = (255, 0, 255)
+ENTRY_ICON = (0, 255, 0)
+MARKED_IMAGE = """<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 48 48">
+<rect width="48" height="48" fill="rgb{}"/></svg>"""
+# Animations keep a machine busy that has to draw them itself; GTK 3 shows no icons in menus unless
+# it is told to.
+GTK_SETTINGS = "[Settings]\ngtk-enable-animations=0\n{}"
+SYSTEM_LIBRARIES = "/usr/lib/" + sysconfig.get_config_var("MULTIARCH")
 LINK, BACKUP = "Copy link", "Back up now"
 
 
@@ -22,25 +29,47 @@ class Desktop(Session):
 
     def start_bus(self, **environment):
         self.start_screen()
-        share = self.programs.parent / "share"
         self.environment |= {
             "XDG_DATA_HOME": str(self.home / "share"),
-            "XDG_DATA_DIRS": f"{share}:/usr/local/share:/usr/share",
+            "XDG_DATA_DIRS": f"{self.marked_data()}:/usr/local/share:/usr/share",
             "XDG_CACHE_HOME": str(self.home / "cache"),
             "XDG_RUNTIME_DIR": str(self.home / "run"),
             "GDK_BACKEND": "x11",
-            "GSETTINGS_BACKEND": "memory",
+            "GSETTINGS_BACKEND": "keyfile",
             "GIO_USE_VFS": "local",
         }
         (self.home / "run").mkdir(mode=0o700, exist_ok=True)
+        self.configure("gtk-3.0/settings.ini", GTK_SETTINGS.format("gtk-menu-images=1\n"))
+        self.configure("gtk-4.0/settings.ini", GTK_SETTINGS.format(""))
         super().start_bus(**environment)
+
+    def marked_data(self):
+        """The build's share folder, but for the icons: each is all of one colour."""
+        share = self.programs.parent / "share"
+        marked = self.folder / "share"
+        if not marked.exists():
+            marked.mkdir()
+            (marked / "dbus-1").symlink_to(share / "dbus-1")
+            for icon in (share / "icons").rglob("*.svg"):
+                place = marked / icon.relative_to(share)
+                place.parent.mkdir(parents=True, exist_ok=True)
+                color = BADGE if place.parent.name == "emblems" else ENTRY_ICON
+                place.write_text(MARKED_IMAGE.format(color))
+        return marked
+
+    def configure(self, name, text):
+        file = self.home / "config" / name
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_text(text)
 
     def start_screen(self):
         if self.screen:
             return
         reader, writer = os.pipe()
         self.screen = subprocess.Popen(
-            ["Xvfb", "-displayfd", str(writer), "-screen", "0", "1000x700x24", "-nolisten", "tcp"],
+            # It is not to start over when a client was the only one, and goes.
+            ["Xvfb", "-displayfd", str(writer), "-screen", "0", "1000x700x24", "-nolisten", "tcp",
+             "-noreset"],
             pass_fds=[writer], stderr=subprocess.DEVNULL)
         os.close(writer)
         with os.fdopen(reader) as display:
@@ -69,38 +98,49 @@ class Desktop(Session):
         self.screenshot().save(self.folder / f"{name}.png")
         return f" (see {self.folder / name}.png)"
 
-    def has_badge(self, place):
-        """Whether an icon shows the marked emblem."""
+    def shows(self, color, place, beside=0, above=0):
+        """Whether a colour is to be seen on something, or so many pixels around it."""
         x, y, width, height = place
-        around = self.screenshot().crop((x - 20, y - 20, x + width + 20, y + height + 20))
-        return around.getcolors(1 << 20) is not None and \
-            sum(count for count, color in around.getcolors(1 << 20) if color == BADGE) > 20
+        around = self.screenshot().crop(
+            (x - beside, y - above, x + width + beside, y + height + above))
+        return sum(count for count, one in around.getcolors(1 << 20) if one == color) > 20
 
 
 class FileManager:
     """What the tests do is the same in every file manager; how it is called is not."""
 
-    def __init__(self, desktop, name, command, icon_role):
+    def __init__(self, desktop, name, command, icon_role, badge_offset, press="click",
+                 has_entry_icons=True):
         self.desktop = desktop
-        self.name = name
+        self.name = name  # as assistive technologies know it
         self.command = command
         self.icon_role = icon_role
+        self.badge_offset = badge_offset  # how far from the named thing a badge may be
+        self.press = press  # how to pick a menu entry
+        self.has_entry_icons = has_entry_icons
+        self.process = None
 
     def open(self, folder):
-        environment = self.desktop.environment
-        self.process = subprocess.Popen(
-            [*self.command, str(folder)], env=environment, stdout=subprocess.DEVNULL,
-            stderr=open(self.desktop.folder / "file-manager.log", "wb"))
+        with open(self.desktop.folder / "file-manager.log", "wb") as log:
+            self.process = subprocess.Popen(
+                [*self.command, str(folder)], env=self.desktop.environment, stdout=log, stderr=log)
 
     def close(self):
-        self.process.terminate()
-        self.process.wait()
+        if self.process:
+            self.process.terminate()
+            self.process.wait()
 
     def icon(self, name, action="find", **options):
         return self.desktop.accessible(action, self.name, self.icon_role, name, **options)
 
+    def has_badge(self, name):
+        return self.desktop.shows(BADGE, self.icon(name), *self.badge_offset)
+
     def entry(self, title, action="find", **options):
         return self.desktop.accessible(action, self.name, "menu item", title, **options)
+
+    def pick(self, title):
+        self.entry(title, self.press)
 
     def close_menu(self):
         subprocess.run(["xdotool", "key", "Escape"], env=self.desktop.environment, check=True)
@@ -109,18 +149,46 @@ class FileManager:
         return (self.desktop.folder / "file-manager.log").read_text(errors="replace")
 
 
+def with_plugins(plugins, folder, command):
+    """A command that sees the plug-ins from the build in the only folder that its file manager
+    looks for some in."""
+    script = """
+        mount -t tmpfs tmpfs "$(dirname "$2")"
+        mkdir "$2"
+        mount --bind "$1" "$2"
+        shift 2
+        exec "$@\""""
+    return ["unshare", "--user", "--map-current-user", "--keep-caps", "--mount",
+            "sh", "-ec", script, "sh", str(plugins), folder, *command]
+
+
 def caja(desktop):
     desktop.environment["CAJA_EXTENSION_DIRS"] = str(
         desktop.programs.parent / "lib/caja/extensions-2.0")
-    return FileManager(desktop, "caja", ["caja", "--no-desktop", "--browser"], "icon")
+    return FileManager(desktop, "caja", ["caja", "--no-desktop", "--browser"], "icon", (20, 20))
+
+
+def nemo(desktop):
+    # Icons have no names there, the lines of a list have.
+    desktop.configure("glib-2.0/settings/keyfile",
+                      "[org/nemo/preferences]\ndefault-folder-viewer='list-view'\n")
+    command = with_plugins(desktop.programs.parent / "lib/nemo/extensions-3.0",
+                           f"{SYSTEM_LIBRARIES}/nemo/extensions-3.0", ["nemo"])
+    return FileManager(desktop, "nemo", command, "table cell", (40, 0))
+
+
+def gnome_files(desktop):
+    desktop.environment["GSK_RENDERER"] = "cairo"
+    command = with_plugins(desktop.programs.parent / "lib/nautilus/extensions-4",
+                           f"{SYSTEM_LIBRARIES}/nautilus/extensions-4", ["nautilus"])
+    # Its menus do not say where on the screen they are.
+    return FileManager(desktop, "org.gnome.Nautilus", command, "table cell", (20, 20),
+                       press="press", has_entry_icons=False)
 
 
 @pytest.fixture
 def desktop(tmp_path):
     desktop = Desktop(tmp_path)
-    emblems = desktop.home / "share/icons/hicolor/scalable/emblems"
-    emblems.mkdir(parents=True)
-    (emblems / f"emblem-{GROUP}.FolderIco.svg").write_text(MARKED_EMBLEM)
     try:
         yield desktop
     finally:
@@ -128,7 +196,7 @@ def desktop(tmp_path):
     assert desktop.findings() == ""
 
 
-@pytest.fixture(params=[caja], ids=["caja"])
+@pytest.fixture(params=[caja, nemo, gnome_files], ids=lambda one: one.__name__)
 def file_manager(request, desktop):
     manager = request.param(desktop)
     yield manager

@@ -5,7 +5,7 @@ import os
 import signal
 
 from conftest import BUS_NAME, line, wait_for
-from desktops import BACKUP, LINK, desktop, file_manager  # noqa: F401
+from desktops import BACKUP, ENTRY_ICON, LINK, desktop, file_manager  # noqa: F401
 from jeepney import message_bus
 
 
@@ -26,14 +26,14 @@ def test_a_root_folder_gets_its_badge_in_the_open_window(desktop, file_manager):
     peer = desktop.listen()
     desktop.store_settings(settings(peer))
     file_manager.open(folder)
-    sync = file_manager.icon("Sync")
+    file_manager.icon("Sync")
     peer.accept()  # the file manager has had the bus start the extension
-    assert not desktop.has_badge(sync)
+    assert not file_manager.has_badge("Sync")
     peer.send(line(type="add_folder", path=str(folder / "Sync")))
-    wait_for(lambda: desktop.has_badge(file_manager.icon("Sync")), "the badge")
-    assert not desktop.has_badge(file_manager.icon("Other"))
+    wait_for(lambda: file_manager.has_badge("Sync"), "the badge")
+    assert not file_manager.has_badge("Other")
     peer.send(line(type="del_folder", path=str(folder / "Sync")))
-    wait_for(lambda: not desktop.has_badge(file_manager.icon("Sync")), "no badge")
+    wait_for(lambda: not file_manager.has_badge("Sync"), "no badge")
 
 
 def test_an_entry_is_picked_and_reported(desktop, file_manager):
@@ -45,7 +45,9 @@ def test_an_entry_is_picked_and_reported(desktop, file_manager):
     peer.send(line(type="add_folder", path=str(folder / "Sync")))
     desktop.wait_for_value("pathsOfRootFolders", [str(folder / "Sync")])
     file_manager.icon("Letter.txt", "menu")
-    file_manager.entry(LINK, "click")
+    entry = file_manager.entry(LINK)
+    assert desktop.shows(ENTRY_ICON, entry) == file_manager.has_entry_icons
+    file_manager.pick(LINK)
     report = json.loads(peer.connection.recv(4096))
     assert report == {"type": "clicked_create_url_link",
                       "items": [str(folder / "Sync/Letter.txt")]}
@@ -85,13 +87,13 @@ def test_an_extension_that_dies_takes_its_badges_along(desktop, file_manager):
     file_manager.open(folder)
     peer.accept()
     peer.send(line(type="add_folder", path=str(folder / "Sync")))
-    wait_for(lambda: desktop.has_badge(file_manager.icon("Sync")), "the badge")
+    wait_for(lambda: file_manager.has_badge("Sync"), "the badge")
     process = desktop.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
     os.kill(process, signal.SIGKILL)
-    wait_for(lambda: not desktop.has_badge(file_manager.icon("Sync")), "no badge")
+    wait_for(lambda: not file_manager.has_badge("Sync"), "no badge")
     # The next time that something is asked for, it is started anew.
     file_manager.icon("Sync", "menu")
     peer.accept()
     peer.send(line(type="add_folder", path=str(folder / "Sync")))
     file_manager.close_menu()
-    wait_for(lambda: desktop.has_badge(file_manager.icon("Sync")), "the badge again")
+    wait_for(lambda: file_manager.has_badge("Sync"), "the badge again")
