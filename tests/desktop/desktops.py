@@ -4,7 +4,6 @@ the plug-in from the build."""
 import os
 import pathlib
 import subprocess
-import sysconfig
 
 import pytest
 from conftest import GROUP, Session
@@ -18,7 +17,7 @@ MARKED_IMAGE = """<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 48 48">
 # Animations keep a machine busy that has to draw them itself; GTK 3 shows no icons in menus unless
 # it is told to.
 GTK_SETTINGS = "[Settings]\ngtk-enable-animations=0\n{}"
-SYSTEM_LIBRARIES = "/usr/lib/" + sysconfig.get_config_var("MULTIARCH")
+SOURCES = pathlib.Path(__file__).parents[2]
 LINK, BACKUP = "Copy link", "Back up now"
 
 
@@ -109,11 +108,11 @@ class Desktop(Session):
 class FileManager:
     """What the tests do is the same in every file manager; how it is called is not."""
 
-    def __init__(self, desktop, name, command, icon_role, badge_offset, press="click",
+    def __init__(self, desktop, program, name, icon_role, badge_offset, press="click",
                  has_entry_icons=True):
         self.desktop = desktop
+        self.program = program
         self.name = name  # as assistive technologies know it
-        self.command = command
         self.icon_role = icon_role
         self.badge_offset = badge_offset  # how far from the named thing a badge may be
         self.press = press  # how to pick a menu entry
@@ -123,7 +122,9 @@ class FileManager:
     def open(self, folder):
         with open(self.desktop.folder / "file-manager.log", "wb") as log:
             self.process = subprocess.Popen(
-                [*self.command, str(folder)], env=self.desktop.environment, stdout=log, stderr=log)
+                [SOURCES / "scripts/file-manager", "--build", self.desktop.programs.parent,
+                 "--with", self.program, folder],
+                env=self.desktop.environment, stdout=log, stderr=log)
 
     def close(self):
         if self.process:
@@ -149,40 +150,21 @@ class FileManager:
         return (self.desktop.folder / "file-manager.log").read_text(errors="replace")
 
 
-def with_plugins(plugins, folder, command):
-    """A command that sees the plug-ins from the build in the only folder that its file manager
-    looks for some in."""
-    script = """
-        mount -t tmpfs tmpfs "$(dirname "$2")"
-        mkdir "$2"
-        mount --bind "$1" "$2"
-        shift 2
-        exec "$@\""""
-    return ["unshare", "--user", "--map-current-user", "--keep-caps", "--mount",
-            "sh", "-ec", script, "sh", str(plugins), folder, *command]
-
-
 def caja(desktop):
-    desktop.environment["CAJA_EXTENSION_DIRS"] = str(
-        desktop.programs.parent / "lib/caja/extensions-2.0")
-    return FileManager(desktop, "caja", ["caja", "--no-desktop", "--browser"], "icon", (20, 20))
+    return FileManager(desktop, "caja", "caja", "icon", (20, 20))
 
 
 def nemo(desktop):
     # Icons have no names there, the lines of a list have.
     desktop.configure("glib-2.0/settings/keyfile",
                       "[org/nemo/preferences]\ndefault-folder-viewer='list-view'\n")
-    command = with_plugins(desktop.programs.parent / "lib/nemo/extensions-3.0",
-                           f"{SYSTEM_LIBRARIES}/nemo/extensions-3.0", ["nemo"])
-    return FileManager(desktop, "nemo", command, "table cell", (40, 0))
+    return FileManager(desktop, "nemo", "nemo", "table cell", (40, 0))
 
 
 def gnome_files(desktop):
     desktop.environment["GSK_RENDERER"] = "cairo"
-    command = with_plugins(desktop.programs.parent / "lib/nautilus/extensions-4",
-                           f"{SYSTEM_LIBRARIES}/nautilus/extensions-4", ["nautilus"])
     # Its menus do not say where on the screen they are.
-    return FileManager(desktop, "org.gnome.Nautilus", command, "table cell", (20, 20),
+    return FileManager(desktop, "nautilus", "org.gnome.Nautilus", "table cell", (20, 20),
                        press="press", has_entry_icons=False)
 
 
