@@ -4,6 +4,7 @@ the plug-in from the build."""
 import os
 import pathlib
 import subprocess
+import textwrap
 
 import pytest
 from conftest import GROUP, Session
@@ -59,7 +60,7 @@ class Desktop(Session):
     def configure(self, name, text):
         file = self.home / "config" / name
         file.parent.mkdir(parents=True, exist_ok=True)
-        file.write_text(text)
+        file.write_text(textwrap.dedent(text))
 
     def start_screen(self):
         if self.screen:
@@ -156,8 +157,12 @@ def caja(desktop):
 
 def nemo(desktop):
     # Icons have no names there, the lines of a list have.
-    desktop.configure("glib-2.0/settings/keyfile",
-                      "[org/nemo/preferences]\ndefault-folder-viewer='list-view'\n")
+    desktop.configure("glib-2.0/settings/keyfile", """
+        [org/nemo/preferences]
+        default-folder-viewer='list-view'
+        [org/nemo/list-view]
+        default-zoom-level='standard'
+        """)
     return FileManager(desktop, "nemo", "nemo", "table cell", (40, 0))
 
 
@@ -166,6 +171,9 @@ def gnome_files(desktop):
     # Its menus do not say where on the screen they are.
     return FileManager(desktop, "nautilus", "org.gnome.Nautilus", "table cell", (20, 20),
                        press="press", has_entry_icons=False)
+
+
+FILE_MANAGERS = [caja, nemo, gnome_files]
 
 
 @pytest.fixture
@@ -178,7 +186,7 @@ def desktop(tmp_path):
     assert desktop.findings() == ""
 
 
-@pytest.fixture(params=[caja, nemo, gnome_files], ids=lambda one: one.__name__)
+@pytest.fixture(params=FILE_MANAGERS, ids=lambda one: one.__name__)
 def file_manager(request, desktop):
     manager = request.param(desktop)
     yield manager
