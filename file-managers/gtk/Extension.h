@@ -11,7 +11,7 @@
 #include <vector>
 
 // Generated from the interface.
-struct _FinderSyncExtension1; // NOLINT(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+struct _FinderSyncExtension1; // NOLINT(bugprone-reserved-identifier)
 
 namespace file_managers {
 
