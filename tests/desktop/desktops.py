@@ -4,6 +4,7 @@ the plug-in from the build."""
 import os
 import pathlib
 import subprocess
+import sysconfig
 
 import pytest
 from conftest import GROUP, Session
@@ -12,6 +13,7 @@ from PIL import Image
 BADGE = (255, 0, 255)  # of the emblem that tests put in place of ours: nothing else is so
 MARKED_EMBLEM = """<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 48 48">
 <rect width="48" height="48" fill="#ff00ff"/></svg>"""
+SYSTEM_LIBRARIES = "/usr/lib/" + sysconfig.get_config_var("MULTIARCH")
 LINK, BACKUP = "Copy link", "Back up now"
 
 
@@ -34,6 +36,11 @@ class Desktop(Session):
         }
         (self.home / "run").mkdir(mode=0o700, exist_ok=True)
         super().start_bus(**environment)
+
+    def configure(self, name, text):
+        file = self.home / "config" / name
+        file.parent.mkdir(parents=True, exist_ok=True)
+        file.write_text(text)
 
     def start_screen(self):
         if self.screen:
@@ -115,6 +122,19 @@ def caja(desktop):
     return FileManager(desktop, "caja", ["caja", "--no-desktop", "--browser"], "icon")
 
 
+def thunar(desktop):
+    # Icons have no names there, the lines of a list have.
+    desktop.configure("xfce4/xfconf/xfce-perchannel-xml/thunar.xml", """<?xml version="1.0"?>
+        <channel name="thunar" version="1.0">
+          <property name="default-view" type="string" value="ThunarDetailsView"/>
+        </channel>""")
+    # As Debian builds it, it looks for plug-ins in folders of the system alone.
+    command = ["unshare", "--user", "--map-current-user", "--keep-caps", "--mount",
+               "sh", "-ec", 'mount --bind "$1" "$2"; shift 2; exec "$@"', "sh",
+               desktop.programs.parent / "lib/thunarx-3", f"{SYSTEM_LIBRARIES}/thunarx-3", "thunar"]
+    return FileManager(desktop, "thunar", command, "table cell")
+
+
 @pytest.fixture
 def desktop(tmp_path):
     desktop = Desktop(tmp_path)
@@ -128,7 +148,16 @@ def desktop(tmp_path):
     assert desktop.findings() == ""
 
 
-@pytest.fixture(params=[caja], ids=["caja"])
+def name_of(start):
+    return start.__name__
+
+
+WITH_BADGES = [caja]
+# For tests of badges.
+with_badges = pytest.mark.parametrize("file_manager", WITH_BADGES, ids=name_of, indirect=True)
+
+
+@pytest.fixture(params=[*WITH_BADGES, thunar], ids=name_of)
 def file_manager(request, desktop):
     manager = request.param(desktop)
     yield manager

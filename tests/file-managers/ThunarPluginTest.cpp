@@ -58,12 +58,31 @@ void initializeProviderPlugin(void* interface, void*) {
     };
 }
 
+/// The interface has a property for what its operations tell, too.
+void initializePluginModuleClass(void* type, void*) {
+    auto* const module = static_cast<GObjectClass*>(type);
+    module->get_property = [](GObject*, guint, GValue* value, GParamSpec*) {
+        g_value_set_boolean(value, gboolean(isResident));
+    };
+    module->set_property = [](GObject*, guint, const GValue* value, GParamSpec*) {
+        isResident = g_value_get_boolean(value) != FALSE;
+    };
+    g_object_class_override_property(module, 1, "resident");
+}
+
+GType pluginModuleType() {
+    const GInterfaceInfo info = {&initializeProviderPlugin, nullptr, nullptr};
+    const GType type = g_type_register_static_simple(
+        moduleType(), "TestPluginModule", sizeof(ModuleClass), &initializePluginModuleClass,
+        sizeof(Module), nullptr, GTypeFlags(0));
+    g_type_add_interface_static(type, THUNARX_TYPE_PROVIDER_PLUGIN, &info);
+    return type;
+}
+
 GType providerType() {
     static const GType type = [] {
-        const GInterfaceInfo info = {&initializeProviderPlugin, nullptr, nullptr};
-        g_type_add_interface_static(moduleType(), THUNARX_TYPE_PROVIDER_PLUGIN, &info);
         GModule* const plugin = openPlugin();
-        auto* const module = static_cast<GTypeModule*>(g_object_new(moduleType(), nullptr));
+        auto* const module = static_cast<GTypeModule*>(g_object_new(pluginModuleType(), nullptr));
         (void)g_type_module_use(module);
         symbol<void(ThunarxProviderPlugin*)>(plugin, "thunar_extension_initialize")(
             THUNARX_PROVIDER_PLUGIN(module));
@@ -86,7 +105,9 @@ protected:
         const Object<ThunarxMenuProvider> provider(
             static_cast<ThunarxMenuProvider*>(g_object_new(providerType(), nullptr)));
         return Menu(files, [&provider](GList* selection) {
-            return thunarx_menu_provider_get_file_menu_items(provider.get(), nullptr, selection);
+            // Not by way of the library, which wants a window and so a display.
+            return THUNARX_MENU_PROVIDER_GET_IFACE(provider.get())
+                ->get_file_menu_items(provider.get(), nullptr, selection);
         });
     }
 
