@@ -19,8 +19,8 @@ using namespace file_managers;
 /// for a while, and the first menu of the next one must know the extension already.
 Extension& extension() {
     // Nothing has to follow its changes, since Thunar asks anew for every menu.
-    static auto* const only = new Extension([](Extension::Change) {});
-    return *only;
+    static Extension only([](Extension::Change) {});
+    return only;
 }
 
 /// The type of the provider, once it is registered.
