@@ -2,11 +2,10 @@
 
 #include "file-managers/gtk/Extension.h"
 #include "file-managers/gtk/FileManager.h"
+#include "file-managers/gtk/MenuItems.h"
 #include "file-managers/gtk/ShownItems.h"
 
-#include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace file_managers {
@@ -38,45 +37,16 @@ void Service::changed(Extension::Change change) {
     FM_CALL(menu_provider_emit_items_updated_signal)(provider_);
 }
 
-/// What a menu entry needs when it is picked.
-struct Pick {
-    Extension& extension;
-    std::string selector;
-    std::vector<std::string> urls;
-};
-
-/// Labels of menu entries take an underscore for the mark of an access key.
-std::string escapedLabel(const std::string& title) {
-    std::string label;
-    for (const char character : title)
-        label.append(character == '_' ? 2 : 1, character);
-    return label;
-}
-
 GList* Service::menuItems(GList* files) {
-    if (!extension_.isRunning())
-        extension_.start();
     std::vector<std::string> urls;
     for (GList* file = files; file != nullptr; file = file->next)
         urls.emplace_back(
             Text(FM_CALL(file_info_get_uri)(static_cast<FileInfo*>(file->data))).get());
-    GList* items = nullptr;
-    for (const MenuEntry& entry : extension_.menuForItems(urls)) {
-        const std::string name = "FinderSync::" + entry.selector;
-        const std::string icon = FINDER_SYNC_GROUP "." + entry.image;
-        MenuItem* const item = FM_CALL(menu_item_new)(
-            name.c_str(), escapedLabel(entry.title).c_str(), "", icon.c_str());
-        const auto picked = [](MenuItem*, void* data) {
-            const auto& pick = *static_cast<Pick*>(data);
-            pick.extension.performAction(pick.selector, pick.urls);
-        };
-        const auto forget = [](void* data, GClosure*) { delete static_cast<Pick*>(data); };
-        auto pick = std::make_unique<Pick>(Pick{extension_, entry.selector, urls});
-        g_signal_connect_data(item, "activate", G_CALLBACK(+picked), pick.release(), +forget,
-                              GConnectFlags(0));
-        items = g_list_append(items, item);
-    }
-    return items;
+    return file_managers::menuItems(
+        extension_, urls,
+        [](const char* name, const char* label, const char* tip, const char* icon) {
+            return G_OBJECT(FM_CALL(menu_item_new)(name, label, tip, icon));
+        });
 }
 
 struct Provider {

@@ -115,7 +115,7 @@ class FileManager:
         self.program = program
         self.name = name  # as assistive technologies know it
         self.icon_role = icon_role
-        self.badge_offset = badge_offset  # how far from the named thing a badge may be
+        self.badge_offset = badge_offset  # how far from the named thing a badge may be, if there are any
         self.press = press  # how to pick a menu entry
         self.has_entry_icons = has_entry_icons
         self.process = None
@@ -173,7 +173,23 @@ def gnome_files(desktop):
                        press="press", has_entry_icons=False)
 
 
-FILE_MANAGERS = [caja, nemo, gnome_files]
+def thunar(desktop):
+    # Icons have no names there, the lines of a list have.
+    desktop.configure("xfce4/xfconf/xfce-perchannel-xml/thunar.xml", """\
+        <?xml version="1.0"?>
+        <channel name="thunar" version="1.0">
+          <property name="default-view" type="string" value="ThunarDetailsView"/>
+        </channel>
+        """)
+    return FileManager(desktop, "thunar", "thunar", "table cell", badge_offset=None)
+
+
+FILE_MANAGERS = [caja, nemo, gnome_files, thunar]
+WITH_BADGES = [caja, nemo, gnome_files]
+
+
+def name_of(file_manager):
+    return file_manager.__name__
 
 
 @pytest.fixture
@@ -186,7 +202,11 @@ def desktop(tmp_path):
     assert desktop.findings() == ""
 
 
-@pytest.fixture(params=FILE_MANAGERS, ids=lambda one: one.__name__)
+# For tests of badges.
+with_badges = pytest.mark.parametrize("file_manager", WITH_BADGES, ids=name_of, indirect=True)
+
+
+@pytest.fixture(params=FILE_MANAGERS, ids=name_of)
 def file_manager(request, desktop):
     manager = request.param(desktop)
     yield manager

@@ -5,7 +5,7 @@ import os
 import signal
 
 from conftest import BUS_NAME, line, wait_for
-from desktops import BACKUP, ENTRY_ICON, LINK, desktop, file_manager  # noqa: F401
+from desktops import BACKUP, ENTRY_ICON, LINK, desktop, file_manager, with_badges  # noqa: F401
 from jeepney import message_bus
 
 
@@ -21,6 +21,7 @@ def settings(peer, **more):
     return {"ServerPort": peer.port, "ShareViaUrlTitle": LINK, "BackupTitle": BACKUP} | more
 
 
+@with_badges
 def test_a_root_folder_gets_its_badge_in_the_open_window(desktop, file_manager):
     folder = demonstration(desktop)
     peer = desktop.listen()
@@ -80,6 +81,7 @@ def test_the_menu_follows_the_companion(desktop, file_manager):
     file_manager.entry("Sichern", "gone")
 
 
+@with_badges
 def test_an_extension_that_dies_takes_its_badges_along(desktop, file_manager):
     folder = demonstration(desktop)
     peer = desktop.listen()
@@ -97,3 +99,22 @@ def test_an_extension_that_dies_takes_its_badges_along(desktop, file_manager):
     peer.send(line(type="add_folder", path=str(folder / "Sync")))
     file_manager.close_menu()
     wait_for(lambda: file_manager.has_badge("Sync"), "the badge again")
+
+
+def test_a_menu_starts_an_extension_that_has_died(desktop, file_manager):
+    folder = demonstration(desktop)
+    peer = desktop.listen()
+    desktop.store_settings(settings(peer))
+    file_manager.open(folder / "Sync")
+    peer.accept()
+    process = desktop.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
+    os.kill(process, signal.SIGKILL)
+    wait_for(lambda: not desktop.call(message_bus.NameHasOwner(BUS_NAME))[0], "its end")
+    file_manager.icon("Letter.txt", "menu")
+    peer.accept()
+    peer.send(line(type="add_folder", path=str(folder / "Sync")))
+    desktop.wait_for_value("pathsOfRootFolders", [str(folder / "Sync")])
+    file_manager.close_menu()
+    file_manager.icon("Letter.txt", "menu")
+    file_manager.entry(LINK)
+    file_manager.close_menu()

@@ -4,19 +4,12 @@
 #include "file-managers/gtk/FileManager.h"
 #include "file-managers/gtk/Handles.h"
 
-#include <algorithm>
-#include <chrono>
+#include "tests/file-managers/LoadedPlugin.h"
+
 #include <csignal>
-#include <fcntl.h>
-#include <functional>
-#include <gmodule.h>
-#include <gtest/gtest.h>
 #include <memory>
 #include <set>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
-#include <utility>
 #include <vector>
 
 using namespace file_managers;
@@ -94,40 +87,9 @@ GType fileType() {
     return type;
 }
 
-// The plug-in, loaded as the file manager does it.
-
-struct Module {
-    GTypeModule parent;
-};
-
-struct ModuleClass {
-    GTypeModuleClass parent;
-};
-
-GType moduleType() {
-    static const GType registered = [] {
-        const auto initialize = [](void* type, void*) {
-            static_cast<GTypeModuleClass*>(type)->load = [](GTypeModule*) -> gboolean { return 1; };
-            static_cast<GTypeModuleClass*>(type)->unload = [](GTypeModule*) {};
-        };
-        return g_type_register_static_simple(G_TYPE_TYPE_MODULE, "TestModule", sizeof(ModuleClass),
-                                             initialize, sizeof(Module), nullptr, GTypeFlags(0));
-    }();
-    return registered;
-}
-
-template <typename Function> Function* symbol(GModule* plugin, const std::string& name) {
-    void* found = nullptr;
-    if (g_module_symbol(plugin, name.c_str(), &found) == FALSE)
-        throw std::runtime_error("the plug-in has no " + name);
-    return reinterpret_cast<Function*>(found);
-}
-
 GType providerType() {
     static const GType type = [] {
-        GModule* const plugin = g_module_open(FINDER_SYNC_PLUGIN, G_MODULE_BIND_LOCAL);
-        if (plugin == nullptr)
-            throw std::runtime_error(g_module_error());
+        GModule* const plugin = openPlugin();
         const std::string prefix = FINDER_SYNC_PREFIX;
         auto* const module = static_cast<GTypeModule*>(g_object_new(moduleType(), nullptr));
         (void)g_type_module_use(module);
@@ -142,83 +104,13 @@ GType providerType() {
     return type;
 }
 
-/// The scripted extension's process. What it says is read line by line.
-class ExtensionProcess {
-public:
-    explicit ExtensionProcess(std::vector<std::string> arguments) {
-        std::string program = FINDER_SYNC_SCRIPTED_EXTENSION;
-        std::vector<char*> words = {program.data()};
-        for (std::string& argument : arguments)
-            words.push_back(argument.data());
-        words.push_back(nullptr);
-        GError* error = nullptr;
-        if (g_spawn_async_with_pipes(nullptr, words.data(), nullptr, G_SPAWN_DO_NOT_REAP_CHILD,
-                                     nullptr, nullptr, &process_, nullptr, &output_, nullptr,
-                                     &error) == FALSE)
-            throw std::runtime_error(error->message);
-        (void)::fcntl(output_, F_SETFL, O_NONBLOCK);
-    }
-    ~ExtensionProcess() {
-        end();
-        (void)::close(output_);
-    }
-    ExtensionProcess(const ExtensionProcess&) = delete;
-    ExtensionProcess& operator=(const ExtensionProcess&) = delete;
-
-    void signal(int number) const { (void)::kill(process_, number); }
-
-    void end() {
-        if (process_ == 0)
-            return;
-        signal(SIGKILL);
-        (void)::waitpid(std::exchange(process_, 0), nullptr, 0);
-    }
-
-    /// Everything that it has said so far.
-    const std::string& said() {
-        char buffer[4096];
-        ssize_t count = 0;
-        while ((count = ::read(output_, buffer, sizeof buffer)) > 0)
-            said_.append(buffer, static_cast<std::size_t>(count));
-        return said_;
-    }
-
-private:
-    GPid process_ = 0;
-    int output_ = -1;
-    std::string said_;
-};
-
-using Clock = std::chrono::steady_clock;
-using std::chrono::milliseconds;
-
 class Plugin : public testing::Test {
 protected:
     Plugin() {
         provider_.reset(static_cast<GObject*>(g_object_new(providerType(), nullptr)));
         g_closure_sink(g_closure_ref(closure_));
     }
-    ~Plugin() override {
-        forgetMenu();
-        g_closure_unref(closure_);
-    }
-
-    static bool runUntil(const std::function<bool()>& condition) {
-        const auto deadline = Clock::now() + std::chrono::seconds(10);
-        while (!condition()) {
-            if (Clock::now() > deadline)
-                return false;
-            while (g_main_context_iteration(nullptr, FALSE) != FALSE) {
-            }
-            g_usleep(1000);
-        }
-        return true;
-    }
-
-    static void runFor(milliseconds duration) {
-        const auto end = Clock::now() + duration;
-        (void)runUntil([end] { return Clock::now() > end; });
-    }
+    ~Plugin() override { g_closure_unref(closure_); }
 
     /// Shows a file as the file manager does: its emblems are those that the plug-in adds now.
     void show(File* file) {
@@ -236,37 +128,15 @@ protected:
         return file;
     }
 
-    /// The labels of the menu for files, and how long it took.
-    std::vector<std::string> menu(const std::vector<File*>& files) {
-        forgetMenu();
-        GList* selection = nullptr;
-        for (File* file : files)
-            selection = g_list_append(selection, file);
-        const auto begin = Clock::now();
+    [[nodiscard]] Menu menu(const std::vector<File*>& files) const {
+        auto* const provider = reinterpret_cast<MenuProvider*>(provider_.get());
+        return Menu(files, [provider](GList* selection) {
 #if defined(FINDER_SYNC_NAUTILUS)
-        items_ = FM_CALL(menu_provider_get_file_items)(
-            reinterpret_cast<MenuProvider*>(provider_.get()), selection);
+            return FM_CALL(menu_provider_get_file_items)(provider, selection);
 #else
-        items_ = FM_CALL(menu_provider_get_file_items)(
-            reinterpret_cast<MenuProvider*>(provider_.get()), nullptr, selection);
+            return FM_CALL(menu_provider_get_file_items)(provider, nullptr, selection);
 #endif
-        menuTook_ = std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
-        g_list_free(selection);
-        std::vector<std::string> labels;
-        for (GList* item = items_; item != nullptr; item = item->next) {
-            char* label = nullptr;
-            g_object_get(item->data, "label", &label, nullptr);
-            labels.emplace_back(label);
-            g_free(label);
-        }
-        return labels;
-    }
-
-    [[nodiscard]] GList* menuItems() const {
-        return items_;
-    }
-    [[nodiscard]] milliseconds menuTook() const {
-        return menuTook_;
+        });
     }
 
     /// Waits until the plug-in has asked about a file and shows its badge.
@@ -292,14 +162,8 @@ protected:
     static constexpr const char* emblem = FINDER_SYNC_GROUP ".FolderIco";
 
 private:
-    void forgetMenu() {
-        g_list_free_full(std::exchange(items_, nullptr), &g_object_unref);
-    }
-
     Object<GObject> provider_;
     GClosure* closure_ = g_cclosure_new(G_CALLBACK(+[] {}), nullptr, nullptr);
-    GList* items_ = nullptr;
-    milliseconds menuTook_{0};
 };
 
 TEST_F(Plugin, BadgesARootFolderAndNothingElse) {
@@ -382,8 +246,10 @@ TEST_F(Plugin, OffersTheEntriesAndTellsWhatIsPicked) {
     const auto root = shown("file:///sync");
     EXPECT_TRUE(getsBadge(root.get()));
     const auto file = shown("file:///sync/a%20b");
-    EXPECT_EQ(menu({file.get()}), std::vector<std::string>{"Copy __link"});
-    g_signal_emit_by_name(menuItems()->data, "activate");
+    const Menu opened = menu({file.get()});
+    EXPECT_EQ(opened.labels(), std::vector<std::string>{"Copy __link"});
+    EXPECT_EQ(opened.icons(), std::vector<std::string>{FINDER_SYNC_GROUP ".icon_URLlink"});
+    opened.pickFirst();
     const std::string action = "action createLinkClicked: file:///sync/a%20b\n";
     EXPECT_TRUE(runUntil([&] { return extension.said().find(action) != std::string::npos; }))
         << extension.said();
@@ -393,25 +259,29 @@ TEST_F(Plugin, WaitsForAMenuATenthOfASecondAtTheMost) {
     ExtensionProcess slow({"--delay", "90", "/sync"});
     const auto root = shown("file:///sync");
     EXPECT_TRUE(getsBadge(root.get()));
-    EXPECT_EQ(menu({root.get()}).size(), 1U) << "within the time";
-    EXPECT_GE(menuTook(), milliseconds(90));
+    const Menu opened = menu({root.get()});
+    EXPECT_EQ(opened.labels().size(), 1U) << "within the time";
+    EXPECT_GE(opened.took(), milliseconds(90));
 }
 
 TEST_F(Plugin, GoesWithoutEntriesWhenTheExtensionIsSlowAndThenLeavesItAlone) {
     ExtensionProcess slow({"--delay", "1000", "/sync"});
     const auto root = shown("file:///sync");
     EXPECT_TRUE(getsBadge(root.get()));
-    EXPECT_EQ(menu({root.get()}), std::vector<std::string>());
-    EXPECT_GE(menuTook(), milliseconds(99));
-    EXPECT_LT(menuTook(), milliseconds(250));
-    EXPECT_EQ(menu({root.get()}), std::vector<std::string>());
-    EXPECT_LT(menuTook(), milliseconds(20)) << "one such wait in five seconds";
+    const Menu first = menu({root.get()});
+    EXPECT_EQ(first.labels(), std::vector<std::string>());
+    EXPECT_GE(first.took(), milliseconds(99));
+    EXPECT_LT(first.took(), milliseconds(250));
+    const Menu second = menu({root.get()});
+    EXPECT_EQ(second.labels(), std::vector<std::string>());
+    EXPECT_LT(second.took(), milliseconds(20)) << "one such wait in five seconds";
 }
 
 TEST_F(Plugin, WithoutAnExtensionThereIsNothingToWaitFor) {
     const auto file = shown("file:///sync");
-    EXPECT_EQ(menu({file.get()}), std::vector<std::string>());
-    EXPECT_LT(menuTook(), milliseconds(20));
+    const Menu opened = menu({file.get()});
+    EXPECT_EQ(opened.labels(), std::vector<std::string>());
+    EXPECT_LT(opened.took(), milliseconds(20));
     runFor(milliseconds(50));
     EXPECT_TRUE(file->emblems->empty());
 }
@@ -419,10 +289,5 @@ TEST_F(Plugin, WithoutAnExtensionThereIsNothingToWaitFor) {
 } // namespace
 
 int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    GTestDBus* const bus = g_test_dbus_new(G_TEST_DBUS_NONE);
-    g_test_dbus_up(bus);
-    const int result = RUN_ALL_TESTS();
-    g_test_dbus_stop(bus);
-    return result;
+    return runTestsOnBus(argc, argv);
 }
