@@ -179,6 +179,9 @@ def thunar(desktop):
         <?xml version="1.0"?>
         <channel name="thunar" version="1.0">
           <property name="default-view" type="string" value="ThunarDetailsView"/>
+          <property name="last-location-bar" type="string" value="ThunarLocationButtons"/>
+          <property name="last-window-width" type="int" value="800"/>
+          <property name="last-window-height" type="int" value="550"/>
         </channel>
         """)
     return FileManager(desktop, "thunar", "thunar", "table cell", badge_offset=None)
