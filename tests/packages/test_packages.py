@@ -130,7 +130,8 @@ def test_no_file_knows_where_it_was_built(unpacked):
 def test_manual_pages_are_well_formed(unpacked):
     pages = [str(page) for page in (unpacked / "usr/share/man").rglob("*.gz")]
     assert len(pages) == 3
-    run("mandoc", "-T", "lint", "-W", "error", *pages)
+    for page in pages:
+        run("mandoc", "-T", "lint", "-W", "error", page.removesuffix(".gz"))
 
 
 def test_lintian_has_nothing_to_say(packages):
