@@ -38,7 +38,7 @@ wait_for() {
     attempts=200
     until "$@" >/dev/null 2>&1; do
         attempts=$((attempts - 1))
-        [ $attempts -gt 0 ] || { echo "= failed"; echo "$*"; break; }
+        [ $attempts -gt 0 ] || { echo "= failed"; echo "$*"; exit 1; }
         sleep 0.05
     done
 }
