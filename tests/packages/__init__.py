@@ -1,0 +1,1 @@
+"""Tests of the packages and of what they install."""

@@ -1,0 +1,60 @@
+"""What is installed, at work: /usr is as a user has it after the packages are installed."""
+
+import os
+import pathlib
+import re
+import subprocess
+
+from conftest import GROUP
+
+from .installation import run
+
+UNIT = f"/usr/share/systemd/user/{GROUP}.FinderSync.service"
+TESTS = pathlib.Path(__file__).parents[1]
+
+
+def test_the_program_tells_its_version(root):
+    version = re.search(r"project\(finder-sync VERSION (\S+)",
+                        (TESTS.parent / "CMakeLists.txt").read_text())[1]
+    assert run(*root.command("finder-sync-extension", "--version")) == \
+        f"finder-sync-extension {version}\n"
+
+
+def run_suite(root, folder, *selection):
+    """Runs tests of another suite with the installed programs."""
+    tests = [str(TESTS / one) for one in selection]
+    outcome = subprocess.run(
+        root.command("/usr/bin/python3", "-B", "-m", "pytest", "-q", "-c",
+                     str(TESTS / "pytest.ini"), f"--basetemp={folder}/suite", *tests),
+        env=os.environ | {"FINDER_SYNC_BIN": "/usr/bin"}, capture_output=True, text=True)
+    assert outcome.returncode == 0, outcome.stdout
+    assert re.search(rf"^{len(tests)} passed", outcome.stdout, re.MULTILINE), outcome.stdout
+
+
+def test_a_file_manager_shows_badge_and_menu(root, tmp_path):
+    suite = "desktop/test_file_managers.py"
+    run_suite(root, tmp_path,
+              f"{suite}::test_a_root_folder_gets_its_badge_in_the_open_window[caja]",
+              f"{suite}::test_an_entry_is_picked_and_reported[caja]")
+
+
+def test_the_session_bus_starts_the_extension(root, tmp_path):
+    run_suite(root, tmp_path,
+              "end_to_end/test_restart.py::test_without_an_extension_it_is_started")
+
+
+def analyse(root, folder, *arguments):
+    return subprocess.run(root.command("systemd-analyze", "--no-pager", *arguments),
+                          env=os.environ | {"XDG_RUNTIME_DIR": str(folder)},
+                          capture_output=True, text=True)
+
+
+def test_systemd_understands_the_unit(root, tmp_path):
+    outcome = analyse(root, tmp_path, "verify", "--user", "--man=no", UNIT)
+    assert (outcome.returncode, outcome.stderr) == (0, "")
+
+
+def test_the_unit_exposes_little(root, tmp_path):
+    # Counted as for a service of root's, which adds 0.4 to what it is for a user's.
+    outcome = analyse(root, tmp_path, "security", "--user", "--offline=yes", "--threshold=17", UNIT)
+    assert outcome.returncode == 0, outcome.stdout[-200:]

@@ -1,0 +1,159 @@
+"""What is in the packages, and what they ask for."""
+
+import re
+import subprocess
+
+import pytest
+from conftest import GROUP
+
+from .installation import BUILD, run
+
+UNIT = f"{GROUP}.FinderSync.service"
+LIBRARIES = "usr/lib/" + run("dpkg-architecture", "-qDEB_HOST_MULTIARCH").strip()
+PLUGINS = {
+    "finder-sync-caja": ["caja/extensions-2.0/libfinder-sync-caja.so"],
+    "finder-sync-nautilus": ["nautilus/extensions-4/libfinder-sync-nautilus.so"],
+    "finder-sync-nemo": ["nemo/extensions-3.0/libfinder-sync-nemo.so"],
+}
+FILES = {
+    "finder-sync-extension": [
+        "usr/bin/finder-sync-extension",
+        "usr/share/bash-completion/completions/finder-sync-extension",
+        f"usr/share/dbus-1/services/{UNIT}",
+        "usr/share/finder-sync/icon_Backup.svg",
+        "usr/share/finder-sync/icon_Folder.svg",
+        "usr/share/finder-sync/icon_URLlink.svg",
+        "usr/share/finder-sync/icon_share.svg",
+        f"usr/share/icons/hicolor/scalable/actions/{GROUP}.icon_Backup.svg",
+        f"usr/share/icons/hicolor/scalable/actions/{GROUP}.icon_URLlink.svg",
+        f"usr/share/icons/hicolor/scalable/actions/{GROUP}.icon_share.svg",
+        f"usr/share/icons/hicolor/scalable/emblems/emblem-{GROUP}.FolderIco.svg",
+        "usr/share/man/man1/finder-sync-extension.1.gz",
+        f"usr/share/systemd/user/{UNIT}",
+    ],
+    "finder-sync-tools": [
+        "usr/bin/companion",
+        "usr/bin/finderctl",
+        "usr/share/bash-completion/completions/companion",
+        "usr/share/bash-completion/completions/finderctl",
+        "usr/share/dbus-1/interfaces/findersync.Extension1.xml",
+        "usr/share/man/man1/companion.1.gz",
+        "usr/share/man/man1/finderctl.1.gz",
+    ],
+} | {package: [f"{LIBRARIES}/{file}" for file in files] for package, files in PLUGINS.items()}
+
+
+def documents(package):
+    return [f"usr/share/doc/{package}/{name}"
+            for name in ("changelog.Debian.gz", "changelog.gz", "copyright")]
+
+
+def files_of(folder):
+    return sorted(str(file.relative_to(folder)) for file in folder.rglob("*") if not file.is_dir())
+
+
+def depends(package):
+    """Names of the packages that a package asks for, with their versions."""
+    field = run("dpkg-deb", "-f", str(package), "Depends")
+    return dict(re.match(r"(\S+)(?: \((.*)\))?$", one.strip()).groups()
+                for one in re.split(r"[,|]", field))
+
+
+def test_there_is_a_package_for_each_part(packages):
+    assert sorted(packages) == sorted(FILES)
+
+
+@pytest.mark.parametrize("package", FILES)
+def test_a_package_has_these_files_and_no_others(packages, tmp_path, package):
+    run("dpkg-deb", "-x", str(packages[package]), str(tmp_path))
+    assert files_of(tmp_path) == sorted(FILES[package] + documents(package))
+
+
+def test_every_installed_file_is_in_a_package(unpacked, tmp_path):
+    run("cmake", "--install", str(BUILD), "--prefix", str(tmp_path / "usr"))
+    assert files_of(tmp_path) == files_of(unpacked)
+
+
+def test_the_services_name_the_program_under_the_prefix(unpacked, tmp_path):
+    prefix = tmp_path / "100% of us"
+    run("cmake", "--install", str(BUILD), "--prefix", str(prefix), "--component", "extension")
+    services = {"usr": unpacked / "usr/share", str(prefix): prefix / "share"}
+    for where, share in services.items():
+        program = f"{prefix}/bin/finder-sync-extension" if where != "usr" else \
+            "/usr/bin/finder-sync-extension"
+        service = (share / "dbus-1/services" / UNIT).read_text()
+        assert f'\nExec="{program}"\nSystemdService={UNIT}\n' in service
+        unit = (share / "systemd/user" / UNIT).read_text()
+        assert '\nExecStart="{}"\n'.format(program.replace("%", "%%")) in unit
+        assert f"\nBusName={GROUP}.FinderSync\n" in unit
+        assert not re.search("@[A-Z]", service + unit)
+
+
+def test_a_prefix_that_the_bus_cannot_read_is_refused(tmp_path):
+    attempt = subprocess.run(["cmake", "--install", str(BUILD), "--prefix", str(tmp_path / 'a"b'),
+                              "--component", "extension"], capture_output=True, text=True)
+    assert attempt.returncode != 0
+    assert "install to an absolute prefix without quotation marks" in attempt.stderr
+
+
+@pytest.mark.parametrize("package", FILES)
+def test_needed_libraries_come_with_the_packages_asked_for(packages, unpacked, package):
+    asked = depends(packages[package])
+    programs = [unpacked / file for file in FILES[package] if "/bin/" in file or "/lib/" in file]
+    for program in programs:
+        for library in re.findall(r"NEEDED.*\[(.*)\]", run("readelf", "-d", str(program))):
+            owners = {line.split(":")[0] for line in run("dpkg", "-S", f"*/{library}").splitlines()}
+            assert owners & set(asked), f"{library} of {program.name} is in {owners}"
+
+
+@pytest.mark.parametrize("package", [name for name in FILES if name != "finder-sync-extension"])
+def test_a_package_asks_for_the_extension_of_its_version(packages, package):
+    version = run("dpkg-deb", "-f", str(packages[package]), "Version").strip()
+    assert depends(packages[package])["finder-sync-extension"] == f"= {version}"
+
+
+@pytest.mark.parametrize("package", PLUGINS)
+def test_a_plugin_asks_for_its_file_manager(packages, package):
+    assert package.removeprefix("finder-sync-") in depends(packages[package])
+
+
+def test_no_file_knows_where_it_was_built(unpacked):
+    source = str(BUILD.parent.parent).encode()
+    for file in files_of(unpacked):
+        content = (unpacked / file).read_bytes()
+        if file.endswith(".gz"):
+            content = subprocess.run(["gzip", "-dc", unpacked / file], check=True,
+                                     capture_output=True).stdout
+        assert source not in content and str(BUILD).encode() not in content, file
+
+
+def test_manual_pages_are_well_formed(unpacked):
+    pages = [str(page) for page in (unpacked / "usr/share/man").rglob("*.gz")]
+    assert len(pages) == 3
+    for page in pages:
+        run("mandoc", "-T", "lint", "-W", "error", page.removesuffix(".gz"))
+
+
+def test_lintian_has_nothing_to_say(packages):
+    # No distribution has heard of these packages, so there is no bug to close.
+    run("lintian", "--no-cfg", "--allow-root", "--fail-on", "error,warning", "--suppress-tags",
+        "initial-upload-closes-no-bugs", *map(str, packages.values()))
+
+
+def test_installed_upgraded_and_purged_nothing_is_left(packages, tmp_path):
+    state = tmp_path / "var/lib/dpkg"
+    (state / "updates").mkdir(parents=True)
+    (state / "info").mkdir()
+    (state / "status").touch()
+
+    def dpkg(*arguments):
+        # The scratch root has none of the packages that ours depend on.
+        run("fakeroot", "dpkg", f"--root={tmp_path}", "--force-depends", f"--log={tmp_path}/var/log",
+            *arguments, stderr=subprocess.DEVNULL)
+
+    dpkg("--install", *map(str, packages.values()))
+    assert (tmp_path / "usr/bin/finder-sync-extension").exists()
+    dpkg("--install", *map(str, packages.values()))  # over those that are there
+    dpkg("--purge", *packages)
+    assert [file.name for file in tmp_path.iterdir()] == ["var"]
+    assert run("dpkg-query", f"--admindir={state}", "--show", "--showformat=${Status}") == ""
