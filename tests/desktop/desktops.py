@@ -43,14 +43,19 @@ class Desktop(Session):
         self.configure("gtk-4.0/settings.ini", GTK_SETTINGS.format(""))
         super().start_bus(**environment)
 
+    def plugins(self):
+        if self.programs == pathlib.Path("/usr/bin"):
+            return ["--installed"]
+        return ["--build", self.programs.parent]
+
     def marked_data(self):
-        """The build's share folder, but for the icons: each is all of one colour."""
+        """Our share folder, but for the icons: each is all of one colour."""
         share = self.programs.parent / "share"
         marked = self.folder / "share"
         if not marked.exists():
             marked.mkdir()
             (marked / "dbus-1").symlink_to(share / "dbus-1")
-            for icon in (share / "icons").rglob("*.svg"):
+            for icon in (share / "icons").rglob(f"*{GROUP}.*.svg"):
                 place = marked / icon.relative_to(share)
                 place.parent.mkdir(parents=True, exist_ok=True)
                 color = BADGE if place.parent.name == "emblems" else ENTRY_ICON
@@ -123,8 +128,8 @@ class FileManager:
     def open(self, folder):
         with open(self.desktop.folder / "file-manager.log", "wb") as log:
             self.process = subprocess.Popen(
-                [SOURCES / "scripts/file-manager", "--build", self.desktop.programs.parent,
-                 "--with", self.program, folder],
+                [SOURCES / "scripts/file-manager", *self.desktop.plugins(), "--with", self.program,
+                 folder],
                 env=self.desktop.environment, stdout=log, stderr=log)
 
     def close(self):

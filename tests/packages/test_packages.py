@@ -14,6 +14,7 @@ PLUGINS = {
     "finder-sync-caja": ["caja/extensions-2.0/libfinder-sync-caja.so"],
     "finder-sync-nautilus": ["nautilus/extensions-4/libfinder-sync-nautilus.so"],
     "finder-sync-nemo": ["nemo/extensions-3.0/libfinder-sync-nemo.so"],
+    "finder-sync-thunar": ["thunarx-3/libfinder-sync-thunar.so"],
 }
 FILES = {
     "finder-sync-extension": [
