@@ -57,12 +57,17 @@ finderctl click createLinkClicked: "$HOME/Sync/a.txt"
 wait_for grep -q clicked "$HOME/reports"
 echo "= report"; cat "$HOME/reports"
 extension=$(systemctl --user show -P MainPID UNIT)
+echo "= first"; echo "$extension"
 echo "= program"; readlink "/proc/$extension/exe"
 echo "= status"; cat "/proc/$extension/status"
 echo "= core"; grep core "/proc/$extension/limits"
 echo "= write"
 for folder in READ_ONLY; do touch "/proc/$extension/root$folder/probe"; done
 echo "= shared memory"; touch "/proc/$extension/root/dev/shm/probe"
+finderctl restart
+wait_for sh -c '[ $(grep -c "has connected" "$HOME/companion.log") = 2 ]'
+echo "= restarted"; systemctl --user show -P MainPID UNIT
+extension=$(systemctl --user show -P MainPID UNIT)
 kill -ABRT "$extension"
 wait_for sh -c '! systemctl --user is-active UNIT'
 busctl --user call GROUP.FinderSync /FinderSync findersync.Extension1 \
@@ -117,4 +122,5 @@ def test_the_extension_works_in_its_sandbox(answers):
     assert answers["core"].split()[4:6] == ["0", "0"]
     assert answers["write"].count("Read-only file system") == len(READ_ONLY), answers["write"]
     assert "Permission denied" in answers["shared memory"]
+    assert answers["restarted"] not in ("0\n", answers["first"])
     assert answers["again"] == "active\n"  # a fatal error is followed by a fresh start
