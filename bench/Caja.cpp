@@ -62,7 +62,8 @@ CajaPlugins cajaPlugins(const Session& session) {
 
 Caja::Caja(const Session& session, const Screen& screen, const std::string& plugins,
            const fs::path& folder, std::vector<std::string> environment)
-    : process_({"/usr/bin/caja", "--no-desktop", "--browser", folder}, {.output = STDERR_FILENO},
+    : process_({"/usr/bin/caja", "--no-desktop", "--browser", folder},
+               {.output = screen.log(), .error = screen.log()},
                joined(joined(surroundings(session),
                              {"DISPLAY=" + screen.display(), "CAJA_EXTENSION_DIRS=" + plugins}),
                       environment)) {}

@@ -24,6 +24,11 @@ namespace {
 constexpr int files = 10'000;
 constexpr int rootFolders = 5;
 
+/// Caja's processor time differs by a tenth from run to run, and by more on a busy machine. A few
+/// pairs can tell no more than that the plug-in keeps it busy.
+constexpr double limit = 1.1;
+constexpr double wideLimit = 1.5;
+
 /// A folder of many empty files and a few root folders, which are what the window shows first.
 class LargeFolder {
 public:
@@ -71,9 +76,7 @@ private:
 class FolderBench {
 public:
     explicit FolderBench(const Session& session)
-        : session_(session), plugins_(cajaPlugins(session)), folder_(session) {
-        fs::create_directories(session.privateFile("pixels"));
-    }
+        : session_(session), plugins_(cajaPlugins(session)), folder_(session) {}
 
     double withOurs() {
         const BadgeLog log(session_.privateFile("badge-log"));
@@ -81,24 +84,24 @@ public:
         for (int number = 0; number < rootFolders; ++number)
             companion.addFolder(folder_.rootFolder(number));
         companion.waitForMessages(rootFolders);
-        const double milliseconds = show(plugins_.ours, true);
+        const double milliseconds = show("with our plug-in and the extension", plugins_.ours, true);
         if (log.requests() < files + rootFolders)
             throw std::runtime_error("only " + std::to_string(log.requests()) +
                                      " badges have been asked for");
         return milliseconds;
     }
-    double withOursAlone() { return show(plugins_.ours, false); }
-    double withEmpty() { return show(plugins_.empty, false); }
-    double withNone() { return show(plugins_.none, false); }
+    double withOursAlone() { return show("with our plug-in, no extension", plugins_.ours, false); }
+    double withEmpty() { return show("with an empty plug-in", plugins_.empty, false); }
+    double withNone() { return show("without plug-ins", plugins_.none, false); }
 
 private:
     /// Milliseconds of processor time that Caja uses until it rests with the folder shown.
-    double show(const std::string& plugins, bool hasBadges) {
-        const Screen screen(session_.privateFile("pixels"));
+    double show(const char* what, const std::string& plugins, bool hasBadges) {
+        const Screen screen(session_.privateFile("desktop"));
         const Caja caja(session_, screen, plugins, folder_.path());
         const std::chrono::duration<double, std::milli> used = caja.processorTimeAtRest();
         requireShown(screen, hasBadges);
-        (void)std::fprintf(stderr, "Caja with %s: %.0f ms\n", plugins.c_str(), used.count());
+        (void)std::fprintf(stderr, "Caja %s: %.0f ms\n", what, used.count());
         return used.count();
     }
 
@@ -136,7 +139,7 @@ void tell(const char* what, Times times, const Times& bare) {
     std::ranges::sort(all);
     std::ranges::sort(times);
     (void)std::fprintf(stderr,
-                       "%s: %.0f ms of processor time (%.0f-%.0f), ratios %.2f "
+                       "Caja, %s: %.0f ms of processor time (%.0f-%.0f), ratio %.2f "
                        "(middle half %.2f-%.2f, all %.2f-%.2f)\n",
                        what, median(times), times.front(), times.back(), median(all),
                        all[all.size() / 4], all[all.size() * 3 / 4], all.front(), all.back());
@@ -148,7 +151,7 @@ int run(const Session& session) {
 
     Times ours;
     Times empty;
-    const int pairs = session.isQuick() ? 2 : 30;
+    const int pairs = session.isQuick() ? 3 : 20;
     for (int pair = 0; pair < pairs; ++pair) {
         if (pair % 2 == 0)
             empty.push_back(bench.withEmpty());
@@ -156,28 +159,28 @@ int run(const Session& session) {
         if (pair % 2 != 0)
             empty.push_back(bench.withEmpty());
     }
-    tell("Caja, empty plug-in", empty, empty);
-    tell("Caja, our plug-in and the extension", ours, empty);
+    tell("empty plug-in", empty, empty);
+    tell("our plug-in and the extension", ours, empty);
     std::vector<Figure> figures = {{.what = "Caja, 10,000 files: processor time",
                                     .measured = median(ratios(ours, empty)),
-                                    .atMost = 1.1}};
+                                    .atMost = session.isQuick() ? wideLimit : limit}};
     if (!session.isQuick()) {
         Times alone;
         Times none;
         Times beside;
-        for (int round = 0; round < 10; ++round) {
+        for (int round = 0; round < 6; ++round) {
             none.push_back(bench.withNone());
             beside.push_back(bench.withEmpty());
             alone.push_back(bench.withOursAlone());
         }
-        tell("Caja, our plug-in, no extension", alone, beside);
-        tell("Caja, no plug-in", none, beside);
+        tell("our plug-in, no extension", alone, beside);
+        tell("no plug-in", none, beside);
         figures.push_back({.what = "Caja, 10,000 files: no extension installed",
                            .measured = median(ratios(alone, beside))});
         figures.push_back({.what = "Caja, 10,000 files: no plug-in at all",
                            .measured = median(ratios(none, beside))});
     }
-    return report(figures, !session.isQuick());
+    return report(figures, true);
 }
 
 } // namespace

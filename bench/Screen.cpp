@@ -4,6 +4,7 @@
 
 #include <endian.h>
 #include <fcntl.h>
+#include <filesystem>
 #include <stdexcept>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -25,12 +26,21 @@ enum HeaderField : std::size_t {
 };
 constexpr std::size_t bytesPerColor = 12;
 
+FileDescriptor openLog(const std::string& directory) {
+    std::filesystem::create_directories(directory);
+    return FileDescriptor(
+        checked(::open((directory + "/log").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC,
+                       S_IRUSR | S_IWUSR),
+                "open"));
+}
+
 } // namespace
 
 Screen::Screen(const std::string& directory)
-    : server_({"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0", "1000x700x24", "-nolisten",
+    : log_(openLog(directory)),
+      server_({"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0", "1000x700x24", "-nolisten",
                "tcp", "-fbdir", directory},
-              {.output = announcement_.writeEnd.get()}) {
+              {.output = announcement_.writeEnd.get(), .error = log_.get()}) {
     announcement_.writeEnd.reset();
     char number[16] = {};
     const auto count =

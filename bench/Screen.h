@@ -21,7 +21,7 @@ public:
         std::size_t y;
     };
 
-    /// Keeps the pixels in a directory that exists.
+    /// Keeps the pixels in a directory that it makes, and a log.
     explicit Screen(const std::string& directory);
     ~Screen();
     Screen(const Screen&) = delete;
@@ -29,6 +29,9 @@ public:
 
     /// The value of $DISPLAY that names it.
     [[nodiscard]] const std::string& display() const { return display_; }
+
+    /// Where programs that draw on it may put their complaints.
+    [[nodiscard]] int log() const { return log_.get(); }
 
     [[nodiscard]] Color color(Point point) const;
 
@@ -39,6 +42,7 @@ private:
     [[nodiscard]] std::uint32_t header(std::size_t field) const;
     void map(const std::string& file);
 
+    FileDescriptor log_;
     Pipe announcement_; ///< of the number that the server has chosen
     ChildProcess server_;
     std::string display_;
