@@ -5,7 +5,6 @@
 #include "bench/Pipe.h"
 #include "bench/Session.h"
 
-#include <optional>
 #include <string>
 #include <string_view>
 

@@ -151,7 +151,7 @@ int run(const Session& session) {
 
     Times ours;
     Times empty;
-    const int pairs = session.isQuick() ? 3 : 20;
+    const int pairs = session.isQuick() ? 3 : 40;
     for (int pair = 0; pair < pairs; ++pair) {
         if (pair % 2 == 0)
             empty.push_back(bench.withEmpty());
@@ -188,5 +188,5 @@ int run(const Session& session) {
 } // namespace findersync::bench
 
 int main(int argc, char** argv) {
-    return findersync::bench::runBench(findersync::bench::run, argc, argv, 600);
+    return findersync::bench::runBench(findersync::bench::run, argc, argv, 900);
 }
