@@ -382,7 +382,7 @@ TEST_F(Plugin, OffersTheEntriesAndTellsWhatIsPicked) {
     const auto root = shown("file:///sync");
     EXPECT_TRUE(getsBadge(root.get()));
     const auto file = shown("file:///sync/a%20b");
-    EXPECT_EQ(menu({file.get()}), std::vector<std::string>{"Copy __link"});
+    EXPECT_EQ(menu({file.get()}), std::vector<std::string>{"Copy __link & go"});
     g_signal_emit_by_name(menuItems()->data, "activate");
     const std::string action = "action createLinkClicked: file:///sync/a%20b\n";
     EXPECT_TRUE(runUntil([&] { return extension.said().find(action) != std::string::npos; }))
