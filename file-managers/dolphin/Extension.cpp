@@ -63,10 +63,10 @@ Extension::Extension() {
             [this](const QString&, const QString&, const QString& owner) { ownerChanged(owner); });
     // The watcher tells of changes only. Whatever it tells comes after this answer.
     const QDBusMessage call = callOfBus("GetNameOwner", {QString(busName)});
-    auto* const owner = new QDBusPendingCallWatcher(bus_.asyncCall(call), this);
-    connect(owner, &QDBusPendingCallWatcher::finished, this, [this, owner] {
-        owner->deleteLater();
-        const QDBusPendingReply<QString> reply = *owner;
+    firstOwner_ = new QDBusPendingCallWatcher(bus_.asyncCall(call), this);
+    connect(firstOwner_, &QDBusPendingCallWatcher::finished, this, [this] {
+        firstOwner_->deleteLater();
+        const QDBusPendingReply<QString> reply = *firstOwner_;
         if (!reply.isError())
             ownerChanged(reply.value());
     });
@@ -156,7 +156,10 @@ void Extension::requestBadges(const QStringList& urls, const BadgesAnswer& answe
 }
 
 FinderSyncMenuItems Extension::menuForItems(const QStringList& urls) {
-    if (!isRunning_ || !noMenuBefore_.hasExpired())
+    // File managers load a plug-in for the first menu that they open. The bus answers at once.
+    if (firstOwner_)
+        firstOwner_->waitForFinished();
+    if (!proxy_ || !noMenuBefore_.hasExpired())
         return {};
     proxy_->setTimeout(menuPatience);
     QDBusPendingReply<bool, FinderSyncMenuItems> reply = proxy_->MenuForMenuKind(itemsKind, urls);

@@ -9,6 +9,7 @@
 #include <QDeadlineTimer>
 #include <QList>
 #include <QObject>
+#include <QPointer>
 #include <QStringList>
 #include <QTimer>
 #include <QUrl>
@@ -16,6 +17,7 @@
 #include <functional>
 #include <memory>
 
+class QDBusPendingCallWatcher;
 class FindersyncExtension1Interface; // generated from the interface
 
 namespace file_managers {
@@ -71,6 +73,7 @@ private:
 
     QDBusConnection bus_ = QDBusConnection::sessionBus();
     std::unique_ptr<FindersyncExtension1Interface> proxy_; ///< of the process that owns the name
+    QPointer<QDBusPendingCallWatcher> firstOwner_;         ///< asked for at the start
     bool isRunning_ = false;
     QList<QUrl> watchedDirectories_;
     QDeadlineTimer noStartBefore_;

@@ -25,8 +25,6 @@ private:
 QList<QAction*> MenuPlugin::actions(const KFileItemListProperties& selection, QWidget*) {
     // Nobody else deletes those of the menu before.
     qDeleteAll(findChildren<QAction*>(QString(), Qt::FindDirectChildrenOnly));
-    if (!extension_.isRunning())
-        extension_.start();
     QStringList urls;
     for (const QUrl& url : selection.urlList())
         urls.push_back(requestURL(url));
@@ -35,6 +33,7 @@ QList<QAction*> MenuPlugin::actions(const KFileItemListProperties& selection, QW
     QList<QAction*> entries;
     for (const FinderSyncMenuItem& item : extension_.menuForItems(urls))
         entries.push_back(action(item, urls));
+    extension_.start(); // for the next menu, unless it runs
     return entries;
 }
 

@@ -30,8 +30,7 @@ QString ShownItems::show(const QUrl& url) {
         return place == places_.constEnd() ? QString() : (*place)->badge;
     if (!url.isLocalFile())
         return {};
-    if (!extension_.isRunning())
-        extension_.start();
+    extension_.start();
     if (place == places_.constEnd()) {
         add(url);
         return {};

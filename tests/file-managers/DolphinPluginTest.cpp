@@ -153,9 +153,6 @@ private:
 class DolphinPlugins : public testing::Test {
 protected:
     DolphinPlugins() {
-        menuPlugin_.reset(KPluginFactory::instantiatePlugin<KAbstractFileItemActionPlugin>(
-                              pluginOfKind("kfileitemaction"))
-                              .plugin);
         QPluginLoader loader(pluginOfKind("overlayicon").fileName());
         badgePlugin_.reset(qobject_cast<KOverlayIconPlugin*>(loader.instance()));
         if (!menuPlugin_ || !badgePlugin_)
@@ -167,6 +164,12 @@ protected:
                              EXPECT_EQ(overlays_[url], overlays);
                              ++changes_[url];
                          });
+    }
+
+    static std::unique_ptr<KAbstractFileItemActionPlugin> newMenuPlugin() {
+        const KPluginMetaData plugin = pluginOfKind("kfileitemaction");
+        return std::unique_ptr<KAbstractFileItemActionPlugin>(
+            KPluginFactory::instantiatePlugin<KAbstractFileItemActionPlugin>(plugin).plugin);
     }
 
     void show(const QUrl& url) { overlays_[url] = badgePlugin_->getOverlays(url); }
@@ -204,7 +207,7 @@ protected:
     [[nodiscard]] qint64 menuTook() const { return menuTook_; }
 
 private:
-    std::unique_ptr<KAbstractFileItemActionPlugin> menuPlugin_;
+    std::unique_ptr<KAbstractFileItemActionPlugin> menuPlugin_ = newMenuPlugin();
     std::unique_ptr<KOverlayIconPlugin> badgePlugin_;
     QHash<QUrl, QStringList> overlays_;
     QHash<QUrl, int> changes_;
@@ -353,6 +356,15 @@ TEST_F(DolphinPlugins, OfferTheEntriesAndTellWhatIsPicked) {
     EXPECT_TRUE(extension.says("action createLinkClicked: file:///sync/a%20b")) << extension.said();
 }
 
+TEST_F(DolphinPlugins, OfferTheEntriesInTheFirstMenu) {
+    ExtensionProcess extension({QStringLiteral("/sync")});
+    showBadge();
+    const auto plugin = newMenuPlugin(); // its answers have not come yet
+    const KFileItemListProperties selection(
+        {KFileItem(sync(), QStringLiteral("inode/directory"), S_IFDIR)});
+    EXPECT_EQ(plugin->actions(selection, nullptr).size(), 1);
+}
+
 TEST_F(DolphinPlugins, WaitForAMenuATenthOfASecondAtTheMost) {
     ExtensionProcess slow(
         {QStringLiteral("--delay"), QStringLiteral("90"), QStringLiteral("/sync")});
@@ -469,7 +481,7 @@ int main(int argc, char** argv) {
     put("XDG_CONFIG_HOME", "config");
     put("XDG_CACHE_HOME", "cache");
     put("XDG_RUNTIME_DIR", "run");
-    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("QT_QPA_PLATFORM", "minimal");
     qputenv("QT_PLUGIN_PATH", FINDER_SYNC_PLUGINS);
     const Bus bus;
     const QApplication application(argc, argv);
