@@ -62,11 +62,9 @@ Q_SIGNALS:
     void gone();
     void rootFoldersChanged();
 
-private Q_SLOTS:
-    void propertiesChanged(const QString& interface, const QVariantMap& changed,
-                           const QStringList& invalidated);
-
 private:
+    Q_SLOT void propertiesChanged(const QString& interface, const QVariantMap& changed,
+                                  const QStringList& invalidated);
     void ownerChanged(const QString& owner);
     void followProperties(bool isFollowed);
     void fetchProperties();
