@@ -157,7 +157,7 @@ void Extension::requestBadges(const QStringList& urls, const BadgesAnswer& answe
 
 FinderSyncMenuItems Extension::menuForItems(const QStringList& urls) {
     // File managers load a plug-in for the first menu that they open. The bus answers at once.
-    if (firstOwner_)
+    if (!firstOwner_.isNull())
         firstOwner_->waitForFinished();
     if (!proxy_ || !noMenuBefore_.hasExpired())
         return {};
