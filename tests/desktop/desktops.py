@@ -7,8 +7,9 @@ import subprocess
 import textwrap
 
 import pytest
-from conftest import GROUP, Session
-from PIL import Image
+from conftest import GROUP, Session, wait_for
+from jeepney import DBusAddress, Properties, message_bus
+from PIL import Image, ImageChops
 
 # Of the images that tests put in place of ours: nothing else on the screen is so.
 BADGE = (255, 0, 255)
@@ -23,6 +24,8 @@ LINK, BACKUP = "Copy link", "Back up now"
 
 
 class Desktop(Session):
+    entry_icon = ENTRY_ICON
+
     def __init__(self, folder):
         self.screen = None
         super().__init__(folder)
@@ -192,12 +195,63 @@ def thunar(desktop):
     return FileManager(desktop, "thunar", "thunar", "table cell", badge_offset=None)
 
 
-FILE_MANAGERS = [caja, nemo, gnome_files, thunar]
-WITH_BADGES = [caja, nemo, gnome_files]
+class Dolphin(FileManager):
+    def open(self, folder):
+        super().open(folder)
+        # Qt shows what is in its windows when a screen reader has come. It often misses one that
+        # was there before.
+        name = f"org.kde.dolphin-{self.process.pid}"
+        wait_for(lambda: self.desktop.call(message_bus.NameHasOwner(name))[0], name)
+        status = DBusAddress("/org/a11y/bus", "org.a11y.Bus", "org.a11y.Status")
+        self.desktop.call(Properties(status).set("IsEnabled", "b", True))
+
+    def entry(self, title, action="find", **options):
+        """Qt keeps popup menus out of the accessible tree: the entries' icons tell where they are."""
+        wait_for(lambda: len(self.windows()) > 1, "the menu")
+        left, top, right, bottom = wait_for(self.entries, "the entry")
+        if action == "click":
+            subprocess.run(["xdotool", "mousemove", str(left), str(top), "click", "1"],
+                           env=self.desktop.environment, check=True)
+        return left, top, right - left, bottom - top
+
+    def entries(self):
+        """Where the icons of our entries are, or none."""
+        screen = self.desktop.screenshot()
+        color = Image.new("RGB", screen.size, self.desktop.entry_icon)
+        mask = ImageChops.difference(screen, color).convert("L").point(lambda value: 255 * (not value))
+        return mask.getbbox()
+
+    def close_menu(self):
+        """And ends the selection and the hovering, which tint an icon and its badge."""
+        super().close_menu()
+        wait_for(lambda: len(self.windows()) == 1, "no menu")
+        subprocess.run(["xdotool", "mousemove", "990", "690", "key", "Escape"],
+                       env=self.desktop.environment, check=True)
+
+    def windows(self):
+        search = ["xdotool", "search", "--onlyvisible", "--class", self.name]
+        return subprocess.run(search, env=self.desktop.environment, capture_output=True,
+                              text=True).stdout.split()
+
+
+def dolphin(desktop):
+    desktop.environment["QT_QPA_PLATFORM"] = "xcb"
+    return Dolphin(desktop, "dolphin", "dolphin", "table cell", (20, 20))
+
+
+FILE_MANAGERS = [caja, nemo, gnome_files, dolphin, thunar]
 
 
 def name_of(file_manager):
     return file_manager.__name__
+
+
+def tests_of(*file_managers):
+    return pytest.mark.parametrize("file_manager", file_managers, ids=name_of, indirect=True)
+
+
+with_badges = tests_of(caja, nemo, gnome_files, dolphin)
+with_named_entries = tests_of(caja, nemo, gnome_files, thunar)
 
 
 @pytest.fixture
@@ -208,10 +262,6 @@ def desktop(tmp_path):
     finally:
         desktop.end()
     assert desktop.findings() == ""
-
-
-# For tests of badges.
-with_badges = pytest.mark.parametrize("file_manager", WITH_BADGES, ids=name_of, indirect=True)
 
 
 @pytest.fixture(params=FILE_MANAGERS, ids=name_of)

@@ -5,7 +5,7 @@ import os
 import signal
 
 from conftest import BUS_NAME, line, wait_for
-from desktops import BACKUP, ENTRY_ICON, LINK, desktop, file_manager, with_badges  # noqa: F401
+from desktops import BACKUP, ENTRY_ICON, LINK, desktop, file_manager, with_badges, with_named_entries  # noqa: F401
 from jeepney import message_bus
 
 
@@ -54,6 +54,7 @@ def test_an_entry_is_picked_and_reported(desktop, file_manager):
                       "items": [str(folder / "Sync/Letter.txt")]}
 
 
+@with_named_entries
 def test_the_menu_follows_the_companion(desktop, file_manager):
     folder = demonstration(desktop)
     peer = desktop.listen()

@@ -13,14 +13,16 @@ INVALID_ARGUMENTS = "org.freedesktop.DBus.Error.InvalidArgs"
 
 
 def members(xml):
-    """The interface's members as comparable tuples."""
+    """The interface's members as comparable tuples. Hints for a generator of proxies are not the
+    object's to tell."""
     interface = ElementTree.fromstring(xml).find(f"interface[@name='{INTERFACE}']")
     found = set()
     for member in interface:
         arguments = tuple((argument.get("name"), argument.get("type"),
                            argument.get("direction", "in")) for argument in member.findall("arg"))
         notes = tuple(sorted((note.get("name"), note.get("value"))
-                             for note in member.findall("annotation")))
+                             for note in member.findall("annotation")
+                             if not note.get("name").startswith("org.qtproject.QtDBus.")))
         found.add((member.tag, member.get("name"), member.get("type"), member.get("access"),
                    arguments, notes))
     return found

@@ -247,7 +247,7 @@ TEST_F(Plugin, OffersTheEntriesAndTellsWhatIsPicked) {
     EXPECT_TRUE(getsBadge(root.get()));
     const auto file = shown("file:///sync/a%20b");
     const Menu opened = menu({file.get()});
-    EXPECT_EQ(opened.labels(), std::vector<std::string>{"Copy __link"});
+    EXPECT_EQ(opened.labels(), std::vector<std::string>{"Copy __link & go"});
     EXPECT_EQ(opened.icons(), std::vector<std::string>{FINDER_SYNC_GROUP ".icon_URLlink"});
     opened.pickFirst();
     const std::string action = "action createLinkClicked: file:///sync/a%20b\n";

@@ -4,7 +4,6 @@
 
 #include "finder-sync-extension1.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -20,10 +19,11 @@ struct Script {
 
 Script script;
 
-bool isRoot(const char* url) {
+/// The root folders can be changed over the bus.
+bool isRoot(FinderSyncExtension1* extension, const char* url) {
     char* const path = g_filename_from_uri(url, nullptr, nullptr);
-    const bool found =
-        path != nullptr && std::ranges::find(script.roots, path) != script.roots.end();
+    const char* const* const roots = finder_sync_extension1_get_paths_of_root_folders(extension);
+    const bool found = path != nullptr && g_strv_contains(roots, path) != FALSE;
     g_free(path);
     return found;
 }
@@ -40,7 +40,7 @@ gboolean answerBadges(FinderSyncExtension1* extension, GDBusMethodInvocation* ca
                       const char* const* urls, void*) {
     std::vector<const char*> badges;
     for (const char* const* url = urls; *url != nullptr; ++url)
-        badges.push_back(isRoot(*url) ? "FolderIco" : "");
+        badges.push_back(isRoot(extension, *url) ? "FolderIco" : "");
     say("badges", std::vector<const char*>{std::to_string(badges.size()).c_str(), nullptr}.data());
     badges.push_back(nullptr);
     finder_sync_extension1_complete_request_badge_identifiers_for_urls(extension, call,
@@ -54,7 +54,7 @@ gboolean answerMenu(FinderSyncExtension1* extension, GDBusMethodInvocation* call
     say("menu", urls);
     GVariantBuilder items;
     g_variant_builder_init(&items, G_VARIANT_TYPE("a(sss)"));
-    g_variant_builder_add(&items, "(sss)", "Copy _link", "createLinkClicked:", "icon_URLlink");
+    g_variant_builder_add(&items, "(sss)", "Copy _link & go", "createLinkClicked:", "icon_URLlink");
     finder_sync_extension1_complete_menu_for_menu_kind(extension, call, TRUE,
                                                        g_variant_builder_end(&items));
     return TRUE;

@@ -12,6 +12,8 @@ UNIT = f"{GROUP}.FinderSync.service"
 LIBRARIES = "usr/lib/" + run("dpkg-architecture", "-qDEB_HOST_MULTIARCH").strip()
 PLUGINS = {
     "finder-sync-caja": ["caja/extensions-2.0/libfinder-sync-caja.so"],
+    "finder-sync-dolphin": ["qt5/plugins/kf5/kfileitemaction/finder-sync-menu.so",
+                            "qt5/plugins/kf5/overlayicon/finder-sync-badges.so"],
     "finder-sync-nautilus": ["nautilus/extensions-4/libfinder-sync-nautilus.so"],
     "finder-sync-nemo": ["nemo/extensions-3.0/libfinder-sync-nemo.so"],
     "finder-sync-thunar": ["thunarx-3/libfinder-sync-thunar.so"],

@@ -1,0 +1,41 @@
+// Dolphin takes this plug-in's root object itself for the badges of all its windows.
+
+#include "file-managers/dolphin/Extension.h"
+#include "file-managers/dolphin/ShownItems.h"
+
+#include <KOverlayIconPlugin>
+
+namespace file_managers {
+
+namespace {
+
+QStringList overlays(const QString& badge) {
+    if (badge.isEmpty())
+        return {};
+    return {QLatin1String("emblem-" FINDER_SYNC_GROUP ".") + badge};
+}
+
+} // namespace
+
+class BadgePlugin : public KOverlayIconPlugin {
+    Q_OBJECT
+    Q_PLUGIN_METADATA(IID "org.kde.KOverlayIconPlugin" FILE "BadgePlugin.json")
+
+public:
+    BadgePlugin() {
+        connect(&shown_, &ShownItems::badgeChanged, this,
+                [this](const QUrl& url, const QString& badge) {
+                    Q_EMIT overlaysChanged(url, overlays(badge));
+                });
+    }
+
+    QStringList getOverlays(const QUrl& item) override { return overlays(shown_.show(item)); }
+
+private:
+    Extension extension_;
+    ShownItems shown_{extension_};
+};
+
+} // namespace file_managers
+
+#include "BadgePlugin.moc"

@@ -1,0 +1,183 @@
+#include "file-managers/dolphin/Extension.h"
+
+#include "FinderSyncExtension1.h"
+
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDBusServiceWatcher>
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+namespace file_managers {
+
+namespace {
+
+const QLatin1String busName(FINDER_SYNC_GROUP ".FinderSync");
+const QLatin1String objectPath("/FinderSync");
+const QLatin1String propertiesInterface("org.freedesktop.DBus.Properties");
+const QLatin1String rootFolders("pathsOfRootFolders");
+
+/// How long a menu may be kept waiting.
+constexpr int menuPatience = 100; // milliseconds
+constexpr int noLimit = std::numeric_limits<int>::max();
+/// How long an extension is left alone that has kept one waiting.
+constexpr int restAfterDelay = 5000; // milliseconds
+/// How long after a start the next one waits, should the extension have ended meanwhile.
+constexpr int restAfterStart = 1000; // milliseconds
+constexpr uint itemsKind = 0;
+
+QDBusMessage callOfBus(const char* method, const QVariantList& arguments) {
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QLatin1String(method));
+    call.setArguments(arguments);
+    return call;
+}
+
+} // namespace
+
+QString requestURL(const QUrl& url) {
+    const QByteArray path =
+        QByteArray::fromPercentEncoding(url.path(QUrl::FullyEncoded).toLatin1());
+    const bool isText = QString::fromUtf8(path).toUtf8() == path && !path.contains('\0');
+    if (!url.isLocalFile() || !url.host().isEmpty() || url.hasQuery() || url.hasFragment() ||
+        !path.startsWith('/') || !isText)
+        return {};
+    // QUrl leaves square brackets as they are, which may not stand in the path of a URL.
+    return QStringLiteral("file://") +
+           QString::fromLatin1(path.toPercentEncoding(QByteArrayLiteral("/!$&'()*+,;=:@")));
+}
+
+Extension::Extension() {
+    qDBusRegisterMetaType<FinderSyncMenuItem>();
+    qDBusRegisterMetaType<FinderSyncMenuItems>();
+    startLater_.setSingleShot(true);
+    connect(&startLater_, &QTimer::timeout, this, &Extension::start);
+
+    auto* const service =
+        new QDBusServiceWatcher(busName, bus_, QDBusServiceWatcher::WatchForOwnerChange, this);
+    connect(service, &QDBusServiceWatcher::serviceOwnerChanged, this,
+            [this](const QString&, const QString&, const QString& owner) { ownerChanged(owner); });
+    // The watcher tells of changes only. Whatever it tells comes after this answer.
+    const QDBusMessage call = callOfBus("GetNameOwner", {QString(busName)});
+    firstOwner_ = new QDBusPendingCallWatcher(bus_.asyncCall(call), this);
+    connect(firstOwner_, &QDBusPendingCallWatcher::finished, this, [this] {
+        firstOwner_->deleteLater();
+        const QDBusPendingReply<QString> reply = *firstOwner_;
+        if (!reply.isError())
+            ownerChanged(reply.value());
+    });
+}
+
+Extension::~Extension() = default;
+
+void Extension::ownerChanged(const QString& owner) {
+    noMenuBefore_ = {};
+    if (proxy_)
+        followProperties(false);
+    proxy_.reset(); // and with it, whatever is waited for
+    if (std::exchange(isRunning_, false))
+        Q_EMIT gone();
+    if (owner.isEmpty())
+        return;
+    // For the process rather than for the name: the proxy of a name waits to learn who owns it.
+    proxy_ = std::make_unique<FindersyncExtension1Interface>(owner, objectPath, bus_);
+    followProperties(true);
+    fetchProperties();
+}
+
+void Extension::followProperties(bool isFollowed) {
+    const auto change =
+        isFollowed ? qOverload<const QString&, const QString&, const QString&, const QString&,
+                               QObject*, const char*>(&QDBusConnection::connect)
+                   : qOverload<const QString&, const QString&, const QString&, const QString&,
+                               QObject*, const char*>(&QDBusConnection::disconnect);
+    (bus_.*change)(proxy_->service(), objectPath, propertiesInterface,
+                   QStringLiteral("PropertiesChanged"), this,
+                   SLOT(propertiesChanged(QString, QVariantMap, QStringList)));
+}
+
+void Extension::fetchProperties() {
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        proxy_->service(), objectPath, propertiesInterface, QStringLiteral("GetAll"));
+    call << proxy_->interface();
+    auto* const watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call, noLimit), proxy_.get());
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher] {
+        watcher->deleteLater();
+        const QDBusPendingReply<QVariantMap> reply = *watcher;
+        if (reply.isError())
+            return;
+        const auto urls = reply.value().value(QStringLiteral("directoryURLs")).toStringList();
+        watchedDirectories_ = QUrl::fromStringList(urls);
+        isRunning_ = true;
+        Q_EMIT appeared();
+    });
+}
+
+void Extension::propertiesChanged(const QString&, const QVariantMap& changed,
+                                  const QStringList& invalidated) {
+    if (isRunning_ && (changed.contains(rootFolders) || invalidated.contains(rootFolders)))
+        Q_EMIT rootFoldersChanged();
+}
+
+void Extension::start() {
+    if (proxy_ || startLater_.isActive())
+        return;
+    if (!noStartBefore_.hasExpired()) {
+        startLater_.start(static_cast<int>(noStartBefore_.remainingTime()) + 1);
+        return;
+    }
+    noStartBefore_.setRemainingTime(restAfterStart);
+    // The answer does not matter: the name gets an owner, or it does not.
+    bus_.asyncCall(callOfBus("StartServiceByName", {QString(busName), 0U}));
+}
+
+bool Extension::watches(const QUrl& url) const {
+    const auto isAround = [&url](const QUrl& directory) {
+        return directory.matches(url, QUrl::StripTrailingSlash) || directory.isParentOf(url);
+    };
+    return std::any_of(watchedDirectories_.begin(), watchedDirectories_.end(), isAround);
+}
+
+void Extension::requestBadges(const QStringList& urls, const BadgesAnswer& answer) {
+    // Without a limit: an extension that hangs answers when it goes on, and one that ends is told
+    // of.
+    proxy_->setTimeout(noLimit);
+    auto* const watcher =
+        new QDBusPendingCallWatcher(proxy_->RequestBadgeIdentifiersForURLs(urls), proxy_.get());
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [watcher, answer] {
+        watcher->deleteLater();
+        const QDBusPendingReply<QStringList> reply = *watcher;
+        answer(reply.isError() ? QStringList() : reply.value());
+    });
+}
+
+FinderSyncMenuItems Extension::menuForItems(const QStringList& urls) {
+    // File managers load a plug-in for the first menu that they open. The bus answers at once.
+    if (!firstOwner_.isNull())
+        firstOwner_->waitForFinished();
+    if (!proxy_ || !noMenuBefore_.hasExpired())
+        return {};
+    proxy_->setTimeout(menuPatience);
+    QDBusPendingReply<bool, FinderSyncMenuItems> reply = proxy_->MenuForMenuKind(itemsKind, urls);
+    reply.waitForFinished();
+    if (reply.isError()) {
+        // Also when it has ended, which the bus tells next.
+        if (reply.error().type() == QDBusError::NoReply)
+            noMenuBefore_.setRemainingTime(restAfterDelay);
+        return {};
+    }
+    return reply.argumentAt<0>() ? reply.argumentAt<1>() : FinderSyncMenuItems();
+}
+
+void Extension::performAction(const QString& selector, const QStringList& urls) {
+    if (!proxy_)
+        return;
+    proxy_->setTimeout(noLimit);
+    proxy_->PerformAction(selector, urls);
+}
+
+} // namespace file_managers
