@@ -4,6 +4,7 @@
 // scripted extension's process.
 
 #include "file-managers/gtk/Handles.h"
+#include "tests/file-managers/AheadOfOthers.h"
 
 #include <chrono>
 #include <csignal>
@@ -162,6 +163,7 @@ private:
 /// Runs the tests with a bus of their own.
 inline int runTestsOnBus(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
+    runAheadOfOthers();
     GTestDBus* const bus = g_test_dbus_new(G_TEST_DBUS_NONE);
     g_test_dbus_up(bus);
     const int result = RUN_ALL_TESTS();

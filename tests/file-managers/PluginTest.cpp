@@ -234,7 +234,7 @@ TEST_F(Plugin, AHungExtensionAnswersWhenItGoesOn) {
     extension.signal(SIGSTOP);
     const auto begin = Clock::now();
     const auto other = shown("file:///other");
-    EXPECT_LT(Clock::now() - begin, milliseconds(50));
+    EXPECT_LT(Clock::now() - begin, milliseconds(60));
     runFor(milliseconds(300));
     EXPECT_TRUE(other->emblems->empty());
     extension.signal(SIGCONT);
@@ -271,17 +271,17 @@ TEST_F(Plugin, GoesWithoutEntriesWhenTheExtensionIsSlowAndThenLeavesItAlone) {
     const Menu first = menu({root.get()});
     EXPECT_EQ(first.labels(), std::vector<std::string>());
     EXPECT_GE(first.took(), milliseconds(99));
-    EXPECT_LT(first.took(), milliseconds(250));
+    EXPECT_LT(first.took(), milliseconds(500));
     const Menu second = menu({root.get()});
     EXPECT_EQ(second.labels(), std::vector<std::string>());
-    EXPECT_LT(second.took(), milliseconds(20)) << "one such wait in five seconds";
+    EXPECT_LT(second.took(), milliseconds(60)) << "one such wait in five seconds";
 }
 
 TEST_F(Plugin, WithoutAnExtensionThereIsNothingToWaitFor) {
     const auto file = shown("file:///sync");
     const Menu opened = menu({file.get()});
     EXPECT_EQ(opened.labels(), std::vector<std::string>());
-    EXPECT_LT(opened.took(), milliseconds(20));
+    EXPECT_LT(opened.took(), milliseconds(60));
     runFor(milliseconds(50));
     EXPECT_TRUE(file->emblems->empty());
 }
