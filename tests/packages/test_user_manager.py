@@ -87,6 +87,9 @@ def control_group():
     own = re.search(r"^0::(.*)$", pathlib.Path("/proc/self/cgroup").read_text(), re.MULTILINE)
     if os.geteuid() != 0 or not mount or not own:
         pytest.skip("only root can prepare a user's systemd, and it needs version 2 of cgroups")
+    attempt = subprocess.run(["unshare", "--user", "true"], capture_output=True, text=True)
+    if attempt.returncode != 0:
+        pytest.skip(f"the sandbox needs user namespaces: {attempt.stderr.strip()}")
     group = pathlib.Path(mount[1]) / own[1].lstrip("/") / f"finder-sync-test-{os.getpid()}"
     try:
         group.mkdir()
