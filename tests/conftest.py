@@ -133,10 +133,11 @@ class Session:
     def start_bus(self, **environment):
         """A bus of our own, in place of the one before."""
         self.end_bus()
-        self.daemon = subprocess.Popen(
-            ["dbus-daemon", "--session", "--print-address", "--nofork", "--nopidfile"],
-            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True,
-            env=self.environment | environment)
+        with open(self.bus_log, "wb") as log:
+            self.daemon = subprocess.Popen(
+                ["dbus-daemon", "--session", "--print-address", "--nofork", "--nopidfile"],
+                stdout=subprocess.PIPE, stderr=log, text=True,
+                env=self.environment | environment)
         self.address = self.daemon.stdout.readline().strip()
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = self.address
 
@@ -145,6 +146,11 @@ class Session:
             self.daemon.terminate()  # and not killed: it removes its socket
             self.daemon.wait()
             self.daemon.stdout.close()
+
+    @property
+    def bus_log(self):
+        """What the bus, and what it has started, have to say."""
+        return self.folder / "bus.log"
 
     @property
     def settings_file(self):

@@ -17,18 +17,30 @@ def demonstration(desktop):
     return folder
 
 
-def settings(peer, **more):
-    return {"ServerPort": peer.port, "ShareViaUrlTitle": LINK, "BackupTitle": BACKUP} | more
+def opened(desktop, file_manager, where="."):
+    """A window on the demonstration, or on a folder in it, and the companion's end of the link of
+    the extension, which the file manager has had the bus start."""
+    folder = demonstration(desktop)
+    peer = desktop.listen()
+    desktop.store_settings(
+        {"ServerPort": peer.port, "ShareViaUrlTitle": LINK, "BackupTitle": BACKUP})
+    file_manager.open(folder / where)
+    peer.accept()
+    if file_manager.badge_offset:
+        # It asks once it knows that the extension is there. Menus have nothing of it before.
+        wait_for(lambda: "requestBadgeIdentifierForURL" in desktop.bus_log.read_text(),
+                 "a question for a badge")
+    return folder, peer
+
+
+def announce(desktop, peer, folder):
+    peer.send(line(type="add_folder", path=str(folder)))
+    desktop.wait_for_value("pathsOfRootFolders", [str(folder)])
 
 
 @with_badges
 def test_a_root_folder_gets_its_badge_in_the_open_window(desktop, file_manager):
-    folder = demonstration(desktop)
-    peer = desktop.listen()
-    desktop.store_settings(settings(peer))
-    file_manager.open(folder)
-    file_manager.icon("Sync")
-    peer.accept()  # the file manager has had the bus start the extension
+    folder, peer = opened(desktop, file_manager)
     assert not file_manager.has_badge("Sync")
     peer.send(line(type="add_folder", path=str(folder / "Sync")))
     wait_for(lambda: file_manager.has_badge("Sync"), "the badge")
@@ -38,13 +50,8 @@ def test_a_root_folder_gets_its_badge_in_the_open_window(desktop, file_manager):
 
 
 def test_an_entry_is_picked_and_reported(desktop, file_manager):
-    folder = demonstration(desktop)
-    peer = desktop.listen()
-    desktop.store_settings(settings(peer))
-    file_manager.open(folder / "Sync")
-    peer.accept()
-    peer.send(line(type="add_folder", path=str(folder / "Sync")))
-    desktop.wait_for_value("pathsOfRootFolders", [str(folder / "Sync")])
+    folder, peer = opened(desktop, file_manager, "Sync")
+    announce(desktop, peer, folder / "Sync")
     file_manager.icon("Letter.txt", "menu")
     entry = file_manager.entry(LINK)
     assert desktop.shows(ENTRY_ICON, entry) == file_manager.has_entry_icons
@@ -56,11 +63,7 @@ def test_an_entry_is_picked_and_reported(desktop, file_manager):
 
 @with_named_entries
 def test_the_menu_follows_the_companion(desktop, file_manager):
-    folder = demonstration(desktop)
-    peer = desktop.listen()
-    desktop.store_settings(settings(peer))
-    file_manager.open(folder / "Sync")
-    peer.accept()
+    folder, peer = opened(desktop, file_manager, "Sync")
     peer.send(line(type="add_folder", path=str(folder / "Sync")))
     peer.send(line(type="set_menu_usage", displayBackup="1"))
     desktop.wait_for_value("displayBackup", 1)
@@ -79,16 +82,13 @@ def test_the_menu_follows_the_companion(desktop, file_manager):
     peer.close()
     desktop.wait_for_value("isSocketConnected", False)
     file_manager.icon("Letter.txt", "menu")
+    file_manager.entry(file_manager.last_entry)
     file_manager.entry("Sichern", "gone")
 
 
 @with_badges
 def test_an_extension_that_dies_takes_its_badges_along(desktop, file_manager):
-    folder = demonstration(desktop)
-    peer = desktop.listen()
-    desktop.store_settings(settings(peer))
-    file_manager.open(folder)
-    peer.accept()
+    folder, peer = opened(desktop, file_manager)
     peer.send(line(type="add_folder", path=str(folder / "Sync")))
     wait_for(lambda: file_manager.has_badge("Sync"), "the badge")
     process = desktop.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
@@ -103,18 +103,13 @@ def test_an_extension_that_dies_takes_its_badges_along(desktop, file_manager):
 
 
 def test_a_menu_starts_an_extension_that_has_died(desktop, file_manager):
-    folder = demonstration(desktop)
-    peer = desktop.listen()
-    desktop.store_settings(settings(peer))
-    file_manager.open(folder / "Sync")
-    peer.accept()
+    folder, peer = opened(desktop, file_manager, "Sync")
     process = desktop.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
     os.kill(process, signal.SIGKILL)
     wait_for(lambda: not desktop.call(message_bus.NameHasOwner(BUS_NAME))[0], "its end")
     file_manager.icon("Letter.txt", "menu")
     peer.accept()
-    peer.send(line(type="add_folder", path=str(folder / "Sync")))
-    desktop.wait_for_value("pathsOfRootFolders", [str(folder / "Sync")])
+    announce(desktop, peer, folder / "Sync")
     file_manager.close_menu()
     file_manager.icon("Letter.txt", "menu")
     file_manager.entry(LINK)
