@@ -159,6 +159,7 @@ class FileManager:
         self.entry(title, self.press)
 
     def close_menu(self):
+        self.entry(self.last_entry)  # it may still be about to open
         subprocess.run(["xdotool", "key", "Escape"], env=self.desktop.environment, check=True)
 
     def log(self):
@@ -230,7 +231,8 @@ class Dolphin(FileManager):
 
     def close_menu(self):
         """And ends the selection and the hovering, which tint an icon and its badge."""
-        super().close_menu()
+        wait_for(lambda: len(self.windows()) > 1, "the menu")
+        subprocess.run(["xdotool", "key", "Escape"], env=self.desktop.environment, check=True)
         wait_for(lambda: len(self.windows()) == 1, "no menu")
         subprocess.run(["xdotool", "mousemove", "990", "690", "key", "Escape"],
                        env=self.desktop.environment, check=True)
