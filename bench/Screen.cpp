@@ -39,7 +39,7 @@ FileDescriptor openLog(const std::string& directory) {
 Screen::Screen(const std::string& directory)
     : log_(openLog(directory)),
       server_({"/usr/bin/Xvfb", "-displayfd", "1", "-screen", "0", "1000x700x24", "-nolisten",
-               "tcp", "-fbdir", directory},
+               "tcp", "-noreset", "-fbdir", directory},
               {.output = announcement_.writeEnd.get(), .error = log_.get()}) {
     announcement_.writeEnd.reset();
     char number[16] = {};

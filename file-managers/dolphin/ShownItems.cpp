@@ -10,7 +10,7 @@ namespace {
 /// As many as are sent at a time: a folder of any size keeps neither side busy for long.
 constexpr int batchSize = 1000;
 
-/// As many as are remembered: about 10 MB of them, and far more than anyone scrolls through.
+/// As many as are remembered: far more than anyone scrolls through.
 constexpr int mostItems = 20000;
 
 } // namespace

@@ -11,7 +11,7 @@
 #include <vector>
 
 // Generated from the interface.
-struct _FinderSyncExtension1;
+struct _FinderSyncExtension1; // NOLINT(bugprone-reserved-identifier)
 
 namespace file_managers {
 
