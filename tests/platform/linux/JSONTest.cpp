@@ -40,6 +40,17 @@ TEST(JSON, NumbersThatUnderflowAreZero) {
     EXPECT_EQ(parse("[1e-999]"), (Object{NSArray{{0.0}}}));
 }
 
+TEST(JSON, ANumberIsTheClosestDouble) {
+    EXPECT_EQ(parse("[1.8446744095516152E19]"), (Object{NSArray{{1.8446744095516152e19}}}));
+    EXPECT_EQ(parse("[1.7976931348623157e308]"), (Object{NSArray{{1.7976931348623157e308}}}));
+    EXPECT_EQ(parse("[5e-324]"), (Object{NSArray{{5e-324}}}));
+    EXPECT_EQ(parse("[0.1]"), (Object{NSArray{{0.1}}}));
+}
+
+TEST(JSON, ZeroStaysZeroWhateverItsExponent) {
+    EXPECT_EQ(parse("[0e700,0.0e999]"), (Object{NSArray{{0.0}, {0.0}}}));
+}
+
 TEST(JSON, IntegersMayHaveAnyLength) {
     EXPECT_TRUE(parse("[18446744073709551615]").has_value());
     EXPECT_TRUE(parse("[18446744073709551616]").has_value());
