@@ -153,7 +153,7 @@ public:
         while (answer.message == nullptr)
             require(sd_event_run(Connection::event(), UINT64_MAX) >= 0, "the run loop fails");
         const sd_bus_error* const error = sd_bus_message_get_error(answer.message);
-        require(error == nullptr || !sd_bus_error_has_name(error, SD_BUS_ERROR_NO_REPLY),
+        require(error == nullptr || sd_bus_error_has_name(error, SD_BUS_ERROR_NO_REPLY) == 0,
                 "a call is not answered");
         return {answer.message, sd_bus_message_unref};
     }
