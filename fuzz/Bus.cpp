@@ -139,7 +139,8 @@ public:
         return true;
     }
 
-    /// Sends a call and waits for the answer. Every call has one.
+    /// Sends a call and waits for the answer. Without a limit of its own: on a busy machine
+    /// libFuzzer knows better what is too long.
     [[nodiscard]] Message answer(const Message& call) const {
         struct Answer {
             sd_bus_message* message = nullptr;
@@ -148,13 +149,10 @@ public:
             static_cast<Answer*>(place)->message = sd_bus_message_ref(reply);
             return 0;
         };
-        require(sd_bus_call_async(bus_, nullptr, call.get(), receive, &answer, 1'000'000) >= 0,
+        require(sd_bus_call_async(bus_, nullptr, call.get(), receive, &answer, UINT64_MAX) >= 0,
                 "a call cannot be sent");
         while (answer.message == nullptr)
             require(sd_event_run(Connection::event(), UINT64_MAX) >= 0, "the run loop fails");
-        const sd_bus_error* const error = sd_bus_message_get_error(answer.message);
-        require(error == nullptr || sd_bus_error_has_name(error, SD_BUS_ERROR_NO_REPLY) == 0,
-                "a call is not answered");
         return {answer.message, sd_bus_message_unref};
     }
 
