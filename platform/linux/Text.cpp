@@ -65,6 +65,10 @@ std::vector<std::string_view> resolvedComponents(std::string_view path) {
 
 /// Whether a combined character ends at a place in a text, or none is there.
 bool isCharacterBoundary(const icu::UnicodeString& text, std::int32_t at) {
+    // No ASCII character combines with the one before it. The iterator holds a carriage return and
+    // a line feed together, which a text of nothing but ASCII characters would not do.
+    if (at < text.length() && text.charAt(at) < 0x80)
+        return true;
     UErrorCode status = U_ZERO_ERROR;
     static const std::unique_ptr<icu::BreakIterator> characters(
         icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));

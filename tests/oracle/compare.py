@@ -195,7 +195,7 @@ def report(driver, seed, index):
         same += 1
     lines += [f"Alike up to record {same}: {[each.decode() for each in expected[:same][-4:]]}"]
     for who, records in (("model", expected), ("program", actual)):
-        lines += [f"What the {who} does then:", *(f"    {each!r}" for each in records[same:])]
+        lines += [f"What the {who} does then:", *(f"    {each!r}" for each in records[same:same + 8])]
     return "\n".join(lines)
 
 

@@ -13,7 +13,7 @@ NAMES = ["a", "b", "A", "Sync", "sync", "SyncOld", "Team", "x.txt", "u", "Home",
          'q"', "back\\slash", "caf\u00e9", "cafe\u0301", "\u00e9", "e\u0301", "e", "a\u0323\u0301",
          "a\u0301\u0323", "\u1ea1\u0301", "\u00e1\u0323", "\uac01", "\u1100\u1161\u11a8", "\uac00",
          "\u1100\u1161", "\uac00\u11a8", "\u1100", "\u212b", "\u00c5", "A\u030a", "\u212a", "K",
-         "\u2126", "\u03a9", "\u037e", ";", "nul\0nul", "nul", "tab\t", "cr\r", "\x7f", "\u0085",
+         "\u2126", "\u03a9", "\u037e", ";", "nul\0nul", "nul", "tab\t", "cr\r", "\u00e9\r", "\x7f", "\u0085",
          "\U0001f468\u200d\U0001f469", "\U0001f468", "\U0001f469", "\U0001f1e6\U0001f1e7",
          "\U0001f1e7\U0001f1e6", "\U0001f1e6", "\u0915\u0903", "\u0915", "\u4e2d", "\uf900",
          "\u8c48", "\ufb01", "fi", "\u1e9b\u0323", "\u017f\u0323\u0307", "\u0344", "\u0308\u0301",
@@ -21,7 +21,7 @@ NAMES = ["a", "b", "A", "Sync", "sync", "SyncOld", "Team", "x.txt", "u", "Home",
          "\u0301"]
 PLAIN_NAMES = NAMES[:13]
 FOLLOWING = ["/x", "/a", "/a/b.txt", "Old", "/", "\u0301", "\u0323", "\u11a8", "\u200d", "\u0903",
-             "\U0001f1e7", "e", "/caf\u00e9", "/cafe\u0301", "\0", "\u200d\U0001f469", "\u030a"]
+             "\U0001f1e7", "e", "\n", "\n/x", "/caf\u00e9", "/cafe\u0301", "\0", "\u200d\U0001f469", "\u030a"]
 TYPES = ["hello", "", "Add_folder", "add_folder ", "del_folder\0", "add_folder\u0301", "typ\u00e9",
          "set_locale2", "1"]
 WRONG_VALUES = ["1", "0", "null", "true", "[]", "{}", "1.5", '["1"]', '{"a":"1"}', "-0", "1e5"]
@@ -53,6 +53,8 @@ INTEGERS = [("integer", 0), ("integer", 1), ("integer", 2), ("integer", -1), ("i
             ("string", " 1"), ("string", "1 "), ("string", "+1"), ("string", "0x10"),
             ("string", "-"), ("string", "--1"), ("string", "007"), ("string", "1.5"),
             ("string", "\u0661"), ("string", "4294967295"), ("string", "4294967296"),
+            ("string", "9223372036854775808"), ("string", "-9223372036854775809"),
+            ("string", "\0"), ("string", "1\0"), ("string", "-0"),
             ("null", None), ("array", []), ("dictionary", {}), ("data", b"1")]
 OTHER_KINDS = [("integer", 5), ("bool", True), ("null", None), ("array", []), ("dictionary", {}),
                ("data", b"/"), ("number", 0.5)]
@@ -136,8 +138,10 @@ class Maker:
         chance = self.chance()
         if chance < 0.7:
             return json.dumps(value, ensure_ascii=False)
-        if chance < 0.9:
+        if chance < 0.85:
             return json.dumps(value)
+        if chance < 0.95:
+            return json.dumps(value, ensure_ascii=False).replace("/", "\\/")
         return '"' + "".join(f"\\u{unit:04X}" for unit in utf16(value)) + '"'
 
     def member(self, key, value):

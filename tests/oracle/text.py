@@ -39,8 +39,6 @@ def contains(text, searched):
 def cluster_class(character):
     """The part that a character plays in clusters, for those that sessions use."""
     code = ord(character)
-    if character in "\r\n":
-        return character
     if 0x1100 <= code <= 0x115f or 0xa960 <= code <= 0xa97c:
         return "L"
     if 0x1160 <= code <= 0x11a7 or 0xd7b0 <= code <= 0xd7c6:
@@ -69,9 +67,7 @@ def is_boundary(text, at):
     if at == len(text):
         return True
     before, after = cluster_class(text[at - 1]), cluster_class(text[at])
-    if before == "\r" and after == "\n":
-        return False
-    if before in ("\r", "\n", "control") or after in ("\r", "\n", "control"):
+    if "control" in (before, after):  # a carriage return and a line feed are two characters
         return True
     if after in ("extend", "spacing", "joiner") or (before, after) in HANGUL:
         return False
