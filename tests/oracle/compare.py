@@ -90,11 +90,15 @@ def run_driver(driver, sessions):
     return split(finished.stdout)
 
 
+def reason(death):
+    branch, cause = death.args
+    return "fatal error: " + REASONS[branch].format(cause)
+
+
 def expectation(session):
     """What the model does, as the driver would write it."""
     records, death = model.run(session)
-    reason = "fatal error: " + REASONS[death[0]].format(death[1]) if death else ""
-    return b"".join(map(field, [*records, reason]))
+    return b"".join(map(field, [*records, reason(death) if death else ""]))
 
 
 WRITE = re.compile(rb"(outputStream write:maxLength: )(.*)( -> (-?\d+))", re.DOTALL)
@@ -137,6 +141,16 @@ def canonical_json(text):
         return json.dumps(json.loads(text), sort_keys=True).encode()
     except ValueError:
         return text
+
+
+def parse_reports(data):
+    """The reports that were sent, one directly after the other."""
+    text, reports = data.decode(), []
+    while text:
+        report, end = json.JSONDecoder().raw_decode(text)
+        reports.append(report)
+        text = text[end:]
+    return reports
 
 
 def is_same(expected, actual):

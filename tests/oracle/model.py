@@ -679,19 +679,21 @@ class Run:
         self.is_over = False
 
     def records(self, session):
-        """Every record of the session, a text or bytes, and the branch and the cause of its death,
-        or none."""
+        """Every record of the session, a text or bytes, and its death or none."""
         death = None
         try:
             for event in session:
-                self.world.record("event " + event[0])
-                EVENTS[event[0]](self, *event[1:])
+                self.play(event)
                 if self.is_over:
                     break
         except Death as end:
-            death = end.args
+            death = end
         self.state()
         return self.world.records, death
+
+    def play(self, event):
+        self.world.record("event " + event[0])
+        EVENTS[event[0]](self, *event[1:])
 
     def state(self):
         extension, world = self.extension, self.world
@@ -832,5 +834,5 @@ EVENTS = {
 
 
 def run(session):
-    """The records that a session must give, and the branch and cause of its death, or none."""
+    """The records that a session must give, and its death or none."""
     return Run().records(session)

@@ -190,7 +190,9 @@ class Maker:
             return self.pick(BROKEN)
         if chance < 0.998:
             return self.damaged(self.message())
-        depth = 505 + self.below(10)
+        return self.nested(300 + self.below(200))
+
+    def nested(self, depth):
         return '{"type":"deep","k":' + "[" * depth + "]" * depth + "}"
 
     def damaged(self, line):
@@ -316,7 +318,10 @@ class Maker:
         elif chance < 0.8:
             self.events += [("connect",), ("turns",)]
         elif chance < 0.85:
-            self.events.append(("parse", self.line()))
+            # Only here can a text be nested too deep: a read is too short for it.
+            is_deep = self.chance() < 0.1
+            self.events.append(("parse", self.nested(506 + self.below(10)) if is_deep
+                                else self.line()))
         elif chance < 0.9:
             self.events.append(("stringify", self.pick(VALUES), self.chance() < 0.5))
         elif chance < 0.93:
