@@ -157,6 +157,7 @@ def test_a_session_goes_as_the_model_says(session, number):
     if death:
         return
     state = session.get_all()
+    assert [state["myFolderURL"], *state["directoryURLs"]] == ["file:///", "file:///"]
     assert state["pathsOfRootFolders"] == [visible(path) for path in extension.paths]
     assert [state[title] for title in model.TITLES] == [visible(text) for text in extension.titles]
     assert state["isSocketConnected"] == extension.is_connected
