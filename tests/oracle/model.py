@@ -1,5 +1,5 @@
-"""What the extension must do, written a second time and from the description of its behaviour
-alone: a model to compare the program with.
+"""What the extension must do, written a second time and without looking at the first: a model to
+compare the program with. Where the two differ, neither is right for being there.
 
 A model runs one session (see sessions.py) and gives the records that the driver must give for it.
 """
