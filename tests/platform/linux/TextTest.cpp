@@ -26,6 +26,12 @@ TEST(Text, ALinesEndIsTwoCharactersWhateverStandsBesideIt) {
     }
 }
 
+TEST(Text, AMatchMayEndBetweenACarriageReturnAndALineFeed) {
+    EXPECT_TRUE(contains("/;/cr\r\n/x", "/;/cr\r"));
+    EXPECT_TRUE(contains("/;/cr\r\n/x", "/\u037e/cr\r")); // the same search
+    EXPECT_TRUE(contains("/caf\u00e9\r\n/x", "/caf\u00e9\r"));
+}
+
 TEST(Text, AFolderHoldsItselfAndWhatLiesBelow) {
     EXPECT_TRUE(isInFolder("/a/b", "/a/b"));
     EXPECT_TRUE(isInFolder("/a/b/c", "/a/b"));
