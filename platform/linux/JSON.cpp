@@ -2,6 +2,7 @@
 
 #include <boost/container/small_vector.hpp>
 #include <boost/json/basic_parser_impl.hpp>
+#include <charconv>
 #include <cmath>
 #include <utility>
 
@@ -10,6 +11,16 @@ namespace platform::linux_backend {
 namespace {
 
 constexpr std::size_t depthLimit = 512;
+
+/// The double that a number is closest to, which the parser may miss by a little. None when it is
+/// beyond every double or too small for one.
+std::optional<double> nearestDouble(boost::json::string_view literal) {
+    double number = 0;
+    const auto result = std::from_chars(literal.begin(), literal.end(), number);
+    if (result.ec != std::errc())
+        return std::nullopt;
+    return number;
+}
 
 /// Receives the parser's events and builds the value. The function names are the parser's.
 class ObjectBuilder {
@@ -48,7 +59,8 @@ public:
         add(static_cast<double>(number)); // above the signed range, or it had been an int64
         return true;
     }
-    bool on_double(double number, View literal, Error& error) {
+    bool on_double(double approximation, View literal, Error& error) {
+        const double number = nearestDouble(literal).value_or(approximation);
         const bool isInteger = literal.find_first_of(".eE") == View::npos;
         if (std::isinf(number) && !isInteger) {
             error = boost::json::error::exponent_overflow;

@@ -133,11 +133,4 @@ const char* strerror(int number) {
     return std::strerror(number);
 }
 
-void fatalError(std::string_view reason) {
-    linux_backend::writeDiagnostic(linux_backend::Level::Critical,
-                                   std::string(program_invocation_short_name) + ": ",
-                                   "fatal error: " + std::string(reason));
-    std::abort();
-}
-
 } // namespace platform

@@ -63,8 +63,11 @@ std::vector<std::string_view> resolvedComponents(std::string_view path) {
     return resolved;
 }
 
-/// Whether a combined character ends at a place in a text, or none is there.
+/// Whether a combined character ends at a place in a text, or none is there. ICU does not part the
+/// two characters of a line's end, which are combined into nothing.
 bool isCharacterBoundary(const icu::UnicodeString& text, std::int32_t at) {
+    if (text.charAt(at - 1) == u'\r' && text.charAt(at) == u'\n')
+        return true;
     UErrorCode status = U_ZERO_ERROR;
     static const std::unique_ptr<icu::BreakIterator> characters(
         icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));

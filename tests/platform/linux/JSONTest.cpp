@@ -40,6 +40,17 @@ TEST(JSON, NumbersThatUnderflowAreZero) {
     EXPECT_EQ(parse("[1e-999]"), (Object{NSArray{{0.0}}}));
 }
 
+TEST(JSON, ANumberIsTheClosestDouble) {
+    EXPECT_EQ(parse("[3539.1e-23]"), (Object{NSArray{{3539.1e-23}}}));
+    EXPECT_EQ(parse("[92233223372036854775807]"), (Object{NSArray{{92233223372036854775807.0}}}));
+    EXPECT_EQ(parse("[1.7976931348623157e308]"), (Object{NSArray{{1.7976931348623157e308}}}));
+    EXPECT_EQ(parse("[5e-324]"), (Object{NSArray{{5e-324}}}));
+}
+
+TEST(JSON, ZeroStaysZeroWhateverItsExponent) {
+    EXPECT_EQ(parse("[0e700,0.0e999]"), (Object{NSArray{{0.0}, {0.0}}}));
+}
+
 TEST(JSON, IntegersMayHaveAnyLength) {
     EXPECT_TRUE(parse("[18446744073709551615]").has_value());
     EXPECT_TRUE(parse("[18446744073709551616]").has_value());

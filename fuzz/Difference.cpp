@@ -1,0 +1,26 @@
+#include "fuzz/Difference.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace findersync::fuzz {
+
+namespace {
+
+/// libFuzzer can close what a target writes to; a difference is told all the same.
+// NOLINTNEXTLINE(cert-err58-cpp): a system call throws nothing
+const int standardError = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+
+} // namespace
+
+void require(bool isAsItShouldBe, std::string_view what) {
+    if (isAsItShouldBe)
+        return;
+    (void)::dprintf(standardError, "difference: %.*s\n", static_cast<int>(what.size()),
+                    what.data());
+    std::abort();
+}
+
+} // namespace findersync::fuzz

@@ -1,0 +1,167 @@
+// URLs and texts: an input is up to three texts with a 0xFF byte between one and the next.
+
+#include "platform/linux/Text.h"
+
+#include "fuzz/Difference.h"
+#include "platform/linux/FileURL.h"
+#include "platform/linux/URL.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unicode/brkiter.h>
+#include <unicode/normalizer2.h>
+#include <unicode/ustring.h>
+#include <vector>
+
+using findersync::fuzz::require;
+using namespace platform::linux_backend;
+
+namespace {
+
+std::int32_t length(std::string_view text) {
+    return static_cast<std::int32_t>(text.size());
+}
+
+icu::UnicodeString decoded(std::string_view text) {
+    return icu::UnicodeString::fromUTF8({text.data(), length(text)});
+}
+
+bool isStrictUTF8(std::string_view bytes) {
+    std::vector<UChar> units(bytes.size() + 1);
+    UErrorCode status = U_ZERO_ERROR;
+    (void)u_strFromUTF8(units.data(), static_cast<std::int32_t>(units.size()), nullptr,
+                        bytes.data(), length(bytes), &status);
+    return U_SUCCESS(status) != 0;
+}
+
+icu::UnicodeString normalized(std::string_view text, bool isComposed) {
+    UErrorCode status = U_ZERO_ERROR;
+    const auto* const normalizer = isComposed ? icu::Normalizer2::getNFCInstance(status)
+                                              : icu::Normalizer2::getNFDInstance(status);
+    return normalizer->normalize(decoded(text), status);
+}
+
+std::string withoutTrailingSlashes(std::string path) {
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
+}
+
+/// The ends of characters as users see them, but that a line's end counts as two of them.
+std::vector<bool> boundaries(const icu::UnicodeString& text) {
+    UErrorCode status = U_ZERO_ERROR;
+    const std::unique_ptr<icu::BreakIterator> characters(
+        icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
+    characters->setText(text);
+    std::vector<bool> at(static_cast<std::size_t>(text.length()) + 1);
+    for (std::int32_t end = characters->first(); end != icu::BreakIterator::DONE;
+         end = characters->next())
+        at[static_cast<std::size_t>(end)] = true;
+    for (std::int32_t lineFeed = text.indexOf(u"\r\n"); lineFeed >= 0;
+         lineFeed = text.indexOf(u"\r\n", lineFeed + 1))
+        at[static_cast<std::size_t>(lineFeed) + 1] = true;
+    return at;
+}
+
+/// The search, unit by unit at every place.
+bool isFound(std::string_view text, std::string_view searched) {
+    const icu::UnicodeString in = normalized(text, false);
+    const icu::UnicodeString needle = normalized(searched, false);
+    if (needle.length() == 0)
+        return false;
+    const std::vector<bool> isBoundary = boundaries(in);
+    for (std::int32_t at = 0; at + needle.length() <= in.length(); ++at) {
+        if (in.compare(at, needle.length(), needle) == 0 &&
+            isBoundary[static_cast<std::size_t>(at) + static_cast<std::size_t>(needle.length())])
+            return true;
+    }
+    return false;
+}
+
+void checkPath(const std::string& path) {
+    if (path.empty() || path[0] != '/' || path.find('\0') != std::string::npos)
+        return;
+    const std::string url = fileURLFromPath(path);
+    std::string failure;
+    const auto again = pathFromFileURL(url, failure);
+    require(again == withoutTrailingSlashes(path), "another path after a round trip");
+    constexpr std::string_view allowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                         "0123456789-._~!$&'()*+,;=:@/%";
+    require(url.starts_with("file:///"), "no URL of a local file");
+    require(url.find_first_not_of(allowed) == std::string::npos, "a URL holds what it may not");
+}
+
+void checkURL(std::string_view url) {
+    std::string failure;
+    const std::optional<std::string> path = pathFromFileURL(url, failure);
+    require(path.has_value() == failure.empty(), "a failure has no reason, or success has one");
+    if (path) {
+        require(path->starts_with('/'), "a relative path");
+        require(path->find('\0') == std::string::npos, "a path with a NUL");
+        checkPath(*path);
+    }
+    const auto object = fileURLWithString(url, failure);
+    require((object != nullptr) == (path && isStrictUTF8(*path)), "a URL is taken, or is not");
+    require(!object || (object->path() == path && object->description() == url), "another URL");
+}
+
+void checkNoncharacters(const std::string& text) {
+    const std::string cleaned = withoutNoncharacters(text);
+    const icu::UnicodeString before = decoded(text);
+    const icu::UnicodeString after = decoded(cleaned);
+    require(isStrictUTF8(cleaned), "no text");
+    require(before.countChar32() == after.countChar32(), "more or fewer characters");
+    std::int32_t from = 0;
+    for (std::int32_t to = 0; to < after.length(); to = after.moveIndex32(to, 1)) {
+        const UChar32 character = before.char32At(from);
+        const bool isNoncharacter =
+            (character & 0xfffe) == 0xfffe || (character >= 0xfdd0 && character <= 0xfdef);
+        require(after.char32At(to) == (isNoncharacter ? 0xfffd : character), "another character");
+        from = before.moveIndex32(from, 1);
+    }
+}
+
+void checkPair(const std::string& one, const std::string& other) {
+    const bool areEqual = areCanonicallyEquivalent(one, other);
+    require(areEqual == areCanonicallyEquivalent(other, one), "equality is not symmetric");
+    require(areEqual == (normalized(one, true) == normalized(other, true)),
+            "equality is not that of the composed forms");
+    require(contains(one, other) == isFound(one, other), "the search finds something else");
+    require(areCanonicallyEquivalent(one, one) && (one.empty() || contains(one, one)),
+            "a text is not equal to itself or not in itself");
+    const std::string inFolder = "/" + one + "/" + other;
+    const bool hasParent = ("/" + other + "/").find("/../") != std::string::npos;
+    require(hasParent || isInFolder(inFolder, "/" + one), "what is in a folder is not");
+    require(isInFolder("/" + one, "/"), "what is in the root is not");
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string_view input(reinterpret_cast<const char*>(data), size);
+    std::vector<std::string> texts;
+    for (std::size_t begin = 0; begin <= size && texts.size() < 3;) {
+        const std::size_t end = std::min(input.find('\xFF', begin), size);
+        texts.emplace_back(input.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    for (const std::string& text : texts) {
+        checkURL(text);
+        checkPath(text);
+        require(isUTF8(text) == isStrictUTF8(text), "UTF-8 is taken for none, or the reverse");
+        // What follows is for texts.
+        if (!isUTF8(text))
+            return 0;
+        checkNoncharacters(text);
+    }
+    for (const std::string& one : texts) {
+        for (const std::string& other : texts)
+            checkPair(one, other);
+    }
+    return 0;
+}

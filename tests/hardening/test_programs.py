@@ -1,0 +1,109 @@
+"""Programs and plug-ins as users get them: what the linker and the compiler have put into them."""
+
+import os
+import pathlib
+import re
+import subprocess
+
+import pytest
+
+BUILD = pathlib.Path(os.environ["FINDER_SYNC_BIN"]).parent
+PROGRAMS = [BUILD / "bin" / name for name in ("companion", "finder-sync-extension", "finderctl")]
+PLUGINS = sorted(BUILD.glob("lib/**/*.so"))
+# Some of the functions of the C library that look at the size of a buffer. The plug-ins leave texts
+# and buffers to GLib.
+CHECKED = {
+    "companion": {"__snprintf_chk"},
+    "finder-sync-extension": {"__fprintf_chk", "__memcpy_chk", "__snprintf_chk"},
+    "finderctl": {"__snprintf_chk"},
+}
+
+
+def output(*command):
+    return subprocess.run(command, check=True, text=True, stdout=subprocess.PIPE).stdout
+
+
+def readelf(file, *options):
+    return output("readelf", "--wide", *options, str(file))
+
+
+def imports(file):
+    """Names of the functions that a file takes from libraries, without their versions."""
+    return set(re.findall(r" UND (\w+)", readelf(file, "--dyn-syms")))
+
+
+def is_x86(file):
+    return re.search(r"Machine:.*(X86-64|80386)", readelf(file, "--file-header")) is not None
+
+
+def name_of(file):
+    return file.name
+
+
+def test_every_plugin_is_there():
+    gtk = {f"libfinder-sync-{manager}" for manager in ("caja", "nautilus", "nemo", "thunar")}
+    dolphin = {"finder-sync-badges", "finder-sync-menu"}
+    assert {plugin.stem for plugin in PLUGINS} == gtk | dolphin
+
+
+@pytest.fixture(params=PROGRAMS + PLUGINS, ids=name_of)
+def file(request):
+    assert request.param.is_file()
+    return request.param
+
+
+@pytest.fixture(params=PROGRAMS, ids=name_of)
+def program(request):
+    return request.param
+
+
+def test_it_lies_anywhere_in_memory(file):
+    assert re.search(r"Type:\s+DYN ", readelf(file, "--file-header"))
+
+
+def test_a_program_says_that_it_is_independent_of_its_place(program):
+    assert re.search(r"\(FLAGS_1\).*\bPIE\b", readelf(program, "--dynamic"))
+
+
+def test_everything_is_bound_at_the_start_and_then_read_only(file):
+    dynamic = readelf(file, "--dynamic")
+    assert re.search(r"\(FLAGS\).*\bBIND_NOW\b|\(BIND_NOW\)", dynamic)
+    assert re.search(r"\(FLAGS_1\).*\bNOW\b", dynamic)
+    assert "GNU_RELRO" in readelf(file, "--program-headers")
+
+
+def test_no_memory_can_be_written_and_executed(file):
+    segments = readelf(file, "--program-headers")
+    stack = re.search(r"GNU_STACK(?:\s+0x\w+){5}\s+([RWE ]+?)\s+0x", segments)
+    assert stack is not None and "E" not in stack[1]
+    loaded = re.findall(r"LOAD(?:\s+0x\w+){5}\s+([RWE ]+?)\s+0x", segments)
+    assert loaded and not any("W" in flags and "E" in flags for flags in loaded)
+
+
+def test_libraries_are_those_of_the_system(file):
+    assert not re.search(r"\((RPATH|RUNPATH|TEXTREL)\)", readelf(file, "--dynamic"))
+
+
+def test_an_overwritten_stack_is_noticed(file):
+    assert "__stack_chk_fail" in imports(file)
+
+
+@pytest.mark.parametrize("name", CHECKED)
+def test_sizes_of_buffers_are_checked(name):
+    assert CHECKED[name] <= imports(BUILD / "bin" / name)
+
+
+def test_returns_can_be_kept_on_a_shadow_stack(file):
+    if not is_x86(file):
+        pytest.skip("only x86 has shadow stacks")
+    assert re.search(r"x86 feature:.*\bSHSTK\b", readelf(file, "--notes"))
+
+
+def test_functions_can_be_the_targets_of_checked_branches(file):
+    """Whether a file is marked so is up to the C library's start files, too."""
+    if not is_x86(file):
+        pytest.skip("only x86 has such branches")
+    entry_points = r"main|\w+_module_initialize|thunar_extension_initialize|qt_plugin_instance"
+    disassembly = output("objdump", "--disassemble", "--no-show-raw-insn", str(file))
+    functions = re.findall(rf"^\w+ <({entry_points})>:\n\s*\w+:\s*(\w+)", disassembly, re.M)
+    assert functions and all(instruction == "endbr64" for _, instruction in functions)
