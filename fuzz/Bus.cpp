@@ -57,8 +57,8 @@ constexpr const char* signatures[] = {"",  "s", "as", "uas", "sas", "v",
 void writeSettings() {
     static const struct Folder {
         Folder() {
-            char name[] = "/dev/shm/fuzz-bus-XXXXXX";
-            require(::mkdtemp(name) != nullptr, "no folder in /dev/shm");
+            std::string name = std::filesystem::temp_directory_path() / "fuzz-bus-XXXXXX";
+            require(::mkdtemp(name.data()) != nullptr, "no folder for the settings");
             path = name;
             const auto settings = path / FINDER_SYNC_GROUP / "settings.json";
             std::filesystem::create_directories(settings.parent_path());

@@ -26,12 +26,12 @@ constexpr std::string_view suite = "suite";
 constexpr std::string_view keys[] = {"RootFolder", "ServerPort", "DisplayUrlLink", "DisplayBackup",
                                      "ShareViaUrlTitle"};
 
-/// The file of a suite in a folder of this process's own, in memory, gone when the process ends.
+/// The file of a suite in a folder of this process's own, gone when the process ends.
 class SettingsFile {
 public:
     SettingsFile() {
-        char folder[] = "/dev/shm/fuzz-settings-XXXXXX";
-        require(::mkdtemp(folder) != nullptr, "no folder in /dev/shm");
+        std::string folder = std::filesystem::temp_directory_path() / "fuzz-settings-XXXXXX";
+        require(::mkdtemp(folder.data()) != nullptr, "no folder for the settings");
         folder_ = folder;
         std::filesystem::create_directory(folder_ / suite);
         (void)::setenv("XDG_CONFIG_HOME", folder_.c_str(), 1);
