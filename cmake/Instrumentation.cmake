@@ -1,8 +1,8 @@
 # Sanitizers, fuzzing and coverage, each for the whole build.
 if(FINDER_SYNC_SANITIZE)
   # Of the debugger's information, a finding needs no more than lines.
-  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
-  add_link_options(-fsanitize=address,undefined)
+  add_compile_options(-fsanitize=${FINDER_SYNC_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -g1)
+  add_link_options(-fsanitize=${FINDER_SYNC_SANITIZE})
   # The sanitizers' own checks make gcc see null pointers where there are none.
   add_compile_options(-Wno-null-dereference)
 endif()
