@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <boost/json/parse.hpp>
 #include <boost/json/value.hpp>
+#include <cmath>
+#include <cstdlib>
 #include <optional>
 #include <unicode/normalizer2.h>
 #include <unicode/unistr.h>
@@ -17,6 +19,29 @@ std::optional<std::string> stringIn(const boost::json::object& message, const ch
     if (value == nullptr || !value->is_string())
         return std::nullopt;
     return std::string(value->get_string().c_str(), value->get_string().size());
+}
+
+/// Whether a text that is JSON has a number, other than an integer, that is beyond every double:
+/// the parser lets some of them pass.
+bool hasNumberBeyondLimits(const std::string& text) {
+    constexpr const char* partsOfNumbers = "+-.0123456789eE";
+    std::size_t place = 0;
+    while ((place = text.find_first_of("\"-0123456789", place)) != std::string::npos) {
+        if (text[place] == '"') {
+            while (text[++place] != '"')
+                place += text[place] == '\\' ? 1 : 0;
+            ++place;
+            continue;
+        }
+        const std::size_t end =
+            std::min(text.find_first_not_of(partsOfNumbers, place), text.size());
+        const std::string number = text.substr(place, end - place);
+        if (number.find_first_of(".eE") != std::string::npos &&
+            std::isinf(std::strtod(number.c_str(), nullptr)))
+            return true;
+        place = end;
+    }
+    return false;
 }
 
 bool areEqual(std::string_view one, std::string_view other) {
@@ -73,7 +98,7 @@ bool InboundModel::apply(std::string_view line) {
     options.max_depth = 512;
     boost::json::error_code error;
     const auto value = boost::json::parse({line.data(), line.size()}, error, {}, options);
-    if (error || !value.is_object())
+    if (error || !value.is_object() || hasNumberBeyondLimits(std::string(line)))
         return false;
     const boost::json::object& message = value.get_object();
     const auto type = stringIn(message, "type");

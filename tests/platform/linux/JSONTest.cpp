@@ -34,6 +34,7 @@ TEST(JSON, NumbersThatOverflowADoubleAreErrors) {
     for (const char* text : {"[1e309]", "[-1e309]", "[1e999999999999]", "[1.0e400]"})
         EXPECT_EQ(parse(text), std::nullopt) << text;
     EXPECT_EQ(parse("[" + std::string(400, '9') + ".5]"), std::nullopt);
+    EXPECT_EQ(parse("[" + std::string(131, '9') + "1e9999]"), std::nullopt);
 }
 
 TEST(JSON, NumbersThatUnderflowAreZero) {
