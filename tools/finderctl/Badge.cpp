@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <boost/json.hpp>
 #include <cstdlib>
-#include <memory>
 
 namespace finderctl {
 
@@ -54,21 +53,11 @@ json::object object(const std::vector<std::string>& urls, const std::vector<std:
 
 } // namespace
 
-void addBadge(CLI::App& app, Invocation& invocation) {
-    CLI::App* const command = app.add_subcommand("badge", "Print which badge items carry");
-    const auto items = std::make_shared<std::vector<std::string>>();
-    command->add_option("ITEM", *items, "Path or URL of an item")
-        ->type_name("PATH|URL")
-        ->required();
-    command->callback([&invocation, items] {
-        invocation.run = [&invocation, items] {
-            const std::vector<std::string> urls = urlsOfArguments(*items);
-            const std::vector<std::string> badges = badgesOf(urls);
-            print(invocation.isJSON ? json::serialize(object(urls, badges))
-                                    : table(*items, badges));
-            return EXIT_SUCCESS;
-        };
-    });
+int badge(const Items& items, Form form) {
+    const std::vector<std::string> urls = urlsOfArguments(items);
+    const std::vector<std::string> badges = badgesOf(urls);
+    print(form == Form::JSON ? json::serialize(object(urls, badges)) : table(items, badges));
+    return EXIT_SUCCESS;
 }
 
 } // namespace finderctl

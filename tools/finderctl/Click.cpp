@@ -6,13 +6,10 @@
 #include "tools/finderctl/URLs.h"
 
 #include <cstdlib>
-#include <memory>
 
 namespace finderctl {
 
-namespace {
-
-int performAction(const std::string& selector, const std::vector<std::string>& items) {
+int click(const std::string& selector, const Items& items) {
     const std::vector<std::string> urls = urlsOfArguments(items);
     const Extension extension;
     const Message call = extension.newCall("PerformAction");
@@ -21,21 +18,6 @@ int performAction(const std::string& selector, const std::vector<std::string>& i
     appendList(call.get(), urls);
     (void)extension.call(call);
     return EXIT_SUCCESS;
-}
-
-} // namespace
-
-void addClick(CLI::App& app, Invocation& invocation) {
-    CLI::App* const command =
-        app.add_subcommand("click", "Pick the entry of an action, with a selection");
-    const auto selector = std::make_shared<std::string>();
-    const auto items = std::make_shared<std::vector<std::string>>();
-    command->add_option("SELECTOR", *selector, "Selector of the action, such as backupClicked:")
-        ->required();
-    command->add_option("ITEM", *items, "Path or URL of a selected item")->type_name("PATH|URL");
-    command->callback([&invocation, selector, items] {
-        invocation.run = [selector, items] { return performAction(*selector, *items); };
-    });
 }
 
 } // namespace finderctl

@@ -7,24 +7,16 @@
 #include "tools/finderctl/Subcommands.h"
 #include "tools/finderctl/URLs.h"
 
+#include <algorithm>
 #include <boost/json.hpp>
 #include <cstdint>
 #include <cstdlib>
-#include <map>
-#include <memory>
 
 namespace finderctl {
 
 namespace {
 
 namespace json = boost::json;
-
-/// Where a menu opens, by the names that users type.
-const std::map<std::string, std::uint32_t>& kinds() {
-    static const std::map<std::string, std::uint32_t> names = {
-        {"items", 0}, {"container", 1}, {"sidebar", 2}, {"toolbar", 3}};
-    return names;
-}
 
 json::array readEntries(sd_bus_message* answer) {
     constexpr const char* whatFailed = "the answer cannot be read";
@@ -72,22 +64,11 @@ std::string textOf(const json::object& menu) {
 
 } // namespace
 
-void addMenu(CLI::App& app, Invocation& invocation) {
-    CLI::App* const command =
-        app.add_subcommand("menu", "Print what the extension adds to the menu on a selection");
-    const auto items = std::make_shared<std::vector<std::string>>();
-    const auto kind = std::make_shared<std::string>("items");
-    command->add_option("--kind", *kind, "Where the menu opens (default items)")
-        ->type_name("items|container|sidebar|toolbar")
-        ->check(CLI::IsMember(kinds()));
-    command->add_option("ITEM", *items, "Path or URL of a selected item")->type_name("PATH|URL");
-    command->callback([&invocation, items, kind] {
-        invocation.run = [&invocation, items, kind] {
-            const json::object menu = menuOn(kinds().at(*kind), urlsOfArguments(*items));
-            print(invocation.isJSON ? json::serialize(menu) : textOf(menu));
-            return EXIT_SUCCESS;
-        };
-    });
+int menu(const std::string& kind, const Items& items, Form form) {
+    const auto place = std::ranges::find(menuKinds, kind) - menuKinds.begin();
+    const json::object found = menuOn(static_cast<std::uint32_t>(place), urlsOfArguments(items));
+    print(form == Form::JSON ? json::serialize(found) : textOf(found));
+    return EXIT_SUCCESS;
 }
 
 } // namespace finderctl

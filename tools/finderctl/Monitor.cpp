@@ -33,7 +33,7 @@ struct ReleaseEvent {
 
 class Monitor {
 public:
-    explicit Monitor(bool isJSON) : isJSON_(isJSON) {}
+    explicit Monitor(Form form) : form_(form) {}
 
     /// Prints until a signal or the reader ends it. Gives the exit code.
     [[nodiscard]] int run();
@@ -56,7 +56,7 @@ private:
     static int handle(sd_bus_message* message, void* self, sd_bus_error*) noexcept;
     static int busGone(sd_bus_message*, void* self, sd_bus_error*) noexcept;
 
-    bool isJSON_;
+    Form form_;
     std::unique_ptr<sd_event, ReleaseEvent> event_;
     Extension extension_;
     std::optional<bool> isRunning_; ///< None as long as the bus has not told.
@@ -162,7 +162,7 @@ void Monitor::ownerChanged(sd_bus_message* signal) {
 void Monitor::setRunning(bool isRunning) {
     const bool isFirst = !isRunning_.has_value();
     isRunning_ = isRunning;
-    if (isJSON_)
+    if (form_ == Form::JSON)
         show(json::serialize(json::object{{"running", isRunning}}));
     else if (isFirst)
         show(isRunning ? "the extension is running" : "the extension is not running");
@@ -176,7 +176,7 @@ void Monitor::propertiesChanged(sd_bus_message* signal) {
     if (std::string_view(interface) != Extension::interfaceName)
         return;
     const json::object properties = readProperties(signal);
-    if (isJSON_) {
+    if (form_ == Form::JSON) {
         show(json::serialize(properties));
         return;
     }
@@ -191,12 +191,8 @@ void Monitor::show(const std::string& text) {
 
 } // namespace
 
-void addMonitor(CLI::App& app, Invocation& invocation) {
-    CLI::App* const command = app.add_subcommand(
-        "monitor", "Print changes of the extension's properties until interrupted");
-    command->callback([&invocation] {
-        invocation.run = [&invocation] { return Monitor(invocation.isJSON).run(); };
-    });
+int monitor(Form form) {
+    return Monitor(form).run();
 }
 
 } // namespace finderctl

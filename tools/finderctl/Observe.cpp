@@ -7,15 +7,14 @@
 #include "tools/finderctl/URLs.h"
 
 #include <cstdlib>
-#include <memory>
 
 namespace finderctl {
 
 namespace {
 
 /// Calls the method for each argument. A refused one does not keep the others from being told.
-int callForEach(const char* member, const std::vector<std::string>& arguments) {
-    const std::vector<std::string> urls = urlsOfArguments(arguments);
+int callForEach(const char* member, const Items& items) {
+    const std::vector<std::string> urls = urlsOfArguments(items);
     const Extension extension;
     int exitCode = EXIT_SUCCESS;
     for (const std::string& url : urls) {
@@ -31,28 +30,14 @@ int callForEach(const char* member, const std::vector<std::string>& arguments) {
     return exitCode;
 }
 
-void addCallForEach(CLI::App& app, Invocation& invocation, const char* name,
-                    const char* description, const char* member) {
-    CLI::App* const command = app.add_subcommand(name, description);
-    const auto arguments = std::make_shared<std::vector<std::string>>();
-    command->add_option("ITEM", *arguments, "Path or URL of a directory")
-        ->type_name("PATH|URL")
-        ->required();
-    command->callback([&invocation, arguments, member] {
-        invocation.run = [arguments, member] { return callForEach(member, *arguments); };
-    });
-}
-
 } // namespace
 
-void addObserve(CLI::App& app, Invocation& invocation) {
-    addCallForEach(app, invocation, "observe", "Tell that the user starts viewing directories",
-                   "BeginObservingDirectoryAtURL");
+int observe(const Items& items) {
+    return callForEach("BeginObservingDirectoryAtURL", items);
 }
 
-void addUnobserve(CLI::App& app, Invocation& invocation) {
-    addCallForEach(app, invocation, "unobserve", "Tell that the user stops viewing directories",
-                   "EndObservingDirectoryAtURL");
+int unobserve(const Items& items) {
+    return callForEach("EndObservingDirectoryAtURL", items);
 }
 
 } // namespace finderctl

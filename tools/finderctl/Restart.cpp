@@ -79,20 +79,14 @@ void start(const Extension& extension) {
     }
 }
 
+} // namespace
+
 int restart() {
     const Extension extension;
     if (isRunning(extension))
         end(extension);
     start(extension);
     return EXIT_SUCCESS;
-}
-
-} // namespace
-
-void addRestart(CLI::App& app, Invocation& invocation) {
-    CLI::App* const command = app.add_subcommand(
-        "restart", "End the extension and have the bus start it anew, so that it connects anew");
-    command->callback([&invocation] { invocation.run = restart; });
 }
 
 } // namespace finderctl

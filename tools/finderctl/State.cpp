@@ -65,15 +65,10 @@ std::string table(const json::object& properties) {
 
 } // namespace
 
-void addState(CLI::App& app, Invocation& invocation) {
-    CLI::App* const command = app.add_subcommand("state", "Print all properties of the extension");
-    command->callback([&invocation] {
-        invocation.run = [&invocation] {
-            const json::object properties = readState();
-            print(invocation.isJSON ? json::serialize(properties) : table(properties));
-            return EXIT_SUCCESS;
-        };
-    });
+int state(Form form) {
+    const json::object properties = readState();
+    print(form == Form::JSON ? json::serialize(properties) : table(properties));
+    return EXIT_SUCCESS;
 }
 
 } // namespace finderctl
