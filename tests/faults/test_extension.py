@@ -4,7 +4,7 @@
 
 import pytest
 from faults import played
-from faults.verdict import complaints, last_words
+from faults.verdict import complaints, failed_functions, last_words
 
 
 @pytest.fixture(scope="module")
@@ -37,6 +37,28 @@ def numbers_of(clean, function):
     return numbers
 
 
+def play_failing(clean, play, function, way=":1"):
+    """Has each call of a function fail; what came about of it."""
+    outcomes = play([f"call:{number}{way}" for number in numbers_of(clean, function)])
+    outcomes = [outcome for outcome in outcomes if failed_functions(outcome) == {function}]
+    assert outcomes
+    return outcomes
+
+
 def test_a_session_in_which_nothing_fails(clean):
     assert len(clean.calls) > 300
     assert len(clean.allocations) > 900
+
+
+@pytest.mark.parametrize("number", [1, 60, 130, 300, 500])
+def test_a_fatal_error_says_so_when_there_is_no_memory_at_all(play, number):
+    [outcome] = play([f"memory:{number}+:1"])
+    assert len(last_words(outcome)) == 1
+
+
+def test_a_fatal_error_is_not_joined_to_half_a_line(clean, play):
+    """Some of these allocations are for the line about the launch."""
+    launch = numbers_of(clean, "localtime_r")[0]
+    [before] = [call.allocations for call in clean.calls if call.number == launch]
+    outcomes = play([f"memory:{number}:1" for number in range(before, before + 12)])
+    assert {outcome.code for outcome in outcomes} >= {-6}
