@@ -62,3 +62,19 @@ def test_a_fatal_error_is_not_joined_to_half_a_line(clean, play):
     [before] = [call.allocations for call in clean.calls if call.number == launch]
     outcomes = play([f"memory:{number}:1" for number in range(before, before + 12)])
     assert {outcome.code for outcome in outcomes} >= {-6}
+
+
+def test_texts_are_compared_truly_or_the_process_ends(clean, play):
+    functions = ("unorm_compare_72", "_ZN6icu_7211Normalizer214getNFDInstanceER10UErrorCode",
+                 "_ZN6icu_7213BreakIterator23createCharacterInstanceERKNS_6LocaleER10UErrorCode")
+    for function in functions:
+        outcomes = play_failing(clean, play, function)
+        assert {outcome.code for outcome in outcomes} == {-6}
+
+
+def test_ICU_without_memory_neither_crashes_nor_hangs_nor_errs(clean, play):
+    """It asks for some by way of the program."""
+    numbers = [number for number, maker in enumerate(clean.allocations, 1)
+               if maker.startswith(("libicuuc", "finder-sync"))]
+    assert len(numbers) > 20
+    play([f"memory:{number}:1" for number in numbers])
