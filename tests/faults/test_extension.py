@@ -78,3 +78,21 @@ def test_ICU_without_memory_neither_crashes_nor_hangs_nor_errs(clean, play):
                if maker.startswith(("libicuuc", "finder-sync"))]
     assert len(numbers) > 20
     play([f"memory:{number}:1" for number in numbers])
+
+
+def test_a_link_that_cannot_be_watched_is_not_lost_without_a_word(clean, play):
+    outcomes = play_failing(clean, play, "sd_event_source_set_io_events")
+    assert {outcome.code for outcome in outcomes} == {-6}
+
+
+def test_a_failed_connection_that_cannot_be_told_of_ends_the_process(clean, play):
+    [number] = numbers_of(clean, "socket")
+    # What comes next has the run loop tell of it, for one stream and for the other.
+    outcomes = play([f"call:{number}:1 call:{number + 1}:1",
+                     f"call:{number}:1 call:{number + 2}:1"])
+    assert [outcome.code for outcome in outcomes] == [-6, -6]
+
+
+def test_nothing_is_available_after_a_failed_read(clean, play):
+    outcomes = play_failing(clean, play, "recv", "+:3")
+    assert all("Stream open error" in outcome.output for outcome in outcomes)
