@@ -96,3 +96,8 @@ def test_a_failed_connection_that_cannot_be_told_of_ends_the_process(clean, play
 def test_nothing_is_available_after_a_failed_read(clean, play):
     outcomes = play_failing(clean, play, "recv", "+:3")
     assert all("Stream open error" in outcome.output for outcome in outcomes)
+
+
+def test_the_resources_are_not_looked_for_in_a_wrong_place(clean, play):
+    outcomes = play_failing(clean, play, "readlink")
+    assert {outcome.code for outcome in outcomes} == {-6}
