@@ -41,7 +41,9 @@ int serve() {
     if (const int result = service.publish(); result < 0)
         platform::fatalError(std::string("the object cannot be put onto the session bus: ") +
                              std::strerror(-result));
-    return runLoop.run();
+    while (bus.isOpen() && runLoop.runOnce()) {
+    }
+    return EXIT_SUCCESS;
 }
 
 /// Nothing is caught anywhere: what is thrown is for want of memory, or a mistake.
