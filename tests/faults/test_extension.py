@@ -2,9 +2,51 @@
 
 `every_failure.py` plays what takes too long here, such as every pair."""
 
+import pathlib
+import random
+import re
+import subprocess
+
 import pytest
 from faults import played
 from faults.verdict import complaints, failed_functions, last_words
+
+PROGRAM = played.BUILD / "bin" / "finder-sync-extension"
+
+# What the program calls and the library lets be, by reason.
+LET_BE = {
+    "it cannot fail, or only for a mistake of the caller's": """
+        abort alarm clock_gettime fcntl getenv getpid memchr memcmp memcpy memmove memset sigaction
+        sigemptyset strcmp strerror strerror_r strlen strncpy tolower _exit __errno_location
+        __libc_start_main __cxa_atexit __cxa_finalize __gmon_start__ __memcpy_chk __memmove_chk
+        __stack_chk_fail __tls_get_addr _ITM_deregisterTMCloneTable _ITM_registerTMCloneTable
+        sd_bus_creds_unref sd_bus_flush_close_unref sd_bus_get_event sd_bus_is_open
+        sd_bus_message_get_member
+        sd_bus_message_unref sd_bus_slot_unref sd_event_exit
+        sd_event_get_exit_code sd_event_source_disable_unref sd_event_source_get_event
+        sd_event_unref u_errorName_72""",
+    "it fails only for want of memory, which fails underneath it": """
+        __vsnprintf_chk malloc realloc free sd_bus_error_setf u_setMemoryFunctions_72""",
+    "the working directory may be missing, which tests/end_to_end has for real": """
+        _ZNSt10filesystem12current_pathB5cxx11ERSt10error_code""",
+    "it is data": "program_invocation_short_name sd_bus_object_vtable_format stderr stdout environ",
+}
+# Of C++ libraries: what they have fails for want of memory only, by an exception.
+LET_BE_PREFIXES = ("_ZN5boost", "_ZN6icu_72", "_ZNK6icu_72", "_ZNKSt", "_ZNSt", "_ZSt", "_ZT",
+                   "_Zdl", "_Znw", "__cxa_", "__gxx_", "_Unwind_")
+
+
+def test_every_function_that_is_called_can_fail_here_or_is_known_not_to():
+    symbols = subprocess.run(["readelf", "--wide", "--dyn-syms", PROGRAM], check=True, text=True,
+                             stdout=subprocess.PIPE).stdout
+    called = set(re.findall(r" UND (\w+)", symbols))
+    table = pathlib.Path(__file__).with_name("FailingCalls.cpp").read_text()
+    failing = called & set(re.findall(r'\{"(\w+)",', table))
+    let_be = set(" ".join(LET_BE.values()).split())
+    unknown = {name for name in called - failing - let_be if not name.startswith(LET_BE_PREFIXES)}
+    assert unknown == set()
+    assert failing & let_be <= {"malloc"}
+    assert "socket" in failing and len(failing) > 40
 
 
 @pytest.fixture(scope="module")
@@ -31,6 +73,12 @@ def play(folder, clean):
     return play_all
 
 
+def sample(orders, count, seed=None):
+    seed = random.randrange(1 << 32) if seed is None else seed
+    print(f"sample with seed {seed}")
+    return random.Random(seed).sample(orders, min(count, len(orders)))
+
+
 def numbers_of(clean, function):
     numbers = [call.number for call in clean.calls if call.function == function]
     assert numbers, function
@@ -43,6 +91,31 @@ def play_failing(clean, play, function, way=":1"):
     outcomes = [outcome for outcome in outcomes if failed_functions(outcome) == {function}]
     assert outcomes
     return outcomes
+
+
+def test_a_session_in_which_nothing_fails(clean):
+    assert len(clean.calls) > 300
+    assert len(clean.allocations) > 900
+
+
+def test_each_call_fails_in_turn(clean, play):
+    outcomes = play(played.each_call(clean))
+    assert sum(bool(outcome.failed) for outcome in outcomes) > 0.9 * len(outcomes)
+
+
+def test_functions_fail_from_some_call_on(clean, play):
+    play(sample(played.each_call(clean, "+"), 60))
+
+
+def test_allocations_fail(clean, play):
+    play(sample(played.each_allocation(clean), 100))
+
+
+def test_calls_fail_in_pairs(clean, play):
+    """The second one may not come about, once the first one has failed."""
+    firsts = [text for text in played.each_call(clean) if text.endswith(":1")]
+    singles = [outcome for outcome in play(sample(firsts, 20)) if outcome.code == 0]
+    play(sample([orders for outcome in singles for orders in played.pairs(outcome)], 100))
 
 
 @pytest.mark.parametrize("number", [1, 60, 130, 300, 500])
