@@ -3,6 +3,7 @@
 import dataclasses
 import os
 import pathlib
+import re
 import select
 import socket
 import struct
@@ -105,7 +106,7 @@ class Stage:
     def end(self):
         self.session.end()
 
-    def play(self, orders="", scenes=None):
+    def play(self, orders="", scene=None):
         self.report_file.write_bytes(bytes(REPORT_SIZE))
         self.process = Process([str(BUILD / "bin" / "finder-sync-extension")],
                                self.session.environment | {
@@ -115,7 +116,7 @@ class Stage:
                                    "FAILING_CALLS_REPORT": str(self.report_file)}, self.folder)
         self.answers, self.descriptors, self.connection, self.hang = {}, [], None, ""
         try:
-            (scenes or whole_session)(self)
+            (scene or whole_session)(self)
             if self.process.popen.poll() is None:
                 self.process.popen.terminate()
             code = self.process.popen.wait(PATIENCE)
@@ -288,6 +289,11 @@ def whole_session(stage):
         stage.count_descriptors()
 
 
+def second_instance(stage):
+    """Somebody else has the name."""
+    stage.process.popen.wait(PATIENCE)
+
+
 def in_parallel(folder, jobs, progress=None):
     """The outcomes of sessions with these orders, played on as many stages as there are cores."""
     results = [None] * len(jobs)
@@ -322,7 +328,19 @@ def in_parallel(folder, jobs, progress=None):
     return results
 
 
-# What is to fail.
+# What can fail, and what is to fail.
+
+def functions_called_by(file):
+    """Of libraries, by a program or a plug-in."""
+    symbols = subprocess.run(["readelf", "--wide", "--dyn-syms", file], check=True, text=True,
+                             stdout=subprocess.PIPE).stdout
+    return set(re.findall(r" UND (\w+)", symbols))
+
+
+def functions_that_can_fail():
+    table = pathlib.Path(__file__).with_name("FailingCalls.cpp").read_text()
+    return set(re.findall(r'\{"(\w+)",', table))
+
 
 def each_call(clean, from_there_on=""):
     """Every call in every way; an allocation is none of them."""

@@ -2,14 +2,13 @@
 
 `every_failure.py` plays what takes too long here, such as every pair."""
 
-import pathlib
 import random
-import re
-import subprocess
 
 import pytest
+from conftest import BUS_NAME
 from faults import played
 from faults.verdict import complaints, failed_functions, last_words
+from jeepney import message_bus
 
 PROGRAM = played.BUILD / "bin" / "finder-sync-extension"
 
@@ -37,11 +36,8 @@ LET_BE_PREFIXES = ("_ZN5boost", "_ZN6icu_72", "_ZNK6icu_72", "_ZNKSt", "_ZNSt", 
 
 
 def test_every_function_that_is_called_can_fail_here_or_is_known_not_to():
-    symbols = subprocess.run(["readelf", "--wide", "--dyn-syms", PROGRAM], check=True, text=True,
-                             stdout=subprocess.PIPE).stdout
-    called = set(re.findall(r" UND (\w+)", symbols))
-    table = pathlib.Path(__file__).with_name("FailingCalls.cpp").read_text()
-    failing = called & set(re.findall(r'\{"(\w+)",', table))
+    called = played.functions_called_by(PROGRAM)
+    failing = called & played.functions_that_can_fail()
     let_be = set(" ".join(LET_BE.values()).split())
     unknown = {name for name in called - failing - let_be if not name.startswith(LET_BE_PREFIXES)}
     assert unknown == set()
@@ -101,6 +97,20 @@ def test_a_session_in_which_nothing_fails(clean):
 def test_each_call_fails_in_turn(clean, play):
     outcomes = play(played.each_call(clean))
     assert sum(bool(outcome.failed) for outcome in outcomes) > 0.9 * len(outcomes)
+
+
+def test_a_second_instance_gives_way_whatever_fails(tmp_path):
+    stage = played.Stage(tmp_path)
+    try:
+        stage.ask(message_bus.RequestName(BUS_NAME))
+        clean = stage.play(scene=played.second_instance)
+        assert clean.code == 1 and "is taken, process" in clean.error
+        assert {"sd_bus_get_name_creds"} <= {call.function for call in clean.calls}
+        for orders in played.each_call(clean) + sample(played.each_allocation(clean), 30):
+            outcome = stage.play(orders, scene=played.second_instance)
+            assert complaints(clean, outcome) == [], orders
+    finally:
+        stage.end()
 
 
 def test_functions_fail_from_some_call_on(clean, play):
