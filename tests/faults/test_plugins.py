@@ -22,7 +22,8 @@ LEAST_OF_QT = {"_ZNK16QDBusPendingCall7isErrorEv"}
 LET_BE = [re.compile(pattern) for pattern in (
     r"_ITM_\w+|_Unwind_Resume|__\w+|mem\w+|str\w+|qt_version_tag|_Z(dl|nw|St|T)\w+|_ZNK?St\w+",
     r"g_(cclosure|datalist|list|main_context|malloc0|mutex|object|once|param_spec)_?\w*",
-    r"g_(quark|signal|source|str|strv|type|value)_?\w+|g_variant_(builder|get|iter|new|take|type)_?\w*",
+    r"g_(quark|signal|source|str|strv|type|value)_?\w+",
+    r"g_variant_(builder|get|iter|new|take|type)_?\w*",
     r"g_variant_(equal|n_children|ref_sink|unref)|g_(idle|timeout)_\w+|g_get_monotonic_time",
     r"g_(assertion_message_expr|free|intern_static_string|log|file_new_for_uri)",
     r"g_(clear|set)_error|g_error_\w+|g_io_error_quark|g_cancellable_\w+",
