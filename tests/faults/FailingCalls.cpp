@@ -25,7 +25,6 @@
 #include <fcntl.h>
 #include <iterator>
 #include <link.h>
-#include <malloc.h>
 #include <string_view>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -212,7 +211,7 @@ struct Orders {
 };
 
 struct Report {
-    std::int64_t bytesAtEnd; ///< still allocated when the process has exited; -1 before that
+    std::int64_t blocksAtEnd; ///< of memory, when the process has exited; -1 before that
     /// Of the text: a line for each call and allocation, and one for each failure.
     std::atomic<std::uint64_t> length;
     char text[std::size_t{1} << 18];
@@ -222,7 +221,7 @@ Orders callOrders;
 Orders memoryOrders;
 Report* report = nullptr;
 bool isProgramOurs = false; ///< and not only what it loads: a file manager's memory is its own
-std::atomic<std::int64_t> liveBytes{0};
+std::atomic<std::int64_t> liveBlocks{0};
 
 [[gnu::format(printf, 1, 2)]] void say(const char* format, ...) {
     char line[256];
@@ -391,7 +390,8 @@ bool isAllocationToFail(const void* caller) {
 }
 
 void* counted(void* memory) {
-    liveBytes += static_cast<std::int64_t>(::malloc_usable_size(memory));
+    if (memory != nullptr)
+        ++liveBlocks;
     return memory;
 }
 
@@ -436,15 +436,15 @@ void take(const char* word) {
         std::abort();
     }
     redirectCallsOfOurs();
-    liveBytes = 0;
-    static_cast<Report*>(memory)->bytesAtEnd = -1;
+    liveBlocks = 0;
+    static_cast<Report*>(memory)->blocksAtEnd = -1;
     report = static_cast<Report*>(memory);
 }
 
 /// After all that the program itself destroys.
 [[gnu::destructor]] void end() {
     if (report != nullptr)
-        report->bytesAtEnd = liveBytes;
+        report->blocksAtEnd = liveBlocks;
 }
 
 } // namespace
@@ -473,8 +473,12 @@ void* calloc(std::size_t count, std::size_t size) {
 void* realloc(void* memory, std::size_t size) {
     if (isAllocationToFail(__builtin_return_address(0)))
         return nullptr;
-    liveBytes -= static_cast<std::int64_t>(::malloc_usable_size(memory));
-    return counted(__libc_realloc(memory, size));
+    void* const resized = __libc_realloc(memory, size);
+    if (memory == nullptr)
+        return counted(resized);
+    if (resized == nullptr && size == 0)
+        --liveBlocks;
+    return resized;
 }
 
 void* aligned_alloc(std::size_t alignment, std::size_t size) {
@@ -491,7 +495,8 @@ int posix_memalign(void** memory, std::size_t alignment, std::size_t size) {
 }
 
 void free(void* memory) {
-    liveBytes -= static_cast<std::int64_t>(::malloc_usable_size(memory));
+    if (memory != nullptr)
+        --liveBlocks;
     __libc_free(memory);
 }
 

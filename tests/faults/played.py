@@ -18,7 +18,7 @@ from conftest import BUS_NAME, EXTENSION, Process, Session, line
 BUILD = pathlib.Path(os.environ["FINDER_SYNC_BIN"]).parent
 LIBRARY = BUILD / "tests" / "libfailing-calls.so"
 
-BUFFER_SIZE = 1032  # with what the C library adds to 1,024 bytes
+BUFFER_SIZE = 1024
 REPORT = struct.Struct("<qQ")
 REPORT_SIZE = REPORT.size + (1 << 18)
 PATIENCE = 5  # seconds; a hundred times what a whole session takes
@@ -56,15 +56,16 @@ class Outcome:
     calls: list
     allocations: list  # the objects whose code made them, by number from 1
     failed: list  # lines about what has failed
-    bytes_at_end: int
+    blocks_at_end: int
     descriptors: list  # how many there were, at several times
     hang: str  # in what way it had not come to an end
 
     @property
-    def undeliberate_bytes(self):
+    def undeliberate_blocks(self):
         """What is left at the end but for the buffer that each has-bytes event keeps for good."""
-        events = sum(call.function == "malloc" and call.argument == 1024 for call in self.calls)
-        return self.bytes_at_end - events * BUFFER_SIZE
+        events = sum(call.function == "malloc" and call.argument == BUFFER_SIZE
+                     for call in self.calls)
+        return self.blocks_at_end - events
 
 
 def url(path):
@@ -76,9 +77,9 @@ def padded(message):
 
 
 def read_report(file):
-    """The calls, the allocations, the failures, and the bytes that were left at the end."""
+    """The calls, the allocations, the failures, and the blocks of memory left at the end."""
     report = file.read_bytes()
-    bytes_at_end, length = REPORT.unpack_from(report)
+    blocks_at_end, length = REPORT.unpack_from(report)
     calls, allocations, failed = [], [], []
     for text in report[REPORT.size:REPORT.size + length].decode().splitlines():
         words = text.split()
@@ -89,7 +90,7 @@ def read_report(file):
             failed.append(text)
         if "memory" in words[:2]:
             allocations.append(words[-2])
-    return calls, allocations, failed, bytes_at_end
+    return calls, allocations, failed, blocks_at_end
 
 
 class Stage:
@@ -129,10 +130,10 @@ class Stage:
         return self.outcome(orders, code)
 
     def outcome(self, orders, code):
-        calls, allocations, failed, bytes_at_end = read_report(self.report_file)
+        calls, allocations, failed, blocks_at_end = read_report(self.report_file)
         return Outcome(orders, code, self.process.output(),
                        self.process.error_file.read_bytes().decode(errors="replace"),
-                       self.answers, calls, allocations, failed, bytes_at_end, self.descriptors,
+                       self.answers, calls, allocations, failed, blocks_at_end, self.descriptors,
                        self.hang)
 
     # What scenes are made of.
