@@ -4,10 +4,9 @@
 // library's function; those that libraries make of each other are not touched. A "memory" is an
 // allocation, whoever makes it.
 //
-//     FAILING_CALLS         what is to fail: words such as "call:17:2", the second way in which
-//     call
-//                           17 can fail, and "memory:100:1". With "17+" everything from there on
-//                           fails, of the calls those of the same function.
+//     FAILING_CALLS         what is to fail: words such as "call:17:2", for the second way in which
+//                           that call can fail, and "memory:100:1". With "17+" everything from
+//                           there on fails, of the calls those of the same function.
 //     FAILING_CALLS_REPORT  file of sizeof(Report) bytes, filled in as the process goes on
 //     LD_BIND_NOW           set, as the addresses have to be there when they are changed
 //

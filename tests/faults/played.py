@@ -112,8 +112,7 @@ class Stage:
         self.process = Process([str(BUILD / "bin" / "finder-sync-extension")],
                                self.session.environment | {
                                    "LD_PRELOAD": str(LIBRARY), "LD_BIND_NOW": "1",
-                                   "JOURNAL_STREAM": "1:1",
-                                   "FAILING_CALLS": orders,
+                                   "JOURNAL_STREAM": "1:1", "FAILING_CALLS": orders,
                                    "FAILING_CALLS_REPORT": str(self.report_file)}, self.folder)
         self.answers, self.descriptors, self.connection, self.hang = {}, [], None, ""
         try:
