@@ -1,12 +1,12 @@
 // Preloaded into a process of ours, numbers the calls that can fail and has chosen ones fail.
 //
-// There are two kinds, each numbered from 1. A "call" is one that our program or plug-in makes of a
-// library's function; those that libraries make of each other are not touched. A "memory" is an
-// allocation, whoever makes it.
+// There are two kinds. A call is one that our program or plug-in makes of a library's function, and
+// is numbered by function; those that libraries make of each other are not touched. An allocation,
+// called "memory" here, counts whoever makes it. Numbers begin with 1.
 //
-//     FAILING_CALLS         what is to fail: words such as "call:17:2", for the second way in which
-//                           that call can fail, and "memory:100:1". With "17+" everything from
-//                           there on fails, of the calls those of the same function.
+//     FAILING_CALLS         what is to fail: words such as "recv:3:2", for the third call of that
+//                           function and the second way in which it can fail, and "memory:100:1".
+//                           With "3+" that call fails, and all later ones of the function.
 //     FAILING_CALLS_REPORT  file of sizeof(Report) bytes, filled in as the process goes on
 //     LD_BIND_NOW           set, as the addresses have to be there when they are changed
 //
@@ -95,6 +95,7 @@ struct Function {
     const char* name;
     Failure failures[6];
     void* original = nullptr;
+    std::uint64_t called = 0; ///< how often
 };
 
 Function functions[] = {
@@ -182,32 +183,26 @@ Function functions[] = {
 // What is to fail.
 
 struct Order {
+    const Function* function = nullptr; ///< null for memory
     std::uint64_t number = 0;
     bool isFromThereOn = false;
     std::size_t way = 0;
-    const Function* function = nullptr; ///< of the call with that number
 };
 
-struct Orders {
-    Order orders[4];
-    std::size_t count = 0;
-    std::atomic<std::uint64_t> numbered{0};
+Order orders[4];
+std::size_t orderCount = 0;
 
-    /// Numbers a call and gives the way in which it is to fail, or 0.
-    std::size_t next(const Function* function, std::uint64_t& number, bool& isFirst) {
-        number = ++numbered;
-        for (std::size_t index = 0; index < count; ++index) {
-            Order& order = orders[index];
-            isFirst = number == order.number;
-            if (isFirst)
-                order.function = function;
-            if (isFirst ||
-                (order.isFromThereOn && number > order.number && function == order.function))
-                return order.way;
-        }
-        return 0;
+/// The way in which a call or allocation is to fail, or 0.
+std::size_t wayToFail(const Function* function, std::uint64_t number, bool& isFirst) {
+    for (std::size_t index = 0; index < orderCount; ++index) {
+        const Order& order = orders[index];
+        isFirst = number == order.number;
+        if (function == order.function &&
+            (isFirst || (order.isFromThereOn && number > order.number)))
+            return order.way;
     }
-};
+    return 0;
+}
 
 struct Report {
     std::int64_t blocksAtEnd; ///< of memory, when the process has exited; -1 before that
@@ -216,8 +211,7 @@ struct Report {
     char text[std::size_t{1} << 18];
 };
 
-Orders callOrders;
-Orders memoryOrders;
+std::atomic<std::uint64_t> allocations{0};
 Report* report = nullptr;
 bool isProgramOurs = false; ///< and not only what it loads: a file manager's memory is its own
 std::atomic<std::int64_t> liveBlocks{0};
@@ -271,9 +265,9 @@ template <std::size_t index, typename... Arguments> long call(Arguments... given
     Function& function = functions[index];
     Argument arguments[] = {given...};
     const int errnoBefore = errno;
-    std::uint64_t number = 0;
+    const std::uint64_t number = ++function.called;
     bool isFirst = false;
-    const std::size_t way = callOrders.next(&function, number, isFirst);
+    const std::size_t way = wayToFail(&function, number, isFirst);
     say("call %llu %s %zu %ld\n", static_cast<unsigned long long>(number), function.name,
         waysToFail(function), arguments[0]);
     Failure failure =
@@ -375,9 +369,9 @@ void redirectCallsOfOurs() {
 bool isAllocationToFail(const void* caller) {
     if (report == nullptr || !isProgramOurs)
         return false;
-    std::uint64_t number = 0;
+    const std::uint64_t number = ++allocations;
     bool isFirst = false;
-    const std::size_t way = memoryOrders.next(nullptr, number, isFirst);
+    const std::size_t way = wayToFail(nullptr, number, isFirst);
     Dl_info info{};
     const char* const object = ::dladdr(caller, &info) != 0 ? baseName(info.dli_fname) : "?";
     say("%smemory %llu %s %s\n", way == 0 ? "" : "failed ", static_cast<unsigned long long>(number),
@@ -397,32 +391,32 @@ void* counted(void* memory) {
 // What is ordered, and the report.
 
 void take(const char* word) {
-    char kind[16];
+    char name[128];
     unsigned long long number = 0;
     char suffix[2] = "";
-    unsigned way = 1;
-    if (std::sscanf(word, "%15[a-z]:%llu%1[+]:%u", kind, &number, suffix, &way) != 4 &&
-        std::sscanf(word, "%15[a-z]:%llu:%u", kind, &number, &way) != 3) {
-        (void)std::fprintf(stderr, "FAILING_CALLS: \"%s\" is no order\n", word);
+    unsigned way = 0;
+    bool isKnown = std::sscanf(word, "%127[^:]:%llu%1[+]:%u", name, &number, suffix, &way) == 4 ||
+                   std::sscanf(word, "%127[^:]:%llu:%u", name, &number, &way) == 3;
+    Order order = {.number = number, .isFromThereOn = suffix[0] == '+', .way = way};
+    for (const Function& function : functions)
+        if (isKnown && std::strcmp(function.name, name) == 0)
+            order.function = &function;
+    isKnown = isKnown && (order.function != nullptr || std::strcmp(name, "memory") == 0);
+    if (!isKnown || orderCount == std::size(orders)) {
+        (void)std::fprintf(stderr, "FAILING_CALLS: \"%s\" is no order, or one too many\n", word);
         std::abort();
     }
-    Orders& orders = std::strcmp(kind, "memory") == 0 ? memoryOrders : callOrders;
-    if (orders.count == std::size(orders.orders)) {
-        (void)std::fprintf(stderr, "FAILING_CALLS: too many orders\n");
-        std::abort();
-    }
-    orders.orders[orders.count++] = {
-        .number = number, .isFromThereOn = suffix[0] == '+', .way = way};
+    orders[orderCount++] = order;
 }
 
 [[gnu::constructor]] void begin() {
     const char* const file = std::getenv("FAILING_CALLS_REPORT");
     if (file == nullptr)
         return; // a process that another one has started
-    char orders[256] = "";
+    char words[512] = "";
     if (const char* const given = std::getenv("FAILING_CALLS"))
-        (void)std::snprintf(orders, sizeof orders, "%s", given);
-    for (char* word = std::strtok(orders, " "); word != nullptr; word = std::strtok(nullptr, " "))
+        (void)std::snprintf(words, sizeof words, "%s", given);
+    for (char* word = std::strtok(words, " "); word != nullptr; word = std::strtok(nullptr, " "))
         take(word);
     // What it starts is another matter.
     (void)::unsetenv("FAILING_CALLS_REPORT");

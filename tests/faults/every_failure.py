@@ -26,7 +26,7 @@ def arguments():
     parser.add_argument("--no-memory", action="store_true",
                         help="each allocation, and all later ones")
     parser.add_argument("--pairs", action="store_true", help="every two calls, in their first way")
-    parser.add_argument("--orders", action="append", default=[], help="these, such as call:17:1")
+    parser.add_argument("--orders", action="append", default=[], help="these, such as recv:3:2")
     return parser.parse_args()
 
 

@@ -38,8 +38,8 @@ class Hang(Exception):
 
 @dataclasses.dataclass
 class Call:
-    number: int
     function: str
+    number: int  # of the calls of that function
     ways: int  # in which it can fail
     argument: int  # the first one
     allocations: int  # that came before it
@@ -85,7 +85,7 @@ def read_report(file):
         words = text.split()
         if words[0] == "call":
             number, function, ways, argument = words[1:]
-            calls.append(Call(int(number), function, int(ways), int(argument), len(allocations)))
+            calls.append(Call(function, int(number), int(ways), int(argument), len(allocations)))
         elif words[0] == "failed":
             failed.append(text)
         if "memory" in words[:2]:
@@ -344,7 +344,7 @@ def functions_that_can_fail():
 
 def each_call(clean, from_there_on=""):
     """Every call in every way; an allocation is none of them."""
-    return [f"call:{call.number}{from_there_on}:{way}"
+    return [f"{call.function}:{call.number}{from_there_on}:{way}"
             for call in clean.calls for way in range(1, call.ways + 1)]
 
 
@@ -354,6 +354,5 @@ def each_allocation(clean, from_there_on=""):
 
 def pairs(outcome):
     """A call that failed, and that the extension outlived, together with each one after it."""
-    first = int(outcome.orders.split(":")[1])
-    return [f"{outcome.orders} call:{call.number}:1"
-            for call in outcome.calls if call.number > first and call.ways]
+    calls = [f"{call.function}:{call.number}:1" for call in outcome.calls if call.ways]
+    return [f"{outcome.orders} {call}" for call in calls[calls.index(outcome.orders) + 1:]]

@@ -84,7 +84,7 @@ def numbers_of(clean, function):
 
 def play_failing(clean, play, function, way=":1"):
     """Has each call of a function fail; what came about of it."""
-    outcomes = play([f"call:{number}{way}" for number in numbers_of(clean, function)])
+    outcomes = play([f"{function}:{number}{way}" for number in numbers_of(clean, function)])
     outcomes = [outcome for outcome in outcomes if failed_functions(outcome) == {function}]
     assert outcomes
     return outcomes
@@ -97,7 +97,7 @@ def test_a_session_in_which_nothing_fails(clean):
 
 def test_each_call_fails_in_turn(clean, play):
     outcomes = play(played.each_call(clean))
-    assert sum(bool(outcome.failed) for outcome in outcomes) > 0.9 * len(outcomes)
+    assert sum(bool(outcome.failed) for outcome in outcomes) > 0.95 * len(outcomes)
 
 
 def test_a_second_instance_gives_way_whatever_fails(tmp_path):
@@ -137,8 +137,7 @@ def test_a_fatal_error_says_so_when_there_is_no_memory_at_all(play, number):
 
 def test_a_fatal_error_is_not_joined_to_half_a_line(clean, play):
     """Some of these allocations are for the line about the launch."""
-    launch = numbers_of(clean, "localtime_r")[0]
-    [before] = [call.allocations for call in clean.calls if call.number == launch]
+    [before] = [call.allocations for call in clean.calls if call.function == "localtime_r"]
     outcomes = play([f"memory:{number}:1" for number in range(before, before + 12)])
     assert {outcome.code for outcome in outcomes} >= {-6}
 
@@ -165,10 +164,9 @@ def test_a_link_that_cannot_be_watched_is_not_lost_without_a_word(clean, play):
 
 
 def test_a_failed_connection_that_cannot_be_told_of_ends_the_process(clean, play):
-    [number] = numbers_of(clean, "socket")
-    # What comes next has the run loop tell of it, for one stream and for the other.
-    outcomes = play([f"call:{number}:1 call:{number + 1}:1",
-                     f"call:{number}:1 call:{number + 2}:1"])
+    # These have the run loop tell of it, for one stream and for the other.
+    outcomes = play(["socket:1:1 sd_event_add_defer:1:1",
+                     "socket:1:1 sd_event_source_set_enabled:1:1"])
     assert [outcome.code for outcome in outcomes] == [-6, -6]
 
 

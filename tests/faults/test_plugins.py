@@ -64,7 +64,7 @@ class Played:
 
 
 def play(program, folder, orders=""):
-    folder = folder / re.sub(r"\W", "-", program + orders)
+    folder = folder / re.sub(r"\W", "-", f"{program}-{orders}")
     folder.mkdir()
     report = folder / "report"
     report.write_bytes(bytes(played.REPORT_SIZE))
@@ -85,7 +85,7 @@ def test_each_call_fails_in_turn(program, tmp_path):
     assert "[  PASSED  ] 1 test." in clean.text
     called = {call.function for call in clean.calls}
     assert called >= (LEAST_OF_QT if program.startswith("dolphin") else LEAST)
-    orders = [f"call:{call.number}{suffix}:{way}" for call in clean.calls
+    orders = [f"{call.function}:{call.number}{suffix}:{way}" for call in clean.calls
               for way in range(1, call.ways + 1) for suffix in ("", "+")]
     with ThreadPoolExecutor(6) as pool:  # they wait, mostly
         outcomes = list(pool.map(lambda text: (text, play(program, tmp_path, text)), orders))
