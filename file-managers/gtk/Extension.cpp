@@ -35,7 +35,8 @@ std::vector<const char*> pointersTo(const std::vector<std::string>& texts) {
 /// A folder's URL in GLib's spelling, without a "/" at the end, which only the root has there.
 std::string folderPrefix(const char* url) {
     const Object<GFile> file(g_file_new_for_uri(url));
-    std::string prefix = Text(g_file_get_uri(file.get())).get();
+    const Text spelt(g_file_get_uri(file.get()));
+    std::string prefix = spelt ? spelt.get() : url;
     if (prefix.ends_with('/'))
         prefix.pop_back();
     return prefix;

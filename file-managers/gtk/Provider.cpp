@@ -39,9 +39,12 @@ void Service::changed(Extension::Change change) {
 
 GList* Service::menuItems(GList* files) {
     std::vector<std::string> urls;
-    for (GList* file = files; file != nullptr; file = file->next)
-        urls.emplace_back(
-            Text(FM_CALL(file_info_get_uri)(static_cast<FileInfo*>(file->data))).get());
+    for (GList* file = files; file != nullptr; file = file->next) {
+        const Text url(FM_CALL(file_info_get_uri)(static_cast<FileInfo*>(file->data)));
+        if (!url)
+            return nullptr; // nobody knows what this file is
+        urls.emplace_back(url.get());
+    }
     return file_managers::menuItems(
         extension_, urls,
         [](const char* name, const char* label, const char* tip, const char* icon) {

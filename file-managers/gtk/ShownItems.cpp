@@ -88,7 +88,7 @@ ShownItems::Request ShownItems::nextRequest() {
         if (item == items_.end() || !std::exchange(item->second.isToBeAsked, false))
             continue;
         const Text url(FM_CALL(file_info_get_uri)(file));
-        if (!extension_.watches(url.get()))
+        if (!url || !extension_.watches(url.get()))
             continue;
         request.files.push_back(reference(file));
         request.urls.emplace_back(url.get());

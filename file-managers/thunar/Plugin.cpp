@@ -31,8 +31,12 @@ GType& provider() {
 
 GList* fileMenuItems(ThunarxMenuProvider*, GtkWidget*, GList* files) {
     std::vector<std::string> urls;
-    for (GList* file = files; file != nullptr; file = file->next)
-        urls.emplace_back(Text(thunarx_file_info_get_uri(THUNARX_FILE_INFO(file->data))).get());
+    for (GList* file = files; file != nullptr; file = file->next) {
+        const Text url(thunarx_file_info_get_uri(THUNARX_FILE_INFO(file->data)));
+        if (!url)
+            return nullptr; // nobody knows what this file is
+        urls.emplace_back(url.get());
+    }
     return menuItems(extension(), urls,
                      [](const char* name, const char* label, const char* tip, const char* icon) {
                          return G_OBJECT(thunarx_menu_item_new(name, label, tip, icon));

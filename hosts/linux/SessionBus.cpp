@@ -3,7 +3,6 @@
 #include "platform/linux/StandardStreams.h"
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -29,11 +28,6 @@ std::string processOfOwner(sd_bus* bus, const std::string& name) {
     return text;
 }
 
-int endWithTheSession(sd_bus_message*, void* event, sd_bus_error*) noexcept {
-    complain("the session bus has gone, so the session is over");
-    return sd_event_exit(static_cast<sd_event*>(event), EXIT_SUCCESS);
-}
-
 } // namespace
 
 SessionBus::~SessionBus() {
@@ -49,14 +43,17 @@ bool SessionBus::open(const std::string& name, platform::linux_backend::RunLoop&
     }
     if (!takeName(name))
         return false;
-    result = sd_bus_match_signal_async(bus_, nullptr, "org.freedesktop.DBus.Local", nullptr,
-                                       "org.freedesktop.DBus.Local", "Disconnected",
-                                       endWithTheSession, nullptr, runLoop.event());
-    if (result >= 0)
-        result = sd_bus_attach_event(bus_, runLoop.event(), SD_EVENT_PRIORITY_NORMAL);
+    result = sd_bus_attach_event(bus_, runLoop.event(), SD_EVENT_PRIORITY_NORMAL);
     if (result < 0)
         complain(std::string("the session bus cannot be served: ") + std::strerror(-result));
     return result >= 0;
+}
+
+bool SessionBus::isOpen() const {
+    const bool isOpen = sd_bus_is_open(bus_) > 0;
+    if (!isOpen)
+        complain("the session bus has gone, so the session is over");
+    return isOpen;
 }
 
 bool SessionBus::takeName(const std::string& name) {

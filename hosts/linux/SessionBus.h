@@ -15,10 +15,13 @@ public:
     SessionBus(const SessionBus&) = delete;
     SessionBus& operator=(const SessionBus&) = delete;
 
-    /// Connects, takes the name and has the run loop serve the connection. When the bus goes away
-    /// later, the run loop ends: the session is over.
+    /// Connects, takes the name and has the run loop serve the connection.
     /// On failure, says on standard error what is wrong and what to do, and gives false.
     [[nodiscard]] bool open(const std::string& name, platform::linux_backend::RunLoop& runLoop);
+
+    /// Whether the bus is there still; otherwise the session is over, which is said on standard
+    /// error. The library tells of it by a message, for which there may be no memory.
+    [[nodiscard]] bool isOpen() const;
 
     /// The connection, null before `open`. Owned by this object.
     [[nodiscard]] sd_bus* get() const { return bus_; }

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -40,7 +41,22 @@ int serve() {
     if (const int result = service.publish(); result < 0)
         platform::fatalError(std::string("the object cannot be put onto the session bus: ") +
                              std::strerror(-result));
-    return runLoop.run();
+    while (bus.isOpen() && runLoop.runOnce()) {
+    }
+    return EXIT_SUCCESS;
+}
+
+/// Nothing is caught anywhere: what is thrown is for want of memory, or a mistake.
+[[noreturn]] void endOnException() {
+    try {
+        if (const std::exception_ptr thrown = std::current_exception())
+            std::rethrow_exception(thrown);
+    } catch (const std::bad_alloc&) {
+        platform::fatalError("no memory");
+    } catch (const std::exception& exception) {
+        platform::fatalError(std::string("unexpected exception: ") + exception.what());
+    }
+    platform::fatalError("unexpected exception");
 }
 
 void printUsage() {
@@ -82,7 +98,7 @@ std::optional<int> answer(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    std::set_terminate([] { platform::fatalError("unexpected exception"); });
+    std::set_terminate(endOnException);
     process::secureStandardDescriptors();
     if (const std::optional<int> code = answer(argc, argv))
         return *code;

@@ -4,8 +4,11 @@
 #include "platform/linux/Bundle.h"
 
 #include "platform/Foundation.h"
+#include "platform/System.h"
 
+#include <cerrno>
 #include <climits>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <string_view>
@@ -24,6 +27,15 @@ std::string_view parentFolder(std::string_view path) {
     return path.substr(0, path.rfind('/'));
 }
 
+std::string bundlePath() {
+    char path[PATH_MAX];
+    const ssize_t length = ::readlink("/proc/self/exe", path, sizeof path);
+    if (length < 0)
+        fatalError(std::string("/proc/self/exe cannot be read: ") + std::strerror(errno));
+    const std::string_view program(path, static_cast<std::size_t>(length));
+    return std::string(parentFolder(parentFolder(program))) + "/share/finder-sync";
+}
+
 bool isReadableFile(const std::string& path) {
     struct stat status {};
     return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
@@ -33,10 +45,8 @@ bool isReadableFile(const std::string& path) {
 } // namespace
 
 std::string mainBundlePath() {
-    char path[PATH_MAX];
-    const ssize_t length = ::readlink("/proc/self/exe", path, sizeof path);
-    const std::string_view program(path, length > 0 ? static_cast<std::size_t>(length) : 0);
-    return std::string(parentFolder(parentFolder(program))) + "/share/finder-sync";
+    static const std::string path = bundlePath();
+    return path;
 }
 
 std::shared_ptr<const NSImage> imageNamed(std::string_view name) {

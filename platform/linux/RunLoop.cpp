@@ -24,16 +24,9 @@ bool RunLoop::runOnce() {
     flushStandardStreams();
     if (const int result = sd_event_run(event_, UINT64_MAX); result < 0)
         fatalError(std::string("the run loop failed: ") + std::strerror(-result));
-    return sd_event_get_state(event_) != SD_EVENT_FINISHED;
-}
-
-int RunLoop::run() {
-    while (runOnce()) {
-    }
     flushStandardStreams();
     int code = 0;
-    (void)sd_event_get_exit_code(event_, &code);
-    return code;
+    return sd_event_get_exit_code(event_, &code) < 0;
 }
 
 RunLoop& runLoopOfThisThread() {

@@ -18,12 +18,9 @@ public:
     /// The loop that further event sources can be added to. Owned by this object.
     [[nodiscard]] sd_event* event() const { return event_; }
 
-    /// Waits for one event and delivers it. Writes out what was printed before it waits.
-    /// Gives false once `sd_event_exit` has ended the loop.
+    /// Waits for one event and delivers it. Writes out what was printed, before it waits and after.
+    /// Gives false once `sd_event_exit` has been called.
     bool runOnce();
-
-    /// Runs until `sd_event_exit` ends the loop; gives the exit code passed to that.
-    int run();
 
 private:
     sd_event* event_ = nullptr;

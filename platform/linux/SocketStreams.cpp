@@ -4,12 +4,15 @@
 // they live; a stream may be released by the very event that it delivers.
 
 #include "platform/CoreFoundation.h"
+#include "platform/System.h"
 #include "platform/linux/RunLoop.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
+#include <cstring>
 #include <limits>
 #include <netinet/in.h>
+#include <string>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -40,6 +43,12 @@ struct Direction {
 void deliver(const Direction& direction, NSStreamEvent event) {
     if (direction.stream != nullptr && direction.delegate != nullptr)
         direction.delegate->stream(*direction.stream, event);
+}
+
+/// A link whose events do not come any more would be lost without a word.
+void require(int result) {
+    if (result < 0)
+        fatalError(std::string("the link cannot be watched: ") + std::strerror(-result));
 }
 
 class Connection : public std::enable_shared_from_this<Connection> {
@@ -163,10 +172,9 @@ void Connection::announceFailure(sd_event* event) {
         static_cast<Connection*>(self)->handleEvents(EPOLLERR);
         return 0;
     };
-    if (failureSource_ == nullptr)
-        (void)sd_event_add_defer(event, &failureSource_, handler, this);
-    else
-        (void)sd_event_source_set_enabled(failureSource_, SD_EVENT_ONESHOT);
+    require(failureSource_ == nullptr
+                ? sd_event_add_defer(event, &failureSource_, handler, this)
+                : sd_event_source_set_enabled(failureSource_, SD_EVENT_ONESHOT));
 }
 
 std::uint32_t Connection::interest() const {
@@ -183,7 +191,7 @@ void Connection::updateInterest() {
     if (socketSource_ == nullptr)
         return;
     if (input.isLive() || output.isLive())
-        (void)sd_event_source_set_io_events(socketSource_, interest());
+        require(sd_event_source_set_io_events(socketSource_, interest()));
     else
         socketSource_ = sd_event_source_disable_unref(socketSource_);
 }
@@ -274,7 +282,7 @@ int Connection::bytesToRead() const {
 }
 
 bool Connection::hasBytesAvailable() const {
-    return input.status == Status::Open && bytesToRead() > 0;
+    return input.status == Status::Open && link_ != Link::Failed && bytesToRead() > 0;
 }
 
 std::int64_t Connection::read(std::uint8_t* buffer, std::size_t maxLength) {
@@ -283,7 +291,10 @@ std::int64_t Connection::read(std::uint8_t* buffer, std::size_t maxLength) {
     if (input.status != Status::Open)
         return -1;
     const ssize_t count = ::recv(socket_, buffer, maxLength, MSG_DONTWAIT);
-    // After a failure the system is asked again, or a reader's loop might never end.
+    // Nothing is available after a failure, or a reader's loop might never end. It is told of once
+    // the reader has returned.
+    if (count < 0 && errno != EAGAIN && errno != EINTR)
+        link_ = Link::Failed;
     bytesToldOf_ = count > 0 && count < bytesToldOf_ ? bytesToldOf_ - static_cast<int>(count) : 0;
     if (bytesAnnounced_) {
         bytesAnnounced_ = false;

@@ -4,6 +4,7 @@
 #include "process/StandardStreams.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -79,7 +80,11 @@ bool namesStandardError(const char* journalStream) {
     struct stat status {};
     if (journalStream == nullptr || ::fstat(STDERR_FILENO, &status) != 0)
         return false;
-    return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino) == journalStream;
+    // Without an allocation: a fatal error needs the answer when there is no memory any more.
+    char device[64];
+    (void)std::snprintf(device, sizeof device, "%ju:%ju", std::uintmax_t{status.st_dev},
+                        std::uintmax_t{status.st_ino});
+    return std::strcmp(device, journalStream) == 0;
 }
 
 } // namespace
@@ -87,7 +92,9 @@ bool namesStandardError(const char* journalStream) {
 namespace linux_backend {
 
 void flushStandardStreams() {
-    (void)process::writeFully(gathered().descriptor, gathered().lines);
+    // What there was no memory to finish is no line, and nothing is to be joined to it.
+    const std::string_view lines = gathered().lines;
+    (void)process::writeFully(gathered().descriptor, lines.substr(0, lines.rfind('\n') + 1));
     gathered().lines.clear();
 }
 

@@ -4,11 +4,15 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <new>
+#include <stdexcept>
 #include <unicode/brkiter.h>
 #include <unicode/normalizer2.h>
 #include <unicode/normlzr.h>
+#include <unicode/uclean.h>
 #include <unicode/unistr.h>
 #include <unicode/utf8.h>
 
@@ -38,17 +42,45 @@ bool isASCII(std::string_view text) {
     return asciiPrefix(text) == text.size();
 }
 
+/// What ICU is given for memory. Nobody catches what is thrown.
+void* required(void* memory) {
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    return memory;
+}
+
+void requireSuccess(UErrorCode status) {
+    if (U_FAILURE(status) != 0)
+        throw std::runtime_error(u_errorName(status));
+}
+
+/// Without memory, ICU may give a wrong answer, wait for ever or crash. It is to end the process,
+/// as everything else does here.
+void prepareICU() {
+    UErrorCode status = U_ZERO_ERROR;
+    u_setMemoryFunctions(
+        nullptr, [](const void*, std::size_t size) { return required(std::malloc(size)); },
+        [](const void*, void* memory, std::size_t size) {
+            return required(std::realloc(memory, size));
+        },
+        [](const void*, void* memory) { std::free(memory); }, &status);
+    requireSuccess(status);
+}
+
 icu::UnicodeString unicodeString(std::string_view text) {
+    [[maybe_unused]] static const bool isPrepared = (prepareICU(), true);
     return icu::UnicodeString::fromUTF8(
         icu::StringPiece(text.data(), static_cast<std::int32_t>(text.size())));
 }
 
 icu::UnicodeString canonicallyDecomposed(std::string_view text) {
+    const icu::UnicodeString original = unicodeString(text);
     UErrorCode status = U_ZERO_ERROR;
     const icu::Normalizer2* const normalizer = icu::Normalizer2::getNFDInstance(status);
-    if (U_FAILURE(status) != 0)
-        return unicodeString(text);
-    return normalizer->normalize(unicodeString(text), status);
+    requireSuccess(status);
+    icu::UnicodeString decomposed = normalizer->normalize(original, status);
+    requireSuccess(status);
+    return decomposed;
 }
 
 /// The components of an absolute path that are left when it is resolved by its text alone.
@@ -71,8 +103,7 @@ bool isCharacterBoundary(const icu::UnicodeString& text, std::int32_t at) {
     UErrorCode status = U_ZERO_ERROR;
     static const std::unique_ptr<icu::BreakIterator> characters(
         icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
-    if (!characters)
-        return true;
+    requireSuccess(status);
     characters->setText(text);
     return characters->isBoundary(at) != 0;
 }
@@ -110,7 +141,8 @@ bool areCanonicallyEquivalent(std::string_view one, std::string_view other) {
     UErrorCode status = U_ZERO_ERROR;
     const std::int32_t order = icu::Normalizer::compare(
         unicodeString(one.substr(begin)), unicodeString(other.substr(begin)), 0, status);
-    return U_SUCCESS(status) != 0 && order == 0;
+    requireSuccess(status);
+    return order == 0;
 }
 
 bool contains(std::string_view text, std::string_view searched) {

@@ -233,6 +233,24 @@ TEST_F(DolphinPlugins, BadgeARootFolderAndNothingElse) {
     EXPECT_EQ(changes(inSync(QStringLiteral("a"))), 0);
 }
 
+// Played by tests/faults, too, while calls fail, so no badge and no entry is demanded.
+TEST_F(DolphinPlugins, OutliveASession) {
+    ExtensionProcess extension({QStringLiteral("/sync")});
+    show(sync());
+    QElapsedTimer clock;
+    clock.start();
+    (void)runUntil([&] { return overlays(sync()) == badged || clock.elapsed() > 300; });
+    (void)menu({inSync(QStringLiteral("a b"))});
+    EXPECT_LT(menuTook(), 500);
+    if (!actions().isEmpty())
+        actions().front()->trigger();
+    runFor(50);
+    extension.end();
+    runFor(50);
+    EXPECT_EQ(menu({sync()}), QStringList());
+    runFor(50);
+}
+
 TEST_F(DolphinPlugins, FollowTheRootFolders) {
     ExtensionProcess extension({QStringLiteral("/sync")});
     const QUrl other(QStringLiteral("file:///other"));

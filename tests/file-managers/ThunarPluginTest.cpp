@@ -191,6 +191,26 @@ TEST_F(ThunarPlugin, OffersTheEntriesAgainWhenTheExtensionIsBack) {
     EXPECT_TRUE(getsEntries());
 }
 
+// Played by tests/faults, too, while calls fail, so no entry is demanded.
+TEST_F(ThunarPlugin, OutlivesASessionAndKeepsNoFile) {
+    ExtensionProcess extension({"/sync"});
+    const auto file = fileAt("file:///sync/a%20b");
+    const auto end = Clock::now() + milliseconds(300);
+    (void)runUntil([&] {
+        const Menu opened = menu({file.get()});
+        EXPECT_LT(opened.took(), milliseconds(500));
+        if (opened.labels().empty())
+            return Clock::now() > end;
+        opened.pickFirst();
+        return true;
+    });
+    runFor(milliseconds(50));
+    extension.end();
+    runFor(milliseconds(50));
+    EXPECT_EQ(menu({file.get()}).labels(), Labels());
+    EXPECT_EQ(file->ref_count, 1U);
+}
+
 TEST_F(ThunarPlugin, WithoutAnExtensionThereIsNothingToWaitFor) {
     runFor(milliseconds(50));
     const Menu opened = menu();

@@ -17,10 +17,11 @@ TEST(RunLoop, WhatIsPrintedInTheLastTurnIsWrittenOut) {
     sd_event* const event = runLoopOfThisThread().event();
     const auto printAndEnd = [](sd_event_source* source, void*) {
         platform::print("last line");
-        return sd_event_exit(sd_event_source_get_event(source), 7);
+        return sd_event_exit(sd_event_source_get_event(source), 0);
     };
     ASSERT_GE(sd_event_add_defer(event, nullptr, printAndEnd, nullptr), 0);
-    EXPECT_EQ(runLoopOfThisThread().run(), 7);
+    while (runLoopOfThisThread().runOnce()) {
+    }
     EXPECT_EQ(output.text(), "last line\n");
 }
 

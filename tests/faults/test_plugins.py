@@ -1,0 +1,94 @@
+"""The plug-ins, whose calls fail: the file manager goes on, and nothing of its is held on to.
+
+What GLib and Qt do for want of memory is theirs: they end the file manager, whoever asked."""
+
+import dataclasses
+import os
+import re
+import subprocess
+from concurrent.futures import ThreadPoolExecutor
+
+import pytest
+from faults import played
+
+PROGRAMS = ["caja-plugin-tests", "nemo-plugin-tests", "nautilus-plugin-tests",
+            "thunar-plugin-tests", "dolphin-plugin-tests"]
+# Of the functions that can fail, the ones that each has to have called.
+LEAST = {"g_dbus_proxy_call_sync", "g_async_initable_new_finish"}
+LEAST_OF_QT = {"_ZNK16QDBusPendingCall7isErrorEv"}
+
+# What plug-ins call and the library lets be. GLib, Qt and the file managers' libraries end the
+# program where there is no memory; what is named here fails in no other way, or has no result.
+LET_BE = [re.compile(pattern) for pattern in (
+    r"_ITM_\w+|_Unwind_Resume|__\w+|mem\w+|str\w+|qt_version_tag|_Z(dl|nw|St|T)\w+|_ZNK?St\w+",
+    r"g_(cclosure|datalist|list|main_context|malloc0|mutex|object|once|param_spec)_?\w*",
+    r"g_(quark|signal|source|str|strv|type|value)_?\w+",
+    r"g_variant_(builder|get|iter|new|take|type)_?\w*",
+    r"g_variant_(equal|n_children|ref_sink|unref)|g_(idle|timeout)_\w+|g_get_monotonic_time",
+    r"g_(assertion_message_expr|free|intern_static_string|log|file_new_for_uri)",
+    r"g_(clear|set)_error|g_error_\w+|g_io_error_quark|g_cancellable_\w+",
+    # They start something; whether it fails is told when it is finished.
+    r"g_dbus_proxy_call|g_dbus_connection_call|g_async_initable_new_async",
+    r"g_async_(initable_get_type|result_get_source_object)|g_unix_fd_list_get_type",
+    r"g_dbus_proxy_(get_connection|get_type|set_interface_info)",
+    # The generated code's other half, an extension's.
+    r"g_dbus_(connection_emit|error|gva|gvalue|interface|message|method)_?\w+|g_initable_new",
+    r"(caja|nemo|nautilus|thunarx)_\w+_(get_type|new|signal|emblem|extension_info)",
+    r"thunarx_provider_plugin_\w+",
+    # Qt's own classes, but for those of the bus.
+    r"_Z(?!\w*QDBus)\w+",
+    r"_ZN?K?\w*QDBus(Argument|MetaType|Message|Error|ServiceWatcher|PendingCallWatcher)\w*",
+    r"_ZNK?\d+QDBus(AbstractInterface|PendingReplyData)\w+|_Z14qDBusReplyFill\w+",
+    r"_ZN15QDBusConnection(D1|10sessionBus|10disconnect)\w+|_ZNK15QDBusConnection9asyncCall\w+",
+    r"_ZN16QDBusPendingCall(D1|15waitForFinished)\w+|_ZNK16QDBusPendingCall5error\w+",
+)]
+
+
+@pytest.mark.parametrize("plugin", sorted((played.BUILD / "lib").glob("**/*.so")),
+                         ids=lambda plugin: plugin.name)
+def test_every_function_that_is_called_can_fail_here_or_is_known_not_to(plugin):
+    called = played.functions_called_by(plugin)
+    failing = called & played.functions_that_can_fail()
+    unknown = {name for name in called - failing
+               if not any(pattern.fullmatch(name) for pattern in LET_BE)}
+    assert failing
+    assert unknown == set()
+
+
+@dataclasses.dataclass
+class Played:
+    code: int
+    text: str
+    calls: list
+    failed: list
+
+
+def play(program, folder, orders=""):
+    folder = folder / re.sub(r"\W", "-", f"{program}-{orders}")
+    folder.mkdir()
+    report = folder / "report"
+    report.write_bytes(bytes(played.REPORT_SIZE))
+    environment = os.environ | {
+        "LD_PRELOAD": str(played.LIBRARY), "LD_BIND_NOW": "1", "FAILING_CALLS": orders,
+        "FAILING_CALLS_REPORT": str(report), "HOME": str(folder), "QT_QPA_PLATFORM": "offscreen"}
+    done = subprocess.run([played.BUILD / "tests" / program, "--gtest_filter=*Outlive*Session*"],
+                          env=environment, timeout=60, text=True, stdin=subprocess.DEVNULL,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+    calls, _, failed, _ = played.read_report(report)
+    return Played(done.returncode, done.stdout, calls, failed)
+
+
+@pytest.mark.parametrize("program", PROGRAMS)
+def test_each_call_fails_in_turn(program, tmp_path):
+    clean = play(program, tmp_path)
+    assert clean.code == 0, clean.text
+    assert "[  PASSED  ] 1 test." in clean.text
+    called = {call.function for call in clean.calls}
+    assert called >= (LEAST_OF_QT if program.startswith("dolphin") else LEAST)
+    orders = [f"{call.function}:{call.number}{suffix}:{way}" for call in clean.calls
+              for way in range(1, call.ways + 1) for suffix in ("", "+")]
+    with ThreadPoolExecutor(6) as pool:  # they wait, mostly
+        outcomes = list(pool.map(lambda text: (text, play(program, tmp_path, text)), orders))
+    wrong = [(text, outcome.failed, outcome.code, outcome.text) for text, outcome in outcomes
+             if outcome.code != 0]
+    assert wrong == []
