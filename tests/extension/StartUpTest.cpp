@@ -125,6 +125,13 @@ TEST_F(StartUp, ARootFolderThatDoesNotExistIsTakenAsItStands) {
               "/no/such/folder");
 }
 
+TEST_F(StartUp, ARootFolderIsNotMadeTidy) {
+    for (const char* path : {"", "/Users/u/", "/Users/./u/..", "~/Sync", "Sync"}) {
+        startWith("RootFolder", text(path));
+        EXPECT_EQ(calls("fileURLWithPath: ").back(), path);
+    }
+}
+
 TEST_F(StartUp, APresentPortOfZeroWinsOverTheDefault) {
     EXPECT_EQ(startWith("ServerPort", number(0)).serverPort(), 0U);
     EXPECT_EQ(calls("CFStreamCreatePairWithSocketToHost: "), Strings{"127.0.0.1 0"});

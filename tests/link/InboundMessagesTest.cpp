@@ -1,4 +1,5 @@
 #include "tests/RecordingTest.h"
+#include "tests/WatchedFetches.h"
 
 #include <algorithm>
 #include <csignal>
@@ -214,6 +215,7 @@ TEST_F(InboundMessages, AReadOfNothingOrAnErrorAsksAgain) {
 }
 
 TEST_F(InboundMessages, TitlesAreSetTogether) {
+    extension->setShareViaUrlTitle("an old title");
     receive(R"({"type":"set_locale","shareContactTitle":"C","shareViaUrlTitle":"",)"
             R"("backupTitle":"B\u00e4ckup"})"
             "\n");
@@ -317,6 +319,16 @@ TEST_F(InboundMessagesDeath, AFolderCommandWithoutAPath) {
             expectFatal(start + ",\"path\":" + path + "}",
                         "\"path\" of an inbound message is not a string");
     }
+}
+
+TEST_F(InboundMessagesDeath, ThePathIsLookedUpBeforeTheListIsFetched) {
+    extension.reset();
+    platform::recording::reset();
+    startConnected<tests::TellingOfFetches>();
+    for (const char* type : {"add_folder", "del_folder"})
+        EXPECT_EXIT(receive("{\"type\":\"" + std::string(type) + "\"}"),
+                    testing::KilledBySignal(SIGABRT),
+                    "print: type - " + std::string(type) + "\nfatal error");
 }
 
 TEST_F(InboundMessagesDeath, TheTypeIsTracedBeforeTheCommandFails) {
