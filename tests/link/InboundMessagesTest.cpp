@@ -242,6 +242,13 @@ TEST_F(InboundMessages, OnlyTheTextOneShowsTheBackupEntry) {
         EXPECT_EQ(displayBackupAfter(other), 0) << other;
 }
 
+TEST_F(InboundMessages, TheUsageOfTheMenuIsThatOfTheBackupEntryAlone) {
+    receive(R"({"type":"set_menu_usage","displayBackup":"1","displayUrlLink":"0"})"
+            "\n");
+    EXPECT_EQ(extension->displayBackup(), 1);
+    EXPECT_EQ(extension->displayUrlLink(), 1);
+}
+
 TEST_F(InboundMessages, AnUnknownTypeIsTracedAndIgnored) {
     receive("{\"type\":\"hello\"}\n{\"type\":\"ADD_FOLDER\",\"path\":\"/a\"}\n{\"type\":\"\"}\n");
     EXPECT_EQ(calls("print: type - "), (Strings{"hello", "ADD_FOLDER", ""}));
