@@ -242,6 +242,12 @@ TEST_F(StartUpDeath, APortOutsideThirtyTwoBits) {
     }
 }
 
+TEST_F(StartUpDeath, ThePortIsJudgedAfterAllKeysHaveBeenRead) {
+    script().settings = {{"ServerPort", number(-1)}, {"BackupTitle", number(5)}};
+    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
+                "^fatal error: the setting \"BackupTitle\" is not a string\n$");
+}
+
 TEST_F(StartUpDeath, AMissingBadgeImage) {
     script().images.erase("icon_Folder");
     EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),

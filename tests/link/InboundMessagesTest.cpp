@@ -137,6 +137,11 @@ TEST_F(InboundMessages, WhatFollowsAnEmptyLineIsNotEvenParsed) {
     EXPECT_TRUE(calls("JSONObjectWithData").empty());
 }
 
+TEST_F(InboundMessages, ANulIsTracedLikeAnyOtherCharacter) {
+    receive(std::string("\n\0x", 3));
+    EXPECT_EQ(calls("print: server said: "), Strings{std::string("\n\0x", 3)});
+}
+
 TEST_F(InboundMessages, AReadThatBeginsWithALineFeedAppliesNothing) {
     receive("\n" + addFolder("/a") + "\n");
     EXPECT_TRUE(roots().empty());
@@ -251,7 +256,8 @@ TEST_F(InboundMessages, TheUsageOfTheMenuIsThatOfTheBackupEntryAlone) {
 
 TEST_F(InboundMessages, AnUnknownTypeIsTracedAndIgnored) {
     receive("{\"type\":\"hello\"}\n{\"type\":\"ADD_FOLDER\",\"path\":\"/a\"}\n{\"type\":\"\"}\n");
-    EXPECT_EQ(calls("print: type - "), (Strings{"hello", "ADD_FOLDER", ""}));
+    receive("{\"type\":\"add_folders\",\"path\":\"/a\"}\n");
+    EXPECT_EQ(calls("print: type - "), (Strings{"hello", "ADD_FOLDER", "", "add_folders"}));
     EXPECT_TRUE(roots().empty());
 }
 
