@@ -46,6 +46,12 @@ TEST_F(ExtendedAttributes, AnItemWithoutAttributesHasNoNames) {
                  "initWithBytes:length:encoding: 0", "componentsSeparatedByString: "}));
 }
 
+TEST_F(ExtendedAttributes, ABufferOfNoBytesMayBeNone) {
+    tests::script().memory = false; // which malloc is free to answer then
+    script(0, {.result = 0, .bytes = {}});
+    expectNames({});
+}
+
 TEST_F(ExtendedAttributes, NamesStandInTheOrderOfTheList) {
     scriptList(std::string("a\0b\0", 4));
     expectNames({"a", "b"});

@@ -7,6 +7,16 @@ using tests::Strings;
 
 namespace {
 
+/// A reference to a file by its number, as the Finder may pass it on.
+class FileReference : public platform::NSURL {
+public:
+    [[nodiscard]] std::shared_ptr<const NSURL> filePathURL() const override {
+        return makeURL("file:///Users/u/", "/Users/u");
+    }
+    [[nodiscard]] std::optional<std::string> path() const override { return "/Users/u"; }
+    [[nodiscard]] std::string description() const override { return "file:///.file/id=1"; }
+};
+
 class Observation : public tests::RecordingTest {};
 class ObservationDeath : public Observation {};
 
@@ -15,6 +25,12 @@ TEST_F(Observation, BeginningIsLoggedOnceWithTheFilePathURL) {
     started.beginObservingDirectoryAtURL(*makeURL("file:///Users/u/", "/Users/u"));
     EXPECT_EQ(calls("NSLog: "), Strings{"beginObservingDirectoryAtURL: %@ <- file:///Users/u/"});
     EXPECT_EQ(calls("filePathURL: "), Strings{"file:///Users/u/"});
+}
+
+TEST_F(Observation, AReferenceIsLoggedAsThePathThatItStandsFor) {
+    auto& started = startConnected();
+    started.beginObservingDirectoryAtURL(FileReference());
+    EXPECT_EQ(calls("NSLog: "), Strings{"beginObservingDirectoryAtURL: %@ <- file:///Users/u/"});
 }
 
 TEST_F(Observation, EndingIsLoggedOnceWithTheFilePathURL) {

@@ -186,6 +186,14 @@ TEST_F(Slots, CommandsReadAndWriteThroughTheAccessors) {
               (Strings{"stream", "JSONParseDictionary", "setDisplayBackup"}));
 }
 
+TEST_F(Slots, ALineIsAppliedBeforeTheNextIsParsed) {
+    startConnected<Overriding>();
+    const std::string usage = R"({"type":"set_menu_usage","displayBackup":"1"})";
+    EXPECT_EQ(slotsFor(usage + "\n" + usage),
+              (Strings{"stream", "JSONParseDictionary", "setDisplayBackup", "JSONParseDictionary",
+                       "setDisplayBackup"}));
+}
+
 TEST_F(Slots, BadgesMenusAndListingsReadThroughTheAccessors) {
     auto& started = startConnected<Overriding>();
     started.setPathsOfRootFolders({"/q", "/a"});

@@ -125,6 +125,13 @@ TEST_F(StartUp, ARootFolderThatDoesNotExistIsTakenAsItStands) {
               "/no/such/folder");
 }
 
+TEST_F(StartUp, ARootFolderIsNotMadeTidy) {
+    for (const char* path : {"", "/Users/u/", "/Users/./u/..", "~/Sync", "Sync"}) {
+        startWith("RootFolder", text(path));
+        EXPECT_EQ(calls("fileURLWithPath: ").back(), path);
+    }
+}
+
 TEST_F(StartUp, APresentPortOfZeroWinsOverTheDefault) {
     EXPECT_EQ(startWith("ServerPort", number(0)).serverPort(), 0U);
     EXPECT_EQ(calls("CFStreamCreatePairWithSocketToHost: "), Strings{"127.0.0.1 0"});
@@ -233,6 +240,12 @@ TEST_F(StartUpDeath, APortOutsideThirtyTwoBits) {
                     "^fatal error: the setting \"ServerPort\" is out of range: " +
                         std::to_string(port) + "\n$");
     }
+}
+
+TEST_F(StartUpDeath, ThePortIsJudgedAfterAllKeysHaveBeenRead) {
+    script().settings = {{"ServerPort", number(-1)}, {"BackupTitle", number(5)}};
+    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
+                "^fatal error: the setting \"BackupTitle\" is not a string\n$");
 }
 
 TEST_F(StartUpDeath, AMissingBadgeImage) {

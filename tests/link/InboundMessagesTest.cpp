@@ -1,4 +1,5 @@
 #include "tests/RecordingTest.h"
+#include "tests/WatchedFetches.h"
 
 #include <algorithm>
 #include <csignal>
@@ -136,6 +137,11 @@ TEST_F(InboundMessages, WhatFollowsAnEmptyLineIsNotEvenParsed) {
     EXPECT_TRUE(calls("JSONObjectWithData").empty());
 }
 
+TEST_F(InboundMessages, ANulIsTracedLikeAnyOtherCharacter) {
+    receive(std::string("\n\0x", 3));
+    EXPECT_EQ(calls("print: server said: "), Strings{std::string("\n\0x", 3)});
+}
+
 TEST_F(InboundMessages, AReadThatBeginsWithALineFeedAppliesNothing) {
     receive("\n" + addFolder("/a") + "\n");
     EXPECT_TRUE(roots().empty());
@@ -214,6 +220,7 @@ TEST_F(InboundMessages, AReadOfNothingOrAnErrorAsksAgain) {
 }
 
 TEST_F(InboundMessages, TitlesAreSetTogether) {
+    extension->setShareViaUrlTitle("an old title");
     receive(R"({"type":"set_locale","shareContactTitle":"C","shareViaUrlTitle":"",)"
             R"("backupTitle":"B\u00e4ckup"})"
             "\n");
@@ -240,9 +247,17 @@ TEST_F(InboundMessages, OnlyTheTextOneShowsTheBackupEntry) {
         EXPECT_EQ(displayBackupAfter(other), 0) << other;
 }
 
+TEST_F(InboundMessages, TheUsageOfTheMenuIsThatOfTheBackupEntryAlone) {
+    receive(R"({"type":"set_menu_usage","displayBackup":"1","displayUrlLink":"0"})"
+            "\n");
+    EXPECT_EQ(extension->displayBackup(), 1);
+    EXPECT_EQ(extension->displayUrlLink(), 1);
+}
+
 TEST_F(InboundMessages, AnUnknownTypeIsTracedAndIgnored) {
     receive("{\"type\":\"hello\"}\n{\"type\":\"ADD_FOLDER\",\"path\":\"/a\"}\n{\"type\":\"\"}\n");
-    EXPECT_EQ(calls("print: type - "), (Strings{"hello", "ADD_FOLDER", ""}));
+    receive("{\"type\":\"add_folders\",\"path\":\"/a\"}\n");
+    EXPECT_EQ(calls("print: type - "), (Strings{"hello", "ADD_FOLDER", "", "add_folders"}));
     EXPECT_TRUE(roots().empty());
 }
 
@@ -317,6 +332,16 @@ TEST_F(InboundMessagesDeath, AFolderCommandWithoutAPath) {
             expectFatal(start + ",\"path\":" + path + "}",
                         "\"path\" of an inbound message is not a string");
     }
+}
+
+TEST_F(InboundMessagesDeath, ThePathIsLookedUpBeforeTheListIsFetched) {
+    extension.reset();
+    platform::recording::reset();
+    startConnected<tests::TellingOfFetches>();
+    for (const char* type : {"add_folder", "del_folder"})
+        EXPECT_EXIT(receive("{\"type\":\"" + std::string(type) + "\"}"),
+                    testing::KilledBySignal(SIGABRT),
+                    "print: type - " + std::string(type) + "\nfatal error");
 }
 
 TEST_F(InboundMessagesDeath, TheTypeIsTracedBeforeTheCommandFails) {
