@@ -88,7 +88,7 @@ class Churn:
             self.life.perform("set", *self.property())
         elif chance < 0.94 and self.life.link == "up":
             self.life.perform("burst", self.blocks())
-        elif chance < 0.997:
+        elif chance < 0.999:
             self.life.perform(*self.random.choice((self.menu, self.click, self.observation))())
         else:
             self.lose_companion()
