@@ -109,6 +109,8 @@ class Process:
 class Session:
     """One user's session: a bus, a home, and what runs in it."""
 
+    bus_options = ()
+
     def __init__(self, folder):
         self.folder = folder
         self.home = folder / "home"
@@ -135,9 +137,11 @@ class Session:
         self.end_bus()
         with open(self.bus_log, "wb") as log:
             self.daemon = subprocess.Popen(
-                ["dbus-daemon", "--session", "--print-address", "--nofork", "--nopidfile"],
-                stdout=subprocess.PIPE, stderr=log, text=True,
-                env=self.environment | environment)
+                ["setpriv", "--pdeathsig", "KILL",  # whatever becomes of us
+                 "dbus-daemon", "--session", "--print-address", "--nofork", "--nopidfile",
+                 *self.bus_options],
+                stdout=subprocess.PIPE, stderr=log, text=True, env=self.environment | environment,
+                start_new_session=True)  # or Ctrl-C would end it before us
         self.address = self.daemon.stdout.readline().strip()
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = self.address
 

@@ -4,48 +4,15 @@ reads what was written in one go, and over D-Bus."""
 import random
 import signal
 import socket
-import urllib.parse
 
 import pytest
 from conftest import wait_for
 from oracle import compare, model
+from oracle.over_bus import METHODS, WRITABLE, answers_of, playable, printed, visible
 from oracle.sessions import Maker
 
 SESSIONS = 50
 SEED = 3
-WRITABLE = {"pathsOfRootFolders": "as", "displayBackup": "x", "displayUrlLink": "x",
-            "shareContactTitle": "s", "shareViaUrlTitle": "s", "backupTitle": "s"}
-METHODS = {"begin": "BeginObservingDirectoryAtURL", "end": "EndObservingDirectoryAtURL"}
-
-
-def has_bus_form(path):
-    """Whether the bus carries a path, as the path of an item."""
-    return path is not None and path.startswith("/") and "\0" not in path
-
-
-def sent_over_bus(url):
-    """A URL as the bus brings it: of a file, and without a "/" at the end of its path."""
-    path = url[1].rstrip("/") or "/"
-    return "file://" + urllib.parse.quote(path), path, True
-
-
-def playable(event):
-    """The event in a form that the real process can be given, or none."""
-    name, *arguments = event
-    if name == "send" and arguments[0]:
-        return event
-    if name in ("menu", "click"):
-        kind, selection = arguments
-        if selection is None or not all(has_bus_form(url[1]) for url in selection):
-            return None
-        return name, kind & 0xffffffff if name == "menu" else kind, [
-            sent_over_bus(url) for url in selection]
-    if name in ("badge", "observe") and has_bus_form(arguments[-1][1]):
-        return name, *arguments[:-1], sent_over_bus(arguments[-1])
-    if name == "set" and arguments[0] in WRITABLE and "\0" not in "".join(
-            arguments[1] if isinstance(arguments[1], list) else str(arguments[1])):
-        return event
-    return event if name == "close" else None
 
 
 def make_events(seed):
@@ -59,29 +26,6 @@ def make_events(seed):
                 events.append(event)
             is_closed = is_closed or event[0] == "close"
     return events
-
-
-def visible(text):
-    """A text as the bus shows it."""
-    return text.split("\0")[0]
-
-
-def answers_of(records):
-    """What the model answers to each badge request and each menu request."""
-    answers = []
-    for record in records:
-        if record in ("event badge", "event menu"):
-            answers.append([])
-        elif isinstance(record, str) and answers and record.startswith("answer: "):
-            answers[-1].append(visible(record.removeprefix("answer: ")))
-        elif isinstance(record, str) and record.startswith("setBadgeIdentifier:forURL: "):
-            answers[-1].append("FolderIco")
-    return answers
-
-
-def printed(records):
-    return "".join(record.removeprefix("print: ") + "\n" for record in records
-                   if isinstance(record, str) and record.startswith("print: "))
 
 
 class Play:
