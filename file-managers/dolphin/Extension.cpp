@@ -8,6 +8,7 @@
 #include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -29,12 +30,29 @@ constexpr int restAfterDelay = 5000; // milliseconds
 constexpr int restAfterStart = 1000; // milliseconds
 constexpr uint itemsKind = 0;
 
+// More than the extension ever says, as with its entries.
+constexpr int mostDirectories = 16;
+constexpr int longestText = 1024; // in UTF-16
+
 QDBusMessage callOfBus(const char* method, const QVariantList& arguments) {
     QDBusMessage call = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
         QStringLiteral("org.freedesktop.DBus"), QLatin1String(method));
     call.setArguments(arguments);
     return call;
+}
+
+bool isSensible(const FinderSyncMenuItem& item) {
+    return item.title.size() <= longestText && item.selector.size() <= longestText &&
+           item.image.size() <= longestText;
+}
+
+/// What is left of a menu without that which cannot be the extension's.
+FinderSyncMenuItems sensibleItems(const FinderSyncMenuItems& items) {
+    FinderSyncMenuItems sensible;
+    if (items.size() <= mostMenuItems)
+        std::copy_if(items.begin(), items.end(), std::back_inserter(sensible), &isSensible);
+    return sensible;
 }
 
 } // namespace
@@ -111,7 +129,7 @@ void Extension::fetchProperties() {
         if (reply.isError())
             return;
         const auto urls = reply.value().value(QStringLiteral("directoryURLs")).toStringList();
-        watchedDirectories_ = QUrl::fromStringList(urls);
+        watchedDirectories_ = QUrl::fromStringList(urls.mid(0, mostDirectories));
         isRunning_ = true;
         Q_EMIT appeared();
     });
@@ -151,7 +169,10 @@ void Extension::requestBadges(const QStringList& urls, const BadgesAnswer& answe
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [watcher, answer] {
         watcher->deleteLater();
         const QDBusPendingReply<QStringList> reply = *watcher;
-        answer(reply.isError() ? QStringList() : reply.value());
+        QStringList badges = reply.isError() ? QStringList() : reply.value();
+        const auto isTooLong = [](const QString& badge) { return badge.size() > longestText; };
+        std::replace_if(badges.begin(), badges.end(), isTooLong, QString());
+        answer(badges);
     });
 }
 
@@ -170,7 +191,7 @@ FinderSyncMenuItems Extension::menuForItems(const QStringList& urls) {
             noMenuBefore_.setRemainingTime(restAfterDelay);
         return {};
     }
-    return reply.argumentAt<0>() ? reply.argumentAt<1>() : FinderSyncMenuItems();
+    return reply.argumentAt<0>() ? sensibleItems(reply.argumentAt<1>()) : FinderSyncMenuItems();
 }
 
 void Extension::performAction(const QString& selector, const QStringList& urls) {
