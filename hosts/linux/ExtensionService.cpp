@@ -21,6 +21,11 @@ namespace {
 constexpr const char* objectPath = "/FinderSync";
 constexpr const char* interfaceName = "findersync.Extension1";
 
+// The bus cuts off whoever sends an array of more than 64 MiB, and all properties travel in one.
+constexpr std::size_t longestArgument = std::size_t{4} * 1024 * 1024; // of a call: a text, a list
+constexpr std::size_t longestList = std::size_t{32} * 1024 * 1024;    // of an answer
+constexpr std::size_t textOverhead = 8;
+
 /// A string on the bus ends at its first NUL, what follows stays in the extension; and sd-bus
 /// refuses whole messages for a noncharacter.
 int append(sd_bus_message* message, const std::string& text) {
@@ -45,19 +50,31 @@ int append(sd_bus_message* message, bool value) {
     return sd_bus_message_append_basic(message, 'b', &number);
 }
 
+std::size_t lengthOf(const std::string& text) {
+    return text.size();
+}
+
+std::size_t lengthOf(const FinderSync::URL& url) {
+    return url->description().size();
+}
+
 template <typename Element> int append(sd_bus_message* message, const std::vector<Element>& list) {
+    std::size_t length = 0;
     int result = sd_bus_message_open_container(message, 'a', "s");
-    for (auto element = list.begin(); result >= 0 && element != list.end(); ++element)
-        result = append(message, *element);
+    for (auto element = list.begin(); result >= 0 && element != list.end(); ++element) {
+        length += lengthOf(*element) + textOverhead;
+        result = length > longestList ? -ENOBUFS : append(message, *element);
+    }
     return result < 0 ? result : sd_bus_message_close_container(message);
 }
 
 int read(sd_bus_message* message, std::string& text) {
     const char* value = nullptr;
     const int result = sd_bus_message_read_basic(message, 's', &value);
-    if (result > 0)
-        text = value;
-    return result;
+    if (result <= 0)
+        return result;
+    text = value;
+    return text.size() > longestArgument ? -ENOBUFS : result;
 }
 
 int read(sd_bus_message* message, std::uint32_t& number) {
@@ -78,8 +95,13 @@ int read(sd_bus_message* message, bool& value) {
 int read(sd_bus_message* message, std::vector<std::string>& list) {
     int result = sd_bus_message_enter_container(message, 'a', "s");
     std::string element;
-    while (result >= 0 && (result = read(message, element)) > 0)
+    std::size_t length = 0;
+    while (result >= 0 && (result = read(message, element)) > 0) {
+        length += element.size() + textOverhead;
+        if (length > longestArgument)
+            return -ENOBUFS;
         list.push_back(element);
+    }
     return result < 0 ? result : sd_bus_message_exit_container(message);
 }
 
