@@ -1,6 +1,7 @@
 #include "hosts/linux/ExtensionService.h"
 
 #include "extension/PublishedInterface.h"
+#include "hosts/linux/UnsentAnswers.h"
 #include "platform/linux/Bundle.h"
 #include "platform/linux/Menu.h"
 #include "platform/linux/StandardStreams.h"
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <memory>
 #include <optional>
 #include <type_traits>
@@ -26,9 +28,23 @@ constexpr std::size_t longestArgument = std::size_t{4} * 1024 * 1024; // of a ca
 constexpr std::size_t longestList = std::size_t{32} * 1024 * 1024;    // of an answer
 constexpr std::size_t textOverhead = 8;
 
+constexpr std::uint64_t restOfSignals = 10000; // microseconds
+
+UnsentAnswers& unsent() {
+    static UnsentAnswers answers;
+    return answers;
+}
+
+std::uint64_t waitingAnswers(sd_bus* bus) {
+    std::uint64_t waiting = 0;
+    (void)sd_bus_get_n_queued_write(bus, &waiting);
+    return waiting;
+}
+
 /// A string on the bus ends at its first NUL, what follows stays in the extension; and sd-bus
 /// refuses whole messages for a noncharacter.
 int append(sd_bus_message* message, const std::string& text) {
+    unsent().add(text.size());
     return sd_bus_message_append_basic(message, 's',
                                        platform::linux_backend::withoutNoncharacters(text).c_str());
 }
@@ -74,6 +90,7 @@ int read(sd_bus_message* message, std::string& text) {
     if (result <= 0)
         return result;
     text = value;
+    unsent().add(text.size()); // an error may repeat it
     return text.size() > longestArgument ? -ENOBUFS : result;
 }
 
@@ -227,6 +244,13 @@ struct ExtensionService::Callbacks {
     static int signalChanges(sd_event_source*, void* self) noexcept {
         return service(self).signalChanges();
     }
+    static int signalChangesLater(sd_event_source*, std::uint64_t, void* self) noexcept {
+        return service(self).signalChanges();
+    }
+    static int beginAnswer(sd_bus_message* message, void*, sd_bus_error*) noexcept {
+        unsent().beginAnswer(waitingAnswers(sd_bus_message_get_bus(message)));
+        return 0;
+    }
 
     static ExtensionService& service(void* self) { return *static_cast<ExtensionService*>(self); }
 
@@ -278,7 +302,9 @@ ExtensionService::ExtensionService(sd_bus* bus, ObservedFinderSync& extension,
 
 ExtensionService::~ExtensionService() {
     extension_.setObserver(nullptr);
+    sd_event_source_disable_unref(laterSignalSource_);
     sd_event_source_disable_unref(signalSource_);
+    sd_bus_slot_unref(filterSlot_);
     sd_bus_slot_unref(slot_);
 }
 
@@ -287,6 +313,8 @@ int ExtensionService::publish() {
         sd_event_add_defer(sd_bus_get_event(bus_), &signalSource_, Callbacks::signalChanges, this);
     if (result >= 0)
         result = sd_event_source_set_enabled(signalSource_, SD_EVENT_OFF);
+    if (result >= 0)
+        result = sd_bus_add_filter(bus_, &filterSlot_, Callbacks::beginAnswer, nullptr);
     if (result >= 0)
         result = sd_bus_add_object_vtable(bus_, &slot_, objectPath, interfaceName,
                                           Callbacks::vtable, this);
@@ -419,6 +447,11 @@ void ExtensionService::noteChange(std::string_view property) {
 }
 
 int ExtensionService::signalChanges() {
+    laterSignalSource_ = sd_event_source_disable_unref(laterSignalSource_);
+    if (waitingAnswers(bus_) > 0) // what changes meanwhile goes into the same signal
+        return sd_event_add_time_relative(sd_bus_get_event(bus_), &laterSignalSource_,
+                                          CLOCK_MONOTONIC, restOfSignals, 0,
+                                          Callbacks::signalChangesLater, this);
     std::vector<char*> names;
     names.reserve(changed_.size() + 1);
     for (std::string& name : changed_)
