@@ -130,12 +130,13 @@ class Session:
         self.daemon = None
         self.start_bus()
 
-    def start_bus(self, **environment):
+    def start_bus(self, configuration="/usr/share/dbus-1/session.conf", **environment):
         """A bus of our own, in place of the one before."""
         self.end_bus()
         with open(self.bus_log, "wb") as log:
             self.daemon = subprocess.Popen(
-                ["dbus-daemon", "--session", "--print-address", "--nofork", "--nopidfile"],
+                ["dbus-daemon", f"--config-file={configuration}", "--print-address", "--nofork",
+                 "--nopidfile"],
                 stdout=subprocess.PIPE, stderr=log, text=True,
                 env=self.environment | environment)
         self.address = self.daemon.stdout.readline().strip()
