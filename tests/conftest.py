@@ -82,6 +82,11 @@ class Process:
     def wait_output(self, text):
         wait_for(lambda: text in self.output(), f"{text!r} on standard output")
 
+    def state(self):
+        """The letter that the system has for what it does: "S" sleeps, "T" is stopped."""
+        with open(f"/proc/{self.popen.pid}/stat", encoding="ascii") as file:
+            return file.read().rsplit(")", 1)[1].split()[0]
+
     def wait(self):
         return self.popen.wait(PATIENCE)
 
