@@ -61,6 +61,22 @@ def flood(session, *messages):
     return send
 
 
+def test_nothing(scene):
+    """What a menu takes without an attack."""
+    scene.begin()
+    scene.keep_asking()
+    scene.is_as_before()
+
+
+def test_a_stopped_extension(scene):
+    """What the longest wait takes without an attack."""
+    scene.begin()
+    scene.extension.popen.send_signal(signal.SIGSTOP)
+    scene.desktop.menus()
+    scene.extension.popen.send_signal(signal.SIGCONT)
+    scene.is_as_before()
+
+
 def test_a_flood_of_calls_whose_answers_nobody_reads(scene):
     scene.begin()
     with meanwhile(flood(scene.session, Properties(EXTENSION).get_all())):
@@ -79,7 +95,7 @@ def test_floods_of_calls_whose_answers_are_read(scene):
         return lambda: connection.send_and_get_reply(call, timeout=PATIENCE) and None
 
     with meanwhile(client(), client(), client()):
-        scene.keep_asking(1)
+        scene.keep_asking(0.5)
     scene.is_as_before()
 
 
@@ -244,7 +260,7 @@ def test_callers_that_vanish(scene):
         connection.close()
 
     with meanwhile(vanish):
-        scene.keep_asking(1)
+        scene.keep_asking(0.5)
     scene.is_as_before()
 
 
@@ -323,7 +339,7 @@ def test_a_flood_of_changes(scene):
     changes = [without_reply(Properties(EXTENSION).set("pathsOfRootFolders", "as", paths))
                for paths in (["/sync", "/other"], ["/sync"])]
     with meanwhile(flood(scene.session, *changes)):
-        scene.keep_asking(1)
+        scene.keep_asking(0.5)
     scene.session.connections.pop().close()
     wait_for(lambda: scene.session.get("pathsOfRootFolders") == ["/sync"])
     scene.is_as_before()

@@ -31,7 +31,7 @@ def click(session, count):
 def test_never_reads_the_reports(scene):
     connection = scene.begin(stdout=subprocess.DEVNULL)
     with meanwhile(lambda: click(scene.session, 2000)):  # 150 kB each
-        scene.keep_asking(1)
+        scene.keep_asking(0.5)
     for _ in range(60):
         click(scene.session, 2000)  # returns, with nobody reading
     # What was on its way is there, the last of it cut off; what came after is lost.
@@ -77,7 +77,7 @@ def test_a_flood_of_messages(scene):
             pass
 
     with meanwhile(send):
-        scene.keep_asking(1)
+        scene.keep_asking(0.5)
     scene.is_as_before()
 
 
@@ -89,14 +89,14 @@ def unread(connection):
 def test_a_flood_of_empty_lines(scene):
     connection = scene.begin(stdout=subprocess.DEVNULL)
     with meanwhile(lambda: connection.sendall(b"\n" * BLOCK * 64)):
-        scene.keep_asking(1)
+        scene.keep_asking(0.5)
     scene.is_as_before()
 
 
 def test_a_flood_that_tcp_splits(scene):
     connection = scene.begin(stdout=subprocess.DEVNULL)
     with meanwhile(lambda: connection.sendall(block(type="hello") * 1000 + b" ")):
-        scene.keep_asking(1)
+        scene.keep_asking(0.5)
     scene.has_ended()
 
 
