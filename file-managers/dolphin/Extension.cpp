@@ -7,6 +7,7 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
+#include <QThread>
 #include <algorithm>
 #include <iterator>
 #include <limits>
@@ -22,7 +23,8 @@ const QLatin1String propertiesInterface("org.freedesktop.DBus.Properties");
 const QLatin1String rootFolders("pathsOfRootFolders");
 
 /// How long a menu may be kept waiting.
-constexpr int menuPatience = 100; // milliseconds
+constexpr int menuPatience = 100;               // milliseconds
+constexpr unsigned long restBetweenLooks = 100; // microseconds
 constexpr int noLimit = std::numeric_limits<int>::max();
 /// How long an extension is left alone that has kept one waiting.
 constexpr int restAfterDelay = 5000; // milliseconds
@@ -40,6 +42,15 @@ QDBusMessage callOfBus(const char* method, const QVariantList& arguments) {
         QStringLiteral("org.freedesktop.DBus"), QLatin1String(method));
     call.setArguments(arguments);
     return call;
+}
+
+/// Waits for a menu. QtDBus has an end to its wait, too, but looks at no clock while it reads a
+/// large message of somebody else's.
+bool waitForAnswer(const QDBusPendingCall& call) {
+    const QDeadlineTimer patience(menuPatience);
+    while (!call.isFinished() && !patience.hasExpired())
+        QThread::usleep(restBetweenLooks);
+    return call.isFinished();
 }
 
 bool isSensible(const FinderSyncMenuItem& item) {
@@ -184,13 +195,12 @@ FinderSyncMenuItems Extension::menuForItems(const QStringList& urls) {
         return {};
     proxy_->setTimeout(menuPatience);
     QDBusPendingReply<bool, FinderSyncMenuItems> reply = proxy_->MenuForMenuKind(itemsKind, urls);
-    reply.waitForFinished();
-    if (reply.isError()) {
-        // Also when it has ended, which the bus tells next.
-        if (reply.error().type() == QDBusError::NoReply)
-            noMenuBefore_.setRemainingTime(restAfterDelay);
+    const bool isFinished = waitForAnswer(reply);
+    // Also when it has ended, which the bus tells next.
+    if (!isFinished || reply.error().type() == QDBusError::NoReply)
+        noMenuBefore_.setRemainingTime(restAfterDelay);
+    if (!isFinished || reply.isError())
         return {};
-    }
     return reply.argumentAt<0>() ? sensibleItems(reply.argumentAt<1>()) : FinderSyncMenuItems();
 }
 
