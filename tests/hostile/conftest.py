@@ -50,11 +50,12 @@ class Scene:
         self.open_file_managers(menus)
         self.remember()
 
-    def open_file_managers(self, menus=True):
+    def open_file_managers(self, menus=True, wait=True):
         if self.desktop:
             self.desktop.end()
         self.desktop = headless.Desktop(self.session)
-        self.desktop.wait_ready(menus)
+        if wait:
+            self.desktop.wait_ready(menus)
         self.desktop.attack = self.name
 
     def remember(self):

@@ -58,13 +58,13 @@ class HeadlessFileManager:
 
 
 class Desktop:
-    """One file manager of each kind."""
+    """One file manager of each kind, or of some."""
 
-    def __init__(self, session):
+    def __init__(self, session, names=NAMES):
         self.session = session
         self.attack = "none"
         self.has_waited = False  # for a menu in vain, and asks for none now
-        self.file_managers = [HeadlessFileManager(session, name) for name in NAMES]
+        self.file_managers = [HeadlessFileManager(session, name) for name in names]
 
     def order(self, text, by_turns=False):
         """Has all of them do the same, at the same time or by turns. Gives their answers, by

@@ -56,6 +56,7 @@ class Impostor:
         } | answers
         self.delay = delay
         self.asked = 0
+        self.asked_for_menus = 0
         self.connection.send_and_get_reply(message_bus.RequestName(BUS_NAME))
         self.thread = threading.Thread(target=self.serve, daemon=True)
         self.thread.start()
@@ -74,6 +75,7 @@ class Impostor:
             return
         member = call.header.fields[HeaderFields.member]
         self.asked += 1
+        self.asked_for_menus += member == "MenuForMenuKind"
         if member == "RequestBadgeIdentifiersForURLs" and member not in self.answers:
             count = len(call.body[0])
             answer = (BADGES, texts("FolderIco", count))
