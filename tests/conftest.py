@@ -82,6 +82,11 @@ class Process:
     def wait_output(self, text):
         wait_for(lambda: text in self.output(), f"{text!r} on standard output")
 
+    def state(self):
+        """The letter that the system has for what it does: "S" sleeps, "T" is stopped."""
+        with open(f"/proc/{self.popen.pid}/stat", encoding="ascii") as file:
+            return file.read().rsplit(")", 1)[1].split()[0]
+
     def wait(self):
         return self.popen.wait(PATIENCE)
 
@@ -132,14 +137,14 @@ class Session:
         self.daemon = None
         self.start_bus()
 
-    def start_bus(self, **environment):
+    def start_bus(self, configuration="/usr/share/dbus-1/session.conf", **environment):
         """A bus of our own, in place of the one before."""
         self.end_bus()
         with open(self.bus_log, "wb") as log:
             self.daemon = subprocess.Popen(
                 ["setpriv", "--pdeathsig", "KILL",  # whatever becomes of us
-                 "dbus-daemon", "--session", "--print-address", "--nofork", "--nopidfile",
-                 *self.bus_options],
+                 "dbus-daemon", f"--config-file={configuration}", "--print-address", "--nofork",
+                 "--nopidfile", *self.bus_options],
                 stdout=subprocess.PIPE, stderr=log, text=True, env=self.environment | environment,
                 start_new_session=True)  # or Ctrl-C would end it before us
         self.address = self.daemon.stdout.readline().strip()

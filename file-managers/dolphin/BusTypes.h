@@ -34,3 +34,20 @@ inline const QDBusArgument& operator>>(const QDBusArgument& argument, FinderSync
     argument.endStructure();
     return argument;
 }
+
+/// The extension never offers more entries. Any program can own its name and offer more; the file
+/// manager has better things to do than to work on that.
+constexpr int mostMenuItems = 16;
+
+/// Reads one more than that at the most.
+inline const QDBusArgument& operator>>(const QDBusArgument& argument, FinderSyncMenuItems& items) {
+    items.clear();
+    argument.beginArray();
+    while (!argument.atEnd() && items.size() <= mostMenuItems) {
+        FinderSyncMenuItem item;
+        argument >> item;
+        items.push_back(item);
+    }
+    argument.endArray();
+    return argument;
+}

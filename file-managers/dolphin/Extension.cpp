@@ -7,7 +7,9 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusServiceWatcher>
+#include <QThread>
 #include <algorithm>
+#include <iterator>
 #include <limits>
 #include <utility>
 
@@ -21,7 +23,8 @@ const QLatin1String propertiesInterface("org.freedesktop.DBus.Properties");
 const QLatin1String rootFolders("pathsOfRootFolders");
 
 /// How long a menu may be kept waiting.
-constexpr int menuPatience = 100; // milliseconds
+constexpr int menuPatience = 100;               // milliseconds
+constexpr unsigned long restBetweenLooks = 100; // microseconds
 constexpr int noLimit = std::numeric_limits<int>::max();
 /// How long an extension is left alone that has kept one waiting.
 constexpr int restAfterDelay = 5000; // milliseconds
@@ -29,12 +32,38 @@ constexpr int restAfterDelay = 5000; // milliseconds
 constexpr int restAfterStart = 1000; // milliseconds
 constexpr uint itemsKind = 0;
 
+// More than the extension ever says, as with its entries.
+constexpr int mostDirectories = 16;
+constexpr int longestText = 1024; // in UTF-16
+
 QDBusMessage callOfBus(const char* method, const QVariantList& arguments) {
     QDBusMessage call = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
         QStringLiteral("org.freedesktop.DBus"), QLatin1String(method));
     call.setArguments(arguments);
     return call;
+}
+
+/// Waits for a menu. QtDBus has an end to its wait, too, but looks at no clock while it reads a
+/// large message of somebody else's.
+bool waitForAnswer(const QDBusPendingCall& call) {
+    const QDeadlineTimer patience(menuPatience);
+    while (!call.isFinished() && !patience.hasExpired())
+        QThread::usleep(restBetweenLooks);
+    return call.isFinished();
+}
+
+bool isSensible(const FinderSyncMenuItem& item) {
+    return item.title.size() <= longestText && item.selector.size() <= longestText &&
+           item.image.size() <= longestText;
+}
+
+/// What is left of a menu without that which cannot be the extension's.
+FinderSyncMenuItems sensibleItems(const FinderSyncMenuItems& items) {
+    FinderSyncMenuItems sensible;
+    if (items.size() <= mostMenuItems)
+        std::copy_if(items.begin(), items.end(), std::back_inserter(sensible), &isSensible);
+    return sensible;
 }
 
 } // namespace
@@ -111,7 +140,7 @@ void Extension::fetchProperties() {
         if (reply.isError())
             return;
         const auto urls = reply.value().value(QStringLiteral("directoryURLs")).toStringList();
-        watchedDirectories_ = QUrl::fromStringList(urls);
+        watchedDirectories_ = QUrl::fromStringList(urls.mid(0, mostDirectories));
         isRunning_ = true;
         Q_EMIT appeared();
     });
@@ -151,7 +180,10 @@ void Extension::requestBadges(const QStringList& urls, const BadgesAnswer& answe
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [watcher, answer] {
         watcher->deleteLater();
         const QDBusPendingReply<QStringList> reply = *watcher;
-        answer(reply.isError() ? QStringList() : reply.value());
+        QStringList badges = reply.isError() ? QStringList() : reply.value();
+        const auto isTooLong = [](const QString& badge) { return badge.size() > longestText; };
+        std::replace_if(badges.begin(), badges.end(), isTooLong, QString());
+        answer(badges);
     });
 }
 
@@ -163,14 +195,13 @@ FinderSyncMenuItems Extension::menuForItems(const QStringList& urls) {
         return {};
     proxy_->setTimeout(menuPatience);
     QDBusPendingReply<bool, FinderSyncMenuItems> reply = proxy_->MenuForMenuKind(itemsKind, urls);
-    reply.waitForFinished();
-    if (reply.isError()) {
-        // Also when it has ended, which the bus tells next.
-        if (reply.error().type() == QDBusError::NoReply)
-            noMenuBefore_.setRemainingTime(restAfterDelay);
+    const bool isFinished = waitForAnswer(reply);
+    // Also when it has ended, which the bus tells next.
+    if (!isFinished || reply.error().type() == QDBusError::NoReply)
+        noMenuBefore_.setRemainingTime(restAfterDelay);
+    if (!isFinished || reply.isError())
         return {};
-    }
-    return reply.argumentAt<0>() ? reply.argumentAt<1>() : FinderSyncMenuItems();
+    return reply.argumentAt<0>() ? sensibleItems(reply.argumentAt<1>()) : FinderSyncMenuItems();
 }
 
 void Extension::performAction(const QString& selector, const QStringList& urls) {

@@ -3,7 +3,8 @@
 #include "finder-sync-extension1.h"
 
 #include <algorithm>
-#include <iterator>
+#include <initializer_list>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -21,6 +22,12 @@ constexpr gint64 restAfterDelay = gint64{5} * G_USEC_PER_SEC;
 /// How long after a start the next one waits, should the extension have ended meanwhile.
 constexpr gint64 restAfterStart = G_USEC_PER_SEC;
 constexpr guint itemsKind = 0;
+
+// More than the extension ever says. Any program can own its name and say more; the file manager
+// has better things to do than to work on that.
+constexpr gsize mostEntries = 16;
+constexpr std::size_t mostDirectories = 16;
+constexpr std::size_t longestText = 1024; // bytes
 
 /// An array of texts that ends with null, as GLib takes it. It refers to the texts.
 std::vector<const char*> pointersTo(const std::vector<std::string>& texts) {
@@ -55,11 +62,20 @@ bool hasTextPath(const char* url) {
     return text != nullptr && g_utf8_validate(text.get(), -1, nullptr) != FALSE;
 }
 
-std::vector<std::string> textsOf(const char* const* texts) {
-    std::vector<std::string> copies;
-    for (; texts != nullptr && *texts != nullptr; ++texts)
-        copies.emplace_back(*texts);
-    return copies;
+bool areSensible(std::initializer_list<std::string_view> texts) {
+    return std::ranges::all_of(texts, [](auto text) { return text.size() <= longestText; });
+}
+
+/// What an answer says of as many items as were asked about; empty when it does not.
+std::vector<std::string> badgesIn(GVariant* answer, std::size_t asked) {
+    std::vector<std::string> badges;
+    GVariantIter each;
+    if (g_variant_iter_init(&each, answer) != asked)
+        return badges;
+    const char* badge = nullptr;
+    while (g_variant_iter_next(&each, "&s", &badge) != FALSE)
+        badges.emplace_back(areSensible({badge}) ? badge : "");
+    return badges;
 }
 
 } // namespace
@@ -110,9 +126,9 @@ void Extension::ownerChanged() {
     if (!isRunning_)
         return;
     watchedDirectories_.clear();
-    const auto* const urls = finder_sync_extension1_get_directory_urls(proxy_.get());
-    for (const std::string& url : textsOf(urls))
-        watchedDirectories_.push_back(folderPrefix(url.c_str()));
+    const auto* url = finder_sync_extension1_get_directory_urls(proxy_.get());
+    for (; url != nullptr && *url != nullptr && watchedDirectories_.size() < mostDirectories; ++url)
+        watchedDirectories_.push_back(folderPrefix(*url));
     changed_(Change::Appeared);
 }
 
@@ -153,21 +169,30 @@ bool Extension::watches(const char* url) const {
 }
 
 void Extension::requestBadges(const std::vector<std::string>& urls, BadgesAnswer answer) {
+    struct Request {
+        std::size_t items;
+        BadgesAnswer answer;
+    };
     const auto done = [](GObject* proxy, GAsyncResult* result, void* data) {
-        const std::unique_ptr<BadgesAnswer> waiting(static_cast<BadgesAnswer*>(data));
-        char** badges = nullptr;
+        const std::unique_ptr<Request> request(static_cast<Request*>(data));
         Failure failure;
-        (void)finder_sync_extension1_call_request_badge_identifiers_for_urls_finish(
-            FINDER_SYNC_EXTENSION1(proxy), &badges, result, failure.place());
+        GVariant* const reply =
+            g_dbus_proxy_call_finish(G_DBUS_PROXY(proxy), result, failure.place());
+        std::vector<std::string> badges;
+        if (reply != nullptr) { // of the type that the interface says
+            GVariant* const list = g_variant_get_child_value(reply, 0);
+            badges = badgesIn(list, request->items);
+            g_variant_unref(list);
+            g_variant_unref(reply);
+        }
         if (!failure.is(G_IO_ERROR_CANCELLED))
-            (*waiting)(textsOf(badges));
-        g_strfreev(badges);
+            request->answer(std::move(badges));
     };
     // Without a limit: an extension that hangs answers when it goes on, and one that ends is told
     // of.
     finder_sync_extension1_call_request_badge_identifiers_for_urls(
         proxy_.get(), pointersTo(urls).data(), G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT,
-        cancellable_.get(), done, new BadgesAnswer(std::move(answer)));
+        cancellable_.get(), done, new Request{urls.size(), std::move(answer)});
 }
 
 std::vector<MenuEntry> Extension::menuForItems(const std::vector<std::string>& urls) {
@@ -185,13 +210,14 @@ std::vector<MenuEntry> Extension::menuForItems(const std::vector<std::string>& u
     if (items == nullptr)
         return entries;
     GVariantIter each;
-    g_variant_iter_init(&each, items);
+    const bool isMenu = g_variant_iter_init(&each, items) <= mostEntries && isOffered != FALSE;
     const char* title = nullptr;
     const char* selector = nullptr;
     const char* image = nullptr;
-    while (isOffered != FALSE &&
-           g_variant_iter_next(&each, "(&s&s&s)", &title, &selector, &image) != FALSE)
-        entries.push_back({.title = title, .selector = selector, .image = image});
+    while (isMenu && g_variant_iter_next(&each, "(&s&s&s)", &title, &selector, &image) != FALSE) {
+        if (areSensible({title, selector, image}))
+            entries.push_back({.title = title, .selector = selector, .image = image});
+    }
     g_variant_unref(items);
     return entries;
 }

@@ -1,6 +1,7 @@
 #include "hosts/linux/ExtensionService.h"
 
 #include "extension/PublishedInterface.h"
+#include "hosts/linux/UnsentAnswers.h"
 #include "platform/linux/Bundle.h"
 #include "platform/linux/Menu.h"
 #include "platform/linux/StandardStreams.h"
@@ -9,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ctime>
 #include <memory>
 #include <optional>
 #include <type_traits>
@@ -21,9 +23,28 @@ namespace {
 constexpr const char* objectPath = "/FinderSync";
 constexpr const char* interfaceName = "findersync.Extension1";
 
+// The bus cuts off whoever sends an array of more than 64 MiB, and all properties travel in one.
+constexpr std::size_t longestArgument = std::size_t{4} * 1024 * 1024; // of a call: a text, a list
+constexpr std::size_t longestList = std::size_t{32} * 1024 * 1024;    // of an answer
+constexpr std::size_t textOverhead = 8;
+
+constexpr std::uint64_t restOfSignals = 10000; // microseconds
+
+UnsentAnswers& unsent() {
+    static UnsentAnswers answers;
+    return answers;
+}
+
+std::uint64_t waitingAnswers(sd_bus* bus) {
+    std::uint64_t waiting = 0;
+    (void)sd_bus_get_n_queued_write(bus, &waiting);
+    return waiting;
+}
+
 /// A string on the bus ends at its first NUL, what follows stays in the extension; and sd-bus
 /// refuses whole messages for a noncharacter.
 int append(sd_bus_message* message, const std::string& text) {
+    unsent().add(text.size());
     return sd_bus_message_append_basic(message, 's',
                                        platform::linux_backend::withoutNoncharacters(text).c_str());
 }
@@ -45,19 +66,32 @@ int append(sd_bus_message* message, bool value) {
     return sd_bus_message_append_basic(message, 'b', &number);
 }
 
+std::size_t lengthOf(const std::string& text) {
+    return text.size();
+}
+
+std::size_t lengthOf(const FinderSync::URL& url) {
+    return url->description().size();
+}
+
 template <typename Element> int append(sd_bus_message* message, const std::vector<Element>& list) {
+    std::size_t length = 0;
     int result = sd_bus_message_open_container(message, 'a', "s");
-    for (auto element = list.begin(); result >= 0 && element != list.end(); ++element)
-        result = append(message, *element);
+    for (auto element = list.begin(); result >= 0 && element != list.end(); ++element) {
+        length += lengthOf(*element) + textOverhead;
+        result = length > longestList ? -ENOBUFS : append(message, *element);
+    }
     return result < 0 ? result : sd_bus_message_close_container(message);
 }
 
 int read(sd_bus_message* message, std::string& text) {
     const char* value = nullptr;
     const int result = sd_bus_message_read_basic(message, 's', &value);
-    if (result > 0)
-        text = value;
-    return result;
+    if (result <= 0)
+        return result;
+    text = value;
+    unsent().add(text.size()); // an error may repeat it
+    return text.size() > longestArgument ? -ENOBUFS : result;
 }
 
 int read(sd_bus_message* message, std::uint32_t& number) {
@@ -78,8 +112,13 @@ int read(sd_bus_message* message, bool& value) {
 int read(sd_bus_message* message, std::vector<std::string>& list) {
     int result = sd_bus_message_enter_container(message, 'a', "s");
     std::string element;
-    while (result >= 0 && (result = read(message, element)) > 0)
+    std::size_t length = 0;
+    while (result >= 0 && (result = read(message, element)) > 0) {
+        length += element.size() + textOverhead;
+        if (length > longestArgument)
+            return -ENOBUFS;
         list.push_back(element);
+    }
     return result < 0 ? result : sd_bus_message_exit_container(message);
 }
 
@@ -205,6 +244,13 @@ struct ExtensionService::Callbacks {
     static int signalChanges(sd_event_source*, void* self) noexcept {
         return service(self).signalChanges();
     }
+    static int signalChangesLater(sd_event_source*, std::uint64_t, void* self) noexcept {
+        return service(self).signalChanges();
+    }
+    static int beginAnswer(sd_bus_message* message, void*, sd_bus_error*) noexcept {
+        unsent().beginAnswer(waitingAnswers(sd_bus_message_get_bus(message)));
+        return 0;
+    }
 
     static ExtensionService& service(void* self) { return *static_cast<ExtensionService*>(self); }
 
@@ -256,7 +302,9 @@ ExtensionService::ExtensionService(sd_bus* bus, ObservedFinderSync& extension,
 
 ExtensionService::~ExtensionService() {
     extension_.setObserver(nullptr);
+    sd_event_source_disable_unref(laterSignalSource_);
     sd_event_source_disable_unref(signalSource_);
+    sd_bus_slot_unref(filterSlot_);
     sd_bus_slot_unref(slot_);
 }
 
@@ -265,6 +313,8 @@ int ExtensionService::publish() {
         sd_event_add_defer(sd_bus_get_event(bus_), &signalSource_, Callbacks::signalChanges, this);
     if (result >= 0)
         result = sd_event_source_set_enabled(signalSource_, SD_EVENT_OFF);
+    if (result >= 0)
+        result = sd_bus_add_filter(bus_, &filterSlot_, Callbacks::beginAnswer, nullptr);
     if (result >= 0)
         result = sd_bus_add_object_vtable(bus_, &slot_, objectPath, interfaceName,
                                           Callbacks::vtable, this);
@@ -397,6 +447,11 @@ void ExtensionService::noteChange(std::string_view property) {
 }
 
 int ExtensionService::signalChanges() {
+    laterSignalSource_ = sd_event_source_disable_unref(laterSignalSource_);
+    if (waitingAnswers(bus_) > 0) // what changes meanwhile goes into the same signal
+        return sd_event_add_time_relative(sd_bus_get_event(bus_), &laterSignalSource_,
+                                          CLOCK_MONOTONIC, restOfSignals, 0,
+                                          Callbacks::signalChangesLater, this);
     std::vector<char*> names;
     names.reserve(changed_.size() + 1);
     for (std::string& name : changed_)

@@ -53,8 +53,10 @@ private:
     ObservedFinderSync& extension_;
     platform::linux_backend::FinderSyncController& controller_;
     sd_bus_slot* slot_ = nullptr;
+    sd_bus_slot* filterSlot_ = nullptr;
     sd_event_source* signalSource_ = nullptr; ///< fires at the end of a turn that changed something
-    std::vector<std::string> changed_;        ///< names of the properties to signal, each once
+    sd_event_source* laterSignalSource_ = nullptr; ///< fires when the bus has had time to read
+    std::vector<std::string> changed_;             ///< names of the properties to signal, each once
 };
 
 } // namespace findersync

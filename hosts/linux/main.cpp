@@ -15,12 +15,21 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <malloc.h>
 #include <new>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace {
+
+/// What one large request has taken goes back to the system. Left to itself, the allocator comes to
+/// keep up to 64 MiB of that.
+void keepLittleMemory() {
+    constexpr int large = 1024 * 1024; // bytes
+    (void)::mallopt(M_MMAP_THRESHOLD, large);
+    (void)::mallopt(M_TRIM_THRESHOLD, large);
+}
 
 /// Serves until it is told to end. Gives the exit code of the process.
 int serve() {
@@ -102,5 +111,6 @@ int main(int argc, char** argv) {
     process::secureStandardDescriptors();
     if (const std::optional<int> code = answer(argc, argv))
         return *code;
+    keepLittleMemory();
     return serve();
 }

@@ -93,6 +93,7 @@ private:
     mutable int bytesToldOf_ = 0;     ///< certain to be there, without asking the system
     bool bytesAnnounced_ = false;     ///< told once; not again before something was read
     bool spaceToBeAnnounced_ = false; ///< after opening, and after each write
+    bool wasReset_ = false;           ///< as a write has been told; the system tells it once
     sd_event_source* socketSource_ = nullptr;
     sd_event_source* failureSource_ = nullptr;
 };
@@ -255,10 +256,10 @@ bool Connection::findsBytesOtherwise() {
         bytesToldOf_ = 1;
         return true;
     }
-    if (result == 0) {
+    if (result == 0 && !wasReset_) {
         input.status = Status::AtEnd;
         deliver(input, NSStreamEvent::EndEncountered);
-    } else if (errno != EAGAIN && errno != EINTR) {
+    } else if (result == 0 || (errno != EAGAIN && errno != EINTR)) {
         link_ = Link::Failed;
     }
     return false;
@@ -307,6 +308,8 @@ std::int64_t Connection::write(const std::uint8_t* bytes, std::size_t length) {
     if (output.status != Status::Open)
         return -1;
     const ssize_t count = ::send(socket_, bytes, length, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (count < 0 && (errno == ECONNRESET || errno == EPIPE))
+        wasReset_ = true;
     spaceToBeAnnounced_ = true;
     updateInterest();
     return count;

@@ -5,7 +5,8 @@ import socket
 import subprocess
 
 import pytest
-from conftest import line, wait_for
+from conftest import EXTENSION, line, wait_for
+from jeepney import message_bus, new_method_call
 
 
 def test_a_normal_start_traces_its_steps(session):
@@ -66,6 +67,23 @@ def test_the_peer_resets(session):
     assert "ignore" not in extension.output()
     assert session.get("isSocketConnected") is True
     assert extension.popen.poll() is None
+
+
+def test_a_reset_that_a_click_finds_is_no_end(session):
+    peer, extension = session.start_connected()
+    session.wait_for_name()
+    caller = session.connect_to_bus()
+    extension.popen.send_signal(signal.SIGSTOP)
+    wait_for(lambda: extension.state() == "T")
+    # The bus is served first, when it has been waiting for longer.
+    caller.send(new_method_call(EXTENSION, "PerformAction", "sas",
+                                ("createLinkClicked:", ["file:///a"])))
+    session.call(message_bus.GetId())
+    peer.reset()
+    extension.popen.send_signal(signal.SIGCONT)
+    extension.wait_output("Stream open error\nStream open error\n")
+    assert "ignore" not in extension.output()
+    assert session.get("isSocketConnected") is True
 
 
 def test_the_peer_resets_after_it_has_closed_its_direction(session):

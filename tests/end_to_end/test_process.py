@@ -106,7 +106,7 @@ def test_a_full_standard_output_does_not_keep_it_from_ending(session):
     # 66 kB of trace: more than a pipe holds.
     for number in range(64):
         peer.send(line(type="hello", number=number)[:-1].ljust(1023) + b"\n")
-    wait_for(lambda: state_of(extension) == "S")
+    wait_for(lambda: extension.state() == "S")
     assert extension.end() == 0
     os.close(reading)
 
@@ -126,11 +126,6 @@ def test_a_slow_reader_of_standard_output_gets_everything(session):
             output += pipe.read1()
     assert output.count(b"type - hello\n") == 100
     assert extension.end() == 0
-
-
-def state_of(process):
-    with open(f"/proc/{process.popen.pid}/stat", encoding="ascii") as file:
-        return file.read().rsplit(")", 1)[1].split()[0]
 
 
 @pytest.mark.parametrize("closed", [[0], [1], [2], [0, 1, 2]])

@@ -1,23 +1,14 @@
-// Dolphin's plug-ins without Dolphin and without a display: they are found and loaded as it does
-// it, and asked about items of the test's own.
+// Dolphin's plug-ins without Dolphin and without a display.
 
 #include "tests/file-managers/AheadOfOthers.h"
+#include "tests/file-managers/LoadedDolphinPlugins.h"
 
-#include <KAbstractFileItemActionPlugin>
-#include <KFileItem>
-#include <KFileItemListProperties>
-#include <KOverlayIconPlugin>
-#include <KPluginFactory>
-#include <KPluginMetaData>
-#include <QAction>
 #include <QApplication>
 #include <QDBusInterface>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
-#include <QHash>
 #include <QIcon>
-#include <QPluginLoader>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QThread>
@@ -26,7 +17,6 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
-#include <sys/stat.h>
 #include <vector>
 
 namespace {
@@ -47,13 +37,6 @@ QUrl sync() {
 
 QUrl inSync(const QString& name) {
     return QUrl::fromLocalFile(QStringLiteral("/sync/") + name);
-}
-
-KPluginMetaData pluginOfKind(const char* kind) {
-    const auto found = KPluginMetaData::findPlugins(QStringLiteral("kf5/") + QLatin1String(kind));
-    if (found.size() != 1)
-        throw std::runtime_error(std::string("there is not one plug-in in ") + kind);
-    return found.front();
 }
 
 bool runUntil(const std::function<bool()>& condition) {
@@ -152,35 +135,10 @@ private:
     QString starts_ = scratch().filePath(QStringLiteral("starts"));
 };
 
-class DolphinPlugins : public testing::Test {
+class DolphinPlugins : public testing::Test, protected LoadedDolphinPlugins {
 protected:
-    DolphinPlugins() {
-        QPluginLoader loader(pluginOfKind("overlayicon").fileName());
-        badgePlugin_.reset(qobject_cast<KOverlayIconPlugin*>(loader.instance()));
-        if (!menuPlugin_ || !badgePlugin_)
-            throw std::runtime_error("a plug-in is not of its kind");
-        // As Dolphin does it: it asks again when it is told.
-        QObject::connect(badgePlugin_.get(), &KOverlayIconPlugin::overlaysChanged,
-                         [this](const QUrl& url, const QStringList& overlays) {
-                             overlays_[url] = badgePlugin_->getOverlays(url);
-                             EXPECT_EQ(overlays_[url], overlays);
-                             ++changes_[url];
-                         });
-    }
-
-    static std::unique_ptr<KAbstractFileItemActionPlugin> newMenuPlugin() {
-        const KPluginMetaData plugin = pluginOfKind("kfileitemaction");
-        return std::unique_ptr<KAbstractFileItemActionPlugin>(
-            KPluginFactory::instantiatePlugin<KAbstractFileItemActionPlugin>(plugin).plugin);
-    }
-
-    void show(const QUrl& url) { overlays_[url] = badgePlugin_->getOverlays(url); }
-
-    QStringList overlays(const QUrl& url) { return overlays_.value(url); }
-    int changes(const QUrl& url) { return changes_.value(url); }
-
     bool shows(const QUrl& url, const QStringList& expected) {
-        return runUntil([&] { return overlays_.value(url) == expected; });
+        return runUntil([&] { return overlays(url) == expected; });
     }
 
     /// Runs until both plug-ins know the extension: the badge comes after all that they ask first.
@@ -188,33 +146,6 @@ protected:
         show(sync());
         ASSERT_TRUE(shows(sync(), badged));
     }
-
-    /// The labels of the menu for items, and how long it took.
-    QStringList menu(const QList<QUrl>& urls) {
-        KFileItemList items;
-        for (const QUrl& url : urls)
-            items.append(KFileItem(url, QStringLiteral("text/plain"), S_IFREG));
-        const KFileItemListProperties selection(items);
-        QElapsedTimer clock;
-        clock.start();
-        actions_ = menuPlugin_->actions(selection, nullptr);
-        menuTook_ = clock.elapsed();
-        QStringList labels;
-        for (const QAction* action : actions_)
-            labels.push_back(action->text());
-        return labels;
-    }
-
-    [[nodiscard]] const QList<QAction*>& actions() const { return actions_; }
-    [[nodiscard]] qint64 menuTook() const { return menuTook_; }
-
-private:
-    std::unique_ptr<KAbstractFileItemActionPlugin> menuPlugin_ = newMenuPlugin();
-    std::unique_ptr<KOverlayIconPlugin> badgePlugin_;
-    QHash<QUrl, QStringList> overlays_;
-    QHash<QUrl, int> changes_;
-    QList<QAction*> actions_;
-    qint64 menuTook_ = 0;
 };
 
 TEST_F(DolphinPlugins, AreForFilesAndFolders) {

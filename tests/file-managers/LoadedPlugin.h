@@ -102,6 +102,7 @@ private:
 };
 
 using Clock = std::chrono::steady_clock;
+using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
 inline bool runUntil(const std::function<bool()>& condition) {
@@ -131,14 +132,14 @@ public:
             selection = g_list_append(selection, file);
         const auto begin = Clock::now();
         items_ = open(selection);
-        took_ = std::chrono::duration_cast<milliseconds>(Clock::now() - begin);
+        took_ = std::chrono::duration_cast<microseconds>(Clock::now() - begin);
         g_list_free(selection);
     }
     ~Menu() { g_list_free_full(items_, &g_object_unref); }
     Menu(const Menu&) = delete;
     Menu& operator=(const Menu&) = delete;
 
-    [[nodiscard]] milliseconds took() const { return took_; }
+    [[nodiscard]] microseconds took() const { return took_; }
 
     [[nodiscard]] std::vector<std::string> labels() const { return properties("label"); }
     [[nodiscard]] std::vector<std::string> icons() const { return properties("icon"); }
@@ -157,7 +158,7 @@ private:
     }
 
     GList* items_ = nullptr;
-    milliseconds took_{0};
+    microseconds took_{0};
 };
 
 /// Runs the tests with a bus of their own.

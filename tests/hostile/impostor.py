@@ -1,0 +1,99 @@
+"""A program that owns the extension's name and answers what it likes."""
+
+import contextlib
+import socket
+import struct
+import threading
+import time
+
+from conftest import BUS_NAME, PATIENCE
+from jeepney import HeaderFields, MessageType, message_bus, new_error, new_method_return
+from jeepney.low_level import Endianness, parse_signature
+
+MENU = "ba(sss)"
+BADGES = "as"
+
+
+def marshalled(signature, *values):
+    return parse_signature(list(f"({signature})")).serialise(values, 0, Endianness.little)
+
+
+def array_of(element, count, alignment):
+    """An array of equal elements, made without a thought for each."""
+    padded = element + bytes(-len(element) % alignment)
+    size = len(padded) * (count - 1) + len(element) if count else 0
+    return struct.pack("<I", size) + (padded * count)[:size]
+
+
+def menu(title="Copy link", selector="createLinkClicked:", image="icon_URLlink", count=1):
+    """A menu of equal entries, marshalled."""
+    return struct.pack("<I", 1) + array_of(marshalled("sss", title, selector, image), count, 8)
+
+
+def texts(text, count):
+    """An array of equal texts, marshalled."""
+    return array_of(marshalled("s", text), count, 4)
+
+
+PROPERTIES = {
+    "myFolderURL": ("s", "file:///"), "pathsOfRootFolders": ("as", ["/sync"]),
+    "serverAddress": ("s", "127.0.0.1"), "serverPort": ("u", 1),
+    "isSocketConnected": ("b", True), "displayUrlLink": ("x", 1), "displayBackup": ("x", 0),
+    "shareContactTitle": ("s", ""), "shareViaUrlTitle": ("s", ""), "backupTitle": ("s", ""),
+    "directoryURLs": ("as", ["file:///"]), "badges": ("a{s(ss)}", {}),
+}
+
+
+class Impostor:
+    """`answers` says for each member what is answered: a signature and a marshalled body, the name
+    of an error, or None for nothing at all; and how long that takes, in seconds."""
+
+    def __init__(self, session, answers, delay=0):
+        self.connection = session.connect_to_bus()
+        self.answers = {
+            "GetAll": ("a{sv}", marshalled("a{sv}", PROPERTIES)),
+            "MenuForMenuKind": (MENU, menu()),
+        } | answers
+        self.delay = delay
+        self.asked = 0
+        self.asked_for_menus = 0
+        self.connection.send_and_get_reply(message_bus.RequestName(BUS_NAME))
+        self.thread = threading.Thread(target=self.serve, daemon=True)
+        self.thread.start()
+
+    def serve(self):
+        with contextlib.suppress(OSError):
+            while True:
+                self.answer(self.connection.receive())
+
+    def end(self):
+        self.connection.sock.shutdown(socket.SHUT_RDWR)
+        self.thread.join(PATIENCE)
+
+    def answer(self, call):
+        if call.header.message_type != MessageType.method_call:
+            return
+        member = call.header.fields[HeaderFields.member]
+        self.asked += 1
+        self.asked_for_menus += member == "MenuForMenuKind"
+        if member == "RequestBadgeIdentifiersForURLs" and member not in self.answers:
+            count = len(call.body[0])
+            answer = (BADGES, texts("FolderIco", count))
+        else:
+            answer = self.answers.get(member)
+        if answer is None:
+            return
+        if self.delay and member == "MenuForMenuKind":
+            time.sleep(self.delay)
+        self.connection.sock.settimeout(None)
+        if isinstance(answer, str):
+            self.connection.send(new_error(call, answer))
+        else:
+            self.send(call, *answer)
+
+    def send(self, call, signature, body):
+        header = new_method_return(call, signature).header
+        header.body_length = len(body)
+        serial = next(self.connection.outgoing_serial)
+        head = header.serialise(serial)
+        self.connection.sock.sendall(head + bytes(-len(head) % 8) + body)

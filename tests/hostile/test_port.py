@@ -1,0 +1,225 @@
+"""Whoever has taken the port, and what it does to the extension: nothing, or it closes the link, or
+it ends the process as malformed messages do. The file managers do not wait for any of it."""
+
+import contextlib
+import fcntl
+import socket
+import struct
+import subprocess
+import termios
+import time
+
+import pytest
+from conftest import PATIENCE, line, wait_for
+
+from hostile.headless import meanwhile
+
+BLOCK = 1024
+RESET = struct.pack("ii", 1, 0)
+
+
+def block(**message):
+    return line(**message)[:-1].ljust(BLOCK - 1) + b"\n"
+
+
+def click(session, count):
+    """Reports a click on so many items."""
+    session.method("PerformAction", "sas", "createLinkClicked:",
+                   [f"file:///sync/{number:060}" for number in range(count)])
+
+
+def test_never_reads_the_reports(scene):
+    connection = scene.begin(stdout=subprocess.DEVNULL)
+    with meanwhile(lambda: click(scene.session, 2000)):  # 150 kB each
+        scene.keep_asking(0.5)
+    for _ in range(60):
+        click(scene.session, 2000)  # returns, with nobody reading
+    # What was on its way is there, the last of it cut off; what came after is lost.
+    connection.settimeout(0.2)
+    with contextlib.suppress(TimeoutError):
+        while connection.recv(1 << 20):
+            pass
+    connection.settimeout(PATIENCE)
+    scene.is_as_before()
+
+
+def test_a_line_feed_now_and_then(scene):
+    connection = scene.begin()
+
+    def send():
+        connection.send(b"\n")
+        time.sleep(0.01)
+
+    with meanwhile(send):
+        scene.keep_asking()
+    assert scene.extension.output().count("receiving\n") > 2
+    scene.is_as_before()
+
+
+def test_a_message_byte_by_byte(scene):
+    connection = scene.begin()
+    with meanwhile(lambda: connection.send(b"{") and time.sleep(0.01)):
+        scene.keep_asking()
+    scene.has_ended()  # the first byte is no message
+
+
+def test_a_flood_of_messages(scene):
+    connection = scene.begin(stdout=subprocess.DEVNULL)
+    flood = (block(type="add_folder", path="/other") + block(type="del_folder", path="/other")) * 16
+    connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 0)
+    connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_CORK, 1)
+    # No more under way than fits: what TCP has to split would end the process.
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, len(flood))
+
+    def send():
+        connection.sendall(flood)
+        while unread(connection):
+            pass
+
+    with meanwhile(send):
+        scene.keep_asking(0.5)
+    scene.is_as_before()
+
+
+def unread(connection):
+    """Bytes that the other end's system has not taken."""
+    return struct.unpack("i", fcntl.ioctl(connection, termios.TIOCOUTQ, bytes(4)))[0]
+
+
+def test_a_flood_of_empty_lines(scene):
+    connection = scene.begin(stdout=subprocess.DEVNULL)
+    with meanwhile(lambda: connection.sendall(b"\n" * BLOCK * 64)):
+        scene.keep_asking(0.5)
+    scene.is_as_before()
+
+
+def test_a_flood_that_tcp_splits(scene):
+    connection = scene.begin(stdout=subprocess.DEVNULL)
+    with meanwhile(lambda: connection.sendall(block(type="hello") * 1000 + b" ")):
+        scene.keep_asking(0.5)
+    scene.has_ended()
+
+
+def test_an_endless_line(scene):
+    connection = scene.begin(stdout=subprocess.DEVNULL)
+    with meanwhile(lambda: connection.sendall(b" " * BLOCK * 64)):
+        scene.keep_asking()
+    scene.has_ended()
+
+
+def test_half_closes_and_goes_on_reading(scene):
+    connection = scene.begin()
+    connection.shutdown(socket.SHUT_WR)
+    scene.keep_asking()
+    scene.has_closed_link()
+    click(scene.session, 1)
+    assert connection.recv(2) == b'{"'
+
+
+def test_half_closes_and_goes_on_sending(scene):
+    connection = scene.begin()
+    connection.shutdown(socket.SHUT_RD)
+    with meanwhile(lambda: connection.sendall(block(type="hello")) or time.sleep(0.01)):
+        scene.keep_asking()
+    scene.extension.wait_output("type - hello")
+    scene.has_lost_link()
+
+
+def reset(connection):
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, RESET)
+    connection.close()
+
+
+def test_resets(scene):
+    reset(scene.begin())
+    scene.keep_asking()
+    scene.extension.wait_output("Stream open error\nStream open error\n")
+    scene.has_lost_link()
+
+
+def test_resets_in_the_middle_of_a_line(scene):
+    connection = scene.begin()
+    connection.send(b'{"type":"add_fol')
+    reset(connection)
+    scene.keep_asking()
+    scene.has_ended()  # what had arrived is read
+
+
+def test_resets_in_the_middle_of_a_report(scene):
+    connection = scene.begin()
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, BLOCK)
+    with meanwhile(lambda: click(scene.session, 2000)):
+        time.sleep(0.1)
+        reset(connection)
+        scene.keep_asking()
+    scene.extension.wait_output("Stream open error\nStream open error\n")
+    scene.has_lost_link()
+
+
+def test_resets_after_it_has_accepted(scene):
+    peer = scene.session.listen()
+    with meanwhile(lambda: peer.accept() or reset(peer.connection)):
+        scene.begin_without_link(peer)
+        scene.keep_asking()
+        peer.listener.shutdown(socket.SHUT_RD)
+    scene.extension.wait_output("Stream open error\nStream open error\n")
+    scene.has_lost_link()
+
+
+def test_closes_after_it_has_accepted(scene):
+    peer = scene.session.listen()
+    with meanwhile(lambda: peer.accept() or peer.connection.close()):
+        scene.begin_without_link(peer, menus=False)
+        scene.keep_asking()
+        peer.listener.shutdown(socket.SHUT_RD)
+    assert scene.extension.output().endswith("ignore\n")
+    scene.has_closed_link()
+
+
+def test_never_accepts(scene):
+    peer = scene.session.listen()
+    peer.listener.listen(0)
+    waiting = [socket.socket() for _ in range(4)]
+    for each in waiting:
+        each.setblocking(False)
+        each.connect_ex(("127.0.0.1", peer.port))
+    scene.begin_without_link(peer)
+    scene.keep_asking()
+    assert scene.extension.output().startswith("connecting...\npath: ")  # and is at it still
+    scene.has_lost_link()
+    for each in waiting:
+        each.close()
+
+
+def test_urgent_bytes(scene):
+    connection = scene.begin()
+    sent = []
+
+    def send():
+        connection.send(b"!", socket.MSG_OOB)
+        connection.send(block(type="hello"))
+        sent.append(True)
+        wait_for(lambda: scene.extension.output().count("type - hello") == len(sent))
+
+    with meanwhile(send):
+        scene.keep_asking()
+    scene.is_as_before()
+
+
+def test_a_flood_of_urgent_bytes(scene):
+    connection = scene.begin(stdout=subprocess.DEVNULL)
+    # One that is overtaken by the next is a byte like any other, which is no message.
+    with meanwhile(lambda: connection.send(b"!" * BLOCK, socket.MSG_OOB)):
+        scene.keep_asking()
+    scene.has_ended()
+
+
+MALFORMED = [b"hello\n", b'{"type":"add_folder"}\n', b'{"type":"hello"}\xff\n',
+             b"[" * 1023 + b"\n", b'{"type":"' + b"\xf0\x9f" * 500]
+
+
+@pytest.mark.parametrize("message", MALFORMED, ids=range(len(MALFORMED)))
+def test_malformed_messages(scene, message):
+    scene.begin().send(message)
+    scene.keep_asking(0.1)
+    scene.has_ended()
