@@ -132,11 +132,13 @@ Function functions[] = {
      {systemError(EINTR), systemError(EAGAIN), systemError(EIO), systemError(EPIPE), oneByte()}},
 
     // libsystemd.
+    {"sd_bus_add_filter", {negative(ENOMEM)}},
     {"sd_bus_add_object_vtable", {negative(ENOMEM)}},
     {"sd_bus_attach_event", {negative(ENOMEM)}},
     {"sd_bus_creds_get_pid", {negative(ENODATA)}},
     {"sd_bus_emit_properties_changed_strv", {negative(ENOMEM), negative(ENOTCONN)}},
     {"sd_bus_get_name_creds", {negative(ENOMEM), negative(ENXIO), negative(ETIMEDOUT)}},
+    {"sd_bus_get_n_queued_write", {negative(ENOTCONN)}},
     {"sd_bus_message_append", {negative(ENOMEM)}},
     {"sd_bus_message_append_basic", {negative(ENOMEM)}},
     {"sd_bus_message_close_container", {negative(ENOMEM)}},
@@ -150,6 +152,7 @@ Function functions[] = {
     {"sd_bus_send", {negative(ENOBUFS), negative(ENOTCONN), negative(ENOMEM)}},
     {"sd_event_add_defer", {negative(ENOMEM)}},
     {"sd_event_add_io", {negative(ENOMEM), negative(ENOSPC)}},
+    {"sd_event_add_time_relative", {negative(ENOMEM)}},
     {"sd_event_default", {negative(ENOMEM), negative(EMFILE)}},
     {"sd_event_run", {negative(ENOMEM)}},
     {"sd_event_source_set_enabled", {negative(ENOMEM)}},

@@ -14,6 +14,7 @@ LAST_WORDS = {
     "readlink": "/proc/self/exe cannot be read: ",
     "stat": 'the image "icon_Folder" is missing ',
     "access": 'the image "icon_Folder" is missing ',
+    "sd_bus_add_filter": "the object cannot be put onto the session bus: ",
     "sd_bus_add_object_vtable": "the object cannot be put onto the session bus: ",
     "sd_event_add_defer": "the object cannot be put onto the session bus: "
                           "|the link cannot be watched: ",
@@ -40,7 +41,7 @@ COMPLAINTS = {
               "|the bus name .* (cannot be had: |is taken)|the session bus cannot be served: ",
 }
 # What breaks the link, or keeps it from coming about; the trace tells.
-OF_THE_LINK = {"inet_pton", "socket", "connect", "getsockopt", "recv", "sd_event_add_io"}
+OF_THE_LINK = {"inet_pton", "socket", "connect", "getsockopt", "recv", "send", "sd_event_add_io"}
 # What loses lines of the trace, or takes an event for two.
 OF_THE_TRACE = {"write", "ioctl"}
 
