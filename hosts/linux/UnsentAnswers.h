@@ -4,7 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
+#include <list>
 
 namespace findersync {
 
@@ -36,7 +36,8 @@ private:
     static constexpr std::size_t limit = std::size_t{128} * 1024 * 1024;
     static constexpr std::size_t overhead = 1024; ///< of a message
 
-    std::deque<std::size_t> sizes_; ///< of the latest answers, at least of all that wait
+    // A list, since what it takes depends on nothing but its length.
+    std::list<std::size_t> sizes_; ///< of the latest answers, at least of all that wait
     std::size_t total_ = 0;
 };
 
