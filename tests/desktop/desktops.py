@@ -156,7 +156,12 @@ class FileManager:
         return self.desktop.accessible(action, self.name, "menu item", title, **options)
 
     def pick(self, title):
+        """Once more when the menu stays: while it opens, it may take no notice of a click."""
         self.entry(title, self.press)
+        try:
+            self.entry(title, "gone", patience=3)
+        except AssertionError:
+            self.entry(title, self.press)
 
     def close_menu(self):
         self.entry(self.last_entry)  # it may still be about to open
@@ -221,6 +226,9 @@ class Dolphin(FileManager):
             subprocess.run(["xdotool", "mousemove", str(left), str(top), "click", "1"],
                            env=self.desktop.environment, check=True)
         return left, top, right - left, bottom - top
+
+    def pick(self, title):
+        self.entry(title, self.press)
 
     def entries(self):
         """Where the icons of our entries are, or none."""
