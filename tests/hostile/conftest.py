@@ -64,8 +64,9 @@ class Scene:
         self.memory = headless.own_memory(process)
         self.descriptors = headless.descriptors(process)
 
-    def keep_asking(self, seconds=0.3):
-        headless.for_a_while(seconds, lambda: (self.desktop.menus(), time.sleep(0.02)))
+    def keep_asking(self, seconds=0.3, by_turns=False):
+        headless.for_a_while(seconds, lambda: (self.desktop.menus(by_turns=by_turns),
+                                               time.sleep(0.02)))
 
     def stays_level(self, growth=0):
         """The extension has not grown by more than so many kilobytes, nor kept a descriptor."""
