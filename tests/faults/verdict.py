@@ -41,7 +41,9 @@ COMPLAINTS = {
               "|the bus name .* (cannot be had: |is taken)|the session bus cannot be served: ",
 }
 # What breaks the link, or keeps it from coming about; the trace tells.
-OF_THE_LINK = {"inet_pton", "socket", "connect", "getsockopt", "recv", "send", "sd_event_add_io"}
+OF_THE_LINK = {"inet_pton", "socket", "connect", "getsockopt", "recv", "sd_event_add_io"}
+# The ways of `send` that tell of a reset, after which the end of the link is none.
+RESETS = {"1", "2"}
 # What loses lines of the trace, or takes an event for two.
 OF_THE_TRACE = {"write", "ioctl"}
 
@@ -59,6 +61,10 @@ def last_words(outcome):
 def failed_functions(outcome):
     return {line.split()[1] if line.split()[1] == "memory" else line.split()[3]
             for line in outcome.failed}
+
+
+def is_told_of_a_reset(outcome):
+    return any(line.split()[3:] == ["send", way] for line in outcome.failed for way in RESETS)
 
 
 def complaints(clean, outcome):
@@ -94,7 +100,8 @@ def of_a_whole_session(clean, outcome, words, failed):
     if len(outcome.answers) < len(clean.answers) and not ended_early:
         yield "it ends early"
     is_linked = "Stream open error" not in outcome.output
-    if not is_linked and not failed & (OF_THE_LINK | {"memory"}):
+    if not is_linked and not failed & (OF_THE_LINK | {"memory"}) \
+            and not is_told_of_a_reset(outcome):
         yield "the link is lost"
     has_been_told = not is_linked
     for step, answer in outcome.answers.items():
