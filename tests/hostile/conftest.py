@@ -14,8 +14,9 @@ GROWTH = 4096  # kilobytes; the allocator keeps what the largest request has tak
 
 
 class Scene:
-    def __init__(self, session, name):
+    def __init__(self, session, sleepers, name):
         self.session = session
+        self.sleepers = sleepers
         self.name = name
         self.peer = self.extension = self.desktop = None
         self.start_bus()
@@ -53,7 +54,7 @@ class Scene:
     def open_file_managers(self, menus=True, wait=True):
         if self.desktop:
             self.desktop.end()
-        self.desktop = headless.Desktop(self.session)
+        self.desktop = headless.Desktop(self.session, self.sleepers)
         if wait:
             self.desktop.wait_ready(menus)
         self.desktop.attack = self.name
@@ -148,9 +149,16 @@ class Scene:
             self.desktop.end()
 
 
+@pytest.fixture(scope="session")
+def sleepers():
+    sleepers = headless.Sleepers()
+    yield sleepers
+    sleepers.end()
+
+
 @pytest.fixture
-def scene(session, request):
-    scene = Scene(session, request.node.name.removeprefix("test_"))
+def scene(session, sleepers, request):
+    scene = Scene(session, sleepers, request.node.name.removeprefix("test_"))
     try:
         yield scene
     finally:
@@ -166,3 +174,5 @@ def pytest_terminal_summary(terminalreporter):
         growth = headless.growths.get(attack)
         write(" ".join(f"{waits.get(name, 0):6.1f}" for name in headless.NAMES)
               + f"  {attack}" + ("" if growth is None else f", memory {growth:+} KiB"))
+    for each in headless.excused:
+        write(f"excused: {each}")

@@ -3,8 +3,10 @@ wait."""
 
 import contextlib
 import os
+import pathlib
 import select
 import subprocess
+import sys
 import threading
 import time
 
@@ -23,6 +25,7 @@ ALLOWANCE = 25.0
 longest = {}  # milliseconds, by attack and by file manager
 requests = {}  # how many menus, by attack
 growths = {}  # kilobytes of the extension's own memory, by attack
+excused = []  # menus that took longer because the machine stood still, one text for each
 
 
 class HeadlessFileManager:
@@ -57,11 +60,34 @@ class HeadlessFileManager:
             self.log.close()
 
 
+class Sleepers:
+    """How late the machine lets those go on who only sleep: one on each processor."""
+
+    def __init__(self):
+        program = pathlib.Path(__file__).with_name("sleeper.py")
+        self.processes = [
+            subprocess.Popen([sys.executable, "-B", program, str(processor)], text=True,
+                             stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+            for processor in sorted(os.sched_getaffinity(0))]
+
+    def lateness_since(self, moment):
+        """Milliseconds, of the one who has been latest."""
+        for each in self.processes:
+            each.stdin.write(f"{moment!r}\n")
+            each.stdin.flush()
+        return max(float(each.stdout.readline()) for each in self.processes) * 1000
+
+    def end(self):
+        for each in self.processes:
+            each.communicate(timeout=PATIENCE)
+
+
 class Desktop:
     """One file manager of each kind, or of some."""
 
-    def __init__(self, session, names=NAMES):
+    def __init__(self, session, sleepers, names=NAMES):
         self.session = session
+        self.sleepers = sleepers
         self.attack = "none"
         self.has_waited = False  # for a menu in vain, and asks for none now
         self.file_managers = [HeadlessFileManager(session, name) for name in names]
@@ -78,15 +104,24 @@ class Desktop:
     def menus(self, url=FILE, by_turns=False):
         """Opens a menu in each. Gives the labels by name, once they have come in time."""
         labels = {}
+        began = time.monotonic()
         for name, answer in self.order("menu " + url, by_turns).items():
             words, *labels[name] = answer.split("\t")
             took = int(words.split()[1]) / 1000
             of_attack = longest.setdefault(self.attack, {})
             of_attack[name] = max(of_attack.get(name, 0), took)
             self.has_waited = self.has_waited or took > 90
-            assert took <= PATIENCE_OF_PLUGINS + ALLOWANCE, f"{name}: {took} ms, {self.attack}"
+            if took > PATIENCE_OF_PLUGINS + ALLOWANCE:
+                self.excuse(name, took, began)
         requests[self.attack] = requests.get(self.attack, 0) + len(labels)
         return labels
+
+    def excuse(self, name, took, began):
+        """A menu may take as much longer as the machine kept those from going on who only slept."""
+        late = self.sleepers.lateness_since(began)
+        text = f"{name}: {took:.1f} ms, {self.attack}; who only slept was {late:.1f} ms late"
+        assert took <= PATIENCE_OF_PLUGINS + ALLOWANCE + late, text
+        excused.append(text)
 
     def offer(self, titles):
         """Whether the menus of all have these entries."""
