@@ -44,10 +44,9 @@ QDBusMessage callOfBus(const char* method, const QVariantList& arguments) {
     return call;
 }
 
-/// Waits for a menu. QtDBus has an end to its wait, too, but looks at no clock while it reads a
-/// large message of somebody else's.
-bool waitForAnswer(const QDBusPendingCall& call) {
-    const QDeadlineTimer patience(menuPatience);
+/// Waits while a menu is kept waiting. QtDBus has an end to its wait, too, but looks at no clock
+/// while it reads a large message of somebody else's.
+bool waitForAnswer(const QDBusPendingCall& call, const QDeadlineTimer& patience) {
     while (!call.isFinished() && !patience.hasExpired())
         QThread::usleep(restBetweenLooks);
     return call.isFinished();
@@ -188,14 +187,22 @@ void Extension::requestBadges(const QStringList& urls, const BadgesAnswer& answe
 }
 
 FinderSyncMenuItems Extension::menuForItems(const QStringList& urls) {
-    // File managers load a plug-in for the first menu that they open. The bus answers at once.
-    if (!firstOwner_.isNull())
-        firstOwner_->waitForFinished();
-    if (!proxy_ || !noMenuBefore_.hasExpired())
+    if (!noMenuBefore_.hasExpired())
+        return {};
+    const QDeadlineTimer patience(menuPatience);
+    // File managers load a plug-in for the first menu that they open. A bus answers at once.
+    if (!firstOwner_.isNull()) {
+        if (!waitForAnswer(*firstOwner_, patience)) {
+            noMenuBefore_.setRemainingTime(restAfterDelay);
+            return {};
+        }
+        firstOwner_->waitForFinished(); // hands the answer over
+    }
+    if (!proxy_)
         return {};
     proxy_->setTimeout(menuPatience);
     QDBusPendingReply<bool, FinderSyncMenuItems> reply = proxy_->MenuForMenuKind(itemsKind, urls);
-    const bool isFinished = waitForAnswer(reply);
+    const bool isFinished = waitForAnswer(reply, patience);
     // Also when it has ended, which the bus tells next.
     if (!isFinished || reply.error().type() == QDBusError::NoReply)
         noMenuBefore_.setRemainingTime(restAfterDelay);

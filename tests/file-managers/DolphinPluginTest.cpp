@@ -135,6 +135,32 @@ private:
     QString starts_ = scratch().filePath(QStringLiteral("starts"));
 };
 
+/// A bus of the test's own, with nothing to start but what a test puts there.
+class Bus {
+public:
+    Bus() {
+        process_.start(QStringLiteral("dbus-daemon"),
+                       {QStringLiteral("--session"), QStringLiteral("--print-address"),
+                        QStringLiteral("--nofork"), QStringLiteral("--nopidfile")});
+        if (!process_.waitForReadyRead())
+            throw std::runtime_error("dbus-daemon: " + process_.errorString().toStdString());
+        qputenv("DBUS_SESSION_BUS_ADDRESS", process_.readLine().trimmed());
+    }
+    ~Bus() {
+        process_.terminate();
+        process_.waitForFinished();
+    }
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+
+    void signal(int number) { (void)::kill(static_cast<pid_t>(process_.processId()), number); }
+
+private:
+    QProcess process_;
+};
+
+std::unique_ptr<Bus> bus;
+
 class DolphinPlugins : public testing::Test, protected LoadedDolphinPlugins {
 protected:
     bool shows(const QUrl& url, const QStringList& expected) {
@@ -316,6 +342,24 @@ TEST_F(DolphinPlugins, OfferTheEntriesInTheFirstMenu) {
     EXPECT_EQ(plugin->actions(selection, nullptr).size(), 1);
 }
 
+TEST_F(DolphinPlugins, WaitInTheFirstMenuForAHungBusAsLongAsForAHungExtension) {
+    ExtensionProcess extension({QStringLiteral("/sync")});
+    showBadge();
+    const KFileItemListProperties selection(
+        {KFileItem(sync(), QStringLiteral("inode/directory"), S_IFDIR)});
+    bus->signal(SIGSTOP);
+    const auto plugin = newMenuPlugin();
+    QElapsedTimer clock;
+    clock.start();
+    EXPECT_TRUE(plugin->actions(selection, nullptr).isEmpty());
+    EXPECT_GE(clock.restart(), leastWait);
+    EXPECT_TRUE(plugin->actions(selection, nullptr).isEmpty());
+    EXPECT_LT(clock.elapsed(), 60) << "one such wait";
+    bus->signal(SIGCONT);
+    EXPECT_TRUE(runUntil([&] { return plugin->actions(selection, nullptr).size() == 1; }))
+        << "the answer has come";
+}
+
 TEST_F(DolphinPlugins, WaitForAMenuATenthOfASecondAtTheMost) {
     ExtensionProcess slow(
         {QStringLiteral("--delay"), QStringLiteral("90"), QStringLiteral("/sync")});
@@ -393,28 +437,6 @@ TEST_F(DolphinPlugins, LeaveAnExtensionThatHasEndedUntilSomethingIsShown) {
     EXPECT_TRUE(runUntil([&] { return extension.starts() == 1; }));
 }
 
-/// A bus of the test's own, with nothing to start but what a test puts there.
-class Bus {
-public:
-    Bus() {
-        process_.start(QStringLiteral("dbus-daemon"),
-                       {QStringLiteral("--session"), QStringLiteral("--print-address"),
-                        QStringLiteral("--nofork"), QStringLiteral("--nopidfile")});
-        if (!process_.waitForReadyRead())
-            throw std::runtime_error("dbus-daemon: " + process_.errorString().toStdString());
-        qputenv("DBUS_SESSION_BUS_ADDRESS", process_.readLine().trimmed());
-    }
-    ~Bus() {
-        process_.terminate();
-        process_.waitForFinished();
-    }
-    Bus(const Bus&) = delete;
-    Bus& operator=(const Bus&) = delete;
-
-private:
-    QProcess process_;
-};
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -435,10 +457,12 @@ int main(int argc, char** argv) {
     put("XDG_RUNTIME_DIR", "run");
     qputenv("QT_QPA_PLATFORM", "minimal");
     qputenv("QT_PLUGIN_PATH", FINDER_SYNC_PLUGINS);
-    const Bus bus;
+    bus = std::make_unique<Bus>();
     const QApplication application(argc, argv);
     QIcon::setThemeSearchPaths(
         {QStringLiteral(FINDER_SYNC_ICONS), QStringLiteral("/usr/share/icons")});
     QIcon::setThemeName(QStringLiteral("hicolor"));
-    return RUN_ALL_TESTS();
+    const int code = RUN_ALL_TESTS();
+    bus.reset();
+    return code;
 }

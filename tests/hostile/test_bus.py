@@ -76,6 +76,16 @@ def test_a_stopped_extension(scene):
     scene.is_as_before()
 
 
+def test_a_stopped_bus(scene):
+    scene.begin()
+    scene.session.daemon.send_signal(signal.SIGSTOP)
+    try:
+        scene.desktop.menus()
+    finally:  # or it could not be ended
+        scene.session.daemon.send_signal(signal.SIGCONT)
+    scene.is_as_before()
+
+
 def test_a_flood_of_calls_whose_answers_nobody_reads(scene):
     scene.begin()
     with meanwhile(flood(scene.session, Properties(EXTENSION).get_all())):
