@@ -70,6 +70,13 @@ def test_no_session_bus(finderctl, environment, tmp_path, arguments):
     assert "no session bus" in err
 
 
+def test_session_bus_that_does_not_answer(bus, finderctl):
+    bus.signal(signal.SIGSTOP)
+    code, out, err = finderctl("state")
+    assert (code, out) == (1, "")
+    assert "the session bus does not answer" in err and "5 seconds" in err
+
+
 @pytest.mark.parametrize("arguments", [
     [], ["nonsense"], ["--nonsense"], ["state", "surplus"], ["observe"], ["monitor", "x"],
 ])

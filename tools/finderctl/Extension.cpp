@@ -4,6 +4,7 @@
 #include "tools/finderctl/Failure.h"
 
 #include <cerrno>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
@@ -12,7 +13,7 @@ namespace finderctl {
 
 namespace {
 
-constexpr std::uint64_t patienceInMicroseconds = 5'000'000;
+constexpr std::chrono::microseconds patience = std::chrono::seconds(5);
 
 class Error {
 public:
@@ -50,6 +51,24 @@ private:
     throw Refused("the extension refused it: " + error.message());
 }
 
+/// Waits until the bus has let us in, which opening it only begins. The library would wait for a
+/// bus that hangs for a minute and a half.
+int waitUntilReady(sd_bus* bus) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (sd_bus_is_ready(bus) == 0) {
+        const auto left = std::chrono::duration_cast<std::chrono::microseconds>(
+            deadline - std::chrono::steady_clock::now());
+        if (left.count() <= 0)
+            return -ETIMEDOUT;
+        int result = sd_bus_process(bus, nullptr);
+        if (result == 0)
+            result = sd_bus_wait(bus, static_cast<std::uint64_t>(left.count()));
+        if (result < 0)
+            return result;
+    }
+    return 0;
+}
+
 } // namespace
 
 void check(int result, const char* whatFailed) {
@@ -59,12 +78,19 @@ void check(int result, const char* whatFailed) {
 
 Extension::Extension() {
     sd_bus* bus = nullptr;
-    const int result = sd_bus_open_user(&bus);
-    bus_.reset(bus);
+    int result = sd_bus_open_user(&bus);
+    if (result >= 0)
+        result = waitUntilReady(bus);
+    if (result < 0)
+        sd_bus_close_unref(bus); // there is nothing to flush
+    if (result == -ETIMEDOUT)
+        throw Failure("the session bus does not answer, it may be stopped or stuck: gave up after "
+                      "5 seconds");
     if (result < 0)
         throw Failure(std::string("there is no session bus to connect to (") +
                       std::strerror(-result) +
                       "); call this inside a desktop session, or under dbus-run-session");
+    bus_.reset(bus);
 }
 
 Message Extension::newCall(const char* member) const {
@@ -85,7 +111,7 @@ Message Extension::call(const Message& message) const {
     Error error;
     sd_bus_message* reply = nullptr;
     const int result =
-        sd_bus_call(bus_.get(), message.get(), patienceInMicroseconds, error.get(), &reply);
+        sd_bus_call(bus_.get(), message.get(), patience.count(), error.get(), &reply);
     if (result < 0)
         throwFailureOfCall(error, result);
     return Message(reply);

@@ -21,7 +21,8 @@ public:
     static constexpr const char* interfaceName = "findersync.Extension1";
     static constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 
-    /// Connects to the session bus. Throws `Failure` when there is none.
+    /// Connects to the session bus. Throws `Failure` when there is none, or when it has not
+    /// answered after 5 seconds.
     Extension();
 
     [[nodiscard]] sd_bus* bus() const { return bus_.get(); }
