@@ -54,6 +54,7 @@ class Outcome:
     output: str
     error: str
     answers: dict  # of every step that was taken
+    late: list  # the steps whose answers came, but not soon
     calls: list
     allocations: list  # the objects whose code made them, by number from 1
     failed: list  # lines about what has failed
@@ -116,6 +117,7 @@ class Stage:
                                    "JOURNAL_STREAM": "1:1", "FAILING_CALLS": orders,
                                    "FAILING_CALLS_REPORT": str(self.report_file)}, self.folder)
         self.answers, self.descriptors, self.connection, self.hang = {}, [], None, ""
+        self.late = []
         try:
             (scene or whole_session)(self)
             if self.process.popen.poll() is None:
@@ -133,8 +135,8 @@ class Stage:
         calls, allocations, failed, blocks_at_end = read_report(self.report_file)
         return Outcome(orders, code, self.process.output(),
                        self.process.error_file.read_bytes().decode(errors="replace"),
-                       self.answers, calls, allocations, failed, blocks_at_end, self.descriptors,
-                       self.hang)
+                       self.answers, self.late, calls, allocations, failed, blocks_at_end,
+                       self.descriptors, self.hang)
 
     # What scenes are made of.
 
@@ -155,6 +157,8 @@ class Stage:
             if message is PING and self.is_running():
                 raise Hang("it does not answer") from None
             reply = None if message is PING else self.late_reply()
+            if reply is not None:
+                self.late.append(f"{len(self.answers)} {step}")
         if reply is None:
             answer = "no answer"
         elif reply.header.message_type == MessageType.error:

@@ -174,5 +174,3 @@ def pytest_terminal_summary(terminalreporter):
         growth = headless.growths.get(attack)
         write(" ".join(f"{waits.get(name, 0):6.1f}" for name in headless.NAMES)
               + f"  {attack}" + ("" if growth is None else f", memory {growth:+} KiB"))
-    for each in headless.excused:
-        write(f"excused: {each}")

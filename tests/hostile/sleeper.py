@@ -1,5 +1,5 @@
-"""Sleeps a millisecond at a time and notes when it woke up late. Who waited for a menu in that time
-may have been kept from going on by the machine, whatever the plug-in did.
+"""Sleeps a millisecond at a time and notes when it woke up late, which tells, when a menu has taken
+too long, whether others were kept from going on about then.
 
 usage: sleeper.py PROCESSOR. A line with a time gets a line: by how many seconds it was late at the
 most since then."""
