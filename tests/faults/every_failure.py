@@ -62,13 +62,17 @@ def main():
               f"{len(clean.calls)} calls and {len(clean.allocations)} allocations in a session")
         account = Account(clean)
 
-        def play(what, orders):
+        def play(what, orders, take=account.take):
             begin, before = time.monotonic(), account.played
             print(f"{what}: {len(orders)} sessions", flush=True)
-            outcomes = played.in_parallel(folder, orders, account.take)
+            taken = played.in_parallel(folder, orders, take)
             print(f"{what}: {account.played - before} sessions in "
                   f"{time.monotonic() - begin:.0f} s", flush=True)
-            return outcomes
+            return taken
+
+        def take_pairs(outcome):
+            account.take(outcome)
+            return played.pairs(outcome) if outcome.code == 0 and outcome.failed else []
 
         if options.orders:
             play("orders", options.orders)
@@ -81,10 +85,8 @@ def main():
         if options.no_memory:
             play("no memory", played.each_allocation(clean, "+"))
         if options.pairs:
-            singles = play("firsts", [text for text in played.each_call(clean)
-                                      if text.endswith(":1")])
-            play("pairs", [orders for outcome in singles if outcome.code == 0 and outcome.failed
-                           for orders in played.pairs(outcome)])
+            firsts = [text for text in played.each_call(clean) if text.endswith(":1")]
+            play("pairs", [pair for pairs in play("firsts", firsts, take_pairs) for pair in pairs])
         for end, count in account.ends.most_common():
             print(f"{count:8} {end}")
         print(f"{account.played} sessions, {len(account.wrong)} complaints")

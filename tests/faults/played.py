@@ -307,8 +307,10 @@ def second_instance(stage):
     stage.process.popen.wait(PATIENCE)
 
 
-def in_parallel(folder, jobs, progress=None):
-    """The outcomes of sessions with these orders, played on as many stages as there are cores."""
+def in_parallel(folder, jobs, take=lambda outcome: outcome):
+    """What is taken of the outcomes of sessions with these orders, played on as many stages as there
+    are cores. Tens of thousands of outcomes are too much to keep: Python stops for most of a second
+    when it looks for garbage among them, and takes answers for late."""
     results = [None] * len(jobs)
     numbers = iter(range(len(jobs)))
     lock = threading.Lock()
@@ -322,9 +324,7 @@ def in_parallel(folder, jobs, progress=None):
                     number = next(numbers, None)
                 if number is None:
                     return
-                results[number] = stage.play(jobs[number])
-                if progress:
-                    progress(results[number])
+                results[number] = take(stage.play(jobs[number]))
         except BaseException as failure:
             failures.append(failure)
         finally:
