@@ -3,10 +3,8 @@ wait."""
 
 import contextlib
 import os
-import pathlib
 import select
 import subprocess
-import sys
 import threading
 import time
 
@@ -59,34 +57,11 @@ class HeadlessFileManager:
             self.log.close()
 
 
-class Sleepers:
-    """How late the machine lets those go on who only sleep: one on each processor."""
-
-    def __init__(self):
-        program = pathlib.Path(__file__).with_name("sleeper.py")
-        self.processes = [
-            subprocess.Popen([sys.executable, "-B", program, str(processor)], text=True,
-                             stdin=subprocess.PIPE, stdout=subprocess.PIPE)
-            for processor in sorted(os.sched_getaffinity(0))]
-
-    def lateness_since(self, moment):
-        """Milliseconds, of the one who has been latest."""
-        for each in self.processes:
-            each.stdin.write(f"{moment!r}\n")
-            each.stdin.flush()
-        return max(float(each.stdout.readline()) for each in self.processes) * 1000
-
-    def end(self):
-        for each in self.processes:
-            each.communicate(timeout=PATIENCE)
-
-
 class Desktop:
     """One file manager of each kind, or of some."""
 
-    def __init__(self, session, sleepers, names=NAMES):
+    def __init__(self, session, names=NAMES):
         self.session = session
-        self.sleepers = sleepers
         self.attack = "none"
         self.has_waited = False  # for a menu in vain, and asks for none now
         self.file_managers = [HeadlessFileManager(session, name) for name in names]
@@ -103,22 +78,15 @@ class Desktop:
     def menus(self, url=FILE, by_turns=False):
         """Opens a menu in each. Gives the labels by name, once they have come in time."""
         labels = {}
-        began = time.monotonic()
         for name, answer in self.order("menu " + url, by_turns).items():
             words, *labels[name] = answer.split("\t")
             took = int(words.split()[1]) / 1000
             of_attack = longest.setdefault(self.attack, {})
             of_attack[name] = max(of_attack.get(name, 0), took)
             self.has_waited = self.has_waited or took > 90
-            assert took <= PATIENCE_OF_PLUGINS + ALLOWANCE, self.lateness(name, took, began)
+            assert took <= PATIENCE_OF_PLUGINS + ALLOWANCE, f"{name}: {took} ms, {self.attack}"
         requests[self.attack] = requests.get(self.attack, 0) + len(labels)
         return labels
-
-    def lateness(self, name, took, began):
-        """What is known of a menu that took too long. Sleepers that were late since the round of
-        menus began are a hint to the machine, and no excuse."""
-        late = self.sleepers.lateness_since(began)
-        return f"{name}: {took} ms, {self.attack}; who only slept was up to {late:.1f} ms late"
 
     def offer(self, titles):
         """Whether the menus of all have these entries."""
@@ -163,6 +131,17 @@ def announce(peer):
                     line(type="set_locale", shareContactTitle="", shareViaUrlTitle=TITLE,
                          backupTitle="")]:
         peer.send(message[:-1].ljust(1023) + b"\n")
+
+
+@contextlib.contextmanager
+def kept_on(processors):
+    """Whatever is started within the block stays on these processors."""
+    before = os.sched_getaffinity(0)
+    os.sched_setaffinity(0, processors)
+    try:
+        yield
+    finally:
+        os.sched_setaffinity(0, before)
 
 
 @contextlib.contextmanager

@@ -182,7 +182,7 @@ def test_a_hundred_thousand_items(scene):
     scene.is_as_before(growth=32 << 10)  # the allocator keeps what so many small things have taken
 
 
-def test_arguments_up_to_what_a_bus_carries(scene):
+def test_arguments_up_to_what_a_bus_carries(scene, processor_of_their_own):
     scene.begin()
     connection = scene.session.connect_to_bus()
     answers = []

@@ -33,7 +33,7 @@ MENUS = {
 
 def begin(scene, answers, delay=0):
     impostor = Impostor(scene.session, answers, delay)
-    scene.desktop = headless.Desktop(scene.session, scene.sleepers)
+    scene.desktop = headless.Desktop(scene.session)
     scene.desktop.attack = scene.name
     scene.desktop.order("show " + headless.ROOT)
     return impostor
@@ -57,7 +57,7 @@ def each_alone(scene):
     """One file manager after the other: several that read megabytes keep each other from the
     processors."""
     for name in headless.NAMES:
-        scene.desktop = headless.Desktop(scene.session, scene.sleepers, [name])
+        scene.desktop = headless.Desktop(scene.session, [name])
         scene.desktop.attack = scene.name
         scene.desktop.order("show " + headless.ROOT)
         yield name
