@@ -6,6 +6,7 @@ import argparse
 import multiprocessing
 import os
 import socket
+import sys
 import time
 
 MESSAGE = 128 << 20  # what a bus carries at the most
@@ -57,6 +58,8 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__)
     parser.add_argument("--seconds", type=float, default=10, help="of each of three parts (10)")
     seconds = parser.parse_args().seconds
+    if os.geteuid() != 0:
+        sys.exit("large_messages.py: run it as root, who may let a process run ahead of all others")
     everywhere = os.sched_getaffinity(0)
     *others, last = sorted(everywhere)
     for what, piece, senders, sleepers in [
