@@ -11,7 +11,7 @@ import subprocess
 import tempfile
 import threading
 
-from jeepney import (DBusAddress, HeaderFields, MatchRule, MessageType, Properties, message_bus,
+from jeepney import (DBusAddress, HeaderFields, MessageType, Properties, message_bus,
                      new_method_call)
 
 from conftest import BUS_NAME, EXTENSION, Process, Session, line
@@ -54,7 +54,6 @@ class Outcome:
     output: str
     error: str
     answers: dict  # of every step that was taken
-    late: list  # the steps whose answers came, but not soon
     calls: list
     allocations: list  # the objects whose code made them, by number from 1
     failed: list  # lines about what has failed
@@ -117,7 +116,6 @@ class Stage:
                                    "JOURNAL_STREAM": "1:1", "FAILING_CALLS": orders,
                                    "FAILING_CALLS_REPORT": str(self.report_file)}, self.folder)
         self.answers, self.descriptors, self.connection, self.hang = {}, [], None, ""
-        self.late = []
         try:
             (scene or whole_session)(self)
             if self.process.popen.poll() is None:
@@ -135,8 +133,8 @@ class Stage:
         calls, allocations, failed, blocks_at_end = read_report(self.report_file)
         return Outcome(orders, code, self.process.output(),
                        self.process.error_file.read_bytes().decode(errors="replace"),
-                       self.answers, self.late, calls, allocations, failed, blocks_at_end,
-                       self.descriptors, self.hang)
+                       self.answers, calls, allocations, failed, blocks_at_end, self.descriptors,
+                       self.hang)
 
     # What scenes are made of.
 
@@ -154,27 +152,18 @@ class Stage:
             patience = PATIENCE if message is PING else 0.5
             reply = self.bus.send_and_get_reply(message, timeout=patience)
         except TimeoutError:
-            if message is PING and self.is_running():
-                raise Hang("it does not answer") from None
-            reply = None if message is PING else self.late_reply()
-            if reply is not None:
-                self.late.append(f"{len(self.answers)} {step}")
-        if reply is None:
             answer = "no answer"
-        elif reply.header.message_type == MessageType.error:
-            answer = "error " + reply.header.fields[HeaderFields.error_name]
+            if message is not PING:
+                self.ask(PING)
+            elif self.is_running():
+                raise Hang("it does not answer") from None
         else:
-            answer = reply.body
+            is_error = reply.header.message_type == MessageType.error
+            answer = ("error " + reply.header.fields[HeaderFields.error_name] if is_error
+                      else reply.body)
         if step is not None:
             self.note(step, answer)
         return answer
-
-    def late_reply(self):
-        """What comes, on a busy machine, before the answer to a later call, if anything does."""
-        with self.bus.filter(MatchRule(), bufsize=10) as others:
-            self.ask(PING)
-        replies = [each for each in others if HeaderFields.reply_serial in each.header.fields]
-        return replies[0] if replies else None
 
     def note(self, step, answer):
         self.answers[f"{len(self.answers)} {step}"] = answer

@@ -115,8 +115,6 @@ def of_a_whole_session(clean, outcome, words, failed):
         elif answer != wanted and not (has_been_told or ended_early or
                                        is_lesser(wanted, answer, failed)):
             yield f"{step}: {answer}"
-    if outcome.late and "memory" not in failed:
-        yield f"late answers: {outcome.late}"
     if not has_been_told and not ended_early and outcome.output != clean.output \
             and not failed & OF_THE_TRACE:
         yield "its trace differs"

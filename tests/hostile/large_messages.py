@@ -33,7 +33,7 @@ def send(connection, processors, deadline, piece):
 
 def receive(connection, processors, piece):
     os.sched_setaffinity(0, processors)
-    # Room that was never touched, as it is in who cannot know how large a message will be.
+    # Into memory that was never touched before, as whoever reads a message from the bus does.
     while connection.recv(piece, socket.MSG_WAITALL):
         pass
 
