@@ -44,8 +44,8 @@ QDBusMessage callOfBus(const char* method, const QVariantList& arguments) {
     return call;
 }
 
-/// Waits while a menu is kept waiting. QtDBus has an end to its wait, too, but looks at no clock
-/// while it reads a large message of somebody else's.
+/// Waits while a menu is kept waiting. QtDBus could end the wait, too, but keeps time to five
+/// percent or so, and looks at no clock while it reads a large message of somebody else's.
 bool waitForAnswer(const QDBusPendingCall& call, const QDeadlineTimer& patience) {
     while (!call.isFinished() && !patience.hasExpired())
         QThread::usleep(restBetweenLooks);
@@ -200,7 +200,7 @@ FinderSyncMenuItems Extension::menuForItems(const QStringList& urls) {
     }
     if (!proxy_)
         return {};
-    proxy_->setTimeout(menuPatience);
+    proxy_->setTimeout(2 * menuPatience); // for QtDBus to forget what nobody waits for any more
     QDBusPendingReply<bool, FinderSyncMenuItems> reply = proxy_->MenuForMenuKind(itemsKind, urls);
     const bool isFinished = waitForAnswer(reply, patience);
     // Also when it has ended, which the bus tells next.

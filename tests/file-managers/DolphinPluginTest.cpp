@@ -24,7 +24,7 @@ namespace {
 const QLatin1String busName(FINDER_SYNC_GROUP ".FinderSync");
 const QStringList badged = {QStringLiteral("emblem-" FINDER_SYNC_GROUP ".FolderIco")};
 const QStringList bare;
-constexpr int leastWait = 95; // milliseconds: QtDBus keeps time to five percent
+constexpr int leastWait = 100; // milliseconds
 
 QDir scratch() {
     static const QTemporaryDir directory;

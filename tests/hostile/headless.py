@@ -15,8 +15,7 @@ ROOT = "file:///sync"
 FILE = "file:///sync/a"
 TITLE = "Copy link"
 
-# A plug-in waits for a menu a tenth of a second at the most. QtDBus keeps time to five percent, and
-# a process that is ready to go on has to be let.
+# A plug-in waits for a menu a tenth of a second at the most; then it has to be let go on.
 PATIENCE_OF_PLUGINS = 100.0  # milliseconds
 ALLOWANCE = 25.0
 
