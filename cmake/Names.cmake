@@ -43,3 +43,8 @@ block(PROPAGATE companion_identifier extension_identifier)
   # An extension's identifier begins with that of the app that contains it.
   set(extension_identifier "${companion_identifier}.FinderSync")
 endblock()
+
+set(FINDER_SYNC_BUS_NAME ${FINDER_SYNC_GROUP}.FinderSync)
+configure_file(cmake/Names.h.in ${PROJECT_BINARY_DIR}/generated/Names.h @ONLY)
+add_library(names INTERFACE)
+target_include_directories(names INTERFACE ${PROJECT_BINARY_DIR}/generated)

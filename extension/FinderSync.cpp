@@ -1,6 +1,6 @@
 #include "extension/FinderSync.h"
 
-#include "extension/ApplicationGroup.h"
+#include "Names.h"
 #include "extension/URLParts.h"
 #include "platform/AppKit.h"
 #include "platform/System.h"

@@ -1,7 +1,7 @@
 // finder-sync-extension: the extension in a process of its own, for file managers on the session
 // bus.
 
-#include "extension/ApplicationGroup.h"
+#include "Names.h"
 #include "hosts/linux/ExtensionService.h"
 #include "hosts/linux/ObservedFinderSync.h"
 #include "hosts/linux/SessionBus.h"
@@ -39,7 +39,7 @@ int serve() {
 
     // The name comes first: a second instance ends before it has touched anything.
     findersync::SessionBus bus;
-    if (!bus.open(std::string(findersync::applicationGroup) + ".FinderSync", runLoop))
+    if (!bus.open(findersync::busName, runLoop))
         return EXIT_FAILURE;
 
     findersync::ObservedFinderSync extension;

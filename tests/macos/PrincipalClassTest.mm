@@ -1,6 +1,6 @@
 #import "tests/macos/PrincipalClassTest.h"
 
-#include "extension/ApplicationGroup.h"
+#include "Names.h"
 #include "tests/macos/SuiteDouble.h"
 
 #include <chrono>
@@ -14,7 +14,7 @@ namespace tests {
 namespace {
 
 NSString* group() {
-    return [NSString stringWithUTF8String:findersync::applicationGroup.data()];
+    return [NSString stringWithUTF8String:findersync::applicationGroup];
 }
 
 } // namespace

@@ -3,7 +3,7 @@
 #import "tests/macos/PrincipalClassTest.h"
 #import "tests/macos/SuiteDouble.h"
 
-#include "extension/ApplicationGroup.h"
+#include "Names.h"
 
 #include <csignal>
 #include <objc/runtime.h>

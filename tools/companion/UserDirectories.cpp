@@ -1,6 +1,6 @@
 #include "tools/companion/UserDirectories.h"
 
-#include "extension/ApplicationGroup.h"
+#include "Names.h"
 
 #include <cstdlib>
 #include <string_view>

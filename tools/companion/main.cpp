@@ -1,7 +1,7 @@
 // companion: a companion application for the development of the extension. It sends what it is
 // told to, and shows what comes back.
 
-#include "extension/ApplicationGroup.h"
+#include "Names.h"
 #include "process/StandardStreams.h"
 #include "process/Termination.h"
 #include "tools/companion/Companion.h"
