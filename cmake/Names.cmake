@@ -45,6 +45,3 @@ block(PROPAGATE companion_identifier extension_identifier)
 endblock()
 
 set(FINDER_SYNC_BUS_NAME ${FINDER_SYNC_GROUP}.FinderSync)
-configure_file(cmake/Names.h.in ${PROJECT_BINARY_DIR}/generated/Names.h @ONLY)
-add_library(names INTERFACE)
-target_include_directories(names INTERFACE ${PROJECT_BINARY_DIR}/generated)
