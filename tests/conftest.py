@@ -13,7 +13,7 @@ import pytest
 from jeepney import DBusAddress, MatchRule, Properties, message_bus, new_method_call
 from jeepney.io.blocking import open_dbus_connection
 
-GROUP = "com.example.companion"
+GROUP = os.environ.get("FINDER_SYNC_GROUP", "com.example.companion")
 BUS_NAME = GROUP + ".FinderSync"
 EXTENSION = DBusAddress("/FinderSync", bus_name=BUS_NAME, interface="findersync.Extension1")
 PATIENCE = 20  # seconds; far more than anything here takes, sanitizers and valgrind included
