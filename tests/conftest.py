@@ -4,6 +4,7 @@ companion application made of a plain socket, and the extension's process."""
 import json
 import os
 import pathlib
+import re
 import signal
 import socket
 import subprocess
@@ -17,6 +18,18 @@ GROUP = os.environ.get("FINDER_SYNC_GROUP", "com.example.companion")
 BUS_NAME = GROUP + ".FinderSync"
 EXTENSION = DBusAddress("/FinderSync", bus_name=BUS_NAME, interface="findersync.Extension1")
 PATIENCE = 20  # seconds; far more than anything here takes, sanitizers and valgrind included
+
+# All that programs see of the environment in which the tests run.
+KEPT_VARIABLES = ("PATH", "ASAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS",
+                  "GCOV_PREFIX", "GCOV_PREFIX_STRIP")
+SYSTEM_BUS_CONFIGURATION = pathlib.Path("/usr/share/dbus-1/session.conf")
+# Unlike the system's, it starts no service but those that are in `services`.
+BUS_CONFIGURATION = """<busconfig><type>session</type><listen>unix:tmpdir=/tmp</listen>
+<servicedir>{services}</servicedir>
+<policy context="default"><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/>
+<allow own="*"/></policy>
+{limits}</busconfig>
+"""
 
 
 def wait_for(condition, what="the condition"):
@@ -126,29 +139,55 @@ class Session:
         self.peers = []
         self.connections = []
         self.environment = {
-            key: value for key, value in os.environ.items()
-            if key not in ("JOURNAL_STREAM", "XDG_RUNTIME_DIR")
+            key: os.environ[key] for key in KEPT_VARIABLES if key in os.environ
         } | {
             "HOME": str(self.home),
+            "XDG_CACHE_HOME": str(self.home / "cache"),
             "XDG_CONFIG_HOME": str(self.home / "config"),
+            "XDG_DATA_DIRS": str(self.share),
+            "XDG_DATA_HOME": str(self.home / "share"),
             "XDG_STATE_HOME": str(self.home / "state"),
+            "LC_ALL": "C.UTF-8",
             "TZ": "UTC",
         }
         self.daemon = None
         self.start_bus()
 
-    def start_bus(self, configuration="/usr/share/dbus-1/session.conf", **environment):
-        """A bus of our own, in place of the one before."""
+    @property
+    def share(self):
+        """Where the build, or the installation, has its data files."""
+        return self.programs.parent / "share"
+
+    def start_bus(self, *services, configuration=None, limits=None, **environment):
+        """A bus of our own, in place of the one before. It can start these services, by their
+        names, and has the limits of every session's bus but for those given here."""
         self.end_bus()
+        configuration = configuration or self.configure_bus(services, limits or {})
         with open(self.bus_log, "wb") as log:
             self.daemon = subprocess.Popen(
-                ["setpriv", "--pdeathsig", "KILL",  # whatever becomes of us
+                ["setpriv", "--pdeathsig", "KILL",  # even if the tests are killed
                  "dbus-daemon", f"--config-file={configuration}", "--print-address", "--nofork",
                  "--nopidfile", *self.bus_options],
                 stdout=subprocess.PIPE, stderr=log, text=True, env=self.environment | environment,
                 start_new_session=True)  # or Ctrl-C would end it before us
         self.address = self.daemon.stdout.readline().strip()
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = self.address
+
+    def configure_bus(self, services, limits):
+        folder = self.folder / "services"
+        folder.mkdir(exist_ok=True)
+        for name in services:
+            places = (self.share, pathlib.Path("/usr/share"))
+            files = (place / "dbus-1/services" / f"{name}.service" for place in places)
+            link = folder / f"{name}.service"
+            if not link.is_symlink():
+                link.symlink_to(next(file for file in files if file.exists()))
+        lines = re.findall("<limit .*</limit>", SYSTEM_BUS_CONFIGURATION.read_text())
+        lines += [f'<limit name="{name}">{value}</limit>' for name, value in limits.items()]
+        configuration = self.folder / "bus.conf"
+        configuration.write_text(
+            BUS_CONFIGURATION.format(services=folder, limits="\n".join(lines)))
+        return configuration
 
     def end_bus(self):
         if self.daemon:

@@ -8,7 +8,7 @@ import subprocess
 import textwrap
 
 import pytest
-from conftest import GROUP, Session, wait_for
+from conftest import BUS_NAME, GROUP, Session, wait_for
 from jeepney import DBusAddress, Properties, message_bus
 from PIL import Image, ImageChops
 
@@ -39,7 +39,7 @@ class Desktop(Session):
         self.start_screen()
         self.environment |= {
             "XDG_DATA_HOME": str(self.home / "share"),
-            "XDG_DATA_DIRS": f"{self.marked_data()}:/usr/local/share:/usr/share",
+            "XDG_DATA_DIRS": f"{self.marked_data()}:/usr/share",
             "XDG_CACHE_HOME": str(self.home / "cache"),
             "XDG_RUNTIME_DIR": str(self.home / "run"),
             "GDK_BACKEND": "x11",
@@ -49,7 +49,7 @@ class Desktop(Session):
         (self.home / "run").mkdir(mode=0o700, exist_ok=True)
         self.configure("gtk-3.0/settings.ini", GTK_SETTINGS.format("gtk-menu-images=1\n"))
         self.configure("gtk-4.0/settings.ini", GTK_SETTINGS.format(""))
-        super().start_bus(**environment)
+        super().start_bus(BUS_NAME, "org.a11y.Bus", "org.xfce.Xfconf", **environment)
 
     def plugins(self):
         if self.programs == pathlib.Path("/usr/bin"):
@@ -58,13 +58,11 @@ class Desktop(Session):
 
     def marked_data(self):
         """Our share folder, but for the icons: each is all of one colour."""
-        share = self.programs.parent / "share"
         marked = self.folder / "share"
         if not marked.exists():
             marked.mkdir()
-            (marked / "dbus-1").symlink_to(share / "dbus-1")
-            for icon in (share / "icons").rglob(f"*{GROUP}.*.svg"):
-                place = marked / icon.relative_to(share)
+            for icon in (self.share / "icons").rglob(f"*{GROUP}.*.svg"):
+                place = marked / icon.relative_to(self.share)
                 place.parent.mkdir(parents=True, exist_ok=True)
                 color = BADGE if place.parent.name == "emblems" else ENTRY_ICON
                 place.write_text(MARKED_IMAGE.format(color))

@@ -219,7 +219,7 @@ def test_one_thread_and_no_growing_number_of_descriptors(session):
 def test_the_bus_starts_it_and_starts_it_anew(session):
     peer = session.listen()
     session.store_settings({"ServerPort": peer.port})
-    session.start_bus(XDG_DATA_DIRS=str(session.programs.parent / "share"))
+    session.start_bus(BUS_NAME)
     for _ in range(2):
         assert session.get("pathsOfRootFolders") == []  # the question starts it
         peer.accept()

@@ -11,7 +11,7 @@ from conftest import BUS_NAME, line, wait_for
 @pytest.fixture
 def activating(session):
     """A session whose bus starts the extension that was built."""
-    session.start_bus(XDG_DATA_DIRS=str(session.programs.parent / "share"))
+    session.start_bus(BUS_NAME)
     return session
 
 
@@ -64,7 +64,6 @@ def test_one_that_hangs_is_ended_all_the_same(activating):
 
 
 def test_without_a_service_it_says_what_is_missing(session):
-    session.start_bus(XDG_DATA_DIRS=str(session.folder), XDG_DATA_HOME=str(session.folder))
     code, error = restart(session)
     assert code == 1
     assert "is it installed where the bus looks for services?" in error

@@ -5,7 +5,7 @@ import pathlib
 import subprocess
 
 import pytest
-from conftest import BUS_NAME, GROUP, line, wait_for
+from conftest import BUS_NAME, GROUP, SYSTEM_BUS_CONFIGURATION, line, wait_for
 from jeepney import message_bus
 
 from .installation import BUILD, run
@@ -35,7 +35,7 @@ def tree(home):
 
 def test_the_bus_starts_what_is_installed_and_nothing_is_left(session):
     # The bus takes the home from the list of users, and not from HOME.
-    session.start_bus(XDG_DATA_DIRS=str(session.folder),
+    session.start_bus(configuration=SYSTEM_BUS_CONFIGURATION, XDG_DATA_DIRS=str(session.folder),
                       XDG_DATA_HOME=str(session.home / ".local/share"))
     peer = session.listen()
     session.store_settings({"ServerPort": peer.port})
