@@ -1,18 +1,20 @@
-// Preloaded into a process of ours, numbers the calls that can fail and has chosen ones fail.
+// Preloaded into a process of ours, numbers the calls that can fail and makes chosen ones fail.
 //
-// There are two kinds. A call is one that our program or plug-in makes of a library's function, and
-// is numbered by function; those that libraries make of each other are not touched. An allocation,
-// called "memory" here, counts whoever makes it. Numbers begin with 1.
+// A call is one that our program or plug-in makes of a library's function, numbered by function;
+// those that libraries make of each other are left alone. An allocation, called "memory" here,
+// counts whoever makes it. Numbers begin with 1.
 //
-//     FAILING_CALLS         what is to fail: words such as "recv:3:2", for the third call of that
-//                           function and the second way in which it can fail, and "memory:100:1".
-//                           With "3+" that call fails, and all later ones of the function.
-//     FAILING_CALLS_REPORT  file of sizeof(Report) bytes, filled in as the process goes on
-//     LD_BIND_NOW           set, as the addresses have to be there when they are changed
+//     FAILING_CALLS         what fails: words such as "recv:3:2", for the third call of that
+//     function
+//                           and the second way in which it can fail, and "memory:100:1". With "3+"
+//                           that call fails, and all later ones of the function.
+//     FAILING_CALLS_REPORT  file of sizeof(Report) bytes, filled in while the process runs
+//     LD_BIND_NOW           must be set: the addresses have to be bound before they are changed
 //
-// A call of ours is met in the table of addresses through which the linker has it go. Whether it is
-// a proper call or a jump at the end of a function, nothing can pass by.
+// Calls of ours are caught in the table of addresses through which the linker resolves them, so
+// that tail calls are caught as well.
 
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
@@ -22,10 +24,11 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <fnmatch.h>
 #include <iterator>
 #include <link.h>
-#include <string_view>
 #include <sys/mman.h>
+#include <tuple>
 #include <unistd.h>
 #include <utility>
 
@@ -39,172 +42,162 @@ void __libc_free(void* memory);
 
 namespace {
 
-// What calls answer when they fail.
-
 enum class Kind {
     None,
-    Result,     ///< the call is not made
-    Afterwards, ///< the call is made, and its result withheld
+    Instead,    ///< the call is not made
+    Afterwards, ///< the call is made, and its result is replaced
     OneByte,    ///< the call is made with a length of 1, in the third argument
-    // In these the call is not made, too.
-    Status, ///< an ICU status, at the place that an argument tells
-    Error,  ///< a GError, at the place that an argument tells
+    Status,     ///< the call is not made; an ICU status is set, at the place that an argument gives
+    Error,      ///< the call is not made; a GError is set, at the place that an argument gives
 };
 
 struct Failure {
     Kind kind = Kind::None;
     long result = 0;
     int code = 0; ///< errno, status or code of the error
-    int place = 0;
+    std::size_t place = 0;
 };
 
 constexpr Failure systemError(int number) {
-    return {.kind = Kind::Result, .result = -1, .code = number};
+    return {.kind = Kind::Instead, .result = -1, .code = number};
 }
-/// Interrupted or failed, and done all the same.
+/// Reports an error although it has done its work.
 constexpr Failure doneWith(int number) {
     return {.kind = Kind::Afterwards, .result = -1, .code = number};
 }
-/// The way of libsystemd.
-constexpr Failure negative(int number) {
-    return {.kind = Kind::Result, .result = -number};
-}
-constexpr Failure nothing() {
-    return {.kind = Kind::Result, .result = 0, .code = ENOMEM};
-}
-constexpr Failure error(int place, int code) {
-    return {.kind = Kind::Error, .code = code, .place = place};
-}
 constexpr Failure answer(long result) {
-    return {.kind = Kind::Result, .result = result};
+    return {.kind = Kind::Instead, .result = result, .code = ENOMEM};
+}
+/// How libsystemd reports errors.
+constexpr Failure negative(int number) {
+    return answer(-number);
 }
 constexpr Failure oneByte() {
     return {.kind = Kind::OneByte};
 }
-constexpr Failure status(int place) {
+constexpr Failure status(std::size_t place) {
     return {.kind = Kind::Status, .code = 7 /* U_MEMORY_ALLOCATION_ERROR */, .place = place};
+}
+constexpr Failure error(std::size_t place, int code) {
+    return {.kind = Kind::Error, .code = code, .place = place};
 }
 
 // GIOErrorEnum's.
-constexpr int failed = 0;
-constexpr int closed = 18;
-constexpr int timedOut = 24;
-constexpr int noSpace = 12;
+constexpr int failed = 0, noSpace = 12, closed = 18, timedOut = 24;
 
-struct Function {
-    const char* name;
-    Failure failures[6];
-    void* original = nullptr;
-    std::uint64_t called = 0; ///< how often
+struct Group {
+    const char* functions; ///< separated by spaces; "?" stands for a digit of ICU's version
+    Failure failures[6];   ///< every way in which each of them can fail
 };
 
-Function functions[] = {
+constexpr Group groups[] = {
     // The system.
-    {"__fprintf_chk", {systemError(EIO)}},
-    {"__printf_chk", {systemError(EIO)}},
+    {"__fprintf_chk __printf_chk ioctl puts tcsetattr", {systemError(EIO)}},
     {"__snprintf_chk", {systemError(ENOMEM)}},
     {"access", {systemError(EACCES)}},
     {"close", {doneWith(EIO), doneWith(EINTR)}},
     {"connect",
      {systemError(ECONNREFUSED), doneWith(EINTR), systemError(EADDRNOTAVAIL), systemError(ENOMEM)}},
-    {"eventfd", {systemError(EMFILE), systemError(ENOMEM)}},
-    {"fstat", {systemError(EIO), systemError(ENOMEM)}},
+    {"eventfd socket", {systemError(EMFILE), systemError(ENOMEM)}},
+    {"fstat stat", {systemError(EIO), systemError(ENOMEM)}},
     {"getsockopt", {systemError(ENOBUFS)}},
-    {"inet_pton", {nothing()}},
-    {"ioctl", {systemError(EIO)}},
+    {"inet_pton localtime_r strftime", {answer(0)}},
     {"malloc", {}}, // fails as memory does
     {"listxattr", {systemError(ENOTSUP), systemError(ERANGE), systemError(ENOMEM)}},
-    {"localtime_r", {nothing()}},
     {"open", {systemError(EMFILE), systemError(EINTR), systemError(EACCES), systemError(ENOMEM)}},
     {"poll", {systemError(EINTR), systemError(ENOMEM)}},
-    {"puts", {systemError(EIO)}},
-    {"read", {systemError(EINTR), systemError(EIO), oneByte(), nothing()}},
+    {"read", {systemError(EINTR), systemError(EIO), oneByte(), answer(0)}},
     {"readlink", {systemError(EACCES), systemError(ENOMEM)}},
     {"recv", {systemError(EINTR), systemError(ECONNRESET), systemError(ENOMEM), oneByte()}},
     {"send",
      {systemError(EPIPE), systemError(ECONNRESET), systemError(EAGAIN), systemError(ENOBUFS),
       oneByte()}},
-    {"socket", {systemError(EMFILE), systemError(ENOMEM)}},
-    {"stat", {systemError(EIO), systemError(ENOMEM)}},
-    {"strftime", {nothing()}},
-    {"tcsetattr", {systemError(EIO)}},
     {"write",
      {systemError(EINTR), systemError(EAGAIN), systemError(EIO), systemError(EPIPE), oneByte()}},
-
     // libsystemd.
-    {"sd_bus_add_filter", {negative(ENOMEM)}},
-    {"sd_bus_add_object_vtable", {negative(ENOMEM)}},
-    {"sd_bus_attach_event", {negative(ENOMEM)}},
+    {"sd_bus_add_filter sd_bus_add_object_vtable sd_bus_attach_event sd_bus_message_append "
+     "sd_bus_message_append_basic sd_bus_message_close_container sd_bus_message_new_method_return "
+     "sd_bus_message_open_container sd_event_add_defer sd_event_add_time_relative sd_event_run "
+     "sd_event_source_set_enabled sd_event_source_set_io_events",
+     {negative(ENOMEM)}},
     {"sd_bus_creds_get_pid", {negative(ENODATA)}},
     {"sd_bus_emit_properties_changed_strv", {negative(ENOMEM), negative(ENOTCONN)}},
     {"sd_bus_get_name_creds", {negative(ENOMEM), negative(ENXIO), negative(ETIMEDOUT)}},
     {"sd_bus_get_n_queued_write", {negative(ENOTCONN)}},
-    {"sd_bus_message_append", {negative(ENOMEM)}},
-    {"sd_bus_message_append_basic", {negative(ENOMEM)}},
-    {"sd_bus_message_close_container", {negative(ENOMEM)}},
-    {"sd_bus_message_enter_container", {negative(ENOMEM), negative(EBADMSG)}},
+    {"sd_bus_message_enter_container sd_bus_message_read_basic",
+     {negative(ENOMEM), negative(EBADMSG)}},
     {"sd_bus_message_exit_container", {negative(EBUSY)}},
-    {"sd_bus_message_new_method_return", {negative(ENOMEM)}},
-    {"sd_bus_message_open_container", {negative(ENOMEM)}},
-    {"sd_bus_message_read_basic", {negative(ENOMEM), negative(EBADMSG)}},
     {"sd_bus_open_user", {negative(ENOMEM), negative(ECONNREFUSED), negative(ENOMEDIUM)}},
     {"sd_bus_request_name", {negative(ENOMEM), negative(ETIMEDOUT), negative(ECONNRESET)}},
     {"sd_bus_send", {negative(ENOBUFS), negative(ENOTCONN), negative(ENOMEM)}},
-    {"sd_event_add_defer", {negative(ENOMEM)}},
     {"sd_event_add_io", {negative(ENOMEM), negative(ENOSPC)}},
-    {"sd_event_add_time_relative", {negative(ENOMEM)}},
     {"sd_event_default", {negative(ENOMEM), negative(EMFILE)}},
-    {"sd_event_run", {negative(ENOMEM)}},
-    {"sd_event_source_set_enabled", {negative(ENOMEM)}},
-    {"sd_event_source_set_io_events", {negative(ENOMEM)}},
-
     // ICU.
-    {"_ZN6icu_7211Normalizer214getNFDInstanceER10UErrorCode", {status(0)}},
-    {"_ZN6icu_7213BreakIterator23createCharacterInstanceERKNS_6LocaleER10UErrorCode", {status(1)}},
-    {"unorm_compare_72", {status(5)}},
-
-    // GLib, and the file managers' own libraries.
+    {"_ZN6icu_??11Normalizer214getNFDInstanceER10UErrorCode", {status(0)}},
+    {"_ZN6icu_??13BreakIterator23createCharacterInstanceERKNS_6LocaleER10UErrorCode", {status(1)}},
+    {"unorm_compare_??", {status(5)}},
+    // GLib, the file managers' own libraries, and Qt.
     {"g_async_initable_new_finish", {error(2, failed), error(2, noSpace)}},
     {"g_dbus_proxy_call_finish", {error(2, failed), error(2, closed), error(2, timedOut)}},
     {"g_dbus_proxy_call_sync", {error(6, failed), error(6, closed), error(6, timedOut)}},
-    {"g_dbus_proxy_get_cached_property", {answer(0)}},
-    {"g_dbus_proxy_get_name_owner", {answer(0)}},
-    {"g_file_get_uri", {answer(0)}},
-    {"g_uri_unescape_string", {answer(0)}},
-    {"g_utf8_validate", {answer(0)}},
-    {"g_variant_lookup_value", {answer(0)}},
-    {"caja_file_info_get_uri", {answer(0)}},
-    {"nemo_file_info_get_uri", {answer(0)}},
-    {"nautilus_file_info_get_uri", {answer(0)}},
-    {"thunarx_file_info_get_uri", {answer(0)}},
-
-    // Qt.
-    {"_ZN15QDBusConnection7connectERK7QStringS2_S2_S2_P7QObjectPKc", {answer(0)}},
+    {"g_dbus_proxy_get_cached_property g_dbus_proxy_get_name_owner g_file_get_uri "
+     "g_uri_unescape_string g_utf8_validate g_variant_lookup_value caja_file_info_get_uri "
+     "nemo_file_info_get_uri nautilus_file_info_get_uri thunarx_file_info_get_uri "
+     "_ZN15QDBusConnection7connectERK7QStringS2_S2_S2_P7QObjectPKc",
+     {answer(0)}},
     {"_ZNK16QDBusPendingCall7isErrorEv", {answer(1)}},
 };
 
-// What is to fail.
+/// More than any function takes. What a call does not have is read from the stack and not used.
+using Arguments = std::array<long, 12>;
+using Any = long(long, long, long, long, long, long, long, long, long, long, long, long);
+
+struct Function {
+    char name[96];
+    const Failure* failures;
+    std::size_t ways;
+    Any* original;
+    std::uint64_t called; ///< how often
+};
+
+Function functions[100];
+std::size_t functionCount = 0;
+
+void listFunctions() {
+    for (const Group& group : groups) {
+        std::size_t ways = 0;
+        while (ways < std::size(group.failures) && group.failures[ways].kind != Kind::None)
+            ++ways;
+        for (const char* name = group.functions; *name != '\0';) {
+            const std::size_t length = std::strcspn(name, " ");
+            if (functionCount == std::size(functions) || length >= sizeof Function::name)
+                std::abort();
+            Function& function = functions[functionCount++];
+            std::memcpy(function.name, name, length);
+            function.failures = group.failures;
+            function.ways = ways;
+            name += length + std::strspn(name + length, " ");
+        }
+    }
+}
 
 struct Order {
-    const Function* function = nullptr; ///< null for memory
-    std::uint64_t number = 0;
-    bool isFromThereOn = false;
-    std::size_t way = 0;
+    const Function* function; ///< null for memory
+    std::uint64_t number;
+    bool isFromThereOn;
+    std::size_t way;
 };
 
 Order orders[4];
 std::size_t orderCount = 0;
 
-/// The way in which a call or allocation is to fail, or 0.
-std::size_t wayToFail(const Function* function, std::uint64_t number, bool& isFirst) {
-    for (std::size_t index = 0; index < orderCount; ++index) {
-        const Order& order = orders[index];
-        isFirst = number == order.number;
-        if (function == order.function &&
-            (isFirst || (order.isFromThereOn && number > order.number)))
-            return order.way;
-    }
-    return 0;
+/// The order that makes a call or an allocation fail, or null.
+const Order* orderFor(const Function* function, std::uint64_t number) {
+    for (const Order* order = orders; order != orders + orderCount; ++order)
+        if (function == order->function &&
+            (number == order->number || (order->isFromThereOn && number > order->number)))
+            return order;
+    return nullptr;
 }
 
 struct Report {
@@ -214,9 +207,9 @@ struct Report {
     char text[std::size_t{1} << 18];
 };
 
-std::atomic<std::uint64_t> allocations{0};
 Report* report = nullptr;
-bool isProgramOurs = false; ///< and not only what it loads: a file manager's memory is its own
+bool isProgramOurs = false; ///< if not, only its plug-ins are, and their memory is not told apart
+std::atomic<std::uint64_t> allocations{0};
 std::atomic<std::int64_t> liveBlocks{0};
 
 [[gnu::format(printf, 1, 2)]] void say(const char* format, ...) {
@@ -227,25 +220,13 @@ std::atomic<std::int64_t> liveBlocks{0};
     va_end(arguments);
     if (report == nullptr || length < 0)
         return;
-    // Without a lock: threads come here, and a signal's handler.
+    // Without a lock, since threads and signal handlers get here.
     const std::uint64_t place = report->length.fetch_add(static_cast<std::uint64_t>(length));
     if (place + static_cast<std::uint64_t>(length) <= sizeof report->text)
         std::memcpy(report->text + place, line, static_cast<std::size_t>(length));
 }
 
-std::size_t waysToFail(const Function& function) {
-    std::size_t count = 0;
-    while (count < std::size(function.failures) && function.failures[count].kind != Kind::None)
-        ++count;
-    return count;
-}
-
 // Calls.
-
-/// More than any of them takes. What a call does not have is read from the stack and not used.
-using Argument = long;
-using Any = long(Argument, Argument, Argument, Argument, Argument, Argument, Argument, Argument,
-                 Argument, Argument, Argument, Argument);
 
 void setError(void** place, int code) {
     using Set = void(void**, unsigned, int, const char*);
@@ -255,61 +236,59 @@ void setError(void** place, int code) {
     set(place, quark(), code, "made to fail");
 }
 
-void failWith(const Failure& failure, const Argument* arguments) {
+long failWith(const Failure& failure, const Arguments& arguments) {
     if (failure.kind == Kind::Status)
         *reinterpret_cast<int*>(arguments[failure.place]) = failure.code;
     else if (failure.kind == Kind::Error)
         setError(reinterpret_cast<void**>(arguments[failure.place]), failure.code);
-    else if (failure.code != 0)
+    else
         errno = failure.code;
-}
-
-template <std::size_t index, typename... Arguments> long call(Arguments... given) {
-    Function& function = functions[index];
-    Argument arguments[] = {given...};
-    const int errnoBefore = errno;
-    const std::uint64_t number = ++function.called;
-    bool isFirst = false;
-    const std::size_t way = wayToFail(&function, number, isFirst);
-    say("call %llu %s %zu %ld\n", static_cast<unsigned long long>(number), function.name,
-        waysToFail(function), arguments[0]);
-    Failure failure =
-        way == 0 || way > std::size(function.failures) ? Failure() : function.failures[way - 1];
-    // An interruption passes, and so does a wait.
-    if (way != 0 && !isFirst && (failure.code == EINTR || failure.code == EAGAIN))
-        failure = {};
-    if (failure.kind != Kind::None)
-        say("failed call %llu %s %zu\n", static_cast<unsigned long long>(number), function.name,
-            way);
-    if (failure.kind == Kind::OneByte && arguments[2] > 1)
-        arguments[2] = 1;
-    errno = errnoBefore;
-    long result = failure.result;
-    if (failure.kind == Kind::None || failure.kind == Kind::Afterwards ||
-        failure.kind == Kind::OneByte)
-        result = [&]<std::size_t... place>(std::index_sequence<place...>) {
-            return reinterpret_cast<Any*>(function.original)(arguments[place]...);
-        }
-    (std::index_sequence_for<Arguments...>());
-    if (failure.kind == Kind::None || failure.kind == Kind::OneByte)
-        return result;
-    failWith(failure, arguments);
     return failure.result;
 }
 
-template <std::size_t... index> void* wrapperOf(std::size_t of, std::index_sequence<index...>) {
-    Any* const wrappers[] = {
-        &call<index, Argument, Argument, Argument, Argument, Argument, Argument, Argument, Argument,
-              Argument, Argument, Argument, Argument>...};
-    return reinterpret_cast<void*>(wrappers[of]);
+/// How this call of the function is to fail, if it is.
+Failure failureOf(Function& function, const Arguments& arguments) {
+    const std::uint64_t number = ++function.called;
+    say("call %llu %s %zu %ld\n", static_cast<unsigned long long>(number), function.name,
+        function.ways, arguments[0]);
+    const Order* const order = orderFor(&function, number);
+    if (order == nullptr || order->way > function.ways)
+        return {};
+    const Failure& failure = function.failures[order->way - 1];
+    // Interruptions and full buffers pass.
+    if (number != order->number && (failure.code == EINTR || failure.code == EAGAIN))
+        return {};
+    say("failed call %llu %s %zu\n", static_cast<unsigned long long>(number), function.name,
+        order->way);
+    return failure;
 }
 
-void redirect(void** slot, std::string_view name) {
-    for (std::size_t index = 0; index < std::size(functions); ++index) {
-        void* const wrapper = wrapperOf(index, std::make_index_sequence<std::size(functions)>());
-        if (functions[index].name != name || *slot == wrapper)
+template <std::size_t index> long call(long a, long b, long c, long d, long e, long f, long g,
+                                       long h, long i, long j, long k, long l) {
+    Arguments arguments = {a, b, c, d, e, f, g, h, i, j, k, l};
+    const int errnoBefore = errno;
+    const Failure failure = failureOf(functions[index], arguments);
+    if (failure.kind == Kind::OneByte && arguments[2] > 1)
+        arguments[2] = 1;
+    errno = errnoBefore;
+    if (failure.kind != Kind::None && failure.kind != Kind::OneByte &&
+        failure.kind != Kind::Afterwards)
+        return failWith(failure, arguments);
+    const long result = std::apply(functions[index].original, arguments);
+    return failure.kind == Kind::Afterwards ? failWith(failure, arguments) : result;
+}
+
+constexpr auto wrappers = []<std::size_t... index>(std::index_sequence<index...>) {
+    return std::array{&call<index>...};
+}
+(std::make_index_sequence<std::size(functions)>());
+
+void redirect(void** slot, const char* symbol) {
+    for (std::size_t index = 0; index < functionCount; ++index) {
+        void* const wrapper = reinterpret_cast<void*>(wrappers[index]);
+        if (::fnmatch(functions[index].name, symbol, 0) != 0 || *slot == wrapper)
             continue;
-        functions[index].original = *slot;
+        functions[index].original = reinterpret_cast<Any*>(*slot);
         const auto pageSize = static_cast<std::uintptr_t>(::sysconf(_SC_PAGESIZE));
         auto* const page =
             reinterpret_cast<void*>(reinterpret_cast<std::uintptr_t>(slot) & ~(pageSize - 1));
@@ -323,36 +302,21 @@ const char* baseName(const char* file) {
     return slash == nullptr ? file : slash + 1;
 }
 
-bool isOurs(const char* file) {
-    return std::strstr(baseName(file), "finder-sync") != nullptr;
-}
-
 /// Redirects the calls of an object that has been loaded and bound.
 void redirectCalls(const link_map& object) {
-    const ElfW(Sym)* symbols = nullptr;
-    const char* names = nullptr;
-    std::pair<const ElfW(Rela)*, std::size_t> relocations[2] = {};
-    for (const ElfW(Dyn)* entry = object.l_ld; entry->d_tag != DT_NULL; ++entry) {
-        if (entry->d_tag == DT_SYMTAB)
-            symbols = reinterpret_cast<const ElfW(Sym)*>(entry->d_un.d_ptr);
-        else if (entry->d_tag == DT_STRTAB)
-            names = reinterpret_cast<const char*>(entry->d_un.d_ptr);
-        else if (entry->d_tag == DT_RELA)
-            relocations[0].first = reinterpret_cast<const ElfW(Rela)*>(entry->d_un.d_ptr);
-        else if (entry->d_tag == DT_RELASZ)
-            relocations[0].second = entry->d_un.d_val / sizeof(ElfW(Rela));
-        else if (entry->d_tag == DT_JMPREL)
-            relocations[1].first = reinterpret_cast<const ElfW(Rela)*>(entry->d_un.d_ptr);
-        else if (entry->d_tag == DT_PLTRELSZ)
-            relocations[1].second = entry->d_un.d_val / sizeof(ElfW(Rela));
-    }
-    for (const auto& [first, count] : relocations) {
-        for (std::size_t index = 0; index < count; ++index) {
-            const auto symbol = first[index].r_info >> 32;
-            if (symbol != 0)
-                redirect(reinterpret_cast<void**>(object.l_addr + first[index].r_offset),
+    ElfW(Addr) values[DT_NUM] = {};
+    for (const ElfW(Dyn)* entry = object.l_ld; entry->d_tag != DT_NULL; ++entry)
+        if (entry->d_tag < DT_NUM)
+            values[entry->d_tag] = entry->d_un.d_ptr;
+    const auto* const symbols = reinterpret_cast<const ElfW(Sym)*>(values[DT_SYMTAB]);
+    const auto* const names = reinterpret_cast<const char*>(values[DT_STRTAB]);
+    for (const auto& [table, size] :
+         {std::pair(DT_RELA, DT_RELASZ), std::pair(DT_JMPREL, DT_PLTRELSZ)}) {
+        const auto* const first = reinterpret_cast<const ElfW(Rela)*>(values[table]);
+        for (const auto* entry = first; entry != first + values[size] / sizeof *first; ++entry)
+            if (const auto symbol = ELF64_R_SYM(entry->r_info))
+                redirect(reinterpret_cast<void**>(object.l_addr + entry->r_offset),
                          names + symbols[symbol].st_name);
-        }
     }
 }
 
@@ -360,7 +324,8 @@ void redirectCallsOfOurs() {
     for (const link_map* object = _r_debug.r_map; object != nullptr; object = object->l_next) {
         Dl_info info{};
         // The program itself has no name in the list.
-        if (::dladdr(object->l_ld, &info) == 0 || !isOurs(info.dli_fname))
+        if (::dladdr(object->l_ld, &info) == 0 ||
+            std::strstr(baseName(info.dli_fname), "finder-sync") == nullptr)
             continue;
         redirectCalls(*object);
         isProgramOurs = isProgramOurs || object == _r_debug.r_map;
@@ -373,16 +338,14 @@ bool isAllocationToFail(const void* caller) {
     if (report == nullptr || !isProgramOurs)
         return false;
     const std::uint64_t number = ++allocations;
-    bool isFirst = false;
-    const std::size_t way = wayToFail(nullptr, number, isFirst);
+    const bool fails = orderFor(nullptr, number) != nullptr;
     Dl_info info{};
     const char* const object = ::dladdr(caller, &info) != 0 ? baseName(info.dli_fname) : "?";
-    say("%smemory %llu %s %s\n", way == 0 ? "" : "failed ", static_cast<unsigned long long>(number),
+    say("%smemory %llu %s %s\n", fails ? "failed " : "", static_cast<unsigned long long>(number),
         object, info.dli_sname == nullptr ? "?" : info.dli_sname);
-    if (way == 0)
-        return false;
-    errno = ENOMEM;
-    return true;
+    if (fails)
+        errno = ENOMEM;
+    return fails;
 }
 
 void* counted(void* memory) {
@@ -391,24 +354,28 @@ void* counted(void* memory) {
     return memory;
 }
 
-// What is ordered, and the report.
+// Orders and report.
+
+[[noreturn]] void refuse(const char* variable, const char* text, const char* reason) {
+    (void)std::fprintf(stderr, "%s: \"%s\": %s\n", variable, text, reason);
+    std::abort();
+}
 
 void take(const char* word) {
     char name[128];
     unsigned long long number = 0;
     char suffix[2] = "";
     unsigned way = 0;
-    bool isKnown = std::sscanf(word, "%127[^:]:%llu%1[+]:%u", name, &number, suffix, &way) == 4 ||
-                   std::sscanf(word, "%127[^:]:%llu:%u", name, &number, &way) == 3;
-    Order order = {.number = number, .isFromThereOn = suffix[0] == '+', .way = way};
-    for (const Function& function : functions)
-        if (isKnown && std::strcmp(function.name, name) == 0)
-            order.function = &function;
-    isKnown = isKnown && (order.function != nullptr || std::strcmp(name, "memory") == 0);
-    if (!isKnown || orderCount == std::size(orders)) {
-        (void)std::fprintf(stderr, "FAILING_CALLS: \"%s\" is no order, or one too many\n", word);
-        std::abort();
-    }
+    const bool isRead =
+        std::sscanf(word, "%127[^:]:%llu%1[+]:%u", name, &number, suffix, &way) == 4 ||
+        std::sscanf(word, "%127[^:]:%llu:%u", name, &number, &way) == 3;
+    Order order = {nullptr, number, suffix[0] == '+', way};
+    for (std::size_t index = 0; isRead && index < functionCount; ++index)
+        if (std::strcmp(functions[index].name, name) == 0)
+            order.function = &functions[index];
+    const bool isKnown = order.function != nullptr || (isRead && std::strcmp(name, "memory") == 0);
+    if (!isKnown || way == 0 || orderCount == std::size(orders))
+        refuse("FAILING_CALLS", word, "no order, or one too many");
     orders[orderCount++] = order;
 }
 
@@ -416,28 +383,27 @@ void take(const char* word) {
     const char* const file = std::getenv("FAILING_CALLS_REPORT");
     if (file == nullptr)
         return; // a process that another one has started
+    listFunctions();
     char words[512] = "";
     if (const char* const given = std::getenv("FAILING_CALLS"))
         (void)std::snprintf(words, sizeof words, "%s", given);
     for (char* word = std::strtok(words, " "); word != nullptr; word = std::strtok(nullptr, " "))
         take(word);
-    // What it starts is another matter.
+    // The processes that it starts are not observed.
     (void)::unsetenv("FAILING_CALLS_REPORT");
     const int descriptor = ::open(file, O_RDWR | O_CLOEXEC);
     void* const memory =
         ::mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
     (void)::close(descriptor);
-    if (memory == MAP_FAILED) {
-        (void)std::fprintf(stderr, "FAILING_CALLS_REPORT: %s: %s\n", file, std::strerror(errno));
-        std::abort();
-    }
+    if (memory == MAP_FAILED)
+        refuse("FAILING_CALLS_REPORT", file, std::strerror(errno));
     redirectCallsOfOurs();
     liveBlocks = 0;
     static_cast<Report*>(memory)->blocksAtEnd = -1;
     report = static_cast<Report*>(memory);
 }
 
-/// After all that the program itself destroys.
+/// Runs after the program has destroyed everything it has.
 [[gnu::destructor]] void end() {
     if (report != nullptr)
         report->blocksAtEnd = liveBlocks;

@@ -1,28 +1,27 @@
-"""One session with the real extension, played to its end while chosen calls fail."""
+"""Sessions with the real extension, played to their end while chosen calls fail."""
 
 import dataclasses
 import os
 import pathlib
+import queue
 import re
-import select
-import socket
 import struct
 import subprocess
 import tempfile
-import threading
+import time
+from concurrent.futures import ThreadPoolExecutor
 
+from conftest import BUS_NAME, EXTENSION, Process, Session, line
 from jeepney import (DBusAddress, HeaderFields, MessageType, Properties, message_bus,
                      new_method_call)
 
-from conftest import BUS_NAME, EXTENSION, Process, Session, line
-
 BUILD = pathlib.Path(os.environ["FINDER_SYNC_BIN"]).parent
 LIBRARY = BUILD / "tests" / "libfailing-calls.so"
-
 BUFFER_SIZE = 1024
 REPORT = struct.Struct("<qQ")
 REPORT_SIZE = REPORT.size + (1 << 18)
-PATIENCE = 5  # seconds; a hundred times what a whole session takes
+TIMEOUT = 5  # seconds until it counts as hanging; a whole session takes 50 ms
+ANSWER_TIMEOUT = 0.5  # seconds until an answer counts as dropped
 
 PING = new_method_call(DBusAddress("/FinderSync", bus_name=BUS_NAME,
                                    interface="org.freedesktop.DBus.Peer"), "Ping")
@@ -40,10 +39,44 @@ class Hang(Exception):
 @dataclasses.dataclass
 class Call:
     function: str
-    number: int  # of the calls of that function
+    number: int  # among the calls of that function
     ways: int  # in which it can fail
     argument: int  # the first one
-    allocations: int  # that came before it
+    allocations: int  # made before it
+
+
+class Report:
+    """What the library has written of one process."""
+
+    def __init__(self, file):
+        report = file.read_bytes()
+        self.blocks_at_end, length = REPORT.unpack_from(report)
+        self.calls = []
+        self.allocations = []  # the objects whose code made them
+        self.failed = []  # lines about what has failed
+        for text in report[REPORT.size:REPORT.size + length].decode().splitlines():
+            words = text.split()
+            if words[0] == "call":
+                number, function, ways, argument = words[1:]
+                self.calls.append(Call(function, int(number), int(ways), int(argument),
+                                       len(self.allocations)))
+            elif words[0] == "failed":
+                self.failed.append(text)
+            if "memory" in words[:2]:
+                self.allocations.append(words[-2])
+
+    @property
+    def leaked_blocks(self):
+        """Blocks left at the end, without the buffer that each has-bytes event keeps on purpose."""
+        return self.blocks_at_end - sum(
+            call.function == "malloc" and call.argument == BUFFER_SIZE for call in self.calls)
+
+
+def preloaded(orders, report_file):
+    """The environment in which a program's calls fail, and an empty report."""
+    report_file.write_bytes(bytes(REPORT_SIZE))
+    return {"LD_PRELOAD": str(LIBRARY), "LD_BIND_NOW": "1", "FAILING_CALLS": orders,
+            "FAILING_CALLS_REPORT": str(report_file)}
 
 
 @dataclasses.dataclass
@@ -53,45 +86,13 @@ class Outcome:
     code: int | None  # the exit code, negative for a signal; none if it had to be killed
     output: str
     error: str
-    answers: dict  # of every step that was taken
-    calls: list
-    allocations: list  # the objects whose code made them, by number from 1
-    failed: list  # lines about what has failed
-    blocks_at_end: int
+    answers: dict  # by step
     descriptors: list  # how many there were, at several times
-    hang: str  # in what way it had not come to an end
-
-    @property
-    def undeliberate_blocks(self):
-        """What is left at the end but for the buffer that each has-bytes event keeps for good."""
-        events = sum(call.function == "malloc" and call.argument == BUFFER_SIZE
-                     for call in self.calls)
-        return self.blocks_at_end - events
+    report: Report
 
 
 def url(path):
     return "file://" + path.replace("\u00e9", "%C3%A9").replace("\u0301", "%CC%81")
-
-
-def padded(message):
-    return line(**message)[:-1].ljust(1023) + b"\n"
-
-
-def read_report(file):
-    """The calls, the allocations, the failures, and the blocks of memory left at the end."""
-    report = file.read_bytes()
-    blocks_at_end, length = REPORT.unpack_from(report)
-    calls, allocations, failed = [], [], []
-    for text in report[REPORT.size:REPORT.size + length].decode().splitlines():
-        words = text.split()
-        if words[0] == "call":
-            number, function, ways, argument = words[1:]
-            calls.append(Call(function, int(number), int(ways), int(argument), len(allocations)))
-        elif words[0] == "failed":
-            failed.append(text)
-        if "memory" in words[:2]:
-            allocations.append(words[-2])
-    return calls, allocations, failed, blocks_at_end
 
 
 class Stage:
@@ -103,60 +104,53 @@ class Stage:
         self.bus = self.session.connect_to_bus()
         self.peer = self.session.listen()
         self.session.store_settings(SETTINGS | {"ServerPort": self.peer.port})
-        self.report_file = folder / "report"
 
-    def end(self):
-        self.session.end()
-
-    def play(self, orders="", scene=None):
-        self.report_file.write_bytes(bytes(REPORT_SIZE))
-        self.process = Process([str(BUILD / "bin" / "finder-sync-extension")],
-                               self.session.environment | {
-                                   "LD_PRELOAD": str(LIBRARY), "LD_BIND_NOW": "1",
-                                   "JOURNAL_STREAM": "1:1", "FAILING_CALLS": orders,
-                                   "FAILING_CALLS_REPORT": str(self.report_file)}, self.folder)
-        self.answers, self.descriptors, self.connection, self.hang = {}, [], None, ""
+    def play(self, orders="", scenes=None):
+        report_file = self.folder / "report"
+        self.process = Process(
+            [str(BUILD / "bin" / "finder-sync-extension")],
+            self.session.environment | {"JOURNAL_STREAM": "1:1"} | preloaded(orders, report_file),
+            self.folder)
+        self.answers, self.descriptors, self.peer.connection, code = {}, [], None, None
         try:
-            (scene or whole_session)(self)
-            if self.process.popen.poll() is None:
-                self.process.popen.terminate()
-            code = self.process.popen.wait(PATIENCE)
-        except (Hang, subprocess.TimeoutExpired) as hang:
-            code, self.hang = None, f"{hang}, {self.state()}"
+            for scene in scenes or SCENES:
+                if self.is_running():
+                    scene(self)
+            self.process.popen.terminate()
+            code = self.process.popen.wait(TIMEOUT)
+        except (Hang, subprocess.TimeoutExpired):
+            pass
         finally:
             self.process.popen.kill()
             self.process.popen.wait()
-            self.leave()
-        return self.outcome(orders, code)
+            self.close_connections()
+        error = self.process.error_file.read_bytes().decode(errors="replace")
+        return Outcome(orders, code, self.process.output(), error, self.answers, self.descriptors,
+                       Report(report_file))
 
-    def outcome(self, orders, code):
-        calls, allocations, failed, blocks_at_end = read_report(self.report_file)
-        return Outcome(orders, code, self.process.output(),
-                       self.process.error_file.read_bytes().decode(errors="replace"),
-                       self.answers, calls, allocations, failed, blocks_at_end, self.descriptors,
-                       self.hang)
+    def close_connections(self):
+        """Those, too, that nobody has accepted."""
+        self.accept_waiting()
+        while self.peer.connection:
+            self.peer.connection.close()
+            self.accept_waiting()
 
-    # What scenes are made of.
+    # What scenes are made of
 
     def is_running(self):
         return self.process.popen.poll() is None
 
-    def state(self):
-        process = pathlib.Path(f"/proc/{self.process.popen.pid}")
-        return process.joinpath("stat").read_text().split()[2] + " in system call " + \
-            process.joinpath("syscall").read_text().split()[0]
-
     def ask(self, message, step=None):
-        """Sends a call; its answer, or the name of its error, is kept under the step's name."""
+        """Sends a call. Its answer, or the name of its error, is kept under the step's name."""
         try:
-            patience = PATIENCE if message is PING else 0.5
-            reply = self.bus.send_and_get_reply(message, timeout=patience)
+            reply = self.bus.send_and_get_reply(
+                message, timeout=TIMEOUT if message is PING else ANSWER_TIMEOUT)
         except TimeoutError:
             answer = "no answer"
             if message is not PING:
                 self.ask(PING)
             elif self.is_running():
-                raise Hang("it does not answer") from None
+                raise Hang from None
         else:
             is_error = reply.header.message_type == MessageType.error
             answer = ("error " + reply.header.fields[HeaderFields.error_name] if is_error
@@ -171,44 +165,34 @@ class Stage:
     def call(self, step, member, signature, *arguments):
         self.ask(new_method_call(EXTENSION, member, signature, arguments), step)
 
+    def set(self, name, signature, value):
+        self.ask(Properties(EXTENSION).set(name, signature, value), "set " + name)
+
     def settle(self):
-        """Comes back when the extension has handled whatever has reached it. An event that is
-        there when the first question is asked has been handled when the second is answered."""
+        """Returns when the extension has handled whatever has reached it: an event that is there
+        when the first question is asked has been handled when the second is answered."""
         for _ in range(3):
             self.ask(PING)
 
-    def wait_for_name(self):
-        exit_of_process = os.pidfd_open(self.process.popen.pid)
-        try:
-            for _ in range(PATIENCE * 500):
-                if self.ask(message_bus.NameHasOwner(BUS_NAME)) == (True,):
-                    return
-                if select.select([exit_of_process], [], [], 0.002)[0]:
-                    return
-        finally:
-            os.close(exit_of_process)
-        raise Hang("it neither takes its name nor ends")
-
-    def accept(self):
+    def accept_waiting(self):
         self.peer.listener.setblocking(False)
         try:
-            self.connection, _ = self.peer.listener.accept()
-            self.connection.setblocking(False)
-            self.connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            self.peer.accept()
+            self.peer.connection.setblocking(False)
         except BlockingIOError:
-            self.connection = None
+            self.peer.connection = None
 
     def send(self, data):
         try:
-            if self.connection:
-                self.connection.send(data)
+            if self.peer.connection:
+                self.peer.connection.send(data)
         except OSError:
             pass  # the extension has gone
         self.settle()
 
     def receive(self, step):
         try:
-            answer = self.connection.recv(65536) if self.connection else None
+            answer = self.peer.connection.recv(65536) if self.peer.connection else None
         except OSError as error:
             answer = type(error).__name__
         self.note(step, answer)
@@ -217,15 +201,18 @@ class Stage:
         try:
             self.descriptors.append(len(os.listdir(f"/proc/{self.process.popen.pid}/fd")))
         except OSError:
-            pass
+            pass  # it has ended
 
-    def leave(self):
-        while True:
-            if self.connection:
-                self.connection.close()
-            self.accept()
-            if self.connection is None:
-                return
+
+def start(stage):
+    deadline = time.monotonic() + TIMEOUT
+    while stage.is_running() and stage.ask(message_bus.NameHasOwner(BUS_NAME)) != (True,):
+        if time.monotonic() > deadline:
+            raise Hang
+        time.sleep(0.002)
+    stage.settle()
+    stage.accept_waiting()
+    stage.settle()
 
 
 def companion_speaks(stage):
@@ -233,8 +220,9 @@ def companion_speaks(stage):
     stage.send(line(type="add_folder", path=COMPOSED) + line(type="add_folder", path=DECOMPOSED) +
                line(type="set_locale", shareContactTitle="C", shareViaUrlTitle="Lien \ufdd0\u00e9",
                     backupTitle="B") + line(type="set_menu_usage", displayBackup="1"))
-    stage.send(padded({"type": "add_folder", "path": "/srv/Gone"}) +
+    stage.send(line(type="add_folder", path="/srv/Gone")[:-1].ljust(BUFFER_SIZE - 1) + b"\n" +
                line(type="del_folder", path="/srv/Gone") + line(type="hello"))
+    stage.count_descriptors()
 
 
 def file_manager_asks(stage):
@@ -249,88 +237,70 @@ def file_manager_asks(stage):
     stage.call("no action", "PerformAction", "sas", "connect", [])
     stage.receive("report")
     stage.call("end", "EndObservingDirectoryAtURL", "s", url(ROOT))
+    stage.count_descriptors()
 
 
 def properties_are_used(stage):
-    properties = Properties(EXTENSION)
-    stage.ask(properties.set("shareContactTitle", "s", "Caf\u00e9"), "set title")
-    stage.ask(properties.get("shareViaUrlTitle"), "get title")
-    stage.ask(properties.set("myFolderURL", "s", url("/srv")), "set URL")
-    stage.ask(properties.set("displayBackup", "x", 2), "set number")
-    stage.ask(properties.set("serverPort", "u", 5000), "set port")
-    stage.ask(properties.set("isSocketConnected", "b", True), "set flag")
-    stage.ask(properties.set("pathsOfRootFolders", "as", [COMPOSED, ROOT]), "set paths")
+    stage.set("shareContactTitle", "s", "Caf\u00e9")
+    stage.ask(Properties(EXTENSION).get("shareViaUrlTitle"), "get title")
+    stage.set("myFolderURL", "s", url("/srv"))
+    stage.set("displayBackup", "x", 2)
+    stage.set("serverPort", "u", 5000)
+    stage.set("isSocketConnected", "b", True)
+    stage.set("pathsOfRootFolders", "as", [COMPOSED, ROOT])
     stage.settle()
-    stage.ask(properties.get_all(), "state")
+    stage.ask(Properties(EXTENSION).get_all(), "state")
+    stage.count_descriptors()
 
 
 def file_manager_asks_again(stage):
     stage.call("badge", "RequestBadgeIdentifiersForURLs", "as", [url(DECOMPOSED)])
     stage.call("menu", "MenuForMenuKind", "uas", 0, [url(ROOT + "/a.txt")])
+    stage.count_descriptors()
 
 
 def companion_leaves(stage):
-    if stage.connection:
-        stage.connection.close()
-        stage.connection = None
+    if stage.peer.connection:
+        stage.peer.connection.close()
+        stage.peer.connection = None
     stage.settle()
     stage.ask(Properties(EXTENSION).get("isSocketConnected"), "is connected")
     stage.call("last menu", "MenuForMenuKind", "uas", 0, [url(ROOT + "/a.txt")])
+    stage.count_descriptors()
 
 
-def whole_session(stage):
-    stage.wait_for_name()
-    stage.settle()
-    stage.accept()
-    stage.settle()
-    for scene in (companion_speaks, file_manager_asks, properties_are_used,
-                  file_manager_asks_again, companion_leaves):
-        if not stage.is_running():
-            return
-        scene(stage)
-        stage.count_descriptors()
+SCENES = (start, companion_speaks, file_manager_asks, properties_are_used, file_manager_asks_again,
+          companion_leaves)
 
 
-def second_instance(stage):
-    """Somebody else has the name."""
-    stage.process.popen.wait(PATIENCE)
+class Stages:
+    """As many stages as there are cores."""
+
+    def __init__(self, folder):
+        self.all = [Stage(pathlib.Path(tempfile.mkdtemp(dir=folder)))
+                    for _ in os.sched_getaffinity(0)]
+        self.free = queue.SimpleQueue()
+        for stage in self.all:
+            self.free.put(stage)
+
+    def play(self, jobs, take=lambda outcome: outcome):
+        """What is taken of the outcomes of sessions with these orders."""
+        def work(orders):
+            stage = self.free.get()
+            try:
+                return take(stage.play(orders))
+            finally:
+                self.free.put(stage)
+
+        with ThreadPoolExecutor(len(self.all)) as pool:
+            return list(pool.map(work, jobs))
+
+    def end(self):
+        for stage in self.all:
+            stage.session.end()
 
 
-def in_parallel(folder, jobs, take=lambda outcome: outcome):
-    """What is taken of the outcomes of sessions with these orders, played on as many stages as there
-    are cores. Tens of thousands of outcomes are too much to keep: Python stops for most of a second
-    when it looks for garbage among them, and takes answers for late."""
-    results = [None] * len(jobs)
-    numbers = iter(range(len(jobs)))
-    lock = threading.Lock()
-    failures = []
-
-    def work():
-        stage = Stage(pathlib.Path(tempfile.mkdtemp(dir=folder)))
-        try:
-            while not failures:
-                with lock:
-                    number = next(numbers, None)
-                if number is None:
-                    return
-                results[number] = take(stage.play(jobs[number]))
-        except BaseException as failure:
-            failures.append(failure)
-        finally:
-            stage.end()
-
-    cores = len(os.sched_getaffinity(0))
-    threads = [threading.Thread(target=work) for _ in range(cores)]
-    for thread in threads:
-        thread.start()
-    for thread in threads:
-        thread.join()
-    if failures:
-        raise failures[0]
-    return results
-
-
-# What can fail, and what is to fail.
+# What can fail, and what is to fail
 
 def functions_called_by(file):
     """Of libraries, by a program or a plug-in."""
@@ -340,21 +310,23 @@ def functions_called_by(file):
 
 
 def functions_that_can_fail():
-    table = pathlib.Path(__file__).with_name("FailingCalls.cpp").read_text()
-    return set(re.findall(r'\{"(\w+)",', table))
+    """Patterns, in which "?" is any character."""
+    source = pathlib.Path(__file__).with_name("FailingCalls.cpp").read_text()
+    table = source[source.index("groups[]"):source.index("/// More than any")]
+    return set(" ".join(re.findall(r'"(.*?)"', table)).split())
 
 
-def each_call(clean, from_there_on=""):
+def each_call(clean, from_there_on="", ways=None):
     """Every call in every way; an allocation is none of them."""
-    return [f"{call.function}:{call.number}{from_there_on}:{way}"
-            for call in clean.calls for way in range(1, call.ways + 1)]
+    return [f"{call.function}:{call.number}{from_there_on}:{way}" for call in clean.calls
+            for way in range(1, 1 + min(call.ways, ways or call.ways))]
 
 
 def each_allocation(clean, from_there_on=""):
     return [f"memory:{number}{from_there_on}:1" for number in range(1, len(clean.allocations) + 1)]
 
 
-def pairs(outcome):
-    """A call that failed, and that the extension outlived, together with each one after it."""
-    calls = [f"{call.function}:{call.number}:1" for call in outcome.calls if call.ways]
-    return [f"{outcome.orders} {call}" for call in calls[calls.index(outcome.orders) + 1:]]
+def pairs(orders, report):
+    """A call that failed and was survived, together with each one after it."""
+    calls = each_call(report, ways=1)
+    return [f"{orders} {call}" for call in calls[calls.index(orders) + 1:]]

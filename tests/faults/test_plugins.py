@@ -2,9 +2,9 @@
 
 What GLib and Qt do for want of memory is theirs: they end the file manager, whoever asked."""
 
-import dataclasses
 import os
 import re
+import shutil
 import subprocess
 from concurrent.futures import ThreadPoolExecutor
 
@@ -50,55 +50,38 @@ LET_BE = [re.compile(pattern) for pattern in (
 def test_every_function_that_is_called_can_fail_here_or_is_known_not_to(plugin):
     called = played.functions_called_by(plugin)
     failing = called & played.functions_that_can_fail()
-    unknown = {name for name in called - failing
-               if not any(pattern.fullmatch(name) for pattern in LET_BE)}
     assert failing
-    assert unknown == set()
-
-
-@dataclasses.dataclass
-class Played:
-    orders: str
-    code: int
-    text: str
-    calls: list
-    failed: list
+    assert {name for name in called - failing
+            if not any(pattern.fullmatch(name) for pattern in LET_BE)} == set()
 
 
 def play(program, folder, orders=""):
+    """The report, if the file manager has outlived what failed."""
     folder = folder / re.sub(r"\W", "-", f"{program}-{orders}")
     folder.mkdir()
-    report = folder / "report"
-    report.write_bytes(bytes(played.REPORT_SIZE))
-    environment = os.environ | {
-        "LD_PRELOAD": str(played.LIBRARY), "LD_BIND_NOW": "1", "FAILING_CALLS": orders,
-        "FAILING_CALLS_REPORT": str(report), "HOME": str(folder), "QT_QPA_PLATFORM": "offscreen"}
+    report_file = folder / "report"
+    environment = played.preloaded(orders, report_file) | {
+        "PATH": os.environ["PATH"], "HOME": str(folder), "QT_QPA_PLATFORM": "offscreen"}
     done = subprocess.run([played.BUILD / "tests" / program, "--gtest_filter=*Outlive*Session*"],
                           env=environment, timeout=60, text=True, stdin=subprocess.DEVNULL,
                           stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
-    calls, _, failed, _ = played.read_report(report)
-    report.unlink()
-    return Played(orders, done.returncode, done.stdout, calls, failed)
-
-
-def play_all(program, folder, orders):
-    """The outcomes, each of which the file manager has to outlive."""
-    with ThreadPoolExecutor(6) as pool:  # they wait, mostly
-        outcomes = list(pool.map(lambda each: play(program, folder, each), orders))
-    wrong = [outcome for outcome in outcomes if outcome.code != 0]
-    assert wrong == []
-    return outcomes
+    report = played.Report(report_file)
+    assert done.returncode == 0 and "[  PASSED  ] 1 test." in done.stdout, (orders, done.stdout)
+    shutil.rmtree(folder)
+    return report
 
 
 @pytest.mark.parametrize("program", PROGRAMS)
 def test_each_call_fails_in_turn_and_every_two(program, tmp_path):
+    def play_all(orders):
+        with ThreadPoolExecutor(6) as pool:  # they wait, mostly
+            return list(pool.map(lambda each: play(program, tmp_path, each), orders))
+
     clean = play(program, tmp_path)
-    assert clean.code == 0, clean.text
-    assert "[  PASSED  ] 1 test." in clean.text
     called = {call.function for call in clean.calls}
     assert called >= (LEAST_OF_QT if program.startswith("dolphin") else LEAST)
-    singles = play_all(program, tmp_path, played.each_call(clean))
-    play_all(program, tmp_path, played.each_call(clean, "+"))
-    pairs = [orders for outcome in singles if outcome.orders.endswith(":1") and outcome.failed
-             for orders in played.pairs(outcome)]
-    assert any(len(outcome.failed) == 2 for outcome in play_all(program, tmp_path, pairs))
+    singles = played.each_call(clean)
+    pairs = [pair for orders, report in zip(singles, play_all(singles))
+             if orders.endswith(":1") and report.failed for pair in played.pairs(orders, report)]
+    play_all(played.each_call(clean, "+"))
+    assert any(len(report.failed) == 2 for report in play_all(pairs))
