@@ -8,7 +8,7 @@ import socket
 import pytest
 from conftest import wait_for
 from oracle import compare, model
-from oracle.over_bus import METHODS, WRITABLE, answers_of, playable, printed, visible
+from oracle.over_bus import answers_of, ask, playable, printed, visible
 from oracle.sessions import Maker
 
 SESSIONS = 50
@@ -39,32 +39,14 @@ class Play:
         self.received = b""
 
     def perform(self, name, *arguments):
-        getattr(self, name)(*arguments)
-
-    def send(self, data):
-        self.peer.send(data)
-
-    def close(self):
-        self.peer.connection.shutdown(socket.SHUT_WR)
-
-    def menu(self, kind, selection):
-        urls = [url for url, _, _ in selection]
-        is_offered, entries = self.session.method("MenuForMenuKind", "uas", kind, urls)
-        flat = [part for title, action, image in entries for part in (title, action, "", image)]
-        self.answers.append([f"menu {len(entries)}", *flat] if is_offered else ["no menu"])
-
-    def badge(self, url):
-        badge, = self.session.method("RequestBadgeIdentifierForURL", "s", url[0])
-        self.answers.append([badge] if badge else [])
-
-    def observe(self, which, url):
-        self.session.method(METHODS[which], "s", url[0])
-
-    def click(self, selector, selection):
-        self.session.method("PerformAction", "sas", selector, [url for url, _, _ in selection])
-
-    def set(self, name, value):
-        self.session.set(name, WRITABLE[name], value)
+        if name == "send":
+            self.peer.send(*arguments)
+        elif name == "close":
+            self.peer.connection.shutdown(socket.SHUT_WR)
+        else:
+            answer = ask(self.session, name, *arguments)
+            if answer is not None:
+                self.answers.append(answer)
 
     def receive(self, length):
         while len(self.received) < length:

@@ -5,6 +5,8 @@ import urllib.parse
 
 WRITABLE = {"pathsOfRootFolders": "as", "displayBackup": "x", "displayUrlLink": "x",
             "shareContactTitle": "s", "shareViaUrlTitle": "s", "backupTitle": "s"}
+# Those, too, that made sessions do not write to.
+SIGNATURES = WRITABLE | {"myFolderURL": "s", "serverPort": "u", "isSocketConnected": "b"}
 METHODS = {"begin": "BeginObservingDirectoryAtURL", "end": "EndObservingDirectoryAtURL"}
 
 
@@ -36,6 +38,28 @@ def playable(event):
             arguments[1] if isinstance(arguments[1], list) else str(arguments[1])):
         return event
     return event if name == "close" else None
+
+
+def ask(session, name, *arguments):
+    """Brings an event to the real process. Gives its answer in the form of `answers_of`."""
+    if name == "menu":
+        kind, selection = arguments
+        is_offered, entries = session.method("MenuForMenuKind", "uas", kind,
+                                             [url for url, _, _ in selection])
+        flat = [part for title, action, image in entries for part in (title, action, "", image)]
+        return [f"menu {len(entries)}", *flat] if is_offered else ["no menu"]
+    if name == "badge":
+        badge, = session.method("RequestBadgeIdentifierForURL", "s", arguments[0][0])
+        return [badge] if badge else []
+    if name == "observe":
+        which, url = arguments
+        session.method(METHODS[which], "s", url[0])
+    elif name == "click":
+        selector, selection = arguments
+        session.method("PerformAction", "sas", selector, [url for url, _, _ in selection])
+    elif name == "set":
+        session.set(arguments[0], SIGNATURES[arguments[0]], arguments[1])
+    return None
 
 
 def visible(text):

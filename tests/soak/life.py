@@ -1,28 +1,35 @@
-"""One life of the extension's process beside the model: everything that happens is given to both,
-and every line, every answer, every report and the heap must be as the model says."""
+"""One life of the extension's process beside the model: both are given the same events, and every
+line, every answer, every report and the heap must be as the model says."""
 
+import collections
 import copy
 import json
+import mmap
+import os
+import pathlib
 import re
 import select
 import signal
 import socket
+import struct
+import subprocess
+import time
 import urllib.parse
 
-from conftest import EXTENSION, line
-from jeepney import Properties
+from conftest import BUS_NAME, PATIENCE, BusError, Session, line, wait_for
+from jeepney import message_bus
+from jeepney.io.blocking import open_dbus_connection
 from oracle import compare, model
-from oracle.over_bus import METHODS, WRITABLE, answers_of, printed, sent_over_bus, visible
+from oracle.over_bus import answers_of, ask, printed, sent_over_bus, visible
 from oracle.text import decomposed
-from watched import Different, log_line, method
 
 BUFFER = 1024  # bytes that stay for each has-bytes-available event, on purpose
 # KiB that the system may give beside them: the allocator's notes, and gaps between blocks.
 RESIDENT_SLACK, RESIDENT_BUFFER = 2048, 1.1
-MORE_WRITABLE = {"myFolderURL": "s", "serverPort": "u", "isSocketConnected": "b"}
-SIGNATURES = WRITABLE | MORE_WRITABLE
+IDLE = 5  # looks at a process that waits and changes nothing until it counts as idle
 RECEIVING = re.compile(rb"^receiving\n", re.MULTILINE)
-ABORTED, KILLED = 128 + signal.SIGABRT, 128 + signal.SIGKILL
+CONTROL_CHARACTER = re.compile(rb"[\x00-\x1f\x7f]")
+JOURNAL_PREFIX = b"<6>"
 
 # Where every property is written to before the heap is looked at: texts of a fixed length, since
 # what a text once needed it may keep.
@@ -35,64 +42,159 @@ AT_REST = {"pathsOfRootFolders": [], "displayBackup": 0, "displayUrlLink": 1, "s
 CHARACTERS = ("long" * 20 + "K" + "\u0301" * 70 + "\U0001f1e6" * 81) * 2
 
 
+class Different(Exception):
+    """The extension does not do what it must."""
+
+
+def require(expected, actual, what):
+    if actual != expected:
+        raise Different(f"{what}: expected {expected!r}, but got {actual!r}")
+
+
+class Written:
+    """A file that the process appends to."""
+
+    def __init__(self, path):
+        self.path = path
+        path.touch()
+        self.file = open(path, "rb")
+        self.unread = b""
+
+    def expect(self, expected, without=None):
+        """Takes what must have been written, or comes to be; `without` is a pattern for what does
+        not count. Gives what was taken."""
+        deadline = time.monotonic() + PATIENCE
+        while time.monotonic() < deadline:
+            self.unread += self.file.read()
+            counted = without.sub(b"", self.unread) if without else self.unread[:len(expected)]
+            if counted == expected:
+                taken = self.unread if without else expected
+                self.unread = self.unread[len(taken):]
+                return taken
+            if len(counted) == len(expected) and not without:
+                break
+            time.sleep(0.0002)
+        at = len(os.path.commonprefix([counted, expected]))
+        raise Different(f"{self.path.name}: expected ...{expected[at:at + 600]!r}\n"
+                        f"     but got ...{counted[at:at + 600]!r}")
+
+    def require_nothing(self):
+        self.unread += self.file.read()
+        if self.unread:
+            raise Different(f"{self.path.name}: unexpected: {self.unread[:600]!r}")
+        os.truncate(self.path, 0)
+        self.file.seek(0)
+
+
+class WatchedSession(Session):
+    """A session in which the extension is watched from outside: what it writes, what its heap
+    holds, its descriptors and threads."""
+
+    def __init__(self, folder):
+        super().__init__(folder)
+        self.allocator = self.programs.parent / "bench" / "libcounting-allocator.so"
+        self.trace, self.log = Written(folder / "trace"), Written(folder / "log")
+        live_bytes = folder / "live-bytes"  # which the counting allocator of the benches fills in
+        live_bytes.write_bytes(bytes(16))
+        with open(live_bytes, "r+b") as file:
+            self.heap = mmap.mmap(file.fileno(), 16)
+        self.store_settings({})
+        self.bus = open_dbus_connection(self.address)
+        self.process = None
+
+    def call(self, message):
+        reply = self.bus.send_and_get_reply(message, timeout=PATIENCE)
+        if reply.header.message_type.name == "error":
+            raise BusError(reply)
+        return reply.body
+
+    def begin(self):
+        log = os.stat(self.log.path)
+        environment = self.environment | {
+            "LD_PRELOAD": str(self.allocator), "JOURNAL_STREAM": f"{log.st_dev}:{log.st_ino}",
+            "FINDER_SYNC_BENCH_LIVE_BYTES": str(self.folder / "live-bytes")}
+        with open(self.trace.path, "ab") as trace, open(self.log.path, "ab") as log:
+            self.process = subprocess.Popen(
+                [self.programs / "finder-sync-extension"], env=environment, stdout=trace,
+                stderr=log, stdin=subprocess.DEVNULL, start_new_session=True)
+        self.proc = pathlib.Path(f"/proc/{self.process.pid}")
+        self.wait_for_name()
+
+    def wait_for_end(self, code):
+        """Waits until the process has ended in the way that it must, and its name is free."""
+        require(code, self.process.wait(PATIENCE), "exit code")
+        wait_for(lambda: not self.call(message_bus.NameHasOwner(BUS_NAME))[0], "the free name")
+
+    def settled_heap(self):
+        """Bytes and blocks on the heap once the process has nothing to do any more."""
+        looks, before = 0, None
+        while looks < IDLE:
+            time.sleep(0.001)
+            now = struct.unpack("qq", self.heap)
+            stat = (self.proc / "stat").read_text(encoding="ascii")
+            looks = looks + 1 if now == before and stat.rsplit(")", 1)[1].split()[0] == "S" else 0
+            before = now
+        return now
+
+    def levels(self):
+        return {"descriptors": len(os.listdir(self.proc / "fd")),
+                "threads": len(os.listdir(self.proc / "task")),
+                "descriptors of the bus": len(os.listdir(f"/proc/{self.daemon.pid}/fd"))}
+
+    def resident(self):
+        """Resident memory in KiB."""
+        return int(re.search(r"VmRSS:\s+(\d+)", (self.proc / "status").read_text())[1])
+
+    def left_behind(self):
+        """Every file in the session's folder, and every name on the bus."""
+        files = {str(file.relative_to(self.folder)) for file in self.folder.rglob("*")}
+        return files.union(self.call(message_bus.ListNames())[0])
+
+    def end(self):
+        if self.process:
+            self.process.kill()
+            self.process.wait()
+        self.bus.close()
+        super().end()
+
+
 class Levels:
-    """What the first moment showed, and every later one that is alike has to show. The heap may not
-    differ by a single byte."""
+    """What each kind of moment showed first, and has to show ever after."""
 
     def __init__(self):
         self.known = {}
 
-    def expect(self, what, actual):
-        """A number, or a set of things."""
-        known = self.known.setdefault(what, actual)
-        if actual == known:
-            return
-        if isinstance(actual, set):
-            raise Different(f"{what}: {sorted(actual - known)} more, and "
-                            f"{sorted(known - actual)} less")
-        raise Different(f"{actual} {what}, and not {known}")
-
-    def expect_heap(self, heap, kind, buffers, name_length):
-        """The bus gives each process another name; the rest is the same."""
-        actual = (heap.bytes - buffers * BUFFER - name_length, heap.blocks - buffers)
+    def expect(self, kind, actual):
         known = self.known.setdefault(kind, actual)
-        if actual != known:
-            raise Different(f"the heap holds {actual[0] - known[0]} bytes in "
-                            f"{actual[1] - known[1]} blocks more than it must, {kind}: "
-                            f"{actual[0]} bytes without its {buffers} buffers, and not {known[0]}")
+        if isinstance(actual, set) and actual != known:
+            raise Different(f"{kind}: {actual - known} more, and {known - actual} less")
+        require(known, actual, kind)
 
 
 class Life:
     """`peer` is the companion; without one, nobody listens on the port."""
 
-    def __init__(self, session, levels, tally, port, peer=None, settings=None, is_journal=True,
-                 by_question=False):
+    def __init__(self, session, levels, tally, port, peer=None, settings=None):
         self.session, self.levels, self.tally, self.peer = session, levels, tally, peer
-        self.settings = settings or {}
+        self.settings = {"ServerPort": port} | (settings or {})
         self.run = model.Run()
         self.extension, self.world = self.run.extension, self.run.world
         self.buffers = 0
         self.link = "up" if peer else "refused"
         self.is_peer_gone = False
         self.resident_at_first = None
-        self.kind = None
-        session.store_settings({"ServerPort": port} | self.settings)
-        session.write_as_to_a_journal(is_journal)
-        self.begin(port, by_question)
-
-    def begin(self, port, by_question):
-        session = self.session
-        self.process = session.started_by_question() if by_question else session.started_by_name()
-        if self.peer:
-            self.peer.accept()
+        session.store_settings(self.settings)
+        session.begin()
+        if peer:
+            peer.accept()
             self.run.play(("port", port))
-        for key, value in ({"ServerPort": port} | self.settings).items():
+        for key, value in self.settings.items():
             kind = "string" if isinstance(value, str) else "integer"
             self.run.play(("setting", key, kind, value))
         self.play("start")
         self.match()
         self.folder_url = "file://" + urllib.parse.quote(self.extension.root)
-        self.name_length = len(session.own_unique_name())
+        self.name_length = len(session.call(message_bus.GetNameOwner(BUS_NAME))[0])
         self.require_state()
         self.require_level("fresh")
         self.tally["lives"] += 1
@@ -108,20 +210,23 @@ class Life:
         """An event for both."""
         self.tally["events"] += 1
         try:
-            getattr(self, name)(*arguments)
+            if hasattr(self, name):
+                getattr(self, name)(*arguments)
+            else:
+                ask(self.session, name, *arguments)
+                self.play(name, *arguments)
         except model.Death as death:
             self.match()
-            self.session.expect_fatal(compare.reason(death))
-            self.finish(ABORTED)
+            self.session.log.expect(b"<2>" + compare.reason(death).encode() + b"\n")
+            self.finish(-signal.SIGABRT)
         else:
             self.match()
 
     def match(self):
         """What the model wrote must have been written, and its reports must have arrived."""
         records, world = self.world.records, self.world
-        trace = self.session.outputs.expect("trace", printed(records).encode())
-        self.count_buffers(trace)
-        self.session.expect_log(list(map(self.logged, filter(is_logged, records))))
+        self.count_buffers(self.session.trace.expect(printed(records).encode()))
+        self.session.log.expect(b"".join(map(self.logged, filter(is_logged, records))))
         if world.received:
             self.receive(world.received)
         records.clear()
@@ -136,8 +241,8 @@ class Life:
     def logged(self, record):
         form, argument = record.removeprefix("NSLog: ").split(" <- ", 1)
         if form.startswith("FinderSync()"):
-            argument = str(self.session.programs.parent / "share/finder-sync")
-        return log_line(form.replace("%@", argument))
+            argument = str(self.session.share / "finder-sync")
+        return JOURNAL_PREFIX + log_line(form.replace("%@", argument)) + b"\n"
 
     def receive(self, expected):
         received = b""
@@ -146,15 +251,11 @@ class Life:
             if not piece:
                 raise Different("the link has ended before a report came")
             received += piece
-        if compare.parse_reports(received) != compare.parse_reports(expected):
-            raise Different(f"reports: expected {expected!r}, but got {received!r}")
-        self.tally["reports"] += len(compare.parse_reports(expected))
+        reports = compare.parse_reports(expected)
+        require(reports, compare.parse_reports(received), "reports")
+        self.tally["reports"] += len(reports)
 
-    def require(self, expected, actual, question):
-        if actual != expected:
-            raise Different(f"{question}: expected {expected!r}, but got {actual!r}")
-
-    # Events
+    # Events; those that are not here have no answer
 
     def send(self, data):
         self.peer.send(data)
@@ -168,8 +269,7 @@ class Life:
         for block in blocks:
             self.play("send", block)
         expected = RECEIVING.sub(b"", printed(self.world.records).encode())
-        trace = self.session.outputs.expect("trace", expected, without=RECEIVING)
-        self.count_buffers(trace)
+        self.count_buffers(self.session.trace.expect(expected, without=RECEIVING))
         self.world.records[:] = filter(is_logged, self.world.records)
 
     def close(self):
@@ -189,28 +289,24 @@ class Life:
         self.play("reset")
 
     def menu(self, kind, selection):
-        urls = [url for url, _, _ in selection]
-        is_offered, entries = self.session.call(method("MenuForMenuKind", "uas", kind, urls))
-        flat = [part for title, action, image in entries for part in (title, action, "", image)]
+        answer = ask(self.session, "menu", kind, selection)
         expected = ["no menu"]
         if all(self.is_watched(path) for _, path, _ in selection):
             self.play("menu", kind, selection)
             expected, = answers_of(self.world.records)
-        self.require(expected, [f"menu {len(entries)}", *flat] if is_offered else ["no menu"],
-                    ("menu", kind, urls))
-        self.tally["menus offered"] += is_offered
+        require(expected, answer, ("menu", selection))
         self.tally["menus"] += 1
 
     def badge(self, url):
-        badge, = self.session.call(method("RequestBadgeIdentifierForURL", "s", url[0]))
-        self.require(self.badges_of([url]), [badge], url)
+        badges = ask(self.session, "badge", url)
+        self.require_badges([url], badges or [""])
 
     def badges(self, urls):
-        badges, = self.session.call(
-            method("RequestBadgeIdentifiersForURLs", "as", [url[0] for url in urls]))
-        self.require(self.badges_of(urls), badges, urls)
+        badges, = self.session.method("RequestBadgeIdentifiersForURLs", "as",
+                                      [url for url, _, _ in urls])
+        self.require_badges(urls, badges)
 
-    def badges_of(self, urls):
+    def require_badges(self, urls, badges):
         expected = []
         for url in urls:
             first = len(self.world.records)
@@ -219,36 +315,25 @@ class Life:
             is_badged = "setBadgeIdentifier:forURL: FolderIco " + url[0] in (
                 self.world.records[first:])
             expected.append("FolderIco" if is_badged else "")
-            self.tally["badges shown"] += is_badged
+        require(expected, badges, urls)
         self.tally["badge requests"] += len(urls)
-        return expected
+        self.tally["badges shown"] += expected.count("FolderIco")
 
     def is_watched(self, path):
         folder = resolved(self.world.watched[0])
         return resolved(path)[:len(folder)] == folder
 
-    def observe(self, which, url):
-        self.session.call(method(METHODS[which], "s", url[0]))
-        self.play("observe", which, url)
-
-    def click(self, selector, selection):
-        urls = [url for url, _, _ in selection]
-        self.session.call(method("PerformAction", "sas", selector, urls))
-        self.play("click", selector, selection)
-        self.tally["clicks"] += 1
-
     def set(self, name, value):
         written = value
         if name == "myFolderURL":
             written = self.folder_url = sent_over_bus(("", value))[0]
-        self.session.call(Properties(EXTENSION).set(name, SIGNATURES[name], written))
+        ask(self.session, "set", name, written)
         self.play("set", name, value)
 
     # What must hold at any time
 
     def require_state(self):
         extension = self.extension
-        root = urllib.parse.quote(self.world.watched[0])
         expected = {
             "myFolderURL": self.folder_url, "serverAddress": "127.0.0.1",
             "pathsOfRootFolders": list(map(visible, extension.paths)),
@@ -256,43 +341,41 @@ class Life:
             "displayUrlLink": extension.display_url_link,
             "displayBackup": extension.display_backup,
             **dict(zip(model.TITLES, map(visible, extension.titles))),
-            "directoryURLs": ["file://" + root],
-            "badges": {"FolderIco": (str(self.session.programs.parent /
-                                         "share/finder-sync/icon_Folder.svg"), "Folder Icon")}}
-        values, = self.session.call(Properties(EXTENSION).get_all())
-        self.require(expected.keys(), values.keys(), "properties")
-        for name, value in expected.items():
-            self.require(value, values[name][1], name)
+            "directoryURLs": ["file://" + urllib.parse.quote(self.world.watched[0])],
+            "badges": {"FolderIco": (str(self.session.share / "finder-sync/icon_Folder.svg"),
+                                     "Folder Icon")}}
+        require(expected, self.session.get_all(), "properties")
+
+    def heap(self):
+        """Bytes and blocks without the buffers. The bus gives each process another name."""
+        size, blocks = self.session.settled_heap()
+        return size - self.buffers * BUFFER - self.name_length, blocks - self.buffers
 
     def require_level(self, stage):
         """Descriptors, threads and heap, at a stage of its life at which all lives are alike."""
-        session = self.session
-        # What comes before each line has the number of the process in it.
-        log = "journal" if session.is_journal else f"terminal, {len(str(self.process))} digits"
-        self.kind = (stage, self.link, log, *sorted(self.settings.items()))
-        self.levels.expect_heap(session.settled_heap(), self.kind, self.buffers, self.name_length)
-        self.levels.expect("descriptors", session.descriptors())
-        self.levels.expect("threads", session.threads())
-        self.levels.expect("descriptors of the bus", session.bus_descriptors())
+        kind = (stage, self.link, *(value for value in sorted(self.settings.items())
+                                    if value[0] != "ServerPort"))
+        self.levels.expect(("bytes and blocks on the heap", *kind), self.heap())
+        self.levels.expect("levels", self.session.levels())
 
     def require_little_memory(self):
         """What the heap's count does not see, mapped memory for one, shows here."""
-        resident = self.session.resident()
-        if self.resident_at_first is None:
-            self.resident_at_first = resident - self.buffers * RESIDENT_BUFFER
-        limit = self.resident_at_first + self.buffers * RESIDENT_BUFFER + RESIDENT_SLACK
-        if resident > limit:
-            raise Different(f"{resident} KiB of memory, and not {limit:.0f} at the most")
+        resident = self.session.resident() - self.buffers * RESIDENT_BUFFER
+        self.resident_at_first = self.resident_at_first or resident
+        if resident > self.resident_at_first + RESIDENT_SLACK:
+            raise Different(f"{resident - self.resident_at_first} KiB of memory more")
 
     def come_to_rest(self):
         """Everything that can be compared with another such moment, in any life."""
         is_connected = self.extension.is_connected
         self.perform("set", "isSocketConnected", True)
-        self.search_last()
+        # The iterator over characters keeps its last text.
+        self.perform("set", "pathsOfRootFolders", ["Ko\u0308"])
+        self.perform("menu", 0, [self.item("/Ko\u0308/x")])
         for name, value in AT_REST.items():
             self.perform("set", name, value)
         self.require_state()
-        self.session.outputs.require_nothing()
+        self.require_nothing_written()
         self.require_level("at rest")
         self.require_little_memory()
         if self.peer and select.select([self.peer.listener], [], [], 0)[0]:
@@ -300,22 +383,13 @@ class Life:
         self.perform("set", "isSocketConnected", is_connected)
         self.tally["moments compared"] += 1
 
-    def search_last(self):
-        """A search for a root folder, since the iterator over characters keeps its last text."""
-        self.perform("set", "pathsOfRootFolders", ["Ko\u0308"])
-        self.perform("menu", 0, [self.item("/Ko\u0308/x")])
+    def require_nothing_written(self):
+        self.session.trace.require_nothing()
+        self.session.log.require_nothing()
 
     def item(self, path):
         """An item inside the watched folder."""
         return sent_over_bus(("", self.world.watched[0].rstrip("/") + path))
-
-    def measures(self):
-        heap = self.session.settled_heap()
-        return {"descriptors": self.session.descriptors(), "threads": self.session.threads(),
-                "heap without its buffers, bytes": heap.bytes - self.buffers * BUFFER -
-                self.name_length,
-                "resident memory, KiB": self.session.resident(),
-                "descriptors of the bus": self.session.bus_descriptors()}
 
     def warm_up(self):
         """What a process takes once and keeps: room for the longest lines, images, tables."""
@@ -337,26 +411,20 @@ class Life:
     # The end
 
     def end(self, with_signal):
-        self.session.signal(with_signal)
-        self.finish(KILLED if with_signal == signal.SIGKILL else 0)
+        self.session.process.send_signal(with_signal)
+        self.finish(-signal.SIGKILL if with_signal == signal.SIGKILL else 0)
 
     def finish(self, code):
         self.session.wait_for_end(code)
-        self.session.outputs.wait_for_rest()
-        self.session.outputs.require_nothing()
+        self.require_nothing_written()
         self.levels.expect("left behind", self.session.left_behind())
         if self.peer and not self.is_peer_gone:
-            if self.rest_of_link(code):
-                raise Different("something more than the reports was sent")
+            try:
+                require(b"", self.peer.connection.recv(1), "beside the reports")
+            except ConnectionResetError:
+                if code != -signal.SIGABRT:  # what it died of had not been read to its end
+                    raise
             self.peer.connection.close()
-
-    def rest_of_link(self, code):
-        try:
-            return self.peer.connection.recv(1)
-        except ConnectionResetError:
-            if code == ABORTED:  # what it died of had not been read to its end
-                return b""
-            raise
 
     def would_end_it(self, data):
         """Whether the process must end when it is sent this."""
@@ -371,6 +439,11 @@ class Life:
 
 def is_logged(record):
     return isinstance(record, str) and record.startswith("NSLog: ")
+
+
+def log_line(text):
+    """A line as the log shows it."""
+    return CONTROL_CHARACTER.sub(lambda found: b"\\x%02X" % ord(found[0]), text.encode())
 
 
 def resolved(path):
