@@ -1,154 +1,278 @@
-"""A session with the extension, a companion, and one file manager of each kind."""
+"""A session with the extension, a companion, and one file manager of each kind without windows,
+whose plug-ins open menus during each attack and time them."""
 
+import collections
+import contextlib
 import json
 import os
 import select
 import signal
+import subprocess
+import threading
 import time
 
 import pytest
-from conftest import wait_for
+from conftest import BUS_NAME, PATIENCE, line, wait_for
 
-from hostile import headless
-
+NAMES = ["caja", "nemo", "nautilus", "thunar", "dolphin"]
+ROOT, FILE = "file:///sync", "file:///sync/a"
+TITLE = "Copy link"
+# A plug-in waits for a menu for at most a tenth of a second; then the system has to wake it.
+MENU_TIMEOUT, ALLOWANCE = 100.0, 25.0  # milliseconds
 GROWTH = 4096  # kilobytes; the allocator keeps what the largest request has taken
+
+longest = collections.defaultdict(collections.Counter)  # milliseconds, by attack and file manager
+
+
+class FileManager:
+    """A plug-in in a process of its own, which answers one order at a time."""
+
+    def __init__(self, session, name):
+        self.name = name
+        self.has_badges = name != "thunar"
+        program = session.programs.parent / "tests" / f"headless-{name}"
+        with open(session.folder / f"{name}.log", "wb") as log:
+            self.popen = subprocess.Popen([program], env=session.environment, stderr=log,
+                                          stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+
+    def order(self, text):
+        self.popen.stdin.write(text.encode() + b"\n")
+        self.popen.stdin.flush()
+
+    def answer(self):
+        readable, _, _ = select.select([self.popen.stdout], [], [], PATIENCE)
+        assert readable, f"{self.name} hangs"
+        answer = self.popen.stdout.readline().decode(errors="replace")
+        assert answer, f"{self.name} has ended with {self.popen.wait(PATIENCE)}"
+        return answer.rstrip("\n")
+
+    def end(self):
+        self.popen.stdin.close()
+        try:
+            assert self.popen.wait(PATIENCE) == 0, self.name
+        finally:
+            self.popen.kill()
+            self.popen.stdout.close()
 
 
 class Scene:
-    def __init__(self, session, name):
-        self.session = session
-        self.name = name
-        self.peer = self.extension = self.desktop = None
+    def __init__(self, session, attack):
+        self.session, self.attack = session, attack
+        self.peer = self.extension = None
+        self.file_managers = []
         self.processors_of_file_managers = os.sched_getaffinity(0)
+        self.has_waited = False  # a file manager, in vain: it asks for no menu for five seconds
         self.start_bus()
 
     def start_bus(self, **limits):
-        """A bus that starts the extension that was built. Limits that are not given are those of
-        every session."""
-        configuration = self.session.folder / "bus.conf"
-        configuration.write_text(
-            "<busconfig><include>/usr/share/dbus-1/session.conf</include>"
-            + "".join(f'<limit name="{name}">{value}</limit>' for name, value in limits.items())
-            + "</busconfig>", encoding="ascii")
-        self.session.start_bus(configuration,
-                               XDG_DATA_DIRS=str(self.session.programs.parent / "share"))
+        self.session.start_bus(BUS_NAME, limits=limits)
+
+    # The beginning
 
     def begin(self, **options):
         """The extension with a companion that has announced a folder, and file managers that show
         its badge and offer its entry."""
         self.peer, self.extension = self.session.start_connected(**options)
-        headless.announce(self.peer)
-        self.open_file_managers()
-        self.remember()
+        self.announce()
+        self.begin_attack()
         return self.peer.connection
 
     def begin_without_link(self, peer, menus=True):
         """The extension with whatever a peer is to it. The bus announces a folder."""
         self.peer = peer
         self.extension = self.session.start_extension({
-            "ServerPort": peer.port, "ShareViaUrlTitle": headless.TITLE})
+            "ServerPort": peer.port, "ShareViaUrlTitle": TITLE})
         self.session.wait_for_name()
         self.session.set("pathsOfRootFolders", "as", ["/sync"])
-        self.open_file_managers(menus)
-        self.remember()
+        self.begin_attack(menus)
 
-    def open_file_managers(self, menus=True, wait=True):
-        if self.desktop:
-            self.desktop.end()
-        with headless.kept_on(self.processors_of_file_managers):
-            self.desktop = headless.Desktop(self.session)
-        if wait:
-            self.desktop.wait_ready(menus)
-        self.desktop.attack = self.name
+    def begin_attack(self, menus=True):
+        self.open_file_managers()
+        self.wait_ready(menus)
+        self.memory = own_memory(self.extension)
+        self.descriptors = descriptors(self.extension)
 
-    def remember(self):
-        """What the extension has before the attack."""
-        process = self.extension.popen.pid
-        self.memory = headless.own_memory(process)
-        self.descriptors = headless.descriptors(process)
+    def announce(self):
+        """What a companion says first."""
+        for message in [line(type="add_folder", path="/sync"),
+                        line(type="set_locale", shareContactTitle="", shareViaUrlTitle=TITLE,
+                             backupTitle="")]:
+            self.peer.send(message[:-1].ljust(1023) + b"\n")
+
+    def open_file_managers(self, names=tuple(NAMES)):
+        self.close_file_managers()
+        self.has_waited = False
+        with kept_on(self.processors_of_file_managers):
+            self.file_managers = [FileManager(self.session, name) for name in names]
+
+    def close_file_managers(self):
+        while self.file_managers:
+            self.file_managers.pop().end()
+
+    # What the file managers do
+
+    def order(self, text, by_turns=False):
+        """Makes all of them do the same, at the same time or by turns. Gives their answers, by
+        name."""
+        if by_turns:
+            return {each.name: each.order(text) or each.answer() for each in self.file_managers}
+        for each in self.file_managers:
+            each.order(text)
+        return {each.name: each.answer() for each in self.file_managers}
+
+    def menus(self, by_turns=False):
+        """Opens a menu in each. Gives the labels by name, once they have come in time."""
+        labels = {}
+        for name, answer in self.order("menu " + FILE, by_turns).items():
+            words, *labels[name] = answer.split("\t")
+            took = int(words.split()[1]) / 1000
+            longest[self.attack][name] = max(longest[self.attack][name], took)
+            self.has_waited = self.has_waited or took > 90
+            assert took <= MENU_TIMEOUT + ALLOWANCE, f"{name}: {took} ms, {self.attack}"
+        return labels
 
     def keep_asking(self, seconds=0.3, by_turns=False):
-        headless.for_a_while(seconds, lambda: (self.desktop.menus(by_turns=by_turns),
-                                               time.sleep(0.02)))
+        deadline = time.monotonic() + seconds
+        while time.monotonic() < deadline:
+            self.menus(by_turns)
+            time.sleep(0.02)
+
+    def offer(self, titles):
+        """Whether the menus of all have these entries."""
+        return all(labels == titles for labels in self.menus().values())
+
+    def are_badged(self):
+        answers = self.order("badge " + ROOT)
+        self.order("show " + ROOT)
+        return all(answers[each.name] == "badge 1" for each in self.file_managers
+                   if each.has_badges)
+
+    def wait_ready(self, menus=True):
+        self.order("show " + ROOT)
+        wait_for(self.are_badged, "the badges")
+        if menus:
+            wait_for(lambda: self.offer([TITLE]), "the menus")
+
+    # The end
 
     def stays_level(self, growth=0):
         """The extension has not grown by more than so many kilobytes, nor kept a descriptor."""
-        process = self.extension.popen.pid
-        grown = headless.own_memory(process) - self.memory
-        headless.growths[self.name] = grown
-        wait_for(lambda: headless.descriptors(process) <= self.descriptors, "closed descriptors")
-        if not headless.is_instrumented(process):
-            assert grown <= growth + GROWTH
+        assert self.extension.popen.poll() is None
+        grown = own_memory(self.extension) - self.memory
+        wait_for(lambda: descriptors(self.extension) <= self.descriptors, "closed descriptors")
+        assert grown <= growth + GROWTH
 
     def is_as_before(self, growth=0):
-        assert self.extension.popen.poll() is None
         self.stays_level(growth)
         self.works()
+        reports = [{"type": "clicked_create_url_link", "items": ["/sync/a"]}] * len(NAMES)
+        assert self.receive(len(reports)) == reports
+
+    def withstands(self, *attacks, seconds=0.3):
+        """Everything is as before these functions were called over and over."""
+        with meanwhile(*attacks):
+            self.keep_asking(seconds)
+        self.is_as_before()
 
     def works(self):
-        """Badges, menus and clicks, of each file manager."""
-        if self.desktop.has_waited:
-            self.open_file_managers()  # those that are open rest for five seconds
-        self.desktop.wait_ready()
-        self.desktop.order("pick")
-        report = {"type": "clicked_create_url_link", "items": ["/sync/a"]}
-        assert self.receive(len(headless.NAMES)) == [report] * len(headless.NAMES)
-
-    def recovers_from(self, impostor):
-        """Another program gives the name back. The bus starts the extension, since the file
-        managers want it, and all is as it should be."""
-        self.peer = self.session.listen()
-        self.session.store_settings({"ServerPort": self.peer.port})
-        impostor.end()
-        self.comes_back()
-
-    def comes_back(self):
-        wait_for(lambda: self.desktop.menus() and
-                 select.select([self.peer.listener], [], [], 0)[0], "the extension")
-        self.peer.accept()
-        headless.announce(self.peer)
-        self.works()
+        """Badges, menus and clicks, in each file manager."""
+        if self.has_waited:
+            self.open_file_managers()
+        self.wait_ready()
+        self.order("pick")
 
     def receive(self, count):
         """So many reports of clicks."""
         text, reports = "", []
         while len(reports) < count:
             text += self.peer.connection.recv(65536).decode()
-            while text:
-                try:
+            with contextlib.suppress(ValueError):
+                while text:
                     report, end = json.JSONDecoder().raw_decode(text)
-                except ValueError:
-                    break
-                reports.append(report)
-                text = text[end:]
+                    reports.append(report)
+                    text = text[end:]
         return reports
 
     def has_closed_link(self):
         """The companion is gone as far as the extension knows: no menus, and badges as ever."""
         self.session.wait_for_value("isSocketConnected", False)
         self.stays_level()
-        wait_for(lambda: self.desktop.offer([]))
-        assert self.desktop.are_badged()
+        wait_for(lambda: self.offer([]))
+        assert self.are_badged()
 
     def has_lost_link(self):
         """The link is broken, which the extension does not take for its end."""
-        assert self.extension.popen.poll() is None
         self.stays_level()
-        if self.desktop.has_waited:
-            self.open_file_managers()
-        self.desktop.wait_ready()
-        self.desktop.order("pick")
+        self.works()
         assert self.session.get("isSocketConnected") is True
 
     def has_ended(self):
-        """The attack was fatal, as it is meant to be. The bus starts the extension anew, since the
-        file managers want it."""
+        """The attack was fatal, as it is meant to be."""
         assert self.extension.wait() == -signal.SIGABRT
         self.comes_back()
 
-    def end(self):
-        if self.desktop:
-            self.desktop.end()
+    def recovers_from(self, impostor):
+        """Another program gives the name back."""
+        self.peer = self.session.listen()
+        self.session.store_settings({"ServerPort": self.peer.port})
+        impostor.end()
+        self.comes_back()
+
+    def comes_back(self):
+        """The bus starts the extension, since the file managers want it."""
+        wait_for(lambda: self.menus() and
+                 select.select([self.peer.listener], [], [], 0)[0], "the extension")
+        self.peer.accept()
+        self.announce()
+        self.works()
+        assert len(self.receive(len(NAMES))) == len(NAMES)
+
+
+def own_memory(process):
+    """Kilobytes that are the process's own; none where a sanitizer keeps its own account of it."""
+    folder = f"/proc/{process.popen.pid}"
+    with open(f"{folder}/maps", encoding="ascii") as maps, \
+            open(f"{folder}/status", encoding="ascii") as status:
+        if "libasan" in maps.read():
+            return 0
+        return next(int(each.split()[1]) for each in status if each.startswith("RssAnon:"))
+
+
+def descriptors(process):
+    return len(os.listdir(f"/proc/{process.popen.pid}/fd"))
+
+
+@contextlib.contextmanager
+def kept_on(processors):
+    """Whatever is started within the block stays on these processors."""
+    before = os.sched_getaffinity(0)
+    os.sched_setaffinity(0, processors)
+    try:
+        yield
+    finally:
+        os.sched_setaffinity(0, before)
+
+
+@contextlib.contextmanager
+def meanwhile(*works):
+    """Runs functions in threads of their own for as long as the block lasts. Each is called again
+    and again, until it gives False or its connection is broken."""
+    stop = threading.Event()
+
+    def repeat(work):
+        with contextlib.suppress(OSError):
+            while not stop.is_set() and work() is not False:
+                pass
+
+    threads = [threading.Thread(target=repeat, args=(work,)) for work in works]
+    for thread in threads:
+        thread.start()
+    try:
+        yield
+    finally:
+        stop.set()
+        for thread in threads:
+            thread.join(PATIENCE)
 
 
 @pytest.fixture
@@ -157,29 +281,25 @@ def scene(session, request):
     try:
         yield scene
     finally:
-        scene.end()
+        scene.close_file_managers()
 
 
 @pytest.fixture
 def processor_of_their_own(scene):
-    """Gives the file managers one that the attack does not use, if there are two. A kernel may let a
-    system call run on to its end, and one that sends or receives many megabytes keeps all others on
-    that processor waiting, whoever makes it and however far ahead of it they are to run:
-    large_messages.py shows that with programs that have nothing to do with ours."""
+    """Gives the file managers one that the attack does not use, if there are two. The kernel may run
+    a system call to its end, and one that copies many megabytes keeps everybody else on that
+    processor waiting, whatever their priority."""
     everywhere = os.sched_getaffinity(0)
     *others, last = sorted(everywhere)
     scene.processors_of_file_managers = {last}
-    with headless.kept_on(others or everywhere):
+    with kept_on(others or everywhere):
         scene.start_bus()
         yield
 
 
 def pytest_terminal_summary(terminalreporter):
-    """What the file managers have waited for their menus."""
-    write = terminalreporter.write_line
-    write(f"{sum(headless.requests.values())} menus; the longest, in milliseconds: "
-          + ", ".join(headless.NAMES))
-    for attack, waits in headless.longest.items():
-        growth = headless.growths.get(attack)
-        write(" ".join(f"{waits.get(name, 0):6.1f}" for name in headless.NAMES)
-              + f"  {attack}" + ("" if growth is None else f", memory {growth:+} KiB"))
+    """How long the file managers have waited for their menus."""
+    terminalreporter.write_line("longest menu, in milliseconds: " + ", ".join(NAMES))
+    for attack, waits in longest.items():
+        terminalreporter.write_line(
+            " ".join(f"{waits[name]:6.1f}" for name in NAMES) + "  " + attack)

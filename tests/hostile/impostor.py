@@ -35,6 +35,14 @@ def texts(text, count):
     return array_of(marshalled("s", text), count, 4)
 
 
+def send_raw(connection, message, body):
+    """Sends a message with a body that is marshalled already."""
+    message.header.body_length = len(body)
+    head = message.header.serialise(next(connection.outgoing_serial))
+    connection.sock.settimeout(None)
+    connection.sock.sendall(head + bytes(-len(head) % 8) + body)
+
+
 PROPERTIES = {
     "myFolderURL": ("s", "file:///"), "pathsOfRootFolders": ("as", ["/sync"]),
     "serverAddress": ("s", "127.0.0.1"), "serverPort": ("u", 1),
@@ -85,15 +93,8 @@ class Impostor:
             return
         if self.delay and member == "MenuForMenuKind":
             time.sleep(self.delay)
-        self.connection.sock.settimeout(None)
         if isinstance(answer, str):
             self.connection.send(new_error(call, answer))
         else:
-            self.send(call, *answer)
-
-    def send(self, call, signature, body):
-        header = new_method_return(call, signature).header
-        header.body_length = len(body)
-        serial = next(self.connection.outgoing_serial)
-        head = header.serialise(serial)
-        self.connection.sock.sendall(head + bytes(-len(head) % 8) + body)
+            signature, body = answer
+            send_raw(self.connection, new_method_return(call, signature), body)

@@ -14,8 +14,8 @@ from jeepney.io.blocking import open_dbus_connection
 from jeepney.low_level import Message
 from jeepney.wrappers import new_header
 
-from hostile.headless import TITLE, meanwhile
-from hostile.impostor import texts
+from hostile.conftest import TITLE, meanwhile
+from hostile.impostor import send_raw, texts
 
 LIMIT = 4 << 20  # of a text or a list that is given to the extension
 INTERFACE = "findersync.Extension1"
@@ -25,14 +25,6 @@ LIMITS_EXCEEDED = "org.freedesktop.DBus.Error.LimitsExceeded"
 def without_reply(message):
     message.header.flags |= MessageFlag.no_reply_expected
     return message
-
-
-def send_raw(connection, message, body):
-    """Sends a message with a body that is marshalled already."""
-    message.header.body_length = len(body)
-    head = message.header.serialise(next(connection.outgoing_serial))
-    connection.sock.settimeout(None)
-    connection.sock.sendall(head + bytes(-len(head) % 8) + body)
 
 
 def answer_to(connection):
@@ -71,7 +63,7 @@ def test_a_stopped_extension(scene):
     """What the longest wait takes without an attack."""
     scene.begin()
     scene.extension.popen.send_signal(signal.SIGSTOP)
-    scene.desktop.menus()
+    scene.menus()
     scene.extension.popen.send_signal(signal.SIGCONT)
     scene.is_as_before()
 
@@ -80,16 +72,46 @@ def test_a_stopped_bus(scene):
     scene.begin()
     scene.session.daemon.send_signal(signal.SIGSTOP)
     try:
-        scene.desktop.menus()
+        scene.menus()
     finally:  # or it could not be ended
         scene.session.daemon.send_signal(signal.SIGCONT)
     scene.is_as_before()
 
 
-def test_a_flood_of_calls_whose_answers_nobody_reads(scene):
+def unwanted(message_type, **fields):
+    header = new_header(message_type)
+    header.fields[HeaderFields.destination] = BUS_NAME
+    header.fields[HeaderFields.reply_serial] = 7
+    header.fields |= {HeaderFields[name]: value for name, value in fields.items()}
+    return Message(header, ())
+
+
+def signal_of_others(path, interface, name, signature, *arguments):
+    return new_signal(DBusAddress(path, interface=interface), name, signature, arguments)
+
+
+TOLD = new_signal(EXTENSION, "PropertiesChanged")
+TOLD.header.fields[HeaderFields.destination] = BUS_NAME
+
+
+@pytest.mark.parametrize("messages", [
+    pytest.param([Properties(EXTENSION).get_all()], id="calls_whose_answers_nobody_reads"),
+    pytest.param([unwanted(MessageType.method_return),
+                  unwanted(MessageType.error, error_name="no.such.Error"), TOLD],
+                 id="answers_and_signals_that_nobody_wants"),
+    pytest.param([signal_of_others("/FinderSync", "org.freedesktop.DBus.Properties",
+                                   "PropertiesChanged", "sa{sv}as", INTERFACE,
+                                   {"pathsOfRootFolders": ("as", []), "directoryURLs": ("as", [])},
+                                   []),
+                  signal_of_others("/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                   "NameOwnerChanged", "sss", BUS_NAME, ":1.1", "")],
+                 id="signals_in_the_names_of_others"),
+])
+def test_a_flood_of(scene, messages):
     scene.begin()
-    with meanwhile(flood(scene.session, Properties(EXTENSION).get_all())):
+    with meanwhile(flood(scene.session, *messages)):
         scene.keep_asking()
+        assert scene.are_badged()
     scene.session.connections.pop().close()
     scene.is_as_before()
 
@@ -103,9 +125,7 @@ def test_floods_of_calls_whose_answers_are_read(scene):
                                (["file:///sync"] * 100,))
         return lambda: connection.send_and_get_reply(call, timeout=PATIENCE) and None
 
-    with meanwhile(client(), client(), client()):
-        scene.keep_asking(0.5)
-    scene.is_as_before()
+    scene.withstands(client(), client(), client(), seconds=0.5)
 
 
 def test_answers_that_nobody_reads_until_the_bus_takes_no_more(scene):
@@ -113,7 +133,7 @@ def test_answers_that_nobody_reads_until_the_bus_takes_no_more(scene):
     scene.begin()
     scene.session.set("backupTitle", "s", "x" * (LIMIT - 100))
     with meanwhile(flood(scene.session, Properties(EXTENSION).get("backupTitle"))):
-        wait_for(lambda: scene.desktop.menus() and scene.extension.popen.poll())
+        wait_for(lambda: scene.menus() and scene.extension.popen.poll())
     assert scene.extension.error().endswith(
         "fatal error: the session bus takes no more answers, since somebody does not read theirs\n")
     scene.has_ended()  # while the other one still does not read
@@ -128,7 +148,7 @@ def reader(scene):
     connection = scene.session.connect_to_bus()
     for _ in range(100):
         connection.send(Properties(EXTENSION).get("backupTitle"))
-    wait_for(lambda: scene.desktop.menus() and not is_answered(scene.session))
+    wait_for(lambda: scene.menus() and not is_answered(scene.session))
     return connection
 
 
@@ -275,9 +295,7 @@ def test_callers_that_vanish(scene):
         connection.send(call)
         connection.close()
 
-    with meanwhile(vanish):
-        scene.keep_asking(0.5)
-    scene.is_as_before()
+    scene.withstands(vanish, seconds=0.5)
 
 
 def test_callers_that_are_killed(scene):
@@ -291,9 +309,7 @@ def test_callers_that_are_killed(scene):
             os.kill(os.getpid(), signal.SIGKILL)
         os.waitpid(child, 0)
 
-    with meanwhile(die):
-        scene.keep_asking()
-    scene.is_as_before()
+    scene.withstands(die)
 
 
 def test_callers_that_stall_in_the_middle_of_a_message(scene):
@@ -321,35 +337,6 @@ def test_calls_that_carry_descriptors(scene):
     scene.is_as_before()
 
 
-def test_a_flood_of_answers_and_signals_that_nobody_wants(scene):
-    scene.begin()
-    answer, error = new_header(MessageType.method_return), new_header(MessageType.error)
-    for header in (answer, error):
-        header.fields[HeaderFields.destination] = BUS_NAME
-        header.fields[HeaderFields.reply_serial] = 7
-    error.fields[HeaderFields.error_name] = "no.such.Error"
-    told = new_signal(EXTENSION, "PropertiesChanged")
-    told.header.fields[HeaderFields.destination] = BUS_NAME
-    with meanwhile(flood(scene.session, Message(answer, ()), Message(error, ()), told)):
-        scene.keep_asking()
-    scene.session.connections.pop().close()
-    scene.is_as_before()
-
-
-def test_a_flood_of_signals_in_the_names_of_others(scene):
-    scene.begin()
-    properties = DBusAddress("/FinderSync", interface="org.freedesktop.DBus.Properties")
-    changed = new_signal(properties, "PropertiesChanged", "sa{sv}as",
-                         (INTERFACE, {"pathsOfRootFolders": ("as", []),
-                                      "directoryURLs": ("as", [])}, []))
-    bus = DBusAddress("/org/freedesktop/DBus", interface="org.freedesktop.DBus")
-    gone = new_signal(bus, "NameOwnerChanged", "sss", (BUS_NAME, ":1.1", ""))
-    with meanwhile(flood(scene.session, changed, gone)):
-        scene.keep_asking()
-        assert scene.desktop.are_badged()
-    scene.is_as_before()
-
-
 def test_a_flood_of_changes(scene):
     scene.begin()
     changes = [without_reply(Properties(EXTENSION).set("pathsOfRootFolders", "as", paths))
@@ -364,7 +351,7 @@ def test_a_flood_of_changes(scene):
 def test_a_title_that_no_menu_can_show(scene):
     scene.begin()
     scene.session.set("shareViaUrlTitle", "s", "x" * (1 << 20))
-    wait_for(lambda: scene.desktop.offer([]))
+    wait_for(lambda: scene.offer([]))
     scene.session.set("shareViaUrlTitle", "s", TITLE)
     scene.is_as_before()
 

@@ -4,7 +4,6 @@ it ends the process as malformed messages do. The file managers do not wait for 
 import contextlib
 import fcntl
 import socket
-import struct
 import subprocess
 import termios
 import time
@@ -12,10 +11,9 @@ import time
 import pytest
 from conftest import PATIENCE, line, wait_for
 
-from hostile.headless import meanwhile
+from hostile.conftest import meanwhile
 
 BLOCK = 1024
-RESET = struct.pack("ii", 1, 0)
 
 
 def block(**message):
@@ -56,11 +54,19 @@ def test_a_line_feed_now_and_then(scene):
     scene.is_as_before()
 
 
-def test_a_message_byte_by_byte(scene):
-    connection = scene.begin()
-    with meanwhile(lambda: connection.send(b"{") and time.sleep(0.01)):
-        scene.keep_asking()
-    scene.has_ended()  # the first byte is no message
+@pytest.mark.parametrize(("data", "flags", "pause", "outcome"), [
+    pytest.param(b"{", 0, 0.01, "has_ended", id="a_message_byte_by_byte"),  # the first is no message
+    pytest.param(b"\n" * BLOCK * 64, 0, 0, "is_as_before", id="empty_lines"),
+    pytest.param(block(type="hello") * 1000 + b" ", 0, 0, "has_ended", id="blocks_that_tcp_splits"),
+    pytest.param(b" " * BLOCK * 64, 0, 0, "has_ended", id="an_endless_line"),
+    # One that is overtaken by the next is a byte like any other, which is no message.
+    pytest.param(b"!" * BLOCK, socket.MSG_OOB, 0, "has_ended", id="urgent_bytes"),
+])
+def test_a_flood_of(scene, data, flags, pause, outcome):
+    connection = scene.begin(stdout=subprocess.DEVNULL)
+    with meanwhile(lambda: connection.sendall(data, flags) or time.sleep(pause)):
+        scene.keep_asking(0.5)
+    getattr(scene, outcome)()
 
 
 def test_a_flood_of_messages(scene):
@@ -73,38 +79,10 @@ def test_a_flood_of_messages(scene):
 
     def send():
         connection.sendall(flood)
-        while unread(connection):
-            pass
+        while fcntl.ioctl(connection, termios.TIOCOUTQ, bytes(4)) != bytes(4):
+            pass  # the other end's system has not taken all of it
 
-    with meanwhile(send):
-        scene.keep_asking(0.5)
-    scene.is_as_before()
-
-
-def unread(connection):
-    """Bytes that the other end's system has not taken."""
-    return struct.unpack("i", fcntl.ioctl(connection, termios.TIOCOUTQ, bytes(4)))[0]
-
-
-def test_a_flood_of_empty_lines(scene):
-    connection = scene.begin(stdout=subprocess.DEVNULL)
-    with meanwhile(lambda: connection.sendall(b"\n" * BLOCK * 64)):
-        scene.keep_asking(0.5)
-    scene.is_as_before()
-
-
-def test_a_flood_that_tcp_splits(scene):
-    connection = scene.begin(stdout=subprocess.DEVNULL)
-    with meanwhile(lambda: connection.sendall(block(type="hello") * 1000 + b" ")):
-        scene.keep_asking(0.5)
-    scene.has_ended()
-
-
-def test_an_endless_line(scene):
-    connection = scene.begin(stdout=subprocess.DEVNULL)
-    with meanwhile(lambda: connection.sendall(b" " * BLOCK * 64)):
-        scene.keep_asking()
-    scene.has_ended()
+    scene.withstands(send, seconds=0.5)
 
 
 def test_half_closes_and_goes_on_reading(scene):
@@ -125,13 +103,9 @@ def test_half_closes_and_goes_on_sending(scene):
     scene.has_lost_link()
 
 
-def reset(connection):
-    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, RESET)
-    connection.close()
-
-
 def test_resets(scene):
-    reset(scene.begin())
+    scene.begin()
+    scene.peer.reset()
     scene.keep_asking()
     scene.extension.wait_output("Stream open error\nStream open error\n")
     scene.has_lost_link()
@@ -140,7 +114,7 @@ def test_resets(scene):
 def test_resets_in_the_middle_of_a_line(scene):
     connection = scene.begin()
     connection.send(b'{"type":"add_fol')
-    reset(connection)
+    scene.peer.reset()
     scene.keep_asking()
     scene.has_ended()  # what had arrived is read
 
@@ -150,7 +124,7 @@ def test_resets_in_the_middle_of_a_report(scene):
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, BLOCK)
     with meanwhile(lambda: click(scene.session, 2000)):
         time.sleep(0.1)
-        reset(connection)
+        scene.peer.reset()
         scene.keep_asking()
     scene.extension.wait_output("Stream open error\nStream open error\n")
     scene.has_lost_link()
@@ -158,7 +132,7 @@ def test_resets_in_the_middle_of_a_report(scene):
 
 def test_resets_after_it_has_accepted(scene):
     peer = scene.session.listen()
-    with meanwhile(lambda: peer.accept() or reset(peer.connection)):
+    with meanwhile(lambda: peer.accept() or peer.reset()):
         scene.begin_without_link(peer)
         scene.keep_asking()
         peer.listener.shutdown(socket.SHUT_RD)
@@ -201,17 +175,7 @@ def test_urgent_bytes(scene):
         sent.append(True)
         wait_for(lambda: scene.extension.output().count("type - hello") == len(sent))
 
-    with meanwhile(send):
-        scene.keep_asking()
-    scene.is_as_before()
-
-
-def test_a_flood_of_urgent_bytes(scene):
-    connection = scene.begin(stdout=subprocess.DEVNULL)
-    # One that is overtaken by the next is a byte like any other, which is no message.
-    with meanwhile(lambda: connection.send(b"!" * BLOCK, socket.MSG_OOB)):
-        scene.keep_asking()
-    scene.has_ended()
+    scene.withstands(send)
 
 
 MALFORMED = [b"hello\n", b'{"type":"add_folder"}\n', b'{"type":"hello"}\xff\n',
