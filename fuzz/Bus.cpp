@@ -1,12 +1,14 @@
 // The object on the bus, behind a real connection of sd-bus to a peer in the same process. Every
 // call is answered, and nothing that arrives is fatal.
 
+#include "Names.h"
 #include "fuzz/Difference.h"
 #include "hosts/linux/ExtensionService.h"
 #include "hosts/linux/ObservedFinderSync.h"
 #include "platform/linux/RunLoop.h"
 #include "platform/linux/Text.h"
 #include "platform/linux/URL.h"
+#include "process/SystemdHandles.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -23,96 +25,75 @@
 #include <vector>
 
 using findersync::fuzz::require;
+using process::Message;
+using process::Out;
 
 namespace {
 
-constexpr const char* object = "/FinderSync";
-constexpr const char* interface = "findersync.Extension1";
 constexpr const char* properties = "org.freedesktop.DBus.Properties";
 
 /// A member, the arguments that it takes, and what it answers.
 struct Member {
     const char* name;
     const char* arguments;
-    const char* answer;
+    const char* answer = "";
 };
 
 constexpr Member members[] = {
-    {"BeginObservingDirectoryAtURL", "s", ""},  {"EndObservingDirectoryAtURL", "s", ""},
+    {"BeginObservingDirectoryAtURL", "s"},      {"EndObservingDirectoryAtURL", "s"},
     {"RequestBadgeIdentifierForURL", "s", "s"}, {"RequestBadgeIdentifiersForURLs", "as", "as"},
-    {"MenuForMenuKind", "uas", "ba(sss)"},      {"PerformAction", "sas", ""},
+    {"MenuForMenuKind", "uas", "ba(sss)"},      {"PerformAction", "sas"},
 };
 
-constexpr Member writableProperties[] = {
-    {"myFolderURL", "s", ""},       {"pathsOfRootFolders", "as", ""}, {"serverPort", "u", ""},
-    {"isSocketConnected", "b", ""}, {"displayUrlLink", "x", ""},      {"displayBackup", "x", ""},
-    {"shareContactTitle", "s", ""}, {"shareViaUrlTitle", "s", ""},    {"backupTitle", "s", ""},
-    {"serverAddress", "s", ""},     {"directoryURLs", "as", ""},      {"badges", "a{s(ss)}", ""},
+/// All properties, also those that cannot be written.
+constexpr Member propertiesOfObject[] = {
+    {"myFolderURL", "s"},       {"pathsOfRootFolders", "as"}, {"serverPort", "u"},
+    {"isSocketConnected", "b"}, {"displayUrlLink", "x"},      {"displayBackup", "x"},
+    {"shareContactTitle", "s"}, {"shareViaUrlTitle", "s"},    {"backupTitle", "s"},
+    {"serverAddress", "s"},     {"directoryURLs", "as"},      {"badges", "as"},
 };
 
-constexpr const char* signatures[] = {"",  "s", "as", "uas", "sas", "v",
-                                      "b", "x", "u",  "ay",  "d",   "g"};
+constexpr const char* signatures[] = {"", "s", "as", "uas", "sas", "v", "b", "x", "u", "d"};
 
-/// Settings in a folder of this process's own, with a port that reaches nobody.
+/// Settings with a port that reaches nobody, in a folder of this process's own, which scripts/fuzz
+/// removes.
 void writeSettings() {
-    static const struct Folder {
-        Folder() {
-            std::string name = std::filesystem::temp_directory_path() / "fuzz-bus-XXXXXX";
-            require(::mkdtemp(name.data()) != nullptr, "no folder for the settings");
-            path = name;
-            const auto settings = path / FINDER_SYNC_GROUP / "settings.json";
-            std::filesystem::create_directories(settings.parent_path());
-            std::ofstream(settings) << R"({"ServerPort":0,"RootFolder":"/home"})";
-            (void)::setenv("XDG_CONFIG_HOME", path.c_str(), 1);
-        }
-        ~Folder() { std::filesystem::remove_all(path); }
-        Folder(const Folder&) = delete;
-        Folder& operator=(const Folder&) = delete;
+    static const std::filesystem::path folder = [] {
+        std::string name = std::filesystem::temp_directory_path() / "fuzz-bus-XXXXXX";
+        require(::mkdtemp(name.data()) != nullptr, "no folder for the settings");
+        const auto suite = std::filesystem::path(name) / findersync::applicationGroup;
+        std::filesystem::create_directory(suite);
+        std::ofstream(suite / "settings.json") << R"({"ServerPort":0,"RootFolder":"/home"})";
+        (void)::setenv("XDG_CONFIG_HOME", name.c_str(), 1);
+        return name;
+    }();
+}
 
-        std::filesystem::path path;
-    } folder;
+sd_event* eventLoop() {
+    return platform::linux_backend::runLoopOfThisThread().event();
 }
 
 /// Both ends of a connection without a daemon, served by the run loop of this thread.
-class Connection {
-public:
+struct Connection {
     Connection() {
         int ends[2];
         require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) == 0,
                 "no pair of sockets");
+        require(sd_bus_new(Out(service)) >= 0 && sd_bus_new(Out(caller)) >= 0, "no connection");
         sd_id128_t server{};
-        require(sd_id128_randomize(&server) >= 0 && sd_bus_new(&service_) >= 0 &&
-                    sd_bus_set_fd(service_, ends[0], ends[0]) >= 0 &&
-                    sd_bus_set_server(service_, 1, server) >= 0 &&
-                    sd_bus_set_anonymous(service_, 1) >= 0 && sd_bus_start(service_) >= 0,
-                "no service's end");
-        require(sd_bus_new(&caller_) >= 0 && sd_bus_set_fd(caller_, ends[1], ends[1]) >= 0 &&
-                    sd_bus_set_anonymous(caller_, 1) >= 0 && sd_bus_start(caller_) >= 0,
-                "no caller's end");
-        for (sd_bus* const bus : {service_, caller_})
-            require(sd_bus_attach_event(bus, event(), SD_EVENT_PRIORITY_NORMAL) >= 0,
-                    "no run loop");
+        require(sd_id128_randomize(&server) >= 0 &&
+                    sd_bus_set_server(service.get(), 1, server) >= 0,
+                "no server");
+        for (const auto& [bus, end] : {std::pair(service.get(), ends[0]), {caller.get(), ends[1]}})
+            require(sd_bus_set_fd(bus, end, end) >= 0 && sd_bus_set_anonymous(bus, 1) >= 0 &&
+                        sd_bus_start(bus) >= 0 &&
+                        sd_bus_attach_event(bus, eventLoop(), SD_EVENT_PRIORITY_NORMAL) >= 0,
+                    "an end of the connection cannot be used");
     }
-    ~Connection() {
-        for (sd_bus* const bus : {caller_, service_}) {
-            sd_bus_close(bus);
-            sd_bus_unref(bus);
-        }
-    }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
 
-    [[nodiscard]] sd_bus* service() const { return service_; }
-    [[nodiscard]] sd_bus* caller() const { return caller_; }
-
-    static sd_event* event() { return platform::linux_backend::runLoopOfThisThread().event(); }
-
-private:
-    sd_bus* service_ = nullptr;
-    sd_bus* caller_ = nullptr;
+    process::Bus service;
+    process::Bus caller;
 };
-
-using Message = std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)>;
 
 /// A caller that makes its arguments of the fuzzer's bytes.
 class Caller {
@@ -120,18 +101,17 @@ public:
     Caller(sd_bus* bus, FuzzedDataProvider& bytes) : bus_(bus), bytes_(bytes) {}
 
     [[nodiscard]] Message call(const char* interfaceName, const char* member) const {
-        sd_bus_message* message = nullptr;
-        require(sd_bus_message_new_method_call(bus_, &message, nullptr, object, interfaceName,
-                                               member) >= 0,
+        Message message;
+        require(sd_bus_message_new_method_call(bus_, Out(message), nullptr, findersync::objectPath,
+                                               interfaceName, member) >= 0,
                 "no message");
-        return {message, sd_bus_message_unref};
+        return message;
     }
 
     /// Appends one value for each type of the signature; false when sd-bus refuses one.
     bool append(sd_bus_message* message, std::string_view signature) {
         while (!signature.empty()) {
-            const std::size_t length =
-                signature.starts_with("as") || signature.starts_with("ay") ? 2 : 1;
+            const std::size_t length = signature.starts_with('a') ? 2 : 1;
             if (!appendOne(message, signature.substr(0, length)))
                 return false;
             signature.remove_prefix(length);
@@ -139,21 +119,28 @@ public:
         return true;
     }
 
-    /// Sends a call and waits for the answer. Without a limit of its own: on a busy machine
+    /// Appends a variant of some type, mostly of the given one.
+    bool appendVariant(sd_bus_message* message, const std::string& usual) {
+        const std::string type = bytes_.ConsumeIntegralInRange(0, 9) < 9
+                                     ? usual
+                                     : bytes_.PickValueInArray({"s", "as", "b", "x", "u", "d"});
+        return sd_bus_message_open_container(message, 'v', type.c_str()) >= 0 &&
+               appendOne(message, type) && sd_bus_message_close_container(message) >= 0;
+    }
+
+    /// Sends a call and waits for the answer. Without a timeout of its own: on a busy machine
     /// libFuzzer knows better what is too long.
     [[nodiscard]] Message answer(const Message& call) const {
-        struct Answer {
-            sd_bus_message* message = nullptr;
-        } answer;
+        Message answer;
         const auto receive = [](sd_bus_message* reply, void* place, sd_bus_error*) {
-            static_cast<Answer*>(place)->message = sd_bus_message_ref(reply);
+            static_cast<Message*>(place)->reset(sd_bus_message_ref(reply));
             return 0;
         };
         require(sd_bus_call_async(bus_, nullptr, call.get(), receive, &answer, UINT64_MAX) >= 0,
                 "a call cannot be sent");
-        while (answer.message == nullptr)
-            require(sd_event_run(Connection::event(), UINT64_MAX) >= 0, "the run loop fails");
-        return {answer.message, sd_bus_message_unref};
+        while (!answer)
+            require(sd_event_run(eventLoop(), UINT64_MAX) >= 0, "the run loop fails");
+        return answer;
     }
 
     /// A text that often is the URL of something in the watched folder.
@@ -168,30 +155,16 @@ public:
 
 private:
     bool appendOne(sd_bus_message* message, std::string_view type) {
-        if (type == "s" || type == "g") {
-            const std::string value = type == "g" ? "s" : text();
-            return sd_bus_message_append_basic(message, type[0], value.c_str()) >= 0;
-        }
-        if (type == "as")
+        if (type == "s")
+            return sd_bus_message_append_basic(message, 's', text().c_str()) >= 0;
+        if (type == "v")
+            return appendVariant(message, "s");
+        if (type.starts_with('a'))
             return appendTexts(message);
-        if (type == "ay") {
-            const auto array =
-                bytes_.ConsumeBytes<std::uint8_t>(bytes_.ConsumeIntegralInRange<std::size_t>(0, 9));
-            return sd_bus_message_append_array(message, 'y', array.data(), array.size()) >= 0;
-        }
-        if (type == "v") {
-            const char* const inner = bytes_.PickValueInArray(signatures);
-            const bool isSingle =
-                *inner != '\0' && *inner != 'v' && std::string_view(inner).size() < 3;
-            const std::string_view single = isSingle ? inner : "s";
-            return sd_bus_message_open_container(message, 'v', std::string(single).c_str()) >= 0 &&
-                   appendOne(message, single) && sd_bus_message_close_container(message) >= 0;
-        }
         const auto number = bytes_.ConsumeIntegral<std::int64_t>();
         const int boolean = static_cast<int>(number & 1);
-        return sd_bus_message_append_basic(message, type[0],
-                                           type == "b" ? static_cast<const void*>(&boolean)
-                                                       : &number) >= 0;
+        const void* const value = type == "b" ? static_cast<const void*>(&boolean) : &number;
+        return sd_bus_message_append_basic(message, type[0], value) >= 0;
     }
 
     bool appendTexts(sd_bus_message* message) {
@@ -209,8 +182,8 @@ private:
 class Session {
 public:
     Session(const Connection& connection, FuzzedDataProvider& bytes)
-        : caller_(connection.caller(), bytes),
-          service_(connection.service(), extension_,
+        : caller_(connection.caller.get(), bytes),
+          service_(connection.service.get(), extension_,
                    platform::linux_backend::finderSyncController()) {
         require(extension_.init() != nullptr && service_.publish() >= 0, "no service");
     }
@@ -218,7 +191,7 @@ public:
     void callMember() {
         const Member& member = caller_.bytes().PickValueInArray(members);
         const bool isRight = caller_.bytes().ConsumeIntegralInRange(0, 9) < 9;
-        const Message call = caller_.call(interface, member.name);
+        const Message call = caller_.call(findersync::interfaceName, member.name);
         if (!caller_.append(call.get(), isRight ? member.arguments
                                                 : caller_.bytes().PickValueInArray(signatures)))
             return;
@@ -230,51 +203,33 @@ public:
                 "wrong arguments are taken");
     }
 
-    /// A badge is shown on root folders in the watched one, and on nothing else.
+    /// A badge is answered for the URL of a file, and for nothing else.
     void requestBadge() {
         const std::string url = caller_.text();
-        const Message call = caller_.call(interface, "RequestBadgeIdentifierForURL");
+        const Message call =
+            caller_.call(findersync::interfaceName, "RequestBadgeIdentifierForURL");
         if (sd_bus_message_append_basic(call.get(), 's', url.c_str()) < 0)
             return;
         const Message answer = caller_.answer(call);
         std::string failure;
         const auto known = platform::linux_backend::fileURLWithString(url.c_str(), failure);
-        const char* badge = nullptr;
-        const bool isAnswered = sd_bus_message_read_basic(answer.get(), 's', &badge) > 0 &&
-                                sd_bus_message_is_method_error(answer.get(), nullptr) == 0;
-        require(isAnswered == (known != nullptr), "a URL is taken, or is not");
-        if (!known)
-            return;
-        const std::string path = known->path().value_or("");
-        const bool isRoot =
-            std::ranges::any_of(extension_.pathsOfRootFolders(), [&](const auto& root) {
-                return platform::linux_backend::areCanonicallyEquivalent(root, path);
-            });
-        const bool isWatched = platform::linux_backend::isInFolder(path, "/home");
-        require(std::string_view(badge) == (isRoot && isWatched ? "FolderIco" : ""),
-                "another badge");
+        require((sd_bus_message_is_method_error(answer.get(), nullptr) == 0) == (known != nullptr),
+                "a URL is taken, or is not");
     }
 
-    /// What can be written is read back, and what cannot be written stays.
     void setProperty() {
-        const Member& property = caller_.bytes().PickValueInArray(writableProperties);
+        const Member& property = caller_.bytes().PickValueInArray(propertiesOfObject);
         const Message call = caller_.call(properties, "Set");
-        const bool isRight = caller_.bytes().ConsumeIntegralInRange(0, 9) < 9;
-        bool isMade = sd_bus_message_append(call.get(), "ss", interface, property.name) >= 0;
-        if (isRight && property.arguments[0] != 'a')
-            isMade = isMade &&
-                     sd_bus_message_open_container(call.get(), 'v', property.arguments) >= 0 &&
-                     caller_.append(call.get(), property.arguments) &&
-                     sd_bus_message_close_container(call.get()) >= 0;
-        else
-            isMade = isMade && caller_.append(call.get(), "v");
-        if (isMade)
+        if (sd_bus_message_append(call.get(), "ss", findersync::interfaceName, property.name) >=
+                0 &&
+            caller_.appendVariant(call.get(), property.arguments))
             (void)caller_.answer(call);
     }
 
     void getProperties() {
         const Message call = caller_.call(properties, "GetAll");
-        require(sd_bus_message_append_basic(call.get(), 's', interface) >= 0, "no message");
+        require(sd_bus_message_append_basic(call.get(), 's', findersync::interfaceName) >= 0,
+                "no message");
         const Message answer = caller_.answer(call);
         require(sd_bus_message_has_signature(answer.get(), "a{sv}") > 0,
                 "properties cannot be read");
@@ -298,7 +253,7 @@ private:
 
 /// What is left of one input, change signals among it, shall not reach the next one.
 void runUntilIdle() {
-    while (sd_event_run(Connection::event(), 0) > 0) {
+    while (sd_event_run(eventLoop(), 0) > 0) {
     }
 }
 
@@ -310,24 +265,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     FuzzedDataProvider bytes(data, size);
     Session session(connection, bytes);
     for (int count = 0; count < 20 && bytes.remaining_bytes() > 0; ++count) {
-        switch (bytes.ConsumeIntegralInRange(0, 7)) {
-        case 0:
-            session.announceFolders();
-            break;
-        case 1:
-        case 2:
-            session.requestBadge();
-            break;
-        case 3:
-            session.setProperty();
-            break;
-        case 4:
-            session.getProperties();
-            break;
-        default:
-            session.callMember();
-            break;
-        }
+        using Step = void (Session::*)();
+        static constexpr Step steps[] = {&Session::announceFolders, &Session::requestBadge,
+                                         &Session::requestBadge,    &Session::setProperty,
+                                         &Session::getProperties,   &Session::callMember,
+                                         &Session::callMember,      &Session::callMember};
+        (session.*bytes.PickValueInArray(steps))();
     }
     runUntilIdle();
     return 0;

@@ -1,27 +1,34 @@
-// The object on the recording platform, beside a model of it: what the companion sends, and what
-// the streams and the Finder say in between.
+// The object on the recording platform: whatever the companion sends and whatever streams and
+// Finder say in between, it dies exactly when it must, and what it holds stays consistent.
 //
-// An input is what arrives, cut by bytes that are in no UTF-8 text: after 0xFE comes a letter that
-// says what happens next, and what that concerns, up to the next 0xFE.
+// An input is what arrives, cut by bytes that occur in no UTF-8 text: after 0xFE comes a letter
+// that says what happens next, and its argument, up to the next 0xFE.
 
 #include "extension/FinderSync.h"
 #include "fuzz/Difference.h"
-#include "fuzz/FatalError.h"
-#include "fuzz/InboundModel.h"
+#include "platform/System.h"
 #include "platform/recording/Recording.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 using findersync::fuzz::require;
+using platform::recording::script;
 using platform::recording::world;
 
 namespace {
+
+/// Thrown in place of the end of the process, with the reason for it.
+struct FatalError {
+    std::string reason;
+};
 
 class Session {
 public:
@@ -40,132 +47,148 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// Lets one thing happen. Gives false when it was fatal.
-    bool take(char what, std::string_view about) {
-        const bool isExpectedToLive = expect(what, about);
-        bool lives = true;
+    /// Makes one thing happen. Gives false when it was fatal.
+    bool take(char what, const std::string& about) {
+        const bool isSent = std::string_view("creBMA").find(what) == std::string_view::npos;
+        const bool isExpectedToLive = !isSent || !isOpen_ || canBeTaken(about);
         try {
             perform(what, about);
-        } catch (const findersync::fuzz::FatalError& error) {
+            platform::recording::runAll();
+        } catch (const FatalError& error) {
             require(!isExpectedToLive, "unexpected fatal error: " + error.reason);
-            lives = false;
+            return false;
         }
-        require(lives == isExpectedToLive, "what is fatal was taken");
-        compare();
-        return lives;
+        require(isExpectedToLive, "the process outlives a fatal message");
+        checkState();
+        return true;
     }
 
 private:
-    bool expect(char what, std::string_view about) {
-        switch (what) {
-        case 'c':
+    /// Whether each read of these bytes is text, and each line up to the first empty one a message.
+    bool canBeTaken(std::string_view bytes) {
+        for (; !bytes.empty(); bytes.remove_prefix(std::min<std::size_t>(bytes.size(), 1024))) {
+            const std::string_view read = bytes.substr(0, 1024);
+            if (!isText(read))
+                return false;
+            std::string_view line;
+            for (std::size_t at = 0; at < read.size(); at += line.size() + 1) {
+                line = read.substr(at, read.find('\n', at) - at);
+                if (line.empty())
+                    break;
+                if (!isMessage(line))
+                    return false;
+            }
+        }
+        return true;
+    }
+
+    /// Whether a line has a type and all the strings that its command reads.
+    bool isMessage(std::string_view line) {
+        static const std::map<std::string_view, std::vector<std::string_view>> needed = {
+            {"add_folder", {"path"}},
+            {"del_folder", {"path"}},
+            {"set_locale", {"shareContactTitle", "shareViaUrlTitle", "backupTitle"}},
+            {"set_menu_usage", {"displayBackup"}}};
+        const platform::NSDictionary message = extension_->JSONParseDictionary(line);
+        const auto isString = [&message](std::string_view key) {
+            const auto found = message.find(key);
+            return found != message.end() && found->second.string() != nullptr;
+        };
+        if (!isString("type"))
+            return false;
+        const auto command = needed.find(*message.find("type")->second.string());
+        return command == needed.end() || std::ranges::all_of(command->second, isString);
+    }
+
+    static bool isText(std::string_view bytes) {
+        return platform::stringWithUTF8Bytes(bytes.data(), bytes.size()).has_value();
+    }
+
+    void perform(char what, const std::string& about) {
+        const auto event = about.empty() ? '\0' : about.front();
+        // Paths are texts, and the Finder passes nothing else on.
+        if ((what == 'B' || what == 'M' || what == 'A') && !isText(about))
+            return;
+        if (what == 'c') {
+            platform::recording::peerCloses();
             isConnected_ = isConnected_ && !isOpen_;
             isOpen_ = false;
-            return true;
-        case 'r':
-            isOpen_ = false;
-            return true;
-        case 'e':
-            if (eventOf(about) == platform::NSStreamEvent::EndEncountered)
-                isConnected_ = false;
-            return true;
-        case 'B':
-        case 'M':
-        case 'A':
-            return true;
-        default:
-            return !isOpen_ || model_.receive(about);
-        }
-    }
-
-    void perform(char what, std::string_view about) {
-        switch (what) {
-        case 'c':
-            platform::recording::peerCloses();
-            break;
-        case 'r':
+        } else if (what == 'r') {
             platform::recording::peerResets();
-            break;
-        case 'e':
-            extension_->stream(*platform::recording::outputStream(), eventOf(about));
-            break;
-        case 'B':
-            requestBadge(std::string(about));
-            break;
-        case 'M':
-            requestMenu(std::string(about));
-            break;
-        case 'A':
-            click(std::string(about));
-            break;
-        default:
-            platform::recording::peerSends(std::string(about));
-            break;
+            isOpen_ = false;
+        } else if (what == 'e') {
+            extension_->stream(*platform::recording::outputStream(),
+                               platform::NSStreamEvent{static_cast<unsigned char>(event)});
+            isConnected_ = isConnected_ && event != '\x10';
+        } else if (what == 'B') {
+            requestBadge(about);
+        } else if (what == 'M') {
+            requestMenu(about);
+        } else if (what == 'A') {
+            click(about);
+        } else {
+            platform::recording::peerSends(about);
         }
-        platform::recording::runAll();
     }
 
-    static platform::NSStreamEvent eventOf(std::string_view about) {
-        return platform::NSStreamEvent{about.empty() ? 0U
-                                                     : static_cast<unsigned char>(about.front())};
-    }
-
-    /// Paths are texts, and what is no text does not get as far as here.
     void requestBadge(const std::string& path) {
-        if (!findersync::fuzz::isText(path))
-            return;
         world().assignments.clear();
         extension_->requestBadgeIdentifierForURL(*platform::recording::makeURL("file", path));
-        const bool isRoot = std::ranges::any_of(model_.roots, [&path](const std::string& root) {
-            return findersync::fuzz::composed(root) == findersync::fuzz::composed(path);
-        });
+        const bool isRoot = std::ranges::any_of(
+            roots(), [&](const auto& root) { return platform::isEqualToString(root, path); });
         require(world().assignments.size() == (isRoot ? 1U : 0U), "another badge");
     }
 
     void requestMenu(const std::string& path) {
-        if (!findersync::fuzz::isText(path))
-            return;
-        platform::recording::script().selection = {{platform::recording::makeURL("file", path)}};
+        script().selection = {{platform::recording::makeURL("file", path)}};
         const auto menu = extension_->menuForMenuKind(platform::FIMenuKind::ContextualMenuForItems);
-        require(!menu || isConnected_, "a menu without a link");
-        require(!menu || !model_.roots.empty(), "a menu without a root folder");
-        const std::size_t count = model_.displaysBackup ? 2 : 1;
+        const bool isInside = std::ranges::any_of(roots(), [&](const auto& root) {
+            return platform::containsString(path, root) && !platform::isEqualToString(path, root);
+        });
+        require((menu != nullptr) == (isConnected_ && isInside), "a menu is offered, or is not");
+        const std::size_t count = extension_->displayBackup() == 1 ? 2 : 1;
         require(!menu || platform::recording::itemsOf(*menu).size() == count, "another menu");
     }
 
     void click(const std::string& path) {
-        if (!findersync::fuzz::isText(path))
-            return;
-        platform::recording::script().selection = {{platform::recording::makeURL("file", path)}};
+        script().selection = {{platform::recording::makeURL("file", path)}};
         world().received.clear();
         extension_->createLinkClicked(nullptr);
-        if (isOpen_ || !world().received.empty())
-            requireReport(path);
-    }
-
-    void requireReport(const std::string& path) {
-        const platform::NSDictionary report = extension_->JSONParseDictionary(world().received);
-        require(report == platform::NSDictionary{{"type", {"clicked_create_url_link"}},
-                                                 {"items", {platform::NSArray{{path}}}}},
+        if (!isOpen_ && world().received.empty())
+            return;
+        require(extension_->JSONParseDictionary(world().received) ==
+                    platform::NSDictionary{{"type", {"clicked_create_url_link"}},
+                                           {"items", {platform::NSArray{{path}}}}},
                 "another report");
     }
 
-    void compare() const {
-        require(extension_->pathsOfRootFolders() == model_.roots, "other root folders");
-        require(extension_->shareContactTitle() == model_.shareContactTitle, "another title");
-        require(extension_->shareViaUrlTitle() == model_.shareViaUrlTitle, "another title");
-        require(extension_->backupTitle() == model_.backupTitle, "another title");
-        require(extension_->displayBackup() == (model_.displaysBackup ? 1 : 0), "another usage");
+    void checkState() const {
+        for (std::size_t index = 0; index < roots().size(); ++index) {
+            const bool isNew = std::none_of(
+                roots().begin(), roots().begin() + static_cast<std::ptrdiff_t>(index),
+                [&](const auto& root) { return platform::isEqualToString(root, roots()[index]); });
+            require(isNew, "a root folder is there twice");
+        }
+        const std::int64_t usage = extension_->displayBackup();
+        require(usage == 0 || usage == 1, "another usage");
         require(extension_->isSocketConnected() == isConnected_, "another state of the link");
     }
 
+    [[nodiscard]] const std::vector<std::string>& roots() const {
+        return extension_->pathsOfRootFolders();
+    }
+
     std::unique_ptr<findersync::FinderSync> extension_ = std::make_unique<findersync::FinderSync>();
-    findersync::fuzz::InboundModel model_;
     bool isOpen_ = true;
     bool isConnected_ = true;
 };
 
 } // namespace
+
+/// Takes the place of the platform's own function, which the linker then leaves out.
+void platform::fatalError(std::string_view reason) {
+    throw FatalError{std::string(reason)};
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     Session session;
@@ -173,7 +196,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     char what = 's';
     for (;;) {
         const std::size_t end = input.find('\xFE');
-        if (!session.take(what, input.substr(0, end)) || end == std::string_view::npos)
+        if (!session.take(what, std::string(input.substr(0, end))) || end == std::string_view::npos)
             return 0;
         input.remove_prefix(end + 1);
         what = input.empty() ? 's' : input.front();

@@ -1,22 +1,19 @@
-// The settings file: what it gives is what another parser finds in it.
+// The settings file: a suite opens when the file holds a JSON object, and gives what stands in it.
 
 #include "platform/Foundation.h"
 
 #include "fuzz/Difference.h"
 
 #include <algorithm>
-#include <boost/json/parse.hpp>
-#include <boost/json/value.hpp>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <limits>
 #include <string>
 #include <string_view>
-#include <unistd.h>
 
 using findersync::fuzz::require;
 
@@ -25,111 +22,69 @@ namespace {
 constexpr std::string_view suite = "suite";
 constexpr std::string_view keys[] = {"RootFolder", "ServerPort", "DisplayUrlLink", "DisplayBackup",
                                      "ShareViaUrlTitle"};
+using Limits = std::numeric_limits<std::int64_t>;
 
-/// The file of a suite in a folder of this process's own, gone when the process ends.
-class SettingsFile {
-public:
-    SettingsFile() {
-        std::string folder = std::filesystem::temp_directory_path() / "fuzz-settings-XXXXXX";
-        require(::mkdtemp(folder.data()) != nullptr, "no folder for the settings");
-        folder_ = folder;
-        std::filesystem::create_directory(folder_ / suite);
-        (void)::setenv("XDG_CONFIG_HOME", folder_.c_str(), 1);
-    }
-    ~SettingsFile() { std::filesystem::remove_all(folder_); }
-    SettingsFile(const SettingsFile&) = delete;
-    SettingsFile& operator=(const SettingsFile&) = delete;
-
-    void write(std::string_view text) const {
-        const std::filesystem::path path = folder_ / suite / "settings.json";
-        const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-        const ssize_t count = ::write(file, text.data(), text.size());
-        (void)::close(file);
-        require(count == static_cast<ssize_t>(text.size()), "the file cannot be written");
-    }
-
-private:
-    std::filesystem::path folder_;
-};
-
-__extension__ using Wide = __int128;
-
-std::int64_t limitOfSign(bool isNegative) {
-    using Limits = std::numeric_limits<std::int64_t>;
-    return isNegative ? Limits::min() : Limits::max();
+/// Writes the file of the suite in a folder of this process's own, which scripts/fuzz removes.
+void writeSettings(std::string_view text) {
+    static const std::filesystem::path folder = [] {
+        std::string name = std::filesystem::temp_directory_path() / "fuzz-settings-XXXXXX";
+        require(::mkdtemp(name.data()) != nullptr, "no folder for the settings");
+        std::filesystem::create_directory(std::filesystem::path(name) / suite);
+        (void)::setenv("XDG_CONFIG_HOME", name.c_str(), 1);
+        return name;
+    }();
+    std::ofstream file(folder / suite / "settings.json", std::ios::binary);
+    file << text << std::flush;
+    require(file.good(), "the file cannot be written");
 }
 
 /// A decimal integer with an optional minus sign, digit by digit, stopping at the limits.
-std::int64_t integerOf(std::string_view text) {
+std::int64_t integerIn(std::string_view text) {
     const bool isNegative = text.starts_with('-');
     const std::string_view digits = text.substr(isNegative ? 1 : 0);
     if (digits.empty() || digits.find_first_not_of("0123456789") != std::string_view::npos)
         return 0;
-    constexpr Wide limit = std::numeric_limits<std::int64_t>::max();
-    Wide number = 0;
+    __extension__ __int128 number = 0;
     for (const char digit : digits)
-        number = std::min(number * 10 + (digit - '0'), limit + 1);
-    return static_cast<std::int64_t>(isNegative ? -number : std::min(number, limit));
+        number = std::min<__int128>(number * 10 + (digit - '0'), __int128{Limits::max()} + 1);
+    return static_cast<std::int64_t>(isNegative ? -number
+                                                : std::min<__int128>(number, Limits::max()));
 }
 
-/// Whether a setting is the integer that the other parser found. That one misses the closest double
-/// by a little.
-bool isInteger(std::int64_t setting, const boost::json::value& value) {
-    if (const auto* boolean = value.if_bool())
-        return setting == (*boolean ? 1 : 0);
-    if (const auto* integer = value.if_int64())
-        return setting == *integer;
-    // It makes no number of zero times a large power of ten.
-    if (value.is_double() && std::isnan(value.get_double()))
-        return setting == 0;
-    if (const auto* number = value.if_double(); number != nullptr && std::fabs(*number) < 0x1p62)
-        return std::fabs(static_cast<double>(setting) - *number) <=
-               1 + std::fabs(*number) * 0x1p-50;
-    if (const auto* number = value.if_double(); number != nullptr && std::fabs(*number) < 0x1p64)
-        return (setting < 0) == (*number < 0);
-    if (value.is_uint64() || value.is_double())
-        return setting == limitOfSign(value.is_double() && value.get_double() < 0);
-    const auto* text = value.if_string();
-    return setting == (text == nullptr ? 0 : integerOf({text->data(), text->size()}));
-}
-
-void compare(const platform::NSUserDefaults& settings, const boost::json::object& expected) {
-    for (const std::string_view key : keys) {
-        const auto* const value = expected.if_contains({key.data(), key.size()});
-        const auto object = settings.objectForKey(key);
-        const bool isPresent = value != nullptr && !value->is_null();
-        require(object.has_value() == isPresent, "a key is there, or is not");
-        const std::int64_t integer = settings.integerForKey(key);
-        require(isPresent ? isInteger(integer, *value) : integer == 0,
-                "a setting is another integer");
-        const std::string* const text = object ? object->string() : nullptr;
-        require((text != nullptr) == (isPresent && value->is_string()), "a setting is a string");
-        require(text == nullptr || *text == value->get_string(), "a setting is another string");
+std::int64_t integerOf(const platform::Object& object) {
+    if (const auto* const boolean = std::get_if<bool>(&object.value))
+        return *boolean ? 1 : 0;
+    if (const auto* const integer = std::get_if<std::int64_t>(&object.value))
+        return *integer;
+    if (const auto* const number = std::get_if<double>(&object.value)) {
+        if (std::fabs(*number) >= 0x1p63)
+            return *number < 0 ? Limits::min() : Limits::max();
+        return static_cast<std::int64_t>(*number);
     }
+    return object.string() == nullptr ? 0 : integerIn(*object.string());
 }
 
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const SettingsFile file;
-    const std::string_view text(reinterpret_cast<const char*>(data), size);
-    file.write(text);
-
+    writeSettings({reinterpret_cast<const char*>(data), size});
     std::string failure;
     const auto settings = platform::userDefaultsWithSuiteName(suite, failure);
     require((settings != nullptr) == failure.empty(),
             "a failure has no reason, or success has one");
-
-    boost::json::parse_options options;
-    options.max_depth = 512;
-    boost::json::error_code error;
-    const boost::json::value expected =
-        boost::json::parse({text.data(), text.size()}, error, {}, options);
-    if (settings && !error)
-        compare(*settings, expected.as_object());
-    require(!settings || !error, "a file that is not JSON is read");
-    // The other parser takes numbers beyond every double.
-    const bool isTooLarge = failure.find("exponent overflow") != std::string::npos;
-    require(settings || error || isTooLarge || !expected.is_object(), "JSON cannot be read");
+    const auto parsed = platform::JSONObjectWithData(platform::dataWithBytes(data, size));
+    const auto* const members =
+        parsed ? std::get_if<platform::NSDictionary>(&parsed->value) : nullptr;
+    require((settings != nullptr) == (members != nullptr), "a suite opens, or does not");
+    for (std::size_t index = 0; settings && index < std::size(keys); ++index) {
+        const auto member = members->find(keys[index]);
+        const bool isPresent = member != members->end() &&
+                               !std::holds_alternative<platform::NSNull>(member->second.value);
+        const auto object = settings->objectForKey(keys[index]);
+        require(object.has_value() == isPresent, "a key is there, or is not");
+        require(!object || *object == member->second, "a setting is another value");
+        require(settings->integerForKey(keys[index]) == (object ? integerOf(*object) : 0),
+                "a setting is another integer");
+    }
     return 0;
 }

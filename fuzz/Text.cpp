@@ -46,12 +46,6 @@ icu::UnicodeString normalized(std::string_view text, bool isComposed) {
     return normalizer->normalize(decoded(text), status);
 }
 
-std::string withoutTrailingSlashes(std::string path) {
-    while (path.size() > 1 && path.back() == '/')
-        path.pop_back();
-    return path;
-}
-
 /// The ends of characters as users see them, but that a line's end counts as two of them.
 std::vector<bool> boundaries(const icu::UnicodeString& text) {
     UErrorCode status = U_ZERO_ERROR;
@@ -88,8 +82,10 @@ void checkPath(const std::string& path) {
         return;
     const std::string url = fileURLFromPath(path);
     std::string failure;
-    const auto again = pathFromFileURL(url, failure);
-    require(again == withoutTrailingSlashes(path), "another path after a round trip");
+    const std::size_t end = path.find_last_not_of('/'); // slashes at the end go
+    require(pathFromFileURL(url, failure) ==
+                (end == std::string::npos ? "/" : path.substr(0, end + 1)),
+            "another path after a round trip");
     constexpr std::string_view allowed = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
                                          "0123456789-._~!$&'()*+,;=:@/%";
     require(url.starts_with("file:///"), "no URL of a local file");
