@@ -74,7 +74,7 @@ def test_a_session_goes_as_the_model_says(session, number):
     except model.Death as end:
         death = end
         assert play.extension.wait() == -signal.SIGABRT
-        assert play.extension.error().endswith(compare.reason(death) + "\n")
+        assert play.extension.error().endswith(f"{death}\n")
 
     play.receive(len(world.received))
     assert play.extension.output() == printed(world.records)
@@ -85,7 +85,7 @@ def test_a_session_goes_as_the_model_says(session, number):
     state = session.get_all()
     assert [state["myFolderURL"], *state["directoryURLs"]] == ["file:///", "file:///"]
     assert state["pathsOfRootFolders"] == [visible(path) for path in extension.paths]
-    assert [state[title] for title in model.TITLES] == [visible(text) for text in extension.titles]
-    assert state["isSocketConnected"] == extension.is_connected
-    assert (state["displayBackup"], state["displayUrlLink"]) == (
-        extension.display_backup, extension.display_url_link)
+    for title in model.TITLES:
+        assert state[title] == visible(extension.properties[title])
+    for name in ("isSocketConnected", "displayBackup", "displayUrlLink"):
+        assert state[name] == extension.properties[name]

@@ -21,106 +21,38 @@ CLICK_TYPES = {
     "syncedClicked:": "clicked_synced",
 }
 
+TITLES = ("shareContactTitle", "shareViaUrlTitle", "backupTitle")
+
 EVENT_LINES = {1: "Opened connection", 2: "receiving", 4: "Sending", 8: "Stream open error",
                16: "ignore"}
 
-# How often each branch was taken. The names are collected from here, so none can be forgotten.
-BRANCHES = """
-init: no base object
-init: no suite
-init: no image
-init: RootFolder
-init: RootFolder no string
-init: ServerPort
-init: ServerPort out of range
-init: DisplayUrlLink
-init: DisplayBackup
-init: title
-init: title no string
-init: done
-connect: no read stream
-connect: no write stream
-connect: unreachable
-connect: reachable
-connect: again
-event: 1
-event: 2
-event: 4
-event: 8
-event: 16
-event: other
-event: 2 without input stream
-event: 2 on another stream
-event: 2 on input stream
-read: nothing available
-read: zero
-read: negative
-read: full
-read: not UTF-8
-line: empty at the end
-line: empty before others
-line: no dictionary
-line: array
-line: no type
-line: type no string
-add_folder: no path
-add_folder: path no string
-add_folder: appended
-add_folder: present
-add_folder: present in another form
-del_folder: no path
-del_folder: path no string
-del_folder: removed
-del_folder: removed in another form
-del_folder: absent
-set_locale: title missing
-set_locale: title no string
-set_locale: done
-set_menu_usage: missing
-set_menu_usage: no string
-set_menu_usage: 1
-set_menu_usage: other
-other type
-badge: no file path
-badge: no roots
-badge: no path
-badge: equal
-badge: equal in another form
-badge: none
-menu: not connected
-menu: another kind
-menu: no selection
-menu: not one item
-menu: no roots
-menu: no path
-menu: no path and no roots
-menu: root not contained
-menu: contained in another form
-menu: ends inside a character
-menu: empty root
-menu: root itself
-menu: link only
-menu: link and backup
-menu: none
-report: no selection
-report: no path
-report: not serialisable
-report: not encodable
-report: no output stream
-report: whole
-report: cut
-report: failed
-report: empty selection
-report: several items
-observe: begin
-observe: end
-observe: no file path
-parse: dictionary
-parse: nothing
-stringify: text
-stringify: pretty
-stringify: nothing
-""".strip().splitlines()
+# How often each branch was taken: a subject and what can happen to it.
+BRANCHES = [f"{subject}: {case}" for subject, cases in {
+    "init":
+        "no base object, no suite, no image, RootFolder, RootFolder no string, ServerPort, "
+        "ServerPort out of range, DisplayUrlLink, DisplayBackup, title, title no string, done",
+    "connect": "no read stream, no write stream, unreachable, reachable, again",
+    "event":
+        "1, 2, 4, 8, 16, other, 2 without input stream, 2 on another stream, 2 on input stream",
+    "read": "nothing available, zero, negative, full, not UTF-8",
+    "line": "empty at the end, empty before others, no dictionary, array, no type, type no string",
+    "add_folder": "no path, path no string, appended, present, present in another form",
+    "del_folder": "no path, path no string, removed, removed in another form, absent",
+    "set_locale": "title missing, title no string, done",
+    "set_menu_usage": "missing, no string, 1, other",
+    "type": "other",
+    "badge": "no file path, no roots, no path, equal, equal in another form, none",
+    "menu":
+        "not connected, another kind, no selection, not one item, no roots, no path, no path and "
+        "no roots, root not contained, contained in another form, ends inside a character, empty "
+        "root, root itself, link only, link and backup, none",
+    "report":
+        "no selection, no path, not serialisable, not encodable, no output stream, whole, cut, "
+        "failed, empty selection, several items",
+    "observe": "begin, end, no file path",
+    "parse": "dictionary, nothing",
+    "stringify": "text, pretty, nothing",
+}.items() for case in cases.split(", ")]
 
 reached = dict.fromkeys(BRANCHES, 0)
 
@@ -130,12 +62,12 @@ def reach(branch):
 
 
 class Death(Exception):
-    """The process ends here: at a branch, because of something that the reason names."""
+    """The process ends here, with what it writes on standard error."""
 
 
-def die(branch, cause=None):
+def die(branch, reason):
     reach(branch)
-    raise Death(branch, cause)
+    raise Death("fatal error: " + reason)
 
 
 class Stream:
@@ -272,14 +204,15 @@ class Extension:
 
     def __init__(self, world):
         self.world = world
-        self.root = "/"
-        self.paths = []
-        self.port = 61842
-        self.is_connected = True
-        self.display_url_link = 1
-        self.display_backup = 0
-        self.titles = ["", "", ""]
+        self.properties = {
+            "myFolderURL": "/", "pathsOfRootFolders": [], "serverAddress": "127.0.0.1",
+            "serverPort": 61842, "isSocketConnected": True, "displayUrlLink": 1,
+            "displayBackup": 0, **dict.fromkeys(TITLES, "")}
         self.input = self.output = None
+
+    @property
+    def paths(self):
+        return self.properties["pathsOfRootFolders"]
 
     # Start-up
 
@@ -290,16 +223,13 @@ class Extension:
             reach("init: no base object")
             return False
         if not world.has_suite:
-            die("init: no suite")
-        port = self.read_settings()
-        if not 0 <= port <= 0xffffffff:
-            die("init: ServerPort out of range", port)
-        self.port = port
+            die("init: no suite", "the shared settings cannot be opened")
+        self.read_settings()
         world.log("FinderSync() launched from %@", "/Extensions/FinderSync.appex")
-        world.watched = [self.root]
+        world.watched = [self.properties["myFolderURL"]]
         world.record("setDirectoryURLs:")
         if not world.image("icon_Folder"):
-            die("init: no image")
+            die("init: no image", 'the image "icon_Folder" is missing from the resources')
         world.badges = [("FolderIco", "Folder Icon")]
         world.record("setBadgeImage:label:forBadgeIdentifier: Folder Icon, FolderIco")
         self.connect()
@@ -307,7 +237,7 @@ class Extension:
         return True
 
     def read_settings(self):
-        settings = self.world.settings
+        settings, properties = self.world.settings, self.properties
         root, port = "/", 61842
         if "RootFolder" in settings:
             root = self.string_setting("RootFolder", "init: RootFolder no string")
@@ -315,23 +245,25 @@ class Extension:
         if "ServerPort" in settings:
             port = integer(settings["ServerPort"])
             reach("init: ServerPort")
-        if "DisplayUrlLink" in settings:
-            self.display_url_link = integer(settings["DisplayUrlLink"])
-            reach("init: DisplayUrlLink")
-        if "DisplayBackup" in settings:
-            self.display_backup = integer(settings["DisplayBackup"])
-            reach("init: DisplayBackup")
-        for index, key in enumerate(("ShareContactTitle", "ShareViaUrlTitle", "BackupTitle")):
+        for key in ("DisplayUrlLink", "DisplayBackup"):
             if key in settings:
-                self.titles[index] = self.string_setting(key, "init: title no string")
+                properties[key[0].lower() + key[1:]] = integer(settings[key])
+                reach("init: " + key)
+        for title in TITLES:
+            key = title[0].upper() + title[1:]
+            if key in settings:
+                properties[title] = self.string_setting(key, "init: title no string")
                 reach("init: title")
-        self.root = folder_path(root)
-        return port
+        properties["myFolderURL"] = folder_path(root)
+        if not 0 <= port <= 0xffffffff:
+            die("init: ServerPort out of range",
+                f'the setting "ServerPort" is out of range: {port}')
+        properties["serverPort"] = port
 
     def string_setting(self, key, otherwise):
         kind, value = self.world.settings[key]
         if kind != "string":
-            die(otherwise, key)
+            die(otherwise, f'the setting "{key}" is not a string')
         return value
 
     def connect(self):
@@ -339,14 +271,16 @@ class Extension:
         if self.input:
             reach("connect: again")
         world.print("connecting...")
-        read_stream, write_stream = world.make_pair("127.0.0.1", self.port)
+        read_stream, write_stream = world.make_pair("127.0.0.1", self.properties["serverPort"])
         if not read_stream:
-            die("connect: no read stream")
+            die("connect: no read stream",
+                "no read stream to the companion application can be created")
         if self.input:
             self.input.is_released = True
         self.input = read_stream
         if not write_stream:
-            die("connect: no write stream")
+            die("connect: no write stream",
+                "no write stream to the companion application can be created")
         if self.output:
             self.output.is_released = True
         self.output = write_stream
@@ -367,7 +301,8 @@ class Extension:
         self.world.print(line or "default")
         if event == 2:
             if not self.input:
-                die("event: 2 without input stream")
+                die("event: 2 without input stream",
+                    "bytes are available, but there is no input stream")
             if stream is not self.input:
                 reach("event: 2 on another stream")
                 return
@@ -378,26 +313,15 @@ class Extension:
 
     def set(self, name, value):
         """Through the property's setter."""
-        if name == "pathsOfRootFolders":
-            self.paths = value
-            text = str(len(value))
-        elif name == "isSocketConnected":
-            self.is_connected = value
-            text = str(int(value))
-        elif name == "displayBackup":
-            self.display_backup = value
-            text = str(value)
-        elif name == "displayUrlLink":
-            self.display_url_link = value
-            text = str(value)
-        elif name == "serverPort":
-            self.port = value
-            text = str(value)
-        elif name == "myFolderURL":
-            self.root = text = folder_path(value)
-        else:
-            self.titles[TITLES.index(name)] = text = value
-        self.world.record(f"set {name}: {text}")
+        self.properties[name] = folder_path(value) if name == "myFolderURL" else value
+        self.world.record(f"set {name}: {self.shown(name)}")
+
+    def shown(self, name):
+        """A property's value, as records have it."""
+        value = self.properties[name]
+        if isinstance(value, list):
+            return ", ".join([str(len(value)), *value])
+        return value if isinstance(value, str) else str(int(value))
 
     def read_inbound_messages(self):
         world = self.world
@@ -415,7 +339,7 @@ class Extension:
             try:
                 text = data[:count].decode()
             except UnicodeDecodeError:
-                die("read: not UTF-8")
+                die("read: not UTF-8", "inbound bytes are not valid UTF-8")
             world.print("server said: " + text)
             self.handle_lines(text.split("\n"))
         if not was_available:
@@ -429,16 +353,17 @@ class Extension:
                 return
             message = self.parse_dictionary(line)
             if "type" not in message:
-                die("line: no type" if message else "line: no dictionary")
+                die("line: no type" if message else "line: no dictionary",
+                    'an inbound message has no "type"')
             kind = message["type"]
             if not isinstance(kind, str):
-                die("line: type no string")
+                die("line: type no string", '"type" of an inbound message is not a string')
             self.world.print("type - " + kind)
             command = COMMANDS.get(kind)
             if command:
                 command(self, message)
             else:
-                reach("other type")
+                reach("type: other")
 
     def parse_dictionary(self, text):
         if not self.world.encodes:
@@ -494,14 +419,14 @@ class Extension:
     def observe(self, which, url):
         description, _, has_file_path = url
         if not has_file_path:
-            die("observe: no file path", description)
+            die("observe: no file path", "a URL has no file path: " + description)
         reach("observe: " + which)
         self.world.log(which + "ObservingDirectoryAtURL: %@", description)
 
     def request_badge(self, url):
         description, path, has_file_path = url
         if not has_file_path:
-            die("badge: no file path", description)
+            die("badge: no file path", "a URL has no file path: " + description)
         self.world.log("requestBadgeIdentifierForURL: %@", description)
         if not self.paths:
             reach("badge: no roots")
@@ -509,19 +434,19 @@ class Extension:
         for root in self.paths:
             self.world.log("curpath: %@", root)
             if path is None:
-                die("badge: no path", description)
+                die("badge: no path", "a URL has no path: " + description)
             self.world.log("path: %@", path)
             if equal(root, path):
                 reach("badge: equal" if root == path else "badge: equal in another form")
                 self.world.record("setBadgeIdentifier:forURL: FolderIco " + description)
-                self.world.assignments.append(("FolderIco", True))
+                self.world.assignments.append("FolderIco")
                 return
         reach("badge: none")
 
     def menu(self, kind):
         """The entries of the menu, or none."""
         world = self.world
-        if not self.is_connected:
+        if not self.properties["isSocketConnected"]:
             reach("menu: not connected")
             return None
         world.record("selectedItemURLs")
@@ -529,7 +454,7 @@ class Extension:
             reach("menu: another kind")
             return None
         if world.selection is None:
-            die("menu: no selection")
+            die("menu: no selection", "there is no selection to show a menu for")
         if len(world.selection) != 1:
             reach("menu: not one item")
             return None
@@ -545,7 +470,7 @@ class Extension:
             reach("menu: no roots" if path is not None else "menu: no path and no roots")
         for root in self.paths:
             if path is None:
-                die("menu: no path")
+                die("menu: no path", "the selected URL has no path")
             if not contains(path, root):
                 inside = root and decomposed(root) in decomposed(path)
                 reach("menu: ends inside a character" if inside
@@ -562,10 +487,12 @@ class Extension:
         world = self.world
         world.record("NSMenu initWithTitle: ")
         entries = []
-        for title, action, image, is_shown in (
-                (self.titles[0], "shareContactsClicked:", "icon_share", False),
-                (self.titles[1], "createLinkClicked:", "icon_URLlink", True),
-                (self.titles[2], "backupClicked:", "icon_Backup", self.display_backup == 1)):
+        for name, action, image, is_shown in (
+                ("shareContactTitle", "shareContactsClicked:", "icon_share", False),
+                ("shareViaUrlTitle", "createLinkClicked:", "icon_URLlink", True),
+                ("backupTitle", "backupClicked:", "icon_Backup",
+                 self.properties["displayBackup"] == 1)):
+            title = self.properties[name]
             world.record(f"initWithTitle:action:keyEquivalent: {title}, {action}, ")
             found = world.image(image)
             world.record(f"setImage: {action} {found}")
@@ -587,26 +514,26 @@ class Extension:
                 return world.written_json.decode()
             except UnicodeDecodeError:
                 return ""
-        return json.dumps(value, ensure_ascii=False, separators=(",", ":"), sort_keys=True,
-                          indent=4 if is_pretty else None)
+        return json.dumps(value, ensure_ascii=False, sort_keys=True, indent=2 if is_pretty else None,
+                          separators=(",", " : " if is_pretty else ":"))
 
     def send_clicked_data(self, click_type):
         world = self.world
         world.record("selectedItemURLs")
         if world.selection is None:
-            die("report: no selection")
+            die("report: no selection", "there is no selection to report")
         paths = []
         for description, path, _ in world.selection:
             if path is None:
-                die("report: no path", description)
+                die("report: no path", "a URL has no path: " + description)
             paths.append(path)
         text = self.stringify({"type": click_type, "items": paths}, False)
         if not text:
             reach("report: not serialisable")
         if not world.encodes:
-            die("report: not encodable")
+            die("report: not encodable", "a click report cannot be encoded")
         if self.output is None:
-            die("report: no output stream")
+            die("report: no output stream", "there is no output stream to report to")
         data = text.encode()
         taken = world.write(self.output, data)
         reach("report: whole" if taken == len(data) else
@@ -614,8 +541,6 @@ class Extension:
         if len(paths) != 1:
             reach("report: several items" if paths else "report: empty selection")
 
-
-TITLES = ("shareContactTitle", "shareViaUrlTitle", "backupTitle")
 
 COMMANDS = {
     "add_folder": Extension.add_folder,
@@ -627,10 +552,10 @@ COMMANDS = {
 
 def needed(message, key, if_missing, if_no_string):
     if key not in message:
-        die(if_missing, key)
+        die(if_missing, f'an inbound message has no "{key}"')
     value = message[key]
     if not isinstance(value, str):
-        die(if_no_string, key)
+        die(if_no_string, f'"{key}" of an inbound message is not a string')
     return value
 
 
@@ -666,7 +591,7 @@ def escaped(text):
         return text
     return "".join(
         ESCAPES.get(character)
-        or (f"\\u{{{ord(character):02X}}}" if character < " " or character == "\x7f" else character)
+        or (f"\\u{{{ord(character):X}}}" if character < " " or character == "\x7f" else character)
         for character in text)
 
 
@@ -697,25 +622,13 @@ class Run:
 
     def state(self):
         extension, world = self.extension, self.world
-        record = world.record
-        record("myFolderURL " + extension.root)
-        record(f"pathsOfRootFolders {len(extension.paths)}")
-        world.records += extension.paths
-        record(f"serverAddress 127.0.0.1 serverPort {extension.port} "
-               f"isSocketConnected {int(extension.is_connected)} "
-               f"displayUrlLink {extension.display_url_link} "
-               f"displayBackup {extension.display_backup}")
-        world.records += extension.titles
-        record(f"directoryURLs {len(world.watched)}")
-        world.records += world.watched
-        record(f"badges {len(world.badges)}")
-        for identifier, label in world.badges:
-            record(identifier + " " + label)
-        record(f"assignments {len(world.assignments)}")
-        for identifier, is_the_very_url in world.assignments:
-            record(f"{identifier} {int(is_the_very_url)}")
-        record(world.received)
-        record(f"buffers {world.buffers}")
+        for name in extension.properties:
+            world.record(f"{name} {extension.shown(name)}")
+        world.records += ["watched " + path for path in world.watched]
+        world.records += [f"badge {identifier} {label}" for identifier, label in world.badges]
+        world.records += ["assigned " + identifier for identifier in world.assignments]
+        world.record(f"buffers {world.buffers}")
+        world.record(world.received)
 
     def answer(self, text):
         self.world.record("answer: " + text)

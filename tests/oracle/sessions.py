@@ -385,55 +385,7 @@ def make_session(random):
     return Maker(random).session()
 
 
-# How sessions are written for the driver.
-
-def field(value):
-    if isinstance(value, bool):
-        return b"1:1," if value else b"1:0,"
-    data = value if isinstance(value, bytes) else str(value).encode()
-    return b"%d:%b," % (len(data), data)
-
-
-def url_fields(url):
-    description, path, has_file_path = url
-    return [description, path is not None, path or "", has_file_path]
-
-
-def selection_fields(selection):
-    if selection is None:
-        return [-1]
-    return [len(selection)] + [part for url in selection for part in url_fields(url)]
-
-
-def value_fields(value):
-    """A value by its Python type."""
-    if value is None:
-        return ["null"]
-    if isinstance(value, list):
-        return ["array", len(value)] + [part for item in value for part in value_fields(item)]
-    if isinstance(value, dict):
-        return ["dictionary", len(value)] + [
-            part for key, item in value.items() for part in (key, *value_fields(item))]
-    kind = {bool: "bool", int: "integer", float: "number", str: "string", bytes: "data"}
-    return [kind[type(value)], value]
-
-
-def event_fields(event):
-    name, *arguments = event
-    if name == "setting":
-        key, _, value = arguments
-        return [name, key, *value_fields(value)]
-    if name in ("badge", "observe"):
-        return [name, *arguments[:-1], *url_fields(arguments[-1])]
-    if name in ("menu", "click", "report"):
-        return [name, arguments[0], *selection_fields(arguments[1])]
-    if name == "stringify":
-        return [name, *value_fields(arguments[0]), arguments[1]]
-    if name == "set" and isinstance(arguments[1], list):
-        return [name, arguments[0], len(arguments[1]), *arguments[1]]
-    return event
-
-
 def encoded(session):
-    """A session for the driver."""
-    return field(b"".join([field(part) for event in session for part in event_fields(event)]))
+    """A session for the driver: a line of JSON, in which bytes are told from texts."""
+    line = json.dumps(session, default=lambda data: {"bytes": data.decode("latin-1")})
+    return line.encode() + b"\n"

@@ -193,7 +193,7 @@ class Life:
             self.run.play(("setting", key, kind, value))
         self.play("start")
         self.match()
-        self.folder_url = "file://" + urllib.parse.quote(self.extension.root)
+        self.folder_url = "file://" + urllib.parse.quote(self.extension.properties["myFolderURL"])
         self.name_length = len(session.call(message_bus.GetNameOwner(BUS_NAME))[0])
         self.require_state()
         self.require_level("fresh")
@@ -217,7 +217,7 @@ class Life:
                 self.play(name, *arguments)
         except model.Death as death:
             self.match()
-            self.session.log.expect(b"<2>" + compare.reason(death).encode() + b"\n")
+            self.session.log.expect(b"<2>" + str(death).encode() + b"\n")
             self.finish(-signal.SIGABRT)
         else:
             self.match()
@@ -333,14 +333,11 @@ class Life:
     # What must hold at any time
 
     def require_state(self):
-        extension = self.extension
-        expected = {
-            "myFolderURL": self.folder_url, "serverAddress": "127.0.0.1",
-            "pathsOfRootFolders": list(map(visible, extension.paths)),
-            "serverPort": extension.port, "isSocketConnected": extension.is_connected,
-            "displayUrlLink": extension.display_url_link,
-            "displayBackup": extension.display_backup,
-            **dict(zip(model.TITLES, map(visible, extension.titles))),
+        properties = self.extension.properties
+        expected = properties | {
+            "myFolderURL": self.folder_url,
+            "pathsOfRootFolders": list(map(visible, self.extension.paths)),
+            **{title: visible(properties[title]) for title in model.TITLES},
             "directoryURLs": ["file://" + urllib.parse.quote(self.world.watched[0])],
             "badges": {"FolderIco": (str(self.session.share / "finder-sync/icon_Folder.svg"),
                                      "Folder Icon")}}
@@ -367,7 +364,7 @@ class Life:
 
     def come_to_rest(self):
         """Everything that can be compared with another such moment, in any life."""
-        is_connected = self.extension.is_connected
+        is_connected = self.extension.properties["isSocketConnected"]
         self.perform("set", "isSocketConnected", True)
         # The iterator over characters keeps its last text.
         self.perform("set", "pathsOfRootFolders", ["Ko\u0308"])
