@@ -14,7 +14,7 @@ from jeepney.io.blocking import open_dbus_connection
 from jeepney.low_level import Message
 from jeepney.wrappers import new_header
 
-from hostile.conftest import TITLE, meanwhile
+from hostile.conftest import meanwhile
 from hostile.impostor import send_raw, texts
 
 LIMIT = 4 << 20  # of a text or a list that is given to the extension
@@ -52,6 +52,7 @@ def flood(session, *messages):
     return send
 
 
+@pytest.mark.quick
 def test_nothing(scene):
     """What a menu takes without an attack."""
     scene.begin()
@@ -59,6 +60,7 @@ def test_nothing(scene):
     scene.is_as_before()
 
 
+@pytest.mark.quick
 def test_a_stopped_extension(scene):
     """What the longest wait takes without an attack."""
     scene.begin()
@@ -94,6 +96,7 @@ TOLD = new_signal(EXTENSION, "PropertiesChanged")
 TOLD.header.fields[HeaderFields.destination] = BUS_NAME
 
 
+@pytest.mark.quick
 @pytest.mark.parametrize("messages", [
     pytest.param([Properties(EXTENSION).get_all()], id="calls_whose_answers_nobody_reads"),
     pytest.param([unwanted(MessageType.method_return),
@@ -128,6 +131,7 @@ def test_floods_of_calls_whose_answers_are_read(scene):
     scene.withstands(client(), client(), client(), seconds=0.5)
 
 
+@pytest.mark.quick
 def test_answers_that_nobody_reads_until_the_bus_takes_no_more(scene):
     scene.start_bus(max_incoming_bytes=8 << 20)  # of the extension; a session has a gigabyte
     scene.begin()
@@ -250,6 +254,7 @@ INTERFACES = [INTERFACE, "org.freedesktop.DBus.Properties", "org.freedesktop.DBu
               "org.freedesktop.DBus.Peer", "no.such.Interface", None]
 
 
+@pytest.mark.quick
 def test_calls_of_every_wrong_kind(scene):
     scene.begin()
     before = scene.session.get_all()
@@ -298,20 +303,6 @@ def test_callers_that_vanish(scene):
     scene.withstands(vanish, seconds=0.5)
 
 
-def test_callers_that_are_killed(scene):
-    scene.begin()
-
-    def die():
-        child = os.fork()
-        if child == 0:
-            connection = open_dbus_connection(scene.session.address)
-            connection.send(Properties(EXTENSION).get_all())
-            os.kill(os.getpid(), signal.SIGKILL)
-        os.waitpid(child, 0)
-
-    scene.withstands(die)
-
-
 def test_callers_that_stall_in_the_middle_of_a_message(scene):
     scene.begin()
     message = Properties(EXTENSION).get_all().serialise(serial=1000)
@@ -348,14 +339,6 @@ def test_a_flood_of_changes(scene):
     scene.is_as_before()
 
 
-def test_a_title_that_no_menu_can_show(scene):
-    scene.begin()
-    scene.session.set("shareViaUrlTitle", "s", "x" * (1 << 20))
-    wait_for(lambda: scene.offer([]))
-    scene.session.set("shareViaUrlTitle", "s", TITLE)
-    scene.is_as_before()
-
-
 def test_a_name_that_somebody_wants_to_take_over(scene):
     scene.begin()
     allow, replace = 1, 2
@@ -365,12 +348,3 @@ def test_a_name_that_somebody_wants_to_take_over(scene):
     scene.keep_asking(0.1)
     scene.is_as_before()
     taker.close()
-
-
-def test_a_name_that_is_taken_before_the_start(scene):
-    peer = scene.session.listen()
-    taker = scene.session.connect_to_bus()
-    taker.send_and_get_reply(message_bus.RequestName(BUS_NAME, 1))
-    extension = scene.session.start_extension({"ServerPort": peer.port})
-    assert extension.wait() == 1
-    assert f"the bus name {BUS_NAME} is taken, process {os.getpid()}" in extension.error()

@@ -68,6 +68,7 @@ def test_menus_that_come_late(scene, answer):
     scene.recovers_from(impostor)
 
 
+@pytest.mark.quick
 def test_menus_that_are_none(scene):
     impostor = begin(scene, {})
     wait_for(scene.are_badged)

@@ -111,12 +111,12 @@ class WatchedSession(Session):
     def begin(self):
         log = os.stat(self.log.path)
         environment = self.environment | {
-            "LD_PRELOAD": str(self.allocator), "JOURNAL_STREAM": f"{log.st_dev}:{log.st_ino}",
+            "TMPDIR": str(self.folder), "LD_PRELOAD": str(self.allocator), "JOURNAL_STREAM": f"{log.st_dev}:{log.st_ino}",
             "FINDER_SYNC_BENCH_LIVE_BYTES": str(self.folder / "live-bytes")}
         with open(self.trace.path, "ab") as trace, open(self.log.path, "ab") as log:
             self.process = subprocess.Popen(
                 [self.programs / "finder-sync-extension"], env=environment, stdout=trace,
-                stderr=log, stdin=subprocess.DEVNULL, start_new_session=True)
+                stderr=log, stdin=subprocess.DEVNULL, cwd=self.folder, start_new_session=True)
         self.proc = pathlib.Path(f"/proc/{self.process.pid}")
         self.wait_for_name()
 
