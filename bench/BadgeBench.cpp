@@ -10,7 +10,7 @@
 #include "bench/Session.h"
 #include "bench/SystemCall.h"
 #include "extension/FinderSync.h"
-#include "platform/linux/StandardStreams.h"
+#include "platform/linux/BufferedOutput.h"
 
 #include <algorithm>
 #include <array>

@@ -6,8 +6,8 @@
 #include "hosts/linux/ExtensionService.h"
 #include "hosts/linux/ObservedFinderSync.h"
 #include "platform/linux/RunLoop.h"
-#include "platform/linux/Text.h"
 #include "platform/linux/URL.h"
+#include "platform/text/Unicode.h"
 #include "process/SystemdHandles.h"
 
 #include <algorithm>
@@ -239,7 +239,7 @@ public:
         std::vector<std::string> paths;
         for (int count = caller_.bytes().ConsumeIntegralInRange(0, 3); count > 0; --count) {
             std::string path = "/home/" + caller_.bytes().ConsumeRandomLengthString(100);
-            if (platform::linux_backend::isUTF8(path))
+            if (platform::text::isUTF8(path))
                 paths.push_back(std::move(path));
         }
         extension_.setPathsOfRootFolders(std::move(paths));

@@ -1,7 +1,7 @@
 // JSON both ways: a text is taken when Boost's parser takes it, what it holds is the same, and what
 // is written is the same again when it is parsed.
 
-#include "platform/linux/JSON.h"
+#include "platform/text/JSON.h"
 
 #include "fuzz/Difference.h"
 
@@ -15,7 +15,7 @@
 #include <string_view>
 
 using findersync::fuzz::require;
-using namespace platform::linux_backend;
+using namespace platform::text;
 
 namespace {
 

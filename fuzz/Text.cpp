@@ -1,10 +1,10 @@
 // URLs and texts: an input is up to three texts with a 0xFF byte between one and the next.
 
-#include "platform/linux/Text.h"
+#include "platform/text/Unicode.h"
 
 #include "fuzz/Difference.h"
-#include "platform/linux/FileURL.h"
 #include "platform/linux/URL.h"
+#include "platform/text/FileURL.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -19,7 +19,8 @@
 #include <vector>
 
 using findersync::fuzz::require;
-using namespace platform::linux_backend;
+using namespace platform::text;
+using platform::linux_backend::fileURLWithString;
 
 namespace {
 

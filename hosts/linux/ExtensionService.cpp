@@ -2,11 +2,12 @@
 
 #include "extension/PublishedInterface.h"
 #include "hosts/linux/UnsentAnswers.h"
-#include "platform/linux/Bundle.h"
+#include "platform/linux/BufferedOutput.h"
+#include "platform/linux/Image.h"
 #include "platform/linux/Menu.h"
-#include "platform/linux/StandardStreams.h"
-#include "platform/linux/Text.h"
 #include "platform/linux/URL.h"
+#include "platform/text/Paths.h"
+#include "platform/text/Unicode.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -46,7 +47,7 @@ std::uint64_t waitingAnswers(sd_bus* bus) {
 int append(sd_bus_message* message, const std::string& text) {
     unsent().add(text.size());
     return sd_bus_message_append_basic(message, 's',
-                                       platform::linux_backend::withoutNoncharacters(text).c_str());
+                                       platform::text::withoutNoncharacters(text).c_str());
 }
 
 int append(sd_bus_message* message, const FinderSync::URL& url) {
@@ -397,7 +398,7 @@ std::string ExtensionService::badgeFor(const platform::NSURL& url) {
 bool ExtensionService::isWatched(const platform::NSURL& url) const {
     const std::string path = url.path().value_or("");
     return std::ranges::any_of(controller_.directoryURLs(), [&path](const auto& directory) {
-        return platform::linux_backend::isInFolder(path, directory->path().value_or(""));
+        return platform::text::isInFolder(path, directory->path().value_or(""));
     });
 }
 

@@ -1,6 +1,6 @@
 #include "hosts/linux/SessionBus.h"
 
-#include "platform/linux/StandardStreams.h"
+#include "platform/linux/BufferedOutput.h"
 
 #include <cerrno>
 #include <cstring>

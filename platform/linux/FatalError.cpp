@@ -1,7 +1,7 @@
 // In a file of its own, so that a program which outlives a fatal error can bring another one.
 
 #include "platform/System.h"
-#include "platform/linux/StandardStreams.h"
+#include "platform/linux/BufferedOutput.h"
 #include "process/StandardStreams.h"
 
 #include <cerrno>

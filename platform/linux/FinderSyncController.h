@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/FinderSync.h"
-#include "platform/linux/Bundle.h"
+#include "platform/linux/Image.h"
 
 #include <map>
 #include <memory>

@@ -1,5 +1,5 @@
 #include "platform/Foundation.h"
-#include "platform/linux/StandardStreams.h"
+#include "platform/linux/BufferedOutput.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -46,7 +46,7 @@ void NSLog(std::string_view format, std::string_view argument) {
     message = format;
     if (const auto place = message.find("%@"); place != std::string::npos)
         message.replace(place, 2, argument);
-    linux_backend::gatherDiagnostic(linux_backend::Level::Info,
+    linux_backend::bufferDiagnostic(linux_backend::Level::Info,
                                     linux_backend::standardErrorIsJournal() ? std::string_view()
                                                                             : timeNameAndProcess(),
                                     message);

@@ -1,6 +1,6 @@
 #include "platform/linux/Menu.h"
 
-#include "platform/linux/Bundle.h"
+#include "platform/linux/Image.h"
 
 namespace platform {
 

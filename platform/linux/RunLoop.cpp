@@ -1,7 +1,7 @@
 #include "platform/linux/RunLoop.h"
 
 #include "platform/System.h"
-#include "platform/linux/StandardStreams.h"
+#include "platform/linux/BufferedOutput.h"
 
 #include <cstdint>
 #include <cstring>

@@ -1,9 +1,8 @@
-// NSString, NSData and NSJSONSerialization: strings are UTF-8 throughout.
+// NSString and NSData: strings are UTF-8 throughout.
 
 #include "platform/Foundation.h"
-#include "platform/Splitting.h"
-#include "platform/linux/JSON.h"
-#include "platform/linux/Text.h"
+#include "platform/text/Splitting.h"
+#include "platform/text/Unicode.h"
 
 #include <cstring>
 
@@ -19,7 +18,7 @@ std::optional<std::string> stringWithUTF8Data(const NSData& data) {
 
 std::optional<std::string> stringWithUTF8Bytes(const void* bytes, std::size_t length) {
     std::string text(static_cast<const char*>(bytes), length);
-    if (!linux_backend::isUTF8(text))
+    if (!text::isUTF8(text))
         return std::nullopt;
     return text;
 }
@@ -34,30 +33,15 @@ std::optional<NSData> dataUsingUTF8Encoding(std::string_view text) {
 
 std::vector<std::string_view> componentsSeparatedByString(std::string_view text,
                                                           std::string_view separator) {
-    return split(text, separator);
+    return text::split(text, separator);
 }
 
 bool isEqualToString(std::string_view one, std::string_view other) {
-    return linux_backend::areCanonicallyEquivalent(one, other);
+    return text::areCanonicallyEquivalent(one, other);
 }
 
 bool containsString(std::string_view text, std::string_view searched) {
-    return linux_backend::contains(text, searched);
-}
-
-std::optional<Object> JSONObjectWithData(const NSData& data) {
-    std::string failure;
-    const std::string_view text(reinterpret_cast<const char*>(data.bytes.data()),
-                                data.bytes.size());
-    return linux_backend::parseJSON(text, failure);
-}
-
-bool isValidJSONObject(const Object& value) {
-    return linux_backend::isJSONContainer(value);
-}
-
-std::optional<NSData> dataWithJSONObject(const Object& value, bool prettyPrinted) {
-    return dataUsingUTF8Encoding(linux_backend::JSONText(value, prettyPrinted));
+    return text::contains(text, searched);
 }
 
 } // namespace platform

@@ -1,7 +1,7 @@
 #include "platform/linux/URL.h"
 
-#include "platform/linux/FileURL.h"
-#include "platform/linux/Text.h"
+#include "platform/text/FileURL.h"
+#include "platform/text/Unicode.h"
 
 #include <filesystem>
 #include <system_error>
@@ -42,10 +42,10 @@ std::string absolutePath(std::string_view path) {
 namespace linux_backend {
 
 std::shared_ptr<const NSURL> fileURLWithString(std::string_view url, std::string& failure) {
-    std::optional<std::string> path = pathFromFileURL(url, failure);
+    std::optional<std::string> path = text::pathFromFileURL(url, failure);
     if (!path)
         return nullptr;
-    if (!isUTF8(*path)) {
+    if (!text::isUTF8(*path)) {
         failure = "its path is not valid UTF-8";
         return nullptr;
     }
@@ -56,7 +56,7 @@ std::shared_ptr<const NSURL> fileURLWithString(std::string_view url, std::string
 
 std::shared_ptr<const NSURL> fileURLWithPath(std::string_view path) {
     std::string absolute = absolutePath(path);
-    std::string text = linux_backend::fileURLFromPath(absolute);
+    std::string text = text::fileURLFromPath(absolute);
     while (absolute.size() > 1 && absolute.back() == '/')
         absolute.pop_back();
     return std::make_shared<LocalFileURL>(std::move(text), std::move(absolute));

@@ -1,8 +1,8 @@
 // A settings suite is one JSON object in $XDG_CONFIG_HOME/<suite name>/settings.json.
 
 #include "platform/Foundation.h"
-#include "platform/linux/IntegerValue.h"
-#include "platform/linux/JSON.h"
+#include "platform/text/IntegerValue.h"
+#include "platform/text/JSON.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -96,7 +96,7 @@ public:
 
     [[nodiscard]] std::int64_t integerForKey(std::string_view key) const override {
         const auto found = settings_.find(key);
-        return found == settings_.end() ? 0 : linux_backend::integerValue(found->second);
+        return found == settings_.end() ? 0 : text::integerValue(found->second);
     }
 
 private:
@@ -123,7 +123,7 @@ std::shared_ptr<const NSUserDefaults> userDefaultsWithSuiteName(std::string_view
         return nullptr;
     }
     const std::optional<std::string> text = readSettings(file.get(), failure);
-    std::optional<Object> settings = text ? linux_backend::parseJSON(*text, failure) : std::nullopt;
+    std::optional<Object> settings = text ? text::parseJSON(*text, failure) : std::nullopt;
     if (!settings) {
         failure = path + ": " + failure;
         return nullptr;

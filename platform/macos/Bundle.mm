@@ -1,6 +1,4 @@
-// The extension's own bundle and what is in it.
-
-#include "platform/macos/Image.h"
+#include "platform/Foundation.h"
 #include "platform/macos/Strings.h"
 
 namespace platform {
@@ -8,15 +6,6 @@ namespace platform {
 std::string mainBundlePath() {
     @autoreleasepool {
         return macos::utf8Text([[::NSBundle mainBundle] bundlePath]);
-    }
-}
-
-/// Both resolutions of an image are found under its one name.
-std::shared_ptr<const NSImage> imageNamed(std::string_view name) {
-    @autoreleasepool {
-        const auto text = macos::stringObject(name);
-        ::NSImage* const image = [::NSImage imageNamed:text.get()];
-        return image == nil ? nullptr : std::make_shared<macos::Image>(image);
     }
 }
 

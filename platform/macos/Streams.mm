@@ -3,6 +3,7 @@
 #include "platform/macos/Streams.h"
 
 #include "platform/CoreFoundation.h"
+#include "platform/macos/RunLoop.h"
 #include "platform/macos/Strings.h"
 
 #import <CoreFoundation/CoreFoundation.h>
@@ -34,16 +35,6 @@ namespace platform {
 
 namespace {
 
-class RunLoop : public NSRunLoop {
-public:
-    explicit RunLoop(::NSRunLoop* runLoop) : runLoop_(macos::retain(runLoop)) {}
-
-    [[nodiscard]] ::NSRunLoop* object() const { return runLoop_.get(); }
-
-private:
-    macos::Reference<::NSRunLoop*> runLoop_;
-};
-
 /// What every stream here is known by to the others.
 class StreamObject {
 public:
@@ -70,7 +61,8 @@ public:
     void scheduleInRunLoop(NSRunLoop& runLoop, std::string_view mode) override {
         const auto modeName = mode == NSDefaultRunLoopMode ? macos::retain(::NSDefaultRunLoopMode)
                                                            : macos::stringObject(mode);
-        [object() scheduleInRunLoop:static_cast<RunLoop&>(runLoop).object() forMode:modeName.get()];
+        [object() scheduleInRunLoop:static_cast<macos::RunLoop&>(runLoop).object()
+                            forMode:modeName.get()];
     }
 
     void open() override { [object() open]; }
@@ -134,11 +126,6 @@ void deliver(NSStreamDelegate& delegate, ::NSStream* stream, ::NSStreamEvent eve
 }
 
 } // namespace macos
-
-NSRunLoop& currentRunLoop() {
-    thread_local RunLoop runLoop([::NSRunLoop currentRunLoop]);
-    return runLoop;
-}
 
 void CFStreamCreatePairWithSocketToHost(const std::string& host, std::uint32_t port,
                                         std::shared_ptr<NSInputStream>& readStream,

@@ -3,7 +3,7 @@
 #include "platform/macos/Strings.h"
 
 #include "platform/Foundation.h"
-#include "platform/Splitting.h"
+#include "platform/text/Splitting.h"
 
 #include <algorithm>
 #include <cstring>
@@ -85,7 +85,7 @@ std::optional<NSData> dataUsingUTF8Encoding(std::string_view text) {
 
 std::vector<std::string_view> componentsSeparatedByString(std::string_view text,
                                                           std::string_view separator) {
-    return split(text, separator);
+    return text::split(text, separator);
 }
 
 /// `isEqualToString:` by itself is literal: it tells a letter with an accent from the same letter

@@ -1,5 +1,6 @@
 #include "platform/recording/Recording.h"
 
+#include "platform/recording/RunLoop.h"
 #include "platform/recording/Streams.h"
 
 #include <utility>
@@ -38,7 +39,8 @@ void record(std::string call) {
 }
 
 void reset() {
-    forgetLinks();
+    dropEvents();
+    forgetStreams();
     state() = State();
 }
 

@@ -60,12 +60,12 @@ struct Script {
     std::deque<AttributeList> attributeLists; ///< next outcomes of `listxattr`; then an empty list
     std::string errorText = "No such file or directory"; ///< `strerror` of every number
 
-    std::deque<bool> hasBytesAvailable; ///< next answers; then what the link has
-    std::deque<Read> reads;             ///< next outcomes; then what the link has
+    std::deque<bool> hasBytesAvailable; ///< next answers; then what the connection has
+    std::deque<Read> reads;             ///< next outcomes; then what the connection has
     std::deque<std::int64_t> writes;    ///< next outcomes; then everything is taken
 };
 
-/// The companion's end of the links, and the Finder's side.
+/// The companion's end of the connections, and the Finder's side.
 struct World {
     std::set<std::uint32_t> listeningPorts; ///< where a peer accepts connections
     std::vector<std::shared_ptr<const NSURL>> directoryURLs;
@@ -106,9 +106,9 @@ struct MenuItem {
 /// A new platform: nothing recorded, nothing scripted. Streams of before stay silent.
 void reset();
 
-/// The peer of the newest link writes bytes; each call is what one read can give at the most.
+/// The peer of the newest connection writes bytes; each call is what one read can give at the most.
 void peerSends(std::string bytes);
-/// The peer closes, or resets, the newest link.
+/// The peer closes, or resets, the newest connection.
 void peerCloses();
 void peerResets();
 

@@ -1,8 +1,10 @@
-// Streams over an in-memory link, and the run loop that delivers their events.
+// Streams over an in-memory connection.
 
 #include "platform/recording/Streams.h"
 
+#include "platform/CoreFoundation.h"
 #include "platform/recording/Recording.h"
+#include "platform/recording/RunLoop.h"
 
 #include <algorithm>
 #include <utility>
@@ -16,32 +18,27 @@ using recording::record;
 enum class Status { NotOpen, Opening, Open, AtEnd, Error };
 
 /// What both streams of a pair share.
-struct Link {
+struct Connection {
     bool isReachable = false;
     std::deque<std::string> inbound; ///< one element for each read
 };
 
-struct PendingEvent {
-    std::weak_ptr<NSStream> stream;
-    NSStreamEvent event;
-};
-
-struct Network {
-    std::deque<PendingEvent> events;
+/// The newest pair.
+struct StreamPair {
     std::weak_ptr<NSInputStream> input;
     std::weak_ptr<NSOutputStream> output;
 };
 
-Network& network() {
-    static Network instance;
+StreamPair& newest() {
+    static StreamPair instance;
     return instance;
 }
 
 /// The behaviour that both directions share. `Base` is the contract, `name` how records call it.
 template <typename Base> class RecordedStream : public Base {
 public:
-    RecordedStream(std::string name, std::shared_ptr<Link> link)
-        : name_(std::move(name)), link_(std::move(link)) {}
+    RecordedStream(std::string name, std::shared_ptr<Connection> connection)
+        : name_(std::move(name)), connection_(std::move(connection)) {}
     ~RecordedStream() override { record(name_ + " released"); }
     RecordedStream(const RecordedStream&) = delete;
     RecordedStream& operator=(const RecordedStream&) = delete;
@@ -89,18 +86,23 @@ public:
 
 protected:
     [[nodiscard]] const std::string& name() const { return name_; }
-    [[nodiscard]] Link& link() const { return *link_; }
+    [[nodiscard]] Connection& connection() const { return *connection_; }
 
 private:
     std::string name_;
-    std::shared_ptr<Link> link_;
+    std::shared_ptr<Connection> connection_;
     NSStreamDelegate* delegate_ = nullptr;
     bool isScheduled_ = false;
     Status status_ = Status::NotOpen;
 };
 
-void post(const std::weak_ptr<NSStream>& stream, NSStreamEvent event) {
-    network().events.push_back({.stream = stream, .event = event});
+void deliver(NSStream& stream, NSStreamEvent event);
+
+void announce(const std::weak_ptr<NSStream>& stream, NSStreamEvent event) {
+    recording::post([stream, event] {
+        if (const auto living = stream.lock())
+            deliver(*living, event);
+    });
 }
 
 class RecordedInputStream : public RecordedStream<NSInputStream>,
@@ -110,8 +112,8 @@ public:
 
     void open() override {
         RecordedStream::open();
-        post(weak_from_this(),
-             link().isReachable ? NSStreamEvent::OpenCompleted : NSStreamEvent::ErrorOccurred);
+        announce(weak_from_this(), connection().isReachable ? NSStreamEvent::OpenCompleted
+                                                            : NSStreamEvent::ErrorOccurred);
     }
 
     [[nodiscard]] bool hasBytesAvailable() const override {
@@ -130,13 +132,13 @@ public:
     }
 
     void receive(std::string bytes) {
-        link().inbound.push_back(std::move(bytes));
-        post(weak_from_this(), NSStreamEvent::HasBytesAvailable);
+        connection().inbound.push_back(std::move(bytes));
+        announce(weak_from_this(), NSStreamEvent::HasBytesAvailable);
     }
 
     /// Bytes that were announced and read meanwhile are not announced again.
     [[nodiscard]] bool isWorthDelivering(NSStreamEvent event) const {
-        return event != NSStreamEvent::HasBytesAvailable || !link().inbound.empty();
+        return event != NSStreamEvent::HasBytesAvailable || !connection().inbound.empty();
     }
 
 private:
@@ -149,7 +151,7 @@ private:
         }
         if (status() != Status::Open)
             return false;
-        return !recording::script().reads.empty() || !link().inbound.empty();
+        return !recording::script().reads.empty() || !connection().inbound.empty();
     }
 
     recording::Read nextRead(std::size_t maxLength) {
@@ -161,12 +163,12 @@ private:
         }
         if (status() == Status::AtEnd)
             return {};
-        if (status() != Status::Open || link().inbound.empty())
+        if (status() != Status::Open || connection().inbound.empty())
             return {.count = -1, .bytes = {}};
-        std::string bytes = link().inbound.front().substr(0, maxLength);
-        link().inbound.front().erase(0, bytes.size());
-        if (link().inbound.front().empty())
-            link().inbound.pop_front();
+        std::string bytes = connection().inbound.front().substr(0, maxLength);
+        connection().inbound.front().erase(0, bytes.size());
+        if (connection().inbound.front().empty())
+            connection().inbound.pop_front();
         const auto count = static_cast<std::int64_t>(bytes.size());
         return {.count = count, .bytes = std::move(bytes)};
     }
@@ -179,12 +181,12 @@ public:
 
     void open() override {
         RecordedStream::open();
-        if (!link().isReachable) {
-            post(weak_from_this(), NSStreamEvent::ErrorOccurred);
+        if (!connection().isReachable) {
+            announce(weak_from_this(), NSStreamEvent::ErrorOccurred);
             return;
         }
-        post(weak_from_this(), NSStreamEvent::OpenCompleted);
-        post(weak_from_this(), NSStreamEvent::HasSpaceAvailable);
+        announce(weak_from_this(), NSStreamEvent::OpenCompleted);
+        announce(weak_from_this(), NSStreamEvent::HasSpaceAvailable);
     }
 
     std::int64_t write(const std::uint8_t* bytes, std::size_t length) override {
@@ -194,7 +196,7 @@ public:
         if (taken < 0)
             return taken;
         recording::world().received += text.substr(0, static_cast<std::size_t>(taken));
-        post(weak_from_this(), NSStreamEvent::HasSpaceAvailable);
+        announce(weak_from_this(), NSStreamEvent::HasSpaceAvailable);
         return taken;
     }
 
@@ -210,51 +212,52 @@ private:
     }
 };
 
-class RecordedRunLoop : public NSRunLoop {};
-
-template <typename Stream> void deliver(Stream& stream, NSStreamEvent event) {
+template <typename Stream> void tell(Stream& stream, NSStreamEvent event) {
     if (stream.take(event) && stream.delegate() != nullptr)
         stream.delegate()->stream(stream, event);
 }
 
-} // namespace
-
-NSRunLoop& currentRunLoop() {
-    static RecordedRunLoop runLoop;
-    record("currentRunLoop");
-    return runLoop;
+void deliver(NSStream& stream, NSStreamEvent event) {
+    if (auto* const input = dynamic_cast<RecordedInputStream*>(&stream)) {
+        if (input->isWorthDelivering(event))
+            tell(*input, event);
+    } else if (auto* const output = dynamic_cast<RecordedOutputStream*>(&stream)) {
+        tell(*output, event);
+    }
 }
+
+} // namespace
 
 void CFStreamCreatePairWithSocketToHost(const std::string& host, std::uint32_t port,
                                         std::shared_ptr<NSInputStream>& readStream,
                                         std::shared_ptr<NSOutputStream>& writeStream) {
     record("CFStreamCreatePairWithSocketToHost: " + host + " " + std::to_string(port));
-    const auto link = std::make_shared<Link>();
-    link->isReachable = recording::world().listeningPorts.contains(port);
-    network().input.reset();
-    network().output.reset();
+    const auto connection = std::make_shared<Connection>();
+    connection->isReachable = recording::world().listeningPorts.contains(port);
+    newest().input.reset();
+    newest().output.reset();
     if (recording::script().readStream) {
-        readStream = std::make_shared<RecordedInputStream>("inputStream", link);
-        network().input = readStream;
+        readStream = std::make_shared<RecordedInputStream>("inputStream", connection);
+        newest().input = readStream;
     }
     if (recording::script().writeStream) {
-        writeStream = std::make_shared<RecordedOutputStream>("outputStream", link);
-        network().output = writeStream;
+        writeStream = std::make_shared<RecordedOutputStream>("outputStream", connection);
+        newest().output = writeStream;
     }
 }
 
 namespace recording {
 
-void forgetLinks() {
-    network() = Network();
+void forgetStreams() {
+    newest() = StreamPair();
 }
 
 std::shared_ptr<NSInputStream> inputStream() {
-    return network().input.lock();
+    return newest().input.lock();
 }
 
 std::shared_ptr<NSOutputStream> outputStream() {
-    return network().output.lock();
+    return newest().output.lock();
 }
 
 void peerSends(std::string bytes) {
@@ -263,32 +266,12 @@ void peerSends(std::string bytes) {
 }
 
 void peerCloses() {
-    post(network().input, NSStreamEvent::EndEncountered);
+    announce(newest().input, NSStreamEvent::EndEncountered);
 }
 
 void peerResets() {
-    post(network().input, NSStreamEvent::ErrorOccurred);
-    post(network().output, NSStreamEvent::ErrorOccurred);
-}
-
-bool runOnce() {
-    if (network().events.empty())
-        return false;
-    const PendingEvent pending = network().events.front();
-    network().events.pop_front();
-    const std::shared_ptr<NSStream> stream = pending.stream.lock();
-    if (auto* input = dynamic_cast<RecordedInputStream*>(stream.get())) {
-        if (input->isWorthDelivering(pending.event))
-            deliver(*input, pending.event);
-    } else if (auto* output = dynamic_cast<RecordedOutputStream*>(stream.get())) {
-        deliver(*output, pending.event);
-    }
-    return true;
-}
-
-void runAll() {
-    while (runOnce()) {
-    }
+    announce(newest().input, NSStreamEvent::ErrorOccurred);
+    announce(newest().output, NSStreamEvent::ErrorOccurred);
 }
 
 } // namespace recording

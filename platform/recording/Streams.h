@@ -2,7 +2,7 @@
 
 namespace platform::recording {
 
-/// Takes every event and every peer away from the streams that exist.
-void forgetLinks();
+/// The streams that exist are no longer what the peer writes to.
+void forgetStreams();
 
 } // namespace platform::recording

@@ -1,6 +1,6 @@
 #include "tools/finderctl/URLs.h"
 
-#include "platform/linux/FileURL.h"
+#include "platform/text/FileURL.h"
 #include "tools/console/Text.h"
 #include "tools/finderctl/Failure.h"
 
@@ -40,7 +40,7 @@ std::string urlOfArgument(const std::string& argument) {
     if (!console::isUTF8(path))
         throw Failure("the working directory \"" + console::printable(path) +
                       "\" is not valid UTF-8, and the extension takes nothing else");
-    return platform::linux_backend::fileURLFromPath(path);
+    return platform::text::fileURLFromPath(path);
 }
 
 } // namespace

@@ -2,7 +2,7 @@
 
 #include "platform/Foundation.h"
 #include "platform/System.h"
-#include "platform/linux/StandardStreams.h"
+#include "platform/linux/BufferedOutput.h"
 #include "tests/platform/StreamCapture.h"
 
 #include <gtest/gtest.h>

@@ -10,13 +10,16 @@ namespace platform::linux_backend {
 /// stream does not take any more is dropped, and the process goes on.
 void flushStandardStreams();
 
+/// Buffers one line for standard output: the text and the value directly after it.
+void bufferLine(std::string_view text, std::string_view value);
+
 /// How a service manager's journal classifies a line; the values are syslog's.
 enum class Level { Critical = 2, Error = 3, Info = 6 };
 
 /// Gathers one line for standard error: with a level prefix when standard error is a journal,
 /// otherwise with the given prefix. Control characters are escaped, so that no text can pose as a
 /// second line.
-void gatherDiagnostic(Level level, std::string_view prefix, std::string_view text);
+void bufferDiagnostic(Level level, std::string_view prefix, std::string_view text);
 
 /// The same, and writes it out at once.
 void writeDiagnostic(Level level, std::string_view prefix, std::string_view text);

@@ -1,4 +1,4 @@
-#include "platform/linux/JSON.h"
+#include "platform/text/JSON.h"
 
 #include <algorithm>
 #include <boost/json/serialize.hpp>
@@ -6,7 +6,7 @@
 #include <cmath>
 #include <utility>
 
-namespace platform::linux_backend {
+namespace platform::text {
 
 namespace {
 
@@ -89,4 +89,4 @@ std::string JSONText(const Object& value, bool prettyPrinted) {
     return std::move(writer.text);
 }
 
-} // namespace platform::linux_backend
+} // namespace platform::text

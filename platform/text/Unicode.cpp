@@ -1,6 +1,4 @@
-#include "platform/linux/Text.h"
-
-#include "platform/Splitting.h"
+#include "platform/text/Unicode.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -16,7 +14,7 @@
 #include <unicode/unistr.h>
 #include <unicode/utf8.h>
 
-namespace platform::linux_backend {
+namespace platform::text {
 
 namespace {
 
@@ -81,18 +79,6 @@ icu::UnicodeString canonicallyDecomposed(std::string_view text) {
     icu::UnicodeString decomposed = normalizer->normalize(original, status);
     requireSuccess(status);
     return decomposed;
-}
-
-/// The components of an absolute path that are left when it is resolved by its text alone.
-std::vector<std::string_view> resolvedComponents(std::string_view path) {
-    std::vector<std::string_view> resolved;
-    for (const std::string_view component : split(path, "/")) {
-        if (component == ".." && !resolved.empty())
-            resolved.pop_back();
-        else if (!component.empty() && component != "." && component != "..")
-            resolved.push_back(component);
-    }
-    return resolved;
 }
 
 /// Whether a combined character ends at a place in a text, or none is there. ICU does not part the
@@ -160,13 +146,6 @@ bool contains(std::string_view text, std::string_view searched) {
     return false;
 }
 
-bool isInFolder(std::string_view path, std::string_view folder) {
-    const std::vector<std::string_view> item = resolvedComponents(path);
-    const std::vector<std::string_view> parent = resolvedComponents(folder);
-    return item.size() >= parent.size() &&
-           std::equal(parent.begin(), parent.end(), item.begin(), areCanonicallyEquivalent);
-}
-
 std::string withoutNoncharacters(std::string_view text) {
     if (isASCII(text))
         return std::string(text);
@@ -180,4 +159,4 @@ std::string withoutNoncharacters(std::string_view text) {
     return replaced.toUTF8String(result);
 }
 
-} // namespace platform::linux_backend
+} // namespace platform::text

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform::linux_backend {
+namespace platform::text {
 
 /// Parses one JSON text whose top level is an object or an array, nested at most 512 levels deep.
 /// Strict: text after the value, comments, NaN, lone surrogates, raw control characters, invalid
@@ -22,4 +22,4 @@ namespace platform::linux_backend {
 /// level. Characters outside ASCII stand for themselves.
 [[nodiscard]] std::string JSONText(const Object& value, bool prettyPrinted);
 
-} // namespace platform::linux_backend
+} // namespace platform::text

@@ -1,9 +1,9 @@
-#include "platform/linux/FileURL.h"
+#include "platform/text/FileURL.h"
 
 #include <algorithm>
 #include <cctype>
 
-namespace platform::linux_backend {
+namespace platform::text {
 
 namespace {
 
@@ -132,4 +132,4 @@ std::optional<std::string> pathFromFileURL(std::string_view url, std::string& fa
     return path;
 }
 
-} // namespace platform::linux_backend
+} // namespace platform::text

@@ -1,15 +1,11 @@
-#include "platform/linux/FileURL.h"
-
-#include "platform/linux/URL.h"
+#include "platform/text/FileURL.h"
 
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
-#include <utility>
 
-using platform::linux_backend::fileURLFromPath;
-using platform::linux_backend::fileURLWithString;
-using platform::linux_backend::pathFromFileURL;
+using platform::text::fileURLFromPath;
+using platform::text::pathFromFileURL;
 
 namespace {
 
@@ -81,23 +77,6 @@ TEST(FileURL, OtherURLsAreRefusedWithTheReason) {
     for (const char* url : {"file:///a b", "file:///\u00e9", "file:///[", "file:///a\n"})
         EXPECT_EQ(failureOf(url), "it holds a character that must be percent-encoded") << url;
     EXPECT_EQ(failureOf("file:///a%00b"), "its path holds a NUL character");
-}
-
-TEST(FileURL, AURLFromOutsideKeepsItsText) {
-    std::string failure;
-    const auto url = fileURLWithString("FILE://localhost/caf%c3%a9/", failure);
-    ASSERT_TRUE(url) << failure;
-    EXPECT_EQ(url->description(), "FILE://localhost/caf%c3%a9/");
-    EXPECT_EQ(url->path(), "/caf\u00e9");
-    EXPECT_EQ(url->filePathURL()->description(), url->description());
-}
-
-TEST(FileURL, APathThatIsNotUTF8IsRefused) {
-    for (const char* url : {"file:///%FF", "file:///a%C3", "file:///%ED%A0%80", "file:///%C0%AF"}) {
-        std::string failure;
-        EXPECT_EQ(fileURLWithString(url, failure), nullptr) << url;
-        EXPECT_EQ(failure, "its path is not valid UTF-8") << url;
-    }
 }
 
 } // namespace

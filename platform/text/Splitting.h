@@ -3,7 +3,7 @@
 #include <string_view>
 #include <vector>
 
-namespace platform {
+namespace platform::text {
 
 /// The pieces of a text between the occurrences of a separator, empty ones included. They refer to
 /// the text. The separator is not empty.
@@ -23,4 +23,4 @@ namespace platform {
     return pieces;
 }
 
-} // namespace platform
+} // namespace platform::text

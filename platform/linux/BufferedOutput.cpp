@@ -1,6 +1,5 @@
-#include "platform/linux/StandardStreams.h"
+#include "platform/linux/BufferedOutput.h"
 
-#include "platform/System.h"
 #include "process/StandardStreams.h"
 
 #include <cerrno>
@@ -10,7 +9,6 @@
 #include <cstring>
 #include <string>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace platform {
@@ -103,7 +101,7 @@ bool standardErrorIsJournal() {
     return isJournal;
 }
 
-void gatherDiagnostic(Level level, std::string_view prefix, std::string_view text) {
+void bufferDiagnostic(Level level, std::string_view prefix, std::string_view text) {
     std::string& line = linesFor(STDERR_FILENO);
     if (standardErrorIsJournal())
         line.append("<").append(std::to_string(static_cast<int>(level))).append(">");
@@ -114,30 +112,14 @@ void gatherDiagnostic(Level level, std::string_view prefix, std::string_view tex
 }
 
 void writeDiagnostic(Level level, std::string_view prefix, std::string_view text) {
-    gatherDiagnostic(level, prefix, text);
+    bufferDiagnostic(level, prefix, text);
     flushStandardStreams();
 }
 
-} // namespace linux_backend
-
-void print(std::string_view text, std::string_view value) {
+void bufferLine(std::string_view text, std::string_view value) {
     linesFor(STDOUT_FILENO).append(text).append(value) += '\n';
 }
 
-void* malloc(std::size_t size) {
-    return std::malloc(size);
-}
-
-std::int64_t listxattr(const std::string& path, char* buffer, std::size_t size) {
-    return ::listxattr(path.c_str(), buffer, size);
-}
-
-int errorNumber() {
-    return errno;
-}
-
-const char* strerror(int number) {
-    return std::strerror(number);
-}
+} // namespace linux_backend
 
 } // namespace platform

@@ -1,6 +1,6 @@
 // What this back end settles beyond the contract.
 
-#include "platform/linux/JSON.h"
+#include "platform/text/JSON.h"
 
 #include <gtest/gtest.h>
 #include <string>
@@ -8,7 +8,7 @@
 using platform::NSArray;
 using platform::NSDictionary;
 using platform::Object;
-using platform::linux_backend::parseJSON;
+using platform::text::parseJSON;
 
 namespace {
 

@@ -1,11 +1,11 @@
-#include "platform/linux/IntegerValue.h"
+#include "platform/text/IntegerValue.h"
 
 #include <charconv>
 #include <cmath>
 #include <limits>
 #include <string_view>
 
-namespace platform::linux_backend {
+namespace platform::text {
 
 namespace {
 
@@ -46,4 +46,4 @@ std::int64_t integerValue(const Object& object) {
     return 0;
 }
 
-} // namespace platform::linux_backend
+} // namespace platform::text

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform::linux_backend {
+namespace platform::text {
 
 /// The file URL of an absolute path: "file://" and the path, with every byte percent-encoded that
 /// may not stand in the path of a URL.
@@ -21,4 +21,4 @@ namespace platform::linux_backend {
 [[nodiscard]] std::optional<std::string> pathFromFileURL(std::string_view url,
                                                          std::string& failure);
 
-} // namespace platform::linux_backend
+} // namespace platform::text

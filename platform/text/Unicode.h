@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace platform::linux_backend {
+namespace platform::text {
 
 /// Whether the bytes are valid UTF-8: no surrogates, no overlong forms, nothing above U+10FFFF.
 [[nodiscard]] bool isUTF8(std::string_view text);
@@ -17,13 +17,8 @@ namespace platform::linux_backend {
 /// a combined character. The empty text is held by none. Fast for ASCII.
 [[nodiscard]] bool contains(std::string_view text, std::string_view searched);
 
-/// Whether an absolute path is a folder's or lies below it, by their texts: empty, "." and ".."
-/// components are resolved without a look at the file system, and names are compared by canonical
-/// equivalence.
-[[nodiscard]] bool isInFolder(std::string_view path, std::string_view folder);
-
 /// The text with U+FFFD in place of each noncharacter (U+FFFE and the like). They are valid UTF-8,
 /// but not every library lets them pass.
 [[nodiscard]] std::string withoutNoncharacters(std::string_view text);
 
-} // namespace platform::linux_backend
+} // namespace platform::text

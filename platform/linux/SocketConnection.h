@@ -1,0 +1,79 @@
+#pragma once
+
+#include "platform/Foundation.h"
+#include "platform/linux/RunLoop.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <systemd/sd-event.h>
+#include <utility>
+
+namespace platform::linux_backend {
+
+enum class Status { NotOpen, Opening, Open, AtEnd, Error };
+
+/// What the connection knows of one of its two streams.
+struct Direction {
+    Status status = Status::NotOpen;
+    NSStream* stream = nullptr; ///< null once the stream is released
+    NSStreamDelegate* delegate = nullptr;
+    RunLoop* runLoop = nullptr; ///< null until the stream is scheduled
+
+    [[nodiscard]] bool isLive() const {
+        return status == Status::Opening || status == Status::Open;
+    }
+    [[nodiscard]] bool awaitsOpening() const {
+        return status == Status::Opening && runLoop != nullptr;
+    }
+};
+
+/// One TCP socket that two streams share, delivered by sd-event.
+class SocketConnection : public std::enable_shared_from_this<SocketConnection> {
+public:
+    SocketConnection(std::string host, std::uint32_t port) : host_(std::move(host)), port_(port) {}
+    ~SocketConnection();
+    SocketConnection(const SocketConnection&) = delete;
+    SocketConnection& operator=(const SocketConnection&) = delete;
+
+    void open(Direction& direction);
+    void schedule(Direction& direction, RunLoop& runLoop);
+    void release(Direction& direction);
+
+    [[nodiscard]] bool hasBytesAvailable() const;
+    std::int64_t read(std::uint8_t* buffer, std::size_t maxLength);
+    std::int64_t write(const std::uint8_t* bytes, std::size_t length);
+
+    Direction input;
+    Direction output;
+
+private:
+    enum class SocketState { None, Connecting, Established, Failed };
+
+    void beginConnecting();
+    void listen();
+    [[nodiscard]] bool watchSocket(sd_event* event);
+    void announceFailure(sd_event* event);
+    void updateInterest();
+    void handleEvents(std::uint32_t events);
+    void finishConnecting();
+    void deliverOpenCompleted();
+    void deliverInput();
+    [[nodiscard]] bool findsBytesOtherwise();
+    void deliverErrors();
+    [[nodiscard]] int bytesToRead() const;
+    [[nodiscard]] std::uint32_t interest() const;
+
+    std::string host_;
+    std::uint32_t port_;
+    int socket_ = -1;
+    SocketState state_ = SocketState::None;
+    mutable int bytesToldOf_ = 0;     ///< certain to be there, without asking the system
+    bool bytesAnnounced_ = false;     ///< told once; not again before something was read
+    bool spaceToBeAnnounced_ = false; ///< after opening, and after each write
+    bool wasReset_ = false;           ///< as a write has been told; the system tells it once
+    sd_event_source* socketSource_ = nullptr;
+    sd_event_source* failureSource_ = nullptr;
+};
+
+} // namespace platform::linux_backend

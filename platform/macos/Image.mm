@@ -1,0 +1,16 @@
+#include "platform/macos/Image.h"
+
+#include "platform/macos/Strings.h"
+
+namespace platform {
+
+/// Both resolutions of an image are found under its one name.
+std::shared_ptr<const NSImage> imageNamed(std::string_view name) {
+    @autoreleasepool {
+        const auto text = macos::stringObject(name);
+        ::NSImage* const image = [::NSImage imageNamed:text.get()];
+        return image == nil ? nullptr : std::make_shared<macos::Image>(image);
+    }
+}
+
+} // namespace platform

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "platform/Foundation.h"
+#include "platform/macos/Reference.h"
+
+namespace platform::macos {
+
+/// A run loop of the platform's.
+class RunLoop : public NSRunLoop {
+public:
+    explicit RunLoop(::NSRunLoop* runLoop) : runLoop_(retain(runLoop)) {}
+
+    [[nodiscard]] ::NSRunLoop* object() const { return runLoop_.get(); }
+
+private:
+    Reference<::NSRunLoop*> runLoop_;
+};
+
+} // namespace platform::macos

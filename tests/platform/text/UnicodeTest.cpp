@@ -1,0 +1,34 @@
+#include "platform/text/Unicode.h"
+
+#include <gtest/gtest.h>
+#include <string>
+
+using platform::text::contains;
+using platform::text::withoutNoncharacters;
+
+namespace {
+
+TEST(Unicode, NoncharactersAreReplacedAndNothingElse) {
+    EXPECT_EQ(withoutNoncharacters("plain"), "plain");
+    EXPECT_EQ(withoutNoncharacters("caf\u00e9 \U0001f517 \ufffd"), "caf\u00e9 \U0001f517 \ufffd");
+    EXPECT_EQ(withoutNoncharacters("a\ufdd0b\ufdefc"), "a\ufffdb\ufffdc");
+    EXPECT_EQ(withoutNoncharacters("\ufffe\uffff\U0001fffe\U0010ffff"), "\ufffd\ufffd\ufffd\ufffd");
+    EXPECT_EQ(withoutNoncharacters("\ufdcf\ufdf0\ufffd"), "\ufdcf\ufdf0\ufffd");
+    EXPECT_EQ(withoutNoncharacters(std::string("\u00e9\0x", 4)), std::string("\u00e9\0x", 4));
+}
+
+TEST(Unicode, ALinesEndIsTwoCharactersWhateverStandsBesideIt) {
+    for (const std::string text : {"a\r\nb", "\u00e9\r\nb", "a\r\n\u00e9"}) {
+        EXPECT_TRUE(contains(text, "\r")) << text;
+        EXPECT_TRUE(contains(text, "\n")) << text;
+        EXPECT_TRUE(contains(text, "\r\n")) << text;
+    }
+}
+
+TEST(Unicode, AMatchMayEndBetweenACarriageReturnAndALineFeed) {
+    EXPECT_TRUE(contains("/;/cr\r\n/x", "/;/cr\r"));
+    EXPECT_TRUE(contains("/;/cr\r\n/x", "/\u037e/cr\r")); // the same search
+    EXPECT_TRUE(contains("/caf\u00e9\r\n/x", "/caf\u00e9\r"));
+}
+
+} // namespace
