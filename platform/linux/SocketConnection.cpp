@@ -24,7 +24,7 @@ void deliver(const Direction& direction, NSStreamEvent event) {
 /// Ends the process: without its events, the connection would fail silently.
 void require(int result) {
     if (result < 0)
-        fatalError(std::string("the connection cannot be watched: ") + std::strerror(-result));
+        fatalError(std::string("the link cannot be watched: ") + std::strerror(-result));
 }
 
 } // namespace
