@@ -5,6 +5,7 @@
 #include "fuzz/Difference.h"
 #include "platform/linux/URL.h"
 #include "platform/text/FileURL.h"
+#include "platform/text/Paths.h"
 
 #include <algorithm>
 #include <cstddef>
