@@ -121,7 +121,7 @@ TEST_F(JSONContract, CharactersOutsideASCIIStandForThemselves) {
 
 TEST_F(JSONContract, WhatIsWrittenIsReadAsTheSameValue) {
     const Object value = {NSDictionary{
-        {"text", string(std::string("/\"\\\b\f\n\r\t\0\x1f\x7f", 11) + "\u2028\u00e9")},
+        {"text", string(std::string("/\"\\\b\f\n\r\t\0\x1f\x7f\u2028\u00e9", 16))},
         {"numbers", {NSArray{{std::int64_t{-7}}, {0.5}, {1e300}, {-1.25e-7}}}},
         {"", {NSDictionary{{"k\"ey", {true}}}}},
     }};
