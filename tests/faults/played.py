@@ -105,7 +105,7 @@ class Stage:
         self.peer = self.session.listen()
         self.session.store_settings(SETTINGS | {"ServerPort": self.peer.port})
 
-    def play(self, orders="", scenes=None):
+    def play(self, orders="", steps=None):
         report_file = self.folder / "report"
         self.process = Process(
             [str(BUILD / "bin" / "finder-sync-extension")],
@@ -113,9 +113,9 @@ class Stage:
             self.folder)
         self.answers, self.descriptors, self.peer.connection, code = {}, [], None, None
         try:
-            for scene in scenes or SCENES:
+            for name, *arguments in STEPS if steps is None else steps:
                 if self.is_running():
-                    scene(self)
+                    getattr(self, name)(*arguments)
             self.process.popen.terminate()
             code = self.process.popen.wait(TIMEOUT)
         except (Hang, subprocess.TimeoutExpired):
@@ -123,22 +123,25 @@ class Stage:
         finally:
             self.process.popen.kill()
             self.process.popen.wait()
-            self.close_connections()
+            self.close_connection()
         error = self.process.error_file.read_bytes().decode(errors="replace")
         return Outcome(orders, code, self.process.output(), error, self.answers, self.descriptors,
                        Report(report_file))
 
-    def close_connections(self):
-        """Those, too, that nobody has accepted."""
-        self.accept_waiting()
-        while self.peer.connection:
-            self.peer.connection.close()
-            self.accept_waiting()
-
-    # What scenes are made of
-
     def is_running(self):
         return self.process.popen.poll() is None
+
+    # Steps
+
+    def wait_for_name(self):
+        deadline = time.monotonic() + TIMEOUT
+        while self.is_running() and self.ask(message_bus.NameHasOwner(BUS_NAME)) != (True,):
+            if time.monotonic() > deadline:
+                raise Hang
+            time.sleep(0.002)
+
+    def wait_for_end(self):
+        self.process.popen.wait(TIMEOUT)
 
     def ask(self, message, step=None):
         """Sends a call. Its answer, or the name of its error, is kept under the step's name."""
@@ -181,6 +184,13 @@ class Stage:
             self.peer.connection.setblocking(False)
         except BlockingIOError:
             self.peer.connection = None
+        return self.peer.connection
+
+    def close_connection(self):
+        """Also if nobody has accepted it."""
+        while self.peer.connection or self.accept_waiting():
+            self.peer.connection.close()
+            self.peer.connection = None
 
     def send(self, data):
         try:
@@ -204,73 +214,49 @@ class Stage:
             pass  # it has ended
 
 
-def start(stage):
-    deadline = time.monotonic() + TIMEOUT
-    while stage.is_running() and stage.ask(message_bus.NameHasOwner(BUS_NAME)) != (True,):
-        if time.monotonic() > deadline:
-            raise Hang
-        time.sleep(0.002)
-    stage.settle()
-    stage.accept_waiting()
-    stage.settle()
-
-
-def companion_speaks(stage):
-    stage.send(line(type="add_folder", path=ROOT))
-    stage.send(line(type="add_folder", path=COMPOSED) + line(type="add_folder", path=DECOMPOSED) +
-               line(type="set_locale", shareContactTitle="C", shareViaUrlTitle="Lien \ufdd0\u00e9",
-                    backupTitle="B") + line(type="set_menu_usage", displayBackup="1"))
-    stage.send(line(type="add_folder", path="/srv/Gone")[:-1].ljust(BUFFER_SIZE - 1) + b"\n" +
-               line(type="del_folder", path="/srv/Gone") + line(type="hello"))
-    stage.count_descriptors()
-
-
-def file_manager_asks(stage):
-    stage.call("begin", "BeginObservingDirectoryAtURL", "s", url(ROOT))
-    stage.call("badge", "RequestBadgeIdentifierForURL", "s", url(ROOT))
-    stage.call("badges", "RequestBadgeIdentifiersForURLs", "as",
-               [url(DECOMPOSED), url("/srv/other"), url(ROOT)])
-    stage.call("no URL", "RequestBadgeIdentifierForURL", "s", "http://example.com/")
-    stage.call("menu", "MenuForMenuKind", "uas", 0, [url(ROOT + "/a.txt")])
-    stage.call("accents' menu", "MenuForMenuKind", "uas", 0, [url(DECOMPOSED + "/\u00e9")])
-    stage.call("click", "PerformAction", "sas", "backupClicked:", [url(COMPOSED + "/a.txt")])
-    stage.call("no action", "PerformAction", "sas", "connect", [])
-    stage.receive("report")
-    stage.call("end", "EndObservingDirectoryAtURL", "s", url(ROOT))
-    stage.count_descriptors()
-
-
-def properties_are_used(stage):
-    stage.set("shareContactTitle", "s", "Caf\u00e9")
-    stage.ask(Properties(EXTENSION).get("shareViaUrlTitle"), "get title")
-    stage.set("myFolderURL", "s", url("/srv"))
-    stage.set("displayBackup", "x", 2)
-    stage.set("serverPort", "u", 5000)
-    stage.set("isSocketConnected", "b", True)
-    stage.set("pathsOfRootFolders", "as", [COMPOSED, ROOT])
-    stage.settle()
-    stage.ask(Properties(EXTENSION).get_all(), "state")
-    stage.count_descriptors()
-
-
-def file_manager_asks_again(stage):
-    stage.call("badge", "RequestBadgeIdentifiersForURLs", "as", [url(DECOMPOSED)])
-    stage.call("menu", "MenuForMenuKind", "uas", 0, [url(ROOT + "/a.txt")])
-    stage.count_descriptors()
-
-
-def companion_leaves(stage):
-    if stage.peer.connection:
-        stage.peer.connection.close()
-        stage.peer.connection = None
-    stage.settle()
-    stage.ask(Properties(EXTENSION).get("isSocketConnected"), "is connected")
-    stage.call("last menu", "MenuForMenuKind", "uas", 0, [url(ROOT + "/a.txt")])
-    stage.count_descriptors()
-
-
-SCENES = (start, companion_speaks, file_manager_asks, properties_are_used, file_manager_asks_again,
-          companion_leaves)
+FILE = url(ROOT + "/a.txt")
+STEPS = [
+    ("wait_for_name",), ("settle",), ("accept_waiting",), ("settle",),
+    # The companion speaks.
+    ("send", line(type="add_folder", path=ROOT)),
+    ("send", line(type="add_folder", path=COMPOSED) + line(type="add_folder", path=DECOMPOSED) +
+     line(type="set_locale", shareContactTitle="C", shareViaUrlTitle="Lien \ufdd0\u00e9",
+          backupTitle="B") + line(type="set_menu_usage", displayBackup="1")),
+    ("send", line(type="add_folder", path="/srv/Gone")[:-1].ljust(BUFFER_SIZE - 1) + b"\n" +
+     line(type="del_folder", path="/srv/Gone") + line(type="hello")),
+    ("count_descriptors",),
+    # A file manager asks.
+    ("call", "begin", "BeginObservingDirectoryAtURL", "s", url(ROOT)),
+    ("call", "badge", "RequestBadgeIdentifierForURL", "s", url(ROOT)),
+    ("call", "badges", "RequestBadgeIdentifiersForURLs", "as",
+     [url(DECOMPOSED), url("/srv/other"), url(ROOT)]),
+    ("call", "no URL", "RequestBadgeIdentifierForURL", "s", "http://example.com/"),
+    ("call", "menu", "MenuForMenuKind", "uas", 0, [FILE]),
+    ("call", "accents' menu", "MenuForMenuKind", "uas", 0, [url(DECOMPOSED + "/\u00e9")]),
+    ("call", "click", "PerformAction", "sas", "backupClicked:", [url(COMPOSED + "/a.txt")]),
+    ("call", "no action", "PerformAction", "sas", "connect", []),
+    ("receive", "report"),
+    ("call", "end", "EndObservingDirectoryAtURL", "s", url(ROOT)),
+    ("count_descriptors",),
+    # Properties are used.
+    ("set", "shareContactTitle", "s", "Caf\u00e9"),
+    ("ask", Properties(EXTENSION).get("shareViaUrlTitle"), "get title"),
+    ("set", "myFolderURL", "s", url("/srv")),
+    ("set", "displayBackup", "x", 2),
+    ("set", "serverPort", "u", 5000),
+    ("set", "isSocketConnected", "b", True),
+    ("set", "pathsOfRootFolders", "as", [COMPOSED, ROOT]),
+    ("settle",),
+    ("ask", Properties(EXTENSION).get_all(), "state"),
+    ("count_descriptors",),
+    ("call", "badge", "RequestBadgeIdentifiersForURLs", "as", [url(DECOMPOSED)]),
+    ("call", "menu", "MenuForMenuKind", "uas", 0, [FILE]),
+    # The companion leaves.
+    ("close_connection",), ("settle",),
+    ("ask", Properties(EXTENSION).get("isSocketConnected"), "is connected"),
+    ("call", "last menu", "MenuForMenuKind", "uas", 0, [FILE]),
+    ("count_descriptors",),
+]
 
 
 class Stages:

@@ -112,15 +112,15 @@ def test_each_call_fails_in_turn(clean, play):
 @pytest.mark.quick
 def test_a_second_instance_gives_way_whatever_fails(stages):
     stage = stages.all[0]
-    scenes = [lambda stage: stage.process.popen.wait(played.TIMEOUT)]
+    steps = [("wait_for_end",)]
     stage.ask(message_bus.RequestName(BUS_NAME))
     try:
-        clean = stage.play(scenes=scenes)
+        clean = stage.play(steps=steps)
         assert clean.code == 1 and "is taken, process" in clean.error
         assert "sd_bus_get_name_creds" in {call.function for call in clean.report.calls}
         for orders in (played.each_call(clean.report) +
                        sample(played.each_allocation(clean.report), 30)):
-            assert complaints(clean, stage.play(orders, scenes)) == [], orders
+            assert complaints(clean, stage.play(orders, steps)) == [], orders
     finally:
         stage.ask(message_bus.ReleaseName(BUS_NAME))
 

@@ -93,6 +93,8 @@ class WatchedSession(Session):
     def __init__(self, folder):
         super().__init__(folder)
         self.allocator = self.programs.parent / "bench" / "libcounting-allocator.so"
+        if not self.allocator.exists():
+            raise FileNotFoundError(f"there is no {self.allocator}; build it first")
         self.trace, self.log = Written(folder / "trace"), Written(folder / "log")
         live_bytes = folder / "live-bytes"  # which the counting allocator of the benches fills in
         live_bytes.write_bytes(bytes(16))
@@ -111,7 +113,8 @@ class WatchedSession(Session):
     def begin(self):
         log = os.stat(self.log.path)
         environment = self.environment | {
-            "TMPDIR": str(self.folder), "LD_PRELOAD": str(self.allocator), "JOURNAL_STREAM": f"{log.st_dev}:{log.st_ino}",
+            "TMPDIR": str(self.folder), "LD_PRELOAD": str(self.allocator),
+            "JOURNAL_STREAM": f"{log.st_dev}:{log.st_ino}",
             "FINDER_SYNC_BENCH_LIVE_BYTES": str(self.folder / "live-bytes")}
         with open(self.trace.path, "ab") as trace, open(self.log.path, "ab") as log:
             self.process = subprocess.Popen(
