@@ -3,7 +3,7 @@
 #include "platform/AppKit.h"
 #include "platform/FinderSync.h"
 #include "platform/System.h"
-#include "tests/contract/ContractTest.h"
+#include "tests/contract/Surroundings.h"
 
 #include <array>
 #include <cerrno>
@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -18,37 +19,31 @@ namespace {
 
 using URLContract = contract::ContractTest;
 
-TEST_F(URLContract, AFileURLKnowsItsPath) {
-    const auto url = platform::fileURLWithPath("/Users/u/Sync Folder");
-    EXPECT_EQ(url->path(), "/Users/u/Sync Folder");
-    EXPECT_EQ(url->description(), "file:///Users/u/Sync%20Folder");
-}
-
 TEST_F(URLContract, APathIsTakenAsItStands) {
-    EXPECT_EQ(platform::fileURLWithPath("/no/such/../path/.")->path(), "/no/such/../path/.");
-    EXPECT_EQ(platform::fileURLWithPath("/caf\u00e9")->path(), "/caf\u00e9");
-    EXPECT_EQ(platform::fileURLWithPath("/cafe\u0301")->path(), "/cafe\u0301");
-    EXPECT_EQ(platform::fileURLWithPath("/caf\u00e9")->description(), "file:///caf%C3%A9");
+    for (const auto& [path, description] : std::map<std::string, std::string>{
+             {"/Users/u/Sync Folder", "file:///Users/u/Sync%20Folder"},
+             {"/no/such/../path/.", "file:///no/such/../path/."},
+             {"/caf\u00e9", "file:///caf%C3%A9"},
+             {"/cafe\u0301", "file:///cafe%CC%81"},
+             {"/", "file:///"},
+         }) {
+        const auto url = platform::fileURLWithPath(path);
+        EXPECT_EQ(url->path(), path);
+        EXPECT_EQ(url->description(), description);
+        ASSERT_TRUE(url->filePathURL());
+        EXPECT_EQ(url->filePathURL()->path(), path);
+        EXPECT_EQ(url->filePathURL()->description(), description);
+    }
 }
 
 TEST_F(URLContract, APathEndsWithoutASlashUnlessItIsTheRoot) {
     EXPECT_EQ(platform::fileURLWithPath("/a/b/")->path(), "/a/b");
-    EXPECT_EQ(platform::fileURLWithPath("/")->path(), "/");
-    EXPECT_EQ(platform::fileURLWithPath("/")->description(), "file:///");
 }
 
 TEST_F(URLContract, ARelativePathBecomesAbsolute) {
     EXPECT_TRUE(platform::fileURLWithPath("a/b")->path()->ends_with("/a/b"));
     EXPECT_TRUE(platform::fileURLWithPath("a/b")->path()->starts_with("/"));
     EXPECT_TRUE(platform::fileURLWithPath("")->path()->starts_with("/"));
-}
-
-TEST_F(URLContract, AFileURLIsItsOwnFilePathForm) {
-    const auto url = platform::fileURLWithPath("/a");
-    const auto filePathURL = url->filePathURL();
-    ASSERT_TRUE(filePathURL);
-    EXPECT_EQ(filePathURL->description(), "file:///a");
-    EXPECT_EQ(filePathURL->path(), "/a");
 }
 
 using ImageContract = contract::ContractTest;
@@ -63,19 +58,14 @@ TEST_F(ImageContract, OtherNamesGiveNone) {
         EXPECT_EQ(platform::imageNamed(name), nullptr) << name;
 }
 
-using BundleContract = contract::ContractTest;
-
-TEST_F(BundleContract, TheBundleHasAnAbsolutePath) {
+TEST(BundleContract, ItsPathIsAbsolute) {
     EXPECT_TRUE(platform::mainBundlePath().starts_with("/"));
 }
 
 using ControllerContract = contract::ContractTest;
 
-TEST_F(ControllerContract, ThereIsOneDefaultController) {
-    EXPECT_EQ(&platform::defaultController(), &platform::defaultController());
-}
-
 TEST_F(ControllerContract, DirectoryURLsAreASetThatIsReplaced) {
+    EXPECT_EQ(&platform::defaultController(), &platform::defaultController());
     const auto url = [](const char* path) { return platform::fileURLWithPath(path); };
     platform::defaultController().setDirectoryURLs({url("/a"), url("/b"), url("/a")});
     EXPECT_EQ(contract::watchedPaths(), (std::vector<std::string>{"/a", "/b"}));
@@ -193,9 +183,7 @@ TEST_F(OutputContract, NothingIsLostHoweverMuchIsPrinted) {
     EXPECT_EQ(contract::printed(), expected);
 }
 
-using MemoryContract = contract::ContractTest;
-
-TEST_F(MemoryContract, BuffersOfEverySizeAreGiven) {
+TEST(MemoryContract, BuffersOfEverySizeAreGiven) {
     for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{1024}}) {
         void* const buffer = platform::malloc(size);
         ASSERT_NE(buffer, nullptr) << size;

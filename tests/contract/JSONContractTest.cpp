@@ -1,4 +1,4 @@
-#include "tests/contract/ContractTest.h"
+#include "tests/contract/Surroundings.h"
 
 #include <limits>
 #include <optional>

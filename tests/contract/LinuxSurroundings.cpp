@@ -3,112 +3,51 @@
 #include "platform/linux/Image.h"
 #include "platform/linux/Menu.h"
 #include "platform/linux/RunLoop.h"
-#include "tests/contract/LoopbackSurroundings.h"
-#include "tests/contract/Surroundings.h"
-#include "tests/platform/ScratchFolder.h"
-#include "tests/platform/StreamCapture.h"
+#include "tests/contract/SystemSurroundings.h"
 
-#include <boost/json.hpp>
-#include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <memory>
-#include <optional>
 #include <sys/xattr.h>
-#include <unistd.h>
 
 namespace contract {
 
-namespace fs = std::filesystem;
 using platform::linux_backend::finderSyncController;
-using platform::linux_backend::runLoopOfThisThread;
 
 namespace {
 
-struct World {
-    tests::ScratchFolder configuration;
-    tests::StreamCapture standardOutput{STDOUT_FILENO};
-    tests::StreamCapture standardError{STDERR_FILENO};
-
-    [[nodiscard]] fs::path settingsFile() const {
-        return configuration.path() / suiteName / "settings.json";
-    }
-};
-
-std::unique_ptr<World> world;
-
-boost::json::value json(const platform::Object& object) {
-    struct Converter {
-        boost::json::value operator()(platform::NSNull) const { return nullptr; }
-        boost::json::value operator()(bool value) const { return value; }
-        boost::json::value operator()(std::int64_t value) const { return value; }
-        boost::json::value operator()(double value) const { return value; }
-        boost::json::value operator()(const std::string& value) const {
-            return boost::json::value(value);
-        }
-        boost::json::value operator()(const platform::NSData&) const { return nullptr; }
-        boost::json::value operator()(const platform::NSArray& value) const {
-            boost::json::array array;
-            for (const platform::Object& element : value)
-                array.push_back(json(element));
-            return array;
-        }
-        boost::json::value operator()(const platform::NSDictionary& value) const {
-            boost::json::object dictionary;
-            for (const auto& [key, element] : value)
-                dictionary[key] = json(element);
-            return dictionary;
-        }
-    };
-    return std::visit(Converter(), object.value);
-}
-
 void writeSettings(const std::string& text) {
-    fs::create_directories(world->settingsFile().parent_path());
-    std::ofstream(world->settingsFile()) << text;
+    const auto folder = surroundings->folder.path() / suiteName;
+    std::filesystem::create_directories(folder);
+    std::ofstream(folder / "settings.json") << text;
 }
 
-/// Runs one turn of the loop, or waits a moment when there is nothing to deliver.
-bool runFor(std::chrono::milliseconds patience) {
-    sd_event* const event = runLoopOfThisThread().event();
-    platform::linux_backend::flushStandardStreams();
-    return sd_event_run(event, static_cast<std::uint64_t>(patience.count()) * 1000) > 0;
+bool deliverWithin(std::chrono::milliseconds patience) {
+    flushOutput();
+    return sd_event_run(platform::linux_backend::runLoopOfThisThread().event(),
+                        static_cast<std::uint64_t>(patience.count()) * 1000) > 0;
 }
 
 } // namespace
 
 void setUp() {
-    world = std::make_unique<World>();
-    ::setenv("XDG_CONFIG_HOME", world->configuration.path().c_str(), 1);
+    surroundings = std::make_unique<SystemSurroundings>();
+    ::setenv("XDG_CONFIG_HOME", surroundings->folder.path().c_str(), 1);
     finderSyncController() = {};
 }
 
 void tearDown() {
-    platform::linux_backend::flushStandardStreams();
-    dropPeer();
-    world.reset();
+    flushOutput();
+    surroundings.reset();
 }
 
 void storeSettings(const platform::NSDictionary& settings) {
-    writeSettings(boost::json::serialize(json({settings})));
+    const auto text = platform::dataWithJSONObject({settings}, false).value().bytes;
+    writeSettings({text.begin(), text.end()});
 }
 
 void breakSettings() {
     writeSettings("{ no settings");
-}
-
-std::string printed() {
-    platform::linux_backend::flushStandardStreams();
-    return world->standardOutput.text();
-}
-
-std::vector<std::string> logged() {
-    platform::linux_backend::flushStandardStreams();
-    std::vector<std::string> lines;
-    std::istringstream text(world->standardError.text());
-    for (std::string line; std::getline(text, line);)
-        lines.push_back(line.substr(line.find("] ") + 2));
-    return lines;
 }
 
 std::vector<std::string> watchedPaths() {
@@ -125,21 +64,19 @@ std::map<std::string, std::string> badgeLabels() {
     return labels;
 }
 
-void select(const std::optional<std::vector<std::string>>& paths) {
-    if (!paths) {
-        finderSyncController().setSelectedItemURLs(std::nullopt);
-        return;
-    }
-    std::vector<std::shared_ptr<const platform::NSURL>> urls;
-    for (const std::string& path : *paths)
-        urls.push_back(platform::fileURLWithPath(path));
-    finderSyncController().setSelectedItemURLs(std::move(urls));
-}
-
 std::vector<std::string> assignedBadges() {
-    // One request is answered at a time: the last assignment is all that is kept.
+    // Only the last assignment is kept: one request is answered at a time.
     const std::string identifier = finderSyncController().takeAssignedBadge();
     return identifier.empty() ? std::vector<std::string>() : std::vector{identifier};
+}
+
+void select(const std::optional<std::vector<std::string>>& paths) {
+    std::optional<std::vector<std::shared_ptr<const platform::NSURL>>> urls;
+    if (paths)
+        urls.emplace();
+    for (const std::string& path : paths.value_or(std::vector<std::string>()))
+        urls->push_back(platform::fileURLWithPath(path));
+    finderSyncController().setSelectedItemURLs(std::move(urls));
 }
 
 std::vector<std::array<std::string, 3>> entriesOf(const platform::NSMenu& menu) {
@@ -151,36 +88,22 @@ std::vector<std::array<std::string, 3>> entriesOf(const platform::NSMenu& menu) 
     return entries;
 }
 
-std::optional<std::string> itemWithAttributes(const std::vector<std::string>& names) {
-    const fs::path path = world->configuration.path() / "item";
-    std::ofstream(path) << "content";
-    for (const std::string& name : names) {
-        if (::setxattr(path.c_str(), name.c_str(), "value", 5, 0) != 0)
-            return std::nullopt;
-    }
-    return path.string();
+void flushOutput() {
+    platform::linux_backend::flushStandardStreams();
 }
 
-std::string missingItem() {
-    return (world->configuration.path() / "missing").string();
+void runFor(std::chrono::milliseconds duration) {
+    (void)deliverWithin(duration);
 }
 
-bool runUntil(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > deadline)
-            return false;
-        runFor(std::chrono::milliseconds(50));
-    }
-    return true;
+bool setAttribute(const std::string& path, const std::string& name) {
+    return ::setxattr(path.c_str(), name.c_str(), "value", 5, 0) == 0;
 }
 
 void settle() {
-    // Nothing for a tenth of a second: everything on the loopback has long arrived. The bound
-    // shows a loop that never comes to rest.
-    for (int turn = 0; turn < 1000; ++turn) {
-        if (!runFor(std::chrono::milliseconds(100)))
-            return;
+    // On the loopback, everything arrives well within a tenth of a second. The bound ends a loop
+    // that never comes to rest.
+    for (int turn = 0; turn < 1000 && deliverWithin(std::chrono::milliseconds(100)); ++turn) {
     }
 }
 

@@ -9,6 +9,7 @@ namespace recording = platform::recording;
 
 namespace {
 
+/// The arguments of every call of an operation.
 std::vector<std::string> recorded(std::string_view operation) {
     std::vector<std::string> arguments;
     for (const std::string& call : recording::calls()) {

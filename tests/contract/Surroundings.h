@@ -1,8 +1,7 @@
 #pragma once
 
-// What the contract tests need to know and to do outside the contracts. Every back end's test
-// program defines these functions once, so that one set of tests holds all back ends to the same
-// behaviour.
+// What the contract tests do and see outside the contracts. Each back end's test program defines
+// these functions once, so that the same tests hold every back end to the same behaviour.
 
 #include "platform/AppKit.h"
 #include "platform/Foundation.h"
@@ -10,63 +9,68 @@
 #include <array>
 #include <cstdint>
 #include <functional>
+#include <gtest/gtest.h>
 #include <map>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace contract {
 
-/// Makes everything new before a test, and tidies up after it.
+/// Run before and after each test.
 void setUp();
 void tearDown();
 
-/// Stores settings for the next opening of `suiteName`.
+class ContractTest : public testing::Test {
+protected:
+    void SetUp() override { setUp(); }
+    void TearDown() override { tearDown(); }
+};
+
+/// Stores settings for the next time that the suite is opened.
 inline constexpr std::string_view suiteName = "com.example.contract";
 void storeSettings(const platform::NSDictionary& settings);
-/// Has the next opening of the suite fail.
+/// Makes the next opening of the suite fail.
 void breakSettings();
 
-/// What was printed, and logged, since the set-up. Logged lines are without time and name.
+/// What has been printed and logged since `setUp`; log lines come without time and process name.
 std::string printed();
 std::vector<std::string> logged();
 
-/// What the Finder was told.
+/// The paths that the Finder watches, sorted.
 std::vector<std::string> watchedPaths();
-/// Identifier and label of each registered badge.
+/// The label of each registered badge, by identifier.
 std::map<std::string, std::string> badgeLabels();
-
-/// Makes a selection the Finder's, or takes it away.
-void select(const std::optional<std::vector<std::string>>& paths);
-/// The badge identifiers assigned since the set-up.
+/// The badge identifiers assigned since `setUp`.
 std::vector<std::string> assignedBadges();
+/// Sets the Finder's selection; `nullopt` leaves none.
+void select(const std::optional<std::vector<std::string>>& paths);
 /// Title, action and image name of each entry of a menu.
 std::vector<std::array<std::string, 3>> entriesOf(const platform::NSMenu& menu);
 
-/// Makes an item with the given attributes, which are ones that the platform lets a user set, and
-/// gives its path; none when the file system here has no extended attributes.
+/// Creates an item with these extended attributes, all of which a user may set, and returns its
+/// path; `nullopt` when the file system has no extended attributes.
 std::optional<std::string> itemWithAttributes(const std::vector<std::string>& names);
 /// The path of an item that does not exist.
 std::string missingItem();
 
-/// A port of the loopback where a peer accepts one connection, and one where nobody does.
+/// A loopback port where a peer accepts one connection, and one where nobody listens.
 std::uint32_t listen();
 std::uint32_t unusedPort();
 
-/// The accepted peer writes, closes its direction only, closes, or resets.
+/// The peer sends bytes, closes its sending side, or resets the connection.
 void peerSends(const std::string& bytes);
 void peerCloses();
 void peerResets();
 /// What the peer has received so far.
 std::string peerReceived();
-/// Whether the peer can see that the connection has been closed.
+/// Whether the peer sees that the connection is closed.
 bool peerSeesEnd();
 
-/// Runs the run loop until the condition holds; gives false when it does not within a few seconds.
+/// Runs the run loop until the condition holds; returns false if it does not within ten seconds.
 bool runUntil(const std::function<bool()>& condition);
-/// Runs the run loop as long as it has something to deliver, and a moment longer.
+/// Runs the run loop until it has delivered everything.
 void settle();
 
 } // namespace contract

@@ -1,11 +1,13 @@
-#include "tests/contract/ContractTest.h"
+#include "tests/contract/Surroundings.h"
 
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-using platform::NSData;
+using namespace std::string_view_literals;
+using platform::containsString;
+using platform::isEqualToString;
 
 namespace {
 
@@ -16,31 +18,19 @@ std::optional<std::string> decode(std::string_view bytes) {
         platform::dataWithBytes(reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()));
 }
 
-using Pieces = std::vector<std::string_view>;
-
 TEST_F(TextContract, DataHoldsACopyOfTheBytes) {
     std::uint8_t bytes[] = {1, 0, 255};
-    const NSData data = platform::dataWithBytes(bytes, sizeof bytes);
+    const platform::NSData data = platform::dataWithBytes(bytes, sizeof bytes);
     bytes[0] = 9;
     EXPECT_EQ(data.bytes, (std::vector<std::uint8_t>{1, 0, 255}));
     EXPECT_TRUE(platform::dataWithBytes(bytes, 0).bytes.empty());
 }
 
 TEST_F(TextContract, ValidUTF8IsDecoded) {
-    using namespace std::string_view_literals;
     for (const std::string_view text :
          {""sv, "plain"sv, "caf\u00e9"sv, "\u20ac"sv, "\U0010FFFF"sv, "a\0b"sv, "\u0000"sv,
-          "sixteen bytes and more, then \u00e9"sv})
+          "\ufeffa byte-order mark is a character"sv, "sixteen bytes and more, then \u00e9"sv})
         EXPECT_EQ(decode(text), text);
-}
-
-TEST_F(TextContract, AByteOrderMarkIsACharacter) {
-    EXPECT_EQ(decode("\ufeffa"), "\ufeffa");
-}
-
-TEST_F(TextContract, AByteOrderMarkCounts) {
-    EXPECT_FALSE(platform::isEqualToString("\ufeff\u00e9", "\u00e9"));
-    EXPECT_FALSE(platform::isEqualToString("\ufeffa", "a"));
 }
 
 TEST_F(TextContract, InvalidUTF8IsRefused) {
@@ -59,6 +49,20 @@ TEST_F(TextContract, InvalidUTF8IsRefused) {
         EXPECT_EQ(decode(bytes), std::nullopt) << testing::PrintToString(bytes);
 }
 
+TEST_F(TextContract, BytesAreDecodedToTheGivenLength) {
+    EXPECT_EQ(platform::stringWithUTF8Bytes("abc", 2), "ab");
+    EXPECT_EQ(platform::stringWithUTF8Bytes("a\0b", 3), "a\0b"sv);
+    EXPECT_EQ(platform::stringWithUTF8Bytes("abc", 0), "");
+    EXPECT_EQ(platform::stringWithUTF8Bytes("\u00e9", 1), std::nullopt);
+}
+
+TEST_F(TextContract, ACStringIsDecodedToItsNUL) {
+    EXPECT_EQ(platform::stringWithUTF8String("caf\u00e9"), "caf\u00e9");
+    EXPECT_EQ(platform::stringWithUTF8String("a\0b"), "a");
+    EXPECT_EQ(platform::stringWithUTF8String(""), "");
+    EXPECT_EQ(platform::stringWithUTF8String("\xff"), std::nullopt);
+}
+
 TEST_F(TextContract, EncodingGivesTheBytesOfTheText) {
     const auto data = platform::dataUsingUTF8Encoding("\u00e9");
     ASSERT_TRUE(data.has_value());
@@ -66,106 +70,95 @@ TEST_F(TextContract, EncodingGivesTheBytesOfTheText) {
 }
 
 TEST_F(TextContract, SplittingKeepsEmptyPieces) {
-    EXPECT_EQ(platform::componentsSeparatedByString("a\nb", "\n"), (Pieces{"a", "b"}));
-    EXPECT_EQ(platform::componentsSeparatedByString("a\n", "\n"), (Pieces{"a", ""}));
-    EXPECT_EQ(platform::componentsSeparatedByString("\n\na", "\n"), (Pieces{"", "", "a"}));
-    EXPECT_EQ(platform::componentsSeparatedByString("", "\n"), (Pieces{""}));
-    EXPECT_EQ(platform::componentsSeparatedByString("a\r\nb", "\n"), (Pieces{"a\r", "b"}));
-}
-
-TEST_F(TextContract, EveryLineFeedSplitsEvenBeforeACombiningMark) {
-    EXPECT_EQ(platform::componentsSeparatedByString("a\n\u0301b", "\n"), (Pieces{"a", "\u0301b"}));
+    using Pieces = std::vector<std::string_view>;
+    const auto lines = [](std::string_view text) {
+        return platform::componentsSeparatedByString(text, "\n");
+    };
+    EXPECT_EQ(lines("a\nb"), (Pieces{"a", "b"}));
+    EXPECT_EQ(lines("a\n"), (Pieces{"a", ""}));
+    EXPECT_EQ(lines("\n\na"), (Pieces{"", "", "a"}));
+    EXPECT_EQ(lines(""), (Pieces{""}));
+    EXPECT_EQ(lines("a\r\nb"), (Pieces{"a\r", "b"}));
+    // Also where a combining mark follows the line feed.
+    EXPECT_EQ(lines("a\n\u0301b"), (Pieces{"a", "\u0301b"}));
 }
 
 TEST_F(TextContract, EqualTextsAreEqual) {
-    EXPECT_TRUE(platform::isEqualToString("", ""));
-    EXPECT_TRUE(platform::isEqualToString("/Users/u/Sync", "/Users/u/Sync"));
-    EXPECT_TRUE(platform::isEqualToString("/caf\u00e9", "/caf\u00e9"));
+    for (const std::string_view text : {"", "/Users/u/Sync", "/caf\u00e9"})
+        EXPECT_TRUE(isEqualToString(text, std::string(text)));
 }
 
 TEST_F(TextContract, CanonicallyEquivalentTextsAreEqual) {
-    EXPECT_TRUE(platform::isEqualToString("/caf\u00e9", "/cafe\u0301"));          // accent
-    EXPECT_TRUE(platform::isEqualToString("\u212b", "A\u030a"));                  // singleton
-    EXPECT_TRUE(platform::isEqualToString("\u212b", "\u00c5"));                   // singleton
-    EXPECT_TRUE(platform::isEqualToString("\u212a", "K"));                        // ASCII singleton
-    EXPECT_TRUE(platform::isEqualToString("\ud55c", "\u1112\u1161\u11ab"));       // Hangul
-    EXPECT_TRUE(platform::isEqualToString("a\u0323\u0307", "a\u0307\u0323"));     // order of marks
-    EXPECT_TRUE(platform::isEqualToString("\u1e9b\u0323", "\u017f\u0323\u0307")); // long s
+    EXPECT_TRUE(isEqualToString("/caf\u00e9", "/cafe\u0301"));          // accent
+    EXPECT_TRUE(isEqualToString("\u212b", "A\u030a"));                  // singleton
+    EXPECT_TRUE(isEqualToString("\u212b", "\u00c5"));                   // singleton
+    EXPECT_TRUE(isEqualToString("\u212a", "K"));                        // ASCII singleton
+    EXPECT_TRUE(isEqualToString("\ud55c", "\u1112\u1161\u11ab"));       // Hangul
+    EXPECT_TRUE(isEqualToString("a\u0323\u0307", "a\u0307\u0323"));     // order of marks
+    EXPECT_TRUE(isEqualToString("\u1e9b\u0323", "\u017f\u0323\u0307")); // long s
 }
 
 TEST_F(TextContract, NothingElseMakesTextsEqual) {
-    EXPECT_FALSE(platform::isEqualToString("/a", "/a/"));
-    EXPECT_FALSE(platform::isEqualToString("/a", "/A"));
-    EXPECT_FALSE(platform::isEqualToString("/\u00e9", "/\u00c9"));
-    EXPECT_FALSE(platform::isEqualToString("/a/./b", "/a/b"));
-    EXPECT_FALSE(platform::isEqualToString("\ufb01", "fi")); // compatibility is not canonical
-    EXPECT_FALSE(platform::isEqualToString("\u00e9", "e"));
-    EXPECT_FALSE(platform::isEqualToString("", "\u0301"));
+    EXPECT_FALSE(isEqualToString("/a", "/a/"));
+    EXPECT_FALSE(isEqualToString("/a", "/A"));
+    EXPECT_FALSE(isEqualToString("/\u00e9", "/\u00c9"));
+    EXPECT_FALSE(isEqualToString("/a/./b", "/a/b"));
+    EXPECT_FALSE(isEqualToString("\ufb01", "fi")); // compatibility is not canonical
+    EXPECT_FALSE(isEqualToString("\u00e9", "e"));
+    EXPECT_FALSE(isEqualToString("", "\u0301"));
 }
 
-TEST_F(TextContract, TextAfterANulCounts) {
-    using namespace std::string_view_literals;
-    EXPECT_TRUE(platform::isEqualToString("a\0b"sv, "a\0b"sv));
-    EXPECT_FALSE(platform::isEqualToString("a\0b"sv, "a\0c"sv));
-    EXPECT_FALSE(platform::isEqualToString("a\0"sv, "a"sv));
-    EXPECT_TRUE(platform::isEqualToString("\u00e9\0b"sv, "e\u0301\0b"sv));
-    EXPECT_FALSE(platform::isEqualToString("\u00e9\0b"sv, "e\u0301\0c"sv));
+TEST_F(TextContract, AByteOrderMarkCounts) {
+    EXPECT_FALSE(isEqualToString("\ufeff\u00e9", "\u00e9"));
+    EXPECT_FALSE(isEqualToString("\ufeffa", "a"));
 }
 
-TEST_F(TextContract, BytesAreDecodedToTheGivenLength) {
-    EXPECT_EQ(platform::stringWithUTF8Bytes("abc", 2), "ab");
-    EXPECT_EQ(platform::stringWithUTF8Bytes("a\0b", 3), std::string("a\0b", 3));
-    EXPECT_EQ(platform::stringWithUTF8Bytes("abc", 0), "");
-    EXPECT_EQ(platform::stringWithUTF8Bytes("\u00e9", 1), std::nullopt);
-}
-
-TEST_F(TextContract, ATextIsDecodedToItsNUL) {
-    EXPECT_EQ(platform::stringWithUTF8String("caf\u00e9"), "caf\u00e9");
-    EXPECT_EQ(platform::stringWithUTF8String("a\0b"), "a");
-    EXPECT_EQ(platform::stringWithUTF8String(""), "");
-    EXPECT_EQ(platform::stringWithUTF8String("\xff"), std::nullopt);
+TEST_F(TextContract, TextAfterANULCounts) {
+    EXPECT_TRUE(isEqualToString("a\0b"sv, "a\0b"sv));
+    EXPECT_FALSE(isEqualToString("a\0b"sv, "a\0c"sv));
+    EXPECT_FALSE(isEqualToString("a\0"sv, "a"sv));
+    EXPECT_TRUE(isEqualToString("\u00e9\0b"sv, "e\u0301\0b"sv));
+    EXPECT_FALSE(isEqualToString("\u00e9\0b"sv, "e\u0301\0c"sv));
+    EXPECT_TRUE(containsString("/a\0b/x"sv, "/a\0b"sv));
+    EXPECT_FALSE(containsString("/a\0c/x"sv, "/a\0b"sv));
+    EXPECT_TRUE(containsString("/\u00e9\0b/x"sv, "\0b"sv));
 }
 
 TEST_F(TextContract, ATextIsFoundAnywhereInAnother) {
-    EXPECT_TRUE(platform::containsString("/a/Sync/x", "/a/Sync"));
-    EXPECT_TRUE(platform::containsString("/a/Sync/x", "/a/Sync/x"));
-    EXPECT_TRUE(platform::containsString("/a/Sync/x", "x"));
-    EXPECT_TRUE(platform::containsString("/caf\u00e9/x", "/caf\u00e9"));
-    EXPECT_FALSE(platform::containsString("/a/Sync/x", "/A/sync"));
-    EXPECT_FALSE(platform::containsString("/a/Sync", "/a/Sync/x"));
-    EXPECT_FALSE(platform::containsString("", "x"));
+    EXPECT_TRUE(containsString("/a/Sync/x", "/a/Sync"));
+    EXPECT_TRUE(containsString("/a/Sync/x", "/a/Sync/x"));
+    EXPECT_TRUE(containsString("/a/Sync/x", "x"));
+    EXPECT_TRUE(containsString("/caf\u00e9/x", "/caf\u00e9"));
+    EXPECT_FALSE(containsString("/a/Sync/x", "/A/sync"));
+    EXPECT_FALSE(containsString("/a/Sync", "/a/Sync/x"));
+    EXPECT_FALSE(containsString("", "x"));
 }
 
 TEST_F(TextContract, TheEmptyTextIsFoundNowhere) {
-    EXPECT_FALSE(platform::containsString("/a", ""));
-    EXPECT_FALSE(platform::containsString("", ""));
-    EXPECT_FALSE(platform::containsString("\u00e9", ""));
+    for (const char* text : {"/a", "", "\u00e9"})
+        EXPECT_FALSE(containsString(text, "")) << text;
+}
+
+TEST_F(TextContract, AnAccentIsFoundInEitherForm) {
+    EXPECT_TRUE(containsString("/caf\u00e9/x", "/cafe\u0301"));
+    EXPECT_TRUE(containsString("/cafe\u0301/x", "/caf\u00e9"));
 }
 
 TEST_F(TextContract, CanonicallyEquivalentSequencesAreFound) {
-    EXPECT_TRUE(platform::containsString("/caf\u00e9/x", "/cafe\u0301"));
-    EXPECT_TRUE(platform::containsString("/cafe\u0301/x", "/caf\u00e9"));
-    EXPECT_TRUE(platform::containsString("/\u212b/x", "/A\u030a/"));
-    EXPECT_TRUE(platform::containsString("/\u212a/x", "/K/")); // ASCII finds its singleton
-    EXPECT_TRUE(platform::containsString("/\ud55c\uae00/x", "/\u1112\u1161\u11ab"));
-    EXPECT_TRUE(platform::containsString("/a\u0307\u0323/x", "/a\u0323\u0307"));
+    EXPECT_TRUE(containsString("/\u212b/x", "/A\u030a/"));
+    EXPECT_TRUE(containsString("/\u212a/x", "/K/")); // ASCII finds its singleton
+    EXPECT_TRUE(containsString("/\ud55c\uae00/x", "/\u1112\u1161\u11ab"));
+    EXPECT_TRUE(containsString("/a\u0307\u0323/x", "/a\u0323\u0307"));
 }
 
 TEST_F(TextContract, AMatchNeverEndsInsideACombinedCharacter) {
-    EXPECT_FALSE(platform::containsString("/cafe\u0301/x", "/cafe"));
-    EXPECT_FALSE(platform::containsString("/caf\u00e9", "/cafe"));
-    EXPECT_FALSE(platform::containsString("/\u1112\u1161\u11ab", "/\u1112\u1161")); // Hangul
-    EXPECT_FALSE(platform::containsString("/\ud55c", "/\ud558"));
-    EXPECT_FALSE(platform::containsString("/a\u0323\u0307", "/a\u0323"));
+    EXPECT_FALSE(containsString("/cafe\u0301/x", "/cafe"));
+    EXPECT_FALSE(containsString("/caf\u00e9", "/cafe"));
+    EXPECT_FALSE(containsString("/\u1112\u1161\u11ab", "/\u1112\u1161")); // Hangul
+    EXPECT_FALSE(containsString("/\ud55c", "/\ud558"));
+    EXPECT_FALSE(containsString("/a\u0323\u0307", "/a\u0323"));
     // A later occurrence counts.
-    EXPECT_TRUE(platform::containsString("/cafe\u0301/cafe/x", "/cafe"));
-}
-
-TEST_F(TextContract, ASearchGoesThroughNULs) {
-    using namespace std::string_view_literals;
-    EXPECT_TRUE(platform::containsString("/a\0b/x"sv, "/a\0b"sv));
-    EXPECT_FALSE(platform::containsString("/a\0c/x"sv, "/a\0b"sv));
-    EXPECT_TRUE(platform::containsString("/\u00e9\0b/x"sv, "\0b"sv));
+    EXPECT_TRUE(containsString("/cafe\u0301/cafe/x", "/cafe"));
 }
 
 } // namespace

@@ -1,5 +1,5 @@
-// What the stand-in and the back end make up for, asked of GNUstep alone. These tests say what
-// Apple's frameworks do, so they fail here, and say so when that ends.
+// What the stand-ins and the back end correct, tested on GNUstep itself. These tests demand what
+// Apple's frameworks do, so they are known differences; when one passes, its correction can go.
 
 #import <CoreFoundation/CoreFoundation.h>
 #import <Foundation/Foundation.h>

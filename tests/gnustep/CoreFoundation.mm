@@ -12,8 +12,8 @@ const CFAllocatorRef kCFAllocatorDefault = nullptr;
 
 namespace {
 
-/// In place of GNUstep's answer, which is YES for as long as a stream is open: a reader that reads
-/// while there is something to be read would never come to an end.
+/// GNUstep answers YES for as long as a stream is open. A loop that reads while there are bytes
+/// would never end.
 BOOL hasBytesAvailable(id stream, SEL selector) {
     using Answer = BOOL (*)(id, SEL);
     const IMP inherited = class_getMethodImplementation([[stream class] superclass], selector);
@@ -25,8 +25,8 @@ BOOL hasBytesAvailable(id stream, SEL selector) {
     return poll(&request, 1, 0) > 0 ? YES : NO;
 }
 
-/// Has the class of such a stream know whether there are bytes to be read.
-void mend(Class inputStream) {
+/// Overrides `hasBytesAvailable` in a class of input streams.
+void correct(Class inputStream) {
     const SEL selector = @selector(hasBytesAvailable);
     const auto implementation = reinterpret_cast<void (*)()>(&hasBytesAvailable);
     class_addMethod(inputStream, selector, reinterpret_cast<IMP>(implementation),
@@ -46,7 +46,7 @@ void CFStreamCreatePairWithSocketToHost(CFAllocatorRef, CFStringRef host, UInt32
                               port:port
                        inputStream:&input
                       outputStream:&output];
-        mend([input class]);
+        correct([input class]);
         *readStream = reinterpret_cast<CFReadStreamRef>([input retain]);
         *writeStream = reinterpret_cast<CFWriteStreamRef>([output retain]);
     }

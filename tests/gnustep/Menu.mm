@@ -1,5 +1,5 @@
-// GNUstep's menus make windows, and those need an application and a display. Entries are all that
-// an extension's menu is about.
+// GNUstep's menus create windows, which need an application and a display. These menus only hold
+// their entries.
 
 #import <AppKit/AppKit.h>
 

@@ -1,4 +1,4 @@
-// With Apple's own frameworks, no test is expected to fail.
+// With Apple's frameworks, no test is expected to fail.
 
 #include "tests/macos/KnownDifferences.h"
 

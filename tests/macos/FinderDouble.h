@@ -2,25 +2,24 @@
 
 #import <FinderSync/FinderSync.h>
 
-/// The Finder's controller of a test: takes down what it is told, and has the selection that it is
-/// given. No subclass of the true one, which lives in extensions only.
+/// Stands in for the Finder's controller: records what it is told. Not a subclass of the real one,
+/// which works in app extensions only.
 @interface FinderDouble : NSObject {
     NSSet* directoryURLs_;
+    NSArray* selectedItemURLs_;
     NSMutableArray* badges_;
     NSMutableArray* assignments_;
-    NSArray* selectedItemURLs_;
 }
 
-/// Puts a new double in the place of the default controller, and gives it. Owned by this class.
+/// Makes a new double the default controller and returns it. Owned by this class.
 + (FinderDouble*)install;
 
-/// What was last set, nil for nothing.
-- (NSSet*)directoryURLs;
-/// What was registered, in order: arrays of identifier, label and image.
-- (NSArray*)badges;
-/// What was assigned, in order: arrays of identifier and URL.
-- (NSArray*)assignments;
+@property (nonatomic, copy) NSSet* directoryURLs;
 /// Nil for no selection.
-- (void)setSelectedItemURLs:(NSArray*)urls;
+@property (nonatomic, copy) NSArray* selectedItemURLs;
+/// The registered badges in order: arrays of identifier, label and image.
+@property (nonatomic, readonly) NSArray* badges;
+/// The assigned badges in order: arrays of identifier and URL.
+@property (nonatomic, readonly) NSArray* assignments;
 
 @end

@@ -10,6 +10,11 @@ static id installedController(id, SEL) {
 
 @implementation FinderDouble
 
+@synthesize directoryURLs = directoryURLs_;
+@synthesize selectedItemURLs = selectedItemURLs_;
+@synthesize badges = badges_;
+@synthesize assignments = assignments_;
+
 + (FinderDouble*)install {
     Method const defaultController =
         class_getClassMethod([FIFinderSyncController class], @selector(defaultController));
@@ -28,19 +33,10 @@ static id installedController(id, SEL) {
 
 - (void)dealloc {
     [directoryURLs_ release];
+    [selectedItemURLs_ release];
     [badges_ release];
     [assignments_ release];
-    [selectedItemURLs_ release];
     [super dealloc];
-}
-
-- (NSSet*)directoryURLs {
-    return directoryURLs_;
-}
-
-- (void)setDirectoryURLs:(NSSet*)urls {
-    [directoryURLs_ release];
-    directoryURLs_ = [urls copy];
 }
 
 - (void)setBadgeImage:(NSImage*)image
@@ -51,23 +47,6 @@ static id installedController(id, SEL) {
 
 - (void)setBadgeIdentifier:(NSString*)badgeIdentifier forURL:(NSURL*)url {
     [assignments_ addObject:[NSArray arrayWithObjects:badgeIdentifier, url, nil]];
-}
-
-- (NSArray*)selectedItemURLs {
-    return selectedItemURLs_;
-}
-
-- (void)setSelectedItemURLs:(NSArray*)urls {
-    [selectedItemURLs_ release];
-    selectedItemURLs_ = [urls copy];
-}
-
-- (NSArray*)badges {
-    return badges_;
-}
-
-- (NSArray*)assignments {
-    return assignments_;
 }
 
 @end

@@ -8,70 +8,20 @@
 
 namespace {
 
-using Entry = std::array<std::string, 4>; // title, action, key equivalent, image
+using FinderRequests = tests::PrincipalClassTest;
+using JSON = tests::PrincipalClassTest;
+using Lines = std::vector<std::string>;
 
-std::vector<Entry> entriesOf(NSMenu* menu) {
-    std::vector<Entry> entries;
-    for (NSMenuItem* item in [menu itemArray])
-        entries.push_back({[[item title] UTF8String],
-                           [NSStringFromSelector([item action]) UTF8String],
-                           [[item keyEquivalent] UTF8String],
-                           [[[item image] name] UTF8String]});
-    return entries;
-}
-
-/// What the companion has received, as JSON texts one after the other.
-NSArray* reports(const std::string& received) {
-    NSMutableArray* const reports = [NSMutableArray array];
-    std::size_t begin = 0;
-    for (std::size_t end = received.find('}'); end != std::string::npos;
-         end = received.find('}', begin)) {
-        const std::string text = received.substr(begin, end + 1 - begin);
-        NSData* const data = [NSData dataWithBytes:text.data() length:text.size()];
-        [reports addObject:[NSJSONSerialization JSONObjectWithData:data options:0 error:nullptr]];
-        begin = end + 1;
-    }
-    return reports;
-}
-
-NSDictionary* report(NSString* type, NSArray* items) {
-    return [NSDictionary dictionaryWithObjectsAndKeys:type, @"type", items, @"items", nil];
-}
-
-class FinderRequests : public tests::PrincipalClassTest {
-protected:
-    /// What has been received once that many reports are there.
-    NSArray* reportsReceived(NSUInteger count) {
-        (void)runUntil([&] { return [reports(peer.received()) count] >= count; });
-        return reports(peer.received());
-    }
-};
-
-using Observation = FinderRequests;
-
-TEST_F(Observation, IsLoggedWithTheURL) {
+TEST_F(FinderRequests, ObservationIsLoggedWithTheURL) {
     FinderSync* const extension = connected();
     [extension beginObservingDirectoryAtURL:[NSURL fileURLWithPath:@"/Users/a b"]];
-    EXPECT_EQ(logged(),
-              std::vector<std::string>{"beginObservingDirectoryAtURL: file:///Users/a%20b"});
+    EXPECT_EQ(logged(), Lines{"beginObservingDirectoryAtURL: file:///Users/a%20b"});
     [extension endObservingDirectoryAtURL:[NSURL fileURLWithPath:@"/Users/a b"]];
-    EXPECT_EQ(logged(),
-              std::vector<std::string>{"endObservingDirectoryAtURL: file:///Users/a%20b"});
+    EXPECT_EQ(logged(), Lines{"endObservingDirectoryAtURL: file:///Users/a%20b"});
     EXPECT_EQ(printed(), "");
 }
 
-TEST_F(Observation, OfNoURLIsFatal) {
-    FinderSync* const extension = connected();
-    NSURL* none = nil; // as a caller may pass it that was not compiled with care
-    EXPECT_EXIT([extension beginObservingDirectoryAtURL:none], testing::KilledBySignal(SIGABRT),
-                "fatal error: a URL has no file path");
-    EXPECT_EXIT([extension endObservingDirectoryAtURL:none], testing::KilledBySignal(SIGABRT),
-                "fatal error: a URL has no file path");
-}
-
-using BadgeRequest = FinderRequests;
-
-TEST_F(BadgeRequest, OfARootFolderAssignsTheBadgeToTheVeryURL) {
+TEST_F(FinderRequests, ABadgeIsAssignedToTheVeryURL) {
     FinderSync* const extension = connected();
     [extension setPathsOfRootFolders:[NSArray arrayWithObjects:@"/a", @"/caf\u00e9", @"/b", nil]];
     NSURL* const url = [NSURL fileURLWithPath:@"/cafe\u0301"];
@@ -80,25 +30,22 @@ TEST_F(BadgeRequest, OfARootFolderAssignsTheBadgeToTheVeryURL) {
     NSArray* const assignment = [[finder assignments] objectAtIndex:0];
     EXPECT_TRUE([[assignment objectAtIndex:0] isEqual:@"FolderIco"]);
     EXPECT_EQ([assignment objectAtIndex:1], url);
-    EXPECT_EQ(logged(), (std::vector<std::string>{
-                            "requestBadgeIdentifierForURL: file:///cafe%CC%81", "curpath: /a",
-                            "path: /cafe\u0301", "curpath: /caf\u00e9", "path: /cafe\u0301"}));
+    EXPECT_EQ(logged(), (Lines{"requestBadgeIdentifierForURL: file:///cafe%CC%81", "curpath: /a",
+                               "path: /cafe\u0301", "curpath: /caf\u00e9", "path: /cafe\u0301"}));
 }
 
-TEST_F(BadgeRequest, OfAnythingElseAssignsNone) {
-    FinderSync* const extension = connected();
+TEST_F(FinderRequests, WithoutAURLAreFatal) {
+    FinderSync* const extension = [start() autorelease];
     [extension setPathsOfRootFolders:[NSArray arrayWithObject:@"/a"]];
-    [extension requestBadgeIdentifierForURL:[NSURL fileURLWithPath:@"/a/b"]];
-    [extension requestBadgeIdentifierForURL:[NSURL fileURLWithPath:@"/A"]];
-    EXPECT_EQ([[finder assignments] count], 0U);
-    NSURL* none = nil; // as a caller may pass it that was not compiled with care
-    EXPECT_EXIT([extension requestBadgeIdentifierForURL:none], testing::KilledBySignal(SIGABRT),
-                "fatal error: a URL has no file path");
+    for (const SEL request : {
+             @selector(beginObservingDirectoryAtURL:), @selector(endObservingDirectoryAtURL:),
+                 @selector(requestBadgeIdentifierForURL:)
+         })
+        EXPECT_EXIT([extension performSelector:request withObject:nil],
+                    testing::KilledBySignal(SIGABRT), "fatal error: a URL has no file path");
 }
 
-using Menu = FinderRequests;
-
-TEST_F(Menu, HoldsTheEntriesForAnItemInARootFolder) {
+TEST_F(FinderRequests, TheMenuHoldsTheEntriesForAnItemInARootFolder) {
     FinderSync* const extension = connectedWithSelection(@"/sync/\u00e9");
     [extension setShareContactTitle:@"Contact"];
     [extension setShareViaUrlTitle:@"L\u00e4nk"];
@@ -107,93 +54,63 @@ TEST_F(Menu, HoldsTheEntriesForAnItemInARootFolder) {
     NSMenu* const menu = [extension menuForMenuKind:FIMenuKindContextualMenuForItems];
     ASSERT_NE(menu, nil);
     EXPECT_TRUE([[menu title] isEqual:@""]);
-    EXPECT_EQ(entriesOf(menu),
-              (std::vector<Entry>{{"L\u00e4nk", "createLinkClicked:", "", "icon_URLlink"},
-                                  {"Back up", "backupClicked:", "", "icon_Backup"}}));
-    for (NSMenuItem* item in [menu itemArray])
+    std::vector<std::array<std::string, 4>> entries;
+    for (NSMenuItem* item in [menu itemArray]) {
+        entries.push_back({[[item title] UTF8String],
+                           [NSStringFromSelector([item action]) UTF8String],
+                           [[item keyEquivalent] UTF8String],
+                           [[[item image] name] UTF8String]});
         EXPECT_EQ([item target], nil) << "the Finder sends the action to the principal object";
+    }
+    EXPECT_EQ(entries, (std::vector<std::array<std::string, 4>>{
+                           {"L\u00e4nk", "createLinkClicked:", "", "icon_URLlink"},
+                           {"Back up", "backupClicked:", "", "icon_Backup"}}));
     EXPECT_EQ(printed(), "path: Optional(\"/sync/\u00e9\")\n");
 }
 
-TEST_F(Menu, IsForTheItemsMenuOnly) {
+TEST_F(FinderRequests, OtherKindsOfMenuAreNone) {
     FinderSync* const extension = connectedWithSelection(@"/sync/a");
-    EXPECT_NE([extension menuForMenuKind:FIMenuKindContextualMenuForItems], nil);
     for (const FIMenuKind kind :
          {FIMenuKindContextualMenuForContainer, FIMenuKindContextualMenuForSidebar,
           FIMenuKindToolbarItemMenu, static_cast<FIMenuKind>(4)})
         EXPECT_EQ([extension menuForMenuKind:kind], nil) << kind;
 }
 
-TEST_F(Menu, IsNotOfferedWithoutALink) {
-    FinderSync* const extension = connectedWithSelection(@"/sync/a");
-    [extension setIsSocketConnected:NO];
-    EXPECT_EQ([extension menuForMenuKind:FIMenuKindContextualMenuForItems], nil);
-}
-
-TEST_F(Menu, WithoutASelectionIsFatal) {
-    FinderSync* const extension = connectedWithSelection(@"/sync/a");
-    [finder setSelectedItemURLs:nil];
-    EXPECT_EXIT([extension menuForMenuKind:FIMenuKindContextualMenuForItems],
-                testing::KilledBySignal(SIGABRT), "fatal error: ");
-}
-
-TEST_F(Menu, ActionsReachThePrincipalObject) {
-    FinderSync* const extension = connectedWithSelection(@"/sync/a");
-    [extension setDisplayBackup:1];
-    NSMenu* const menu = [extension menuForMenuKind:FIMenuKindContextualMenuForItems];
-    for (NSMenuItem* item in [menu itemArray])
-        [extension performSelector:[item action] withObject:item];
-    NSArray* const items = [NSArray arrayWithObject:@"/sync/a"];
-    NSArray* const expected = [NSArray arrayWithObjects:report(@"clicked_create_url_link", items),
-                                                        report(@"clicked_backup", items), nil];
-    EXPECT_TRUE([reportsReceived(2) isEqual:expected]) << peer.received();
-}
-
-using Actions = FinderRequests;
-
-TEST_F(Actions, SendOneReportEach) {
+TEST_F(FinderRequests, EachActionSendsItsReport) {
     FinderSync* const extension = connectedWithSelection(@"/sync/caf\u00e9");
-    struct {
-        SEL selector;
-        NSString* type;
-    } const actions[] = {
-        {@selector(createLinkClicked:), @"clicked_create_url_link"},
-        {@selector(backupClicked:), @"clicked_backup"},
-        {@selector(shareContactsClicked:), @"clicked_share_contacts"},
-        {@selector(inProgressClicked:), @"clicked_in_progress"},
-        {@selector(notSyncedClicked:), @"clicked_not_synced"},
-        {@selector(syncedClicked:), @"clicked_synced"},
-        {@selector(createLinkClicked:), @"clicked_create_url_link"},
-    };
-    NSMutableArray* const expected = [NSMutableArray array];
-    for (const auto& action : actions) {
-        [extension performSelector:action.selector withObject:nil];
-        [expected addObject:report(action.type, [NSArray arrayWithObject:@"/sync/caf\u00e9"])];
+    std::string types;
+    for (const auto& [selector, type] : std::vector<std::pair<SEL, std::string>>{
+             {@selector(createLinkClicked:), "clicked_create_url_link"},
+             {@selector(backupClicked:), "clicked_backup"},
+             {@selector(shareContactsClicked:), "clicked_share_contacts"},
+             {@selector(inProgressClicked:), "clicked_in_progress"},
+             {@selector(notSyncedClicked:), "clicked_not_synced"},
+             {@selector(syncedClicked:), "clicked_synced"},
+             {@selector(sendClickedData:), "another"}}) {
+        const std::size_t begin = peer.received().size();
+        [extension performSelector:selector withObject:@"another"];
+        (void)runUntil([&] { return peer.received().size() > begin; });
+        const std::string text = peer.received().substr(begin);
+        NSDictionary* const report = [NSJSONSerialization
+            JSONObjectWithData:[NSData dataWithBytes:text.data() length:text.size()]
+                       options:0
+                         error:nullptr];
+        NSString* const expectedType = [NSString stringWithUTF8String:type.c_str()];
+        NSArray* const items = [NSArray arrayWithObject:@"/sync/caf\u00e9"];
+        EXPECT_TRUE(
+            ([report isEqual:[NSDictionary dictionaryWithObjectsAndKeys:expectedType, @"type",
+                                                                        items, @"items", nil]]))
+            << text;
     }
-    EXPECT_TRUE([reportsReceived([expected count]) isEqual:expected]) << peer.received();
 }
 
-TEST_F(Actions, ReportTheSelectionInItsOrder) {
+TEST_F(FinderRequests, TheErrorTextIsThatOfTheLastError) {
     FinderSync* const extension = connected();
-    NSMutableArray* const urls = [NSMutableArray array];
-    NSArray* const paths = [NSArray arrayWithObjects:@"/b", @"/c", @"/a", nil];
-    for (NSString* path in paths)
-        [urls addObject:[NSURL fileURLWithPath:path]];
-    [finder setSelectedItemURLs:urls];
-    [extension sendClickedData:@"clicked"];
-    NSArray* const expected = [NSArray arrayWithObject:report(@"clicked", paths)];
-    EXPECT_TRUE([reportsReceived(1) isEqual:expected]) << peer.received();
+    errno = ENOENT;
+    EXPECT_TRUE([[extension errnoDescription] isEqual:@"No such file or directory"]);
+    errno = EACCES;
+    EXPECT_TRUE([[extension errnoDescription] isEqual:@"Permission denied"]);
 }
-
-TEST_F(Actions, OfAnotherTypeCanBeSent) {
-    FinderSync* const extension = connectedWithSelection(@"/sync/a");
-    [finder setSelectedItemURLs:[NSArray array]];
-    [extension sendClickedData:@"clicked_\u00e9"];
-    NSArray* const expected = [NSArray arrayWithObject:report(@"clicked_\u00e9", [NSArray array])];
-    EXPECT_TRUE([reportsReceived(1) isEqual:expected]) << peer.received();
-}
-
-using JSON = FinderRequests;
 
 TEST_F(JSON, IsWrittenAndRead) {
     FinderSync* const extension = connected();
@@ -209,33 +126,20 @@ TEST_F(JSON, IsWrittenAndRead) {
     EXPECT_TRUE([[extension JSONParseDictionary:pretty] isEqual:dictionary]);
 }
 
-TEST_F(JSON, IsEmptyForWhatItDoesNotKnow) {
-    FinderSync* const extension = connected();
-    EXPECT_TRUE([[extension JSONStringify:nil prettyPrinted:NO] isEqual:@""]);
-    EXPECT_TRUE([[extension JSONStringify:@"text" prettyPrinted:NO] isEqual:@""]);
-    NSArray* const dates = [NSArray arrayWithObject:[NSDate date]];
-    EXPECT_TRUE([[extension JSONStringify:dates prettyPrinted:NO] isEqual:@""]);
-    NSDictionary* const numbered = [NSDictionary dictionaryWithObject:@"x"
-                                                               forKey:[NSNumber numberWithInt:1]];
-    EXPECT_TRUE([[extension JSONStringify:numbered prettyPrinted:NO] isEqual:@""]);
-}
-
 TEST_F(JSON, OtherThanADictionaryIsReadAsTheEmptyOne) {
     FinderSync* const extension = connected();
-    for (NSString *text in [NSArray arrayWithObjects:@"[1]", @"", @"{", nil])
+    for (NSString* const text : {@"[1]", @"", @"{", static_cast<NSString*>(nil)})
         EXPECT_TRUE([[extension JSONParseDictionary:text] isEqual:[NSDictionary dictionary]]);
-    EXPECT_TRUE([[extension JSONParseDictionary:nil] isEqual:[NSDictionary dictionary]]);
 }
 
-using ErrorText = FinderRequests;
-
-TEST_F(ErrorText, IsTheOneOfTheLastError) {
+TEST_F(JSON, ValuesThatJSONDoesNotHaveAreTheEmptyText) {
     FinderSync* const extension = connected();
-    errno = ENOENT;
-    NSString* const text = [extension errnoDescription];
-    EXPECT_TRUE([text isEqual:@"No such file or directory"]) << [text UTF8String];
-    errno = EACCES;
-    EXPECT_TRUE([[extension errnoDescription] isEqual:@"Permission denied"]);
+    for (const id value :
+         {static_cast<id>(nil), static_cast<id>(@"text"),
+          static_cast<id>([NSArray arrayWithObject:[NSDate date]]),
+          static_cast<id>([NSDictionary dictionaryWithObject:@"x"
+                                                      forKey:[NSNumber numberWithInt:1]])})
+        EXPECT_TRUE([[extension JSONStringify:value prettyPrinted:NO] isEqual:@""]);
 }
 
 } // namespace

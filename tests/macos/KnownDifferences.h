@@ -5,14 +5,14 @@
 
 namespace tests {
 
-/// A test that is expected to fail with the frameworks that this is built against.
+/// A test that is expected to fail with the frameworks that it is built against.
 struct KnownDifference {
-    std::string_view program; ///< that the test is part of
+    std::string_view program; ///< the test program
     const char* test;
     const char* reason;
 };
 
-/// All of them, for every program. Defined once for each kind of frameworks.
+/// Those of every test program. Defined once for Apple's frameworks and once for GNUstep's.
 [[nodiscard]] std::span<const KnownDifference> knownDifferences();
 
 } // namespace tests

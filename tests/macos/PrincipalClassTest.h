@@ -10,36 +10,39 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace tests {
 
-/// The principal class, loaded from its bundle by the name that the bundle gives.
+/// The principal class, loaded from its bundle by the name in the bundle's property list.
 Class principalClass();
 
-/// A Finder, a companion application, and the principal objects that a test makes.
+/// A Finder, a companion application, and the principal objects that a test creates.
 class PrincipalClassTest : public testing::Test {
 protected:
     PrincipalClassTest();
     ~PrincipalClassTest() override;
 
-    /// Stores settings that name the peer's port, besides the given ones.
+    /// Stores the peer's port and these settings, which may name another port.
     void store(NSDictionary* settings);
 
-    /// A principal object that is started. Owned by the caller.
+    /// A new principal object. Owned by the caller.
     [[nodiscard]] static FinderSync* start();
-    /// One that is connected to the peer, and at rest. Released when the test is over.
+    /// One that is connected to the peer; autoreleased.
     FinderSync* connected();
-    /// One that is connected, knows the root folder /sync, and has this item selected.
+    /// One that is connected and has the root folder /sync; the Finder selects that item.
     FinderSync* connectedWithSelection(NSString* path);
 
-    /// Runs the run loop until the condition holds; gives false when it does not within a few
+    /// Runs the run loop until the condition holds; returns false if it does not within ten
     /// seconds.
     static bool runUntil(const std::function<bool()>& condition);
 
-    /// What has been printed, and logged, since this was last asked.
+    /// What has been printed and logged since the last call.
     [[nodiscard]] std::string printed();
     [[nodiscard]] std::vector<std::string> logged();
+    /// Runs the run loop until that text has been printed, then does as `printed`.
+    [[nodiscard]] std::string printedUntil(std::string_view text);
 
     LoopbackPeer peer;
     NSAutoreleasePool* pool = [[NSAutoreleasePool alloc] init];

@@ -1,12 +1,12 @@
 #import "tests/macos/PrincipalClassTest.h"
 
 #include "Names.h"
+#include "tests/macos/RunLoop.h"
 #include "tests/macos/SuiteDouble.h"
 
 #include <chrono>
 #include <sstream>
 #include <stdexcept>
-#include <thread>
 #include <utility>
 
 namespace tests {
@@ -55,12 +55,7 @@ FinderSync* PrincipalClassTest::start() {
 
 FinderSync* PrincipalClassTest::connected() {
     FinderSync* const extension = [start() autorelease];
-    std::string trace;
-    const bool isConnected = runUntil([&] {
-        trace += printed();
-        return trace.find("Sending\n") != std::string::npos;
-    });
-    if (!isConnected)
+    if (const std::string trace = printedUntil("Sending\n"); !trace.ends_with("Sending\n"))
         throw std::runtime_error("no connection: " + trace);
     (void)logged();
     return extension;
@@ -78,12 +73,7 @@ bool PrincipalClassTest::runUntil(const std::function<bool()>& condition) {
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline)
             return false;
-        @autoreleasepool {
-            NSDate* const soon = [NSDate dateWithTimeIntervalSinceNow:0.01];
-            // Without anything scheduled, a run loop comes back at once.
-            if (![[NSRunLoop currentRunLoop] runMode:NSDefaultRunLoopMode beforeDate:soon])
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+        runOnce();
     }
     return true;
 }
@@ -91,6 +81,12 @@ bool PrincipalClassTest::runUntil(const std::function<bool()>& condition) {
 std::string PrincipalClassTest::printed() {
     const std::string text = standardOutput_.text();
     return text.substr(std::exchange(alreadyPrinted_, text.size()));
+}
+
+std::string PrincipalClassTest::printedUntil(std::string_view text) {
+    std::string trace;
+    (void)runUntil([&] { return (trace += printed()).find(text) != std::string::npos; });
+    return trace;
 }
 
 std::vector<std::string> PrincipalClassTest::logged() {

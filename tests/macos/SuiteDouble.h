@@ -4,10 +4,10 @@
 
 namespace tests {
 
-/// Writes the settings of a suite as a companion application would. Nil leaves none.
+/// Writes a settings suite as a companion application would; nil removes it.
 void storeSuite(NSString* suiteName, NSDictionary* settings);
 
-/// Whether suites can be opened, as they can unless this has said otherwise.
+/// Whether suites can be opened; they can by default.
 void letSuitesOpen(bool isAllowed);
 
 } // namespace tests

@@ -1,5 +1,5 @@
-"""The app extension's bundle, as far as it can be told without a Mac: what its install rules lay out,
-its property lists, its images, and the scripts around it."""
+"""The app extension's bundle as far as it can be tested without a Mac: its install rules, property
+lists and images, and the scripts that embed and register it."""
 
 import json
 import os
@@ -18,11 +18,11 @@ SIZES = {"icon_Folder": 320, "icon_share": 16, "icon_URLlink": 16, "icon_Backup"
 IMAGE_SIZES = {f"{name}{suffix}.png": points * scale for name, points in SIZES.items()
                for suffix, scale in (("", 1), ("@2x", 2))}
 SUFFIX = ".FinderSync"
+PROPERTY_LISTS = "Info.plist", "FinderSync.entitlements", "DevelopmentApp/Info.plist"
 
 
 def run(*command, **options):
-    return subprocess.run([str(word) for word in command], capture_output=True, text=True,
-                          **options)
+    return subprocess.run(list(map(str, command)), capture_output=True, text=True, **options)
 
 
 def install(prefix, *options):
@@ -51,24 +51,23 @@ def contents(installed):
 
 @pytest.fixture
 def substitute(tmp_path):
-    """The property lists for other names: Info.plist, the entitlements, the development app's
-    Info.plist; or what is said against the names."""
+    """The property lists for other names (the extension's, its entitlements, the development app's),
+    or the error message about the names."""
 
     def substitution(**names):
-        words = [f"-D{name}={value}" for name, value in names.items()]
-        done = run("cmake", *words, f"-DOUTPUT={tmp_path}", "-P",
-                   pathlib.Path(__file__).parent / "substitute.cmake")
+        done = run("cmake", *(f"-D{name}={value}" for name, value in names.items()),
+                   f"-DOUTPUT={tmp_path}", "-P", pathlib.Path(__file__).parent / "substitute.cmake")
         if done.returncode != 0:
             return done.stderr
-        return [plistlib.loads((tmp_path / file).read_bytes()) for file in
-                ("Info.plist", "FinderSync.entitlements", "DevelopmentApp/Info.plist")]
+        return [plistlib.loads((tmp_path / file).read_bytes()) for file in PROPERTY_LISTS]
 
     return substitution
 
 
-def test_the_component_holds_exactly_the_bundle(installed):
+def test_the_component_holds_exactly_the_bundle(installed, contents):
     inside = {"MacOS/FinderSync", "Info.plist"} | {f"Resources/{image}" for image in IMAGE_SIZES}
     assert installed[1] == {f"FinderSync.appex/Contents/{file}" for file in inside}
+    assert os.access(contents / "MacOS/FinderSync", os.X_OK)
 
 
 def test_a_normal_installation_holds_nothing_of_the_bundle(installed, tmp_path):
@@ -76,18 +75,14 @@ def test_a_normal_installation_holds_nothing_of_the_bundle(installed, tmp_path):
     assert not [file for file in files if ".appex" in file or file.endswith((".png", ".plist"))]
 
 
-def test_the_program_can_be_executed(contents):
-    assert os.access(contents / "MacOS/FinderSync", os.X_OK)
-
-
-def test_every_image_is_there_in_its_sizes_and_has_transparent_corners(contents):
+def test_every_image_has_its_size_and_transparent_corners(contents):
     image_module = pytest.importorskip("PIL.Image", reason="python3-pil is not installed")
     for name, pixels in IMAGE_SIZES.items():
         with image_module.open(contents / "Resources" / name) as image:
             assert (image.format, image.mode, image.size) == ("PNG", "RGBA", (pixels, pixels)), name
             assert image.getpixel((0, 0))[3] == 0, name
             assert image.getchannel("A").getextrema()[1] == 255, name
-            # A resolution would change how large a point is.
+            # A resolution would change the size of a point.
             assert "dpi" not in image.info, name
 
 
@@ -149,57 +144,44 @@ def test_the_preset_and_the_default_name_the_same_oldest_system():
     assert f'set(CMAKE_OSX_DEPLOYMENT_TARGET "{oldest}" ' in (SOURCES / "CMakeLists.txt").read_text()
 
 
-def test_the_principal_class_exists(contents):
-    properties = plistlib.loads((contents / "Info.plist").read_bytes())
-    name = properties["NSExtension"]["NSExtensionPrincipalClass"]
-    lines = (HOST / "FinderSync.mm").read_text().splitlines()
-    assert [line for line in lines if line.split()[:2] == ["@implementation", name]]
-
-
 def test_names_agree_in_this_build(contents):
+    properties = plistlib.loads((contents / "Info.plist").read_bytes())
+    principal = properties["NSExtension"]["NSExtensionPrincipalClass"]
+    assert f"\n@implementation {principal}\n" in (HOST / "FinderSync.mm").read_text()
     group = configuration("FINDER_SYNC_GROUP")
     generated = pathlib.Path(os.environ["FINDER_SYNC_BUILD"], "hosts/macos")
     entitlements = plistlib.loads((generated / "FinderSync.entitlements").read_bytes())
     assert entitlements["com.apple.security.application-groups"] == [group]
-    identifier = plistlib.loads((contents / "Info.plist").read_bytes())["CFBundleIdentifier"]
+    identifier = properties["CFBundleIdentifier"]
     companion = configuration("FINDER_SYNC_COMPANION_IDENTIFIER") or identifier[:-len(SUFFIX)]
     assert identifier == companion + SUFFIX
     assert group.endswith(companion) or configuration("FINDER_SYNC_COMPANION_IDENTIFIER")
 
 
-@pytest.mark.parametrize("group, system, companion", [
-    ("com.example.companion", "linux", "com.example.companion"),
-    ("com.example.companion", "mac", "com.example.companion"),
-    ("group.com.example.product", "linux", "com.example.product"),
-    ("group.com.example.product", "mac", "com.example.product"),
-    ("ABCDE12345.com.example.product", "linux", "com.example.product"),
-    ("ABCDE12345.com.example.product", "mac", "com.example.product"),
-    ("1234567890.com.example.product", "mac", "com.example.product"),
+@pytest.mark.parametrize("group, companion, systems", [
+    ("com.example.companion", "com.example.companion", "any"),
+    ("group.com.example.product", "com.example.product", "any"),
+    ("ABCDE12345.com.example.product", "com.example.product", "any"),
+    ("1234567890.com.example.product", "com.example.product", "mac"),
     # No team identifier: too short, or not in capital letters.
-    ("ABCDE1234.com.example.product", "mac", "ABCDE1234.com.example.product"),
-    ("abcde12345.com.example.product", "mac", "abcde12345.com.example.product"),
-    # Nothing but a name would be left.
-    ("group.product", "mac", "group.product"),
+    ("ABCDE1234.com.example.product", "ABCDE1234.com.example.product", "mac"),
+    ("abcde12345.com.example.product", "abcde12345.com.example.product", "mac"),
+    # Without the prefix, only a name would be left.
+    ("group.product", "group.product", "mac"),
+    ("group.com.example.suite", "com.example.Product-2", "named"),
 ])
-def test_identifiers_follow_from_the_group(substitute, group, system, companion):
-    names = {"APPLE": 1} if system == "mac" else {}
-    extension, entitlements, app = substitute(FINDER_SYNC_GROUP=group, **names)
-    assert extension["CFBundleIdentifier"] == companion + SUFFIX
-    assert app["CFBundleIdentifier"] == companion
-    assert entitlements == {
-        "com.apple.security.app-sandbox": True,
-        "com.apple.security.application-groups": [group],
-        "com.apple.security.network.client": True,
-    }
-
-
-def test_the_companion_may_have_an_identifier_of_its_own(substitute):
-    extension, entitlements, app = substitute(
-        FINDER_SYNC_GROUP="group.com.example.suite",
-        FINDER_SYNC_COMPANION_IDENTIFIER="com.example.Product-2")
-    assert extension["CFBundleIdentifier"] == "com.example.Product-2.FinderSync"
-    assert app["CFBundleIdentifier"] == "com.example.Product-2"
-    assert entitlements["com.apple.security.application-groups"] == ["group.com.example.suite"]
+def test_identifiers_follow_from_the_group(substitute, group, companion, systems):
+    variants = {"any": [{}, {"APPLE": 1}], "mac": [{"APPLE": 1}],
+                "named": [{"FINDER_SYNC_COMPANION_IDENTIFIER": companion}]}
+    for names in variants[systems]:
+        extension, entitlements, app = substitute(FINDER_SYNC_GROUP=group, **names)
+        assert extension["CFBundleIdentifier"] == companion + SUFFIX
+        assert app["CFBundleIdentifier"] == companion
+        assert entitlements == {
+            "com.apple.security.app-sandbox": True,
+            "com.apple.security.application-groups": [group],
+            "com.apple.security.network.client": True,
+        }
 
 
 @pytest.mark.parametrize("names, refused", [
@@ -218,27 +200,25 @@ def test_other_names_are_refused(substitute, names, refused):
 
 
 @pytest.mark.skipif(not shutil.which("plparse"), reason="gnustep-base-runtime is not installed")
-def test_another_parser_takes_the_property_lists(substitute, tmp_path):
+def test_another_parser_accepts_the_property_lists(substitute, tmp_path):
     substitute()
-    for file in ("Info.plist", "FinderSync.entitlements", "DevelopmentApp/Info.plist"):
+    for file in PROPERTY_LISTS:
         done = run("plparse", tmp_path / file)
         assert done.returncode == 0, done.stderr
         assert "a dictionary" in done.stdout + done.stderr
 
 
-@pytest.mark.parametrize("script", ["embed-extension", "register-extension"])
-def test_scripts_explain_themselves(script):
+@pytest.mark.parametrize("script, arguments", [
+    ("embed-extension", ["a.appex", "b.app"]), ("register-extension", ["a.appex"])])
+def test_scripts_explain_themselves_and_need_a_mac(tmp_path, script, arguments):
     done = run(HOST / script, "--help")
     assert (done.returncode, done.stderr) == (0, "")
     assert done.stdout.startswith(f"usage: {script} ")
     assert run(HOST / script).returncode == 2
-
-
-@pytest.mark.skipif(sys.platform == "darwin", reason="this is a Mac")
-@pytest.mark.parametrize("script, arguments", [
-    ("embed-extension", ["a.appex", "b.app"]), ("register-extension", ["a.appex"])])
-def test_scripts_say_that_they_need_a_mac(script, arguments):
-    done = run(HOST / script, *arguments)
+    (tmp_path / "uname").write_text("#!/bin/sh\necho Linux\n")
+    (tmp_path / "uname").chmod(0o755)
+    done = run(HOST / script, *arguments,
+               env=os.environ | {"PATH": f"{tmp_path}:{os.environ['PATH']}"})
     assert done.returncode == 1
     assert done.stderr.startswith(f"{script}: this works on a Mac only")
 
@@ -251,7 +231,7 @@ with open(sys.argv[3], "rb") as file:
 
 
 class Mac:
-    """Stands in for the tools of a Mac, and notes how they are called."""
+    """Stands in for the tools of a Mac and records how they are called."""
 
     def __init__(self, folder, contents):
         self.folder = folder
@@ -278,12 +258,21 @@ class Mac:
             (self.extension / "Contents/Info.plist").read_bytes())["CFBundleIdentifier"]
         self.app = folder / "My App.app"
         (self.app / "Contents").mkdir(parents=True)
-        self.name_app(self.identifier[:-len(SUFFIX)])
+        self.name(self.app, self.identifier[:-len(SUFFIX)])
         self.embedded = self.app / "Contents/PlugIns/FinderSync.appex"
 
-    def name_app(self, identifier):
-        (self.app / "Contents/Info.plist").write_bytes(
-            plistlib.dumps({"CFBundleIdentifier": identifier}))
+    @staticmethod
+    def name(bundle, identifier):
+        properties = {} if identifier is None else {"CFBundleIdentifier": identifier}
+        (bundle / "Contents/Info.plist").write_bytes(plistlib.dumps(properties))
+
+    def refuses(self, *arguments):
+        """Expects embedding to fail before it changes anything; returns the message."""
+        done = self.run("embed-extension", *(arguments or (self.extension, self.app)))
+        assert done.returncode == 1
+        assert not self.embedded.exists()
+        assert self.signed() == []
+        return done.stderr
 
     def run(self, script, *arguments):
         self.calls.write_text("")
@@ -301,12 +290,13 @@ def mac(tmp_path, contents):
 
 def test_embedding_signs_the_extension_and_then_the_app(mac):
     left_over = mac.embedded / "Contents/left over"
-    left_over.parent.mkdir(parents=True)
-    left_over.touch()
+    left_over.mkdir(parents=True)
+    (mac.extension / "Contents/link").symlink_to("Info.plist")
     done = mac.run("embed-extension", "--sign", "Developer ID Application: A B",
                    f"{mac.extension}/", f"{mac.app}/")
     assert (done.returncode, done.stderr) == (0, "")
     assert (mac.embedded / "Contents/MacOS/FinderSync").exists()
+    assert (mac.embedded / "Contents/link").is_symlink()
     assert not left_over.exists()
     extension, app = mac.signed()
     assert extension.endswith(str(mac.embedded))
@@ -330,22 +320,25 @@ def test_embedding_signs_ad_hoc_by_default(mac):
     ids=["shorter", "longer", "in capitals", "empty"])
 def test_embedding_refuses_an_app_whose_identifier_the_extension_does_not_continue(mac, change):
     identifier = change(mac.identifier[:-len(SUFFIX)])
-    mac.name_app(identifier)
-    done = mac.run("embed-extension", mac.extension, mac.app)
-    assert done.returncode == 1
-    assert f"must begin with the app's, {identifier}, and a dot" in done.stderr
-    assert not mac.embedded.exists()
-    assert mac.signed() == []
+    mac.name(mac.app, identifier)
+    assert f"must begin with the app's, {identifier}, and a dot" in mac.refuses()
+
+
+def test_embedding_refuses_bundles_without_a_full_identifier(mac, tmp_path):
+    mac.name(mac.extension, "com.example.app.")
+    mac.name(mac.app, "com.example.app")
+    assert "and a dot" in mac.refuses()
+    mac.name(mac.app, None)
+    assert mac.refuses() == f"embed-extension: {mac.app} has no CFBundleIdentifier\n"
+    for arguments in ((tmp_path, mac.app), (mac.extension, tmp_path)):
+        assert f"{tmp_path} is no bundle" in mac.refuses(*arguments)
 
 
 @pytest.mark.parametrize("entitlements", ["", "com.apple.security.network.client"])
 def test_embedding_refuses_an_extension_without_entitlements(mac, entitlements):
     mac.entitlements = entitlements
-    done = mac.run("embed-extension", mac.extension, mac.app)
-    assert done.returncode == 1
+    assert "is not signed with its entitlements" in mac.refuses()
     assert mac.calls.read_text() == f"codesign --display --entitlements - {mac.extension}\n"
-    assert "is not signed with its entitlements" in done.stderr
-    assert not mac.embedded.exists()
 
 
 def test_embedding_ends_with_the_first_failure(mac):
@@ -355,26 +348,6 @@ def test_embedding_ends_with_the_first_failure(mac):
     mac.refused = mac.app
     assert mac.run("embed-extension", mac.extension, mac.app).returncode == 1
     assert "--verify" not in mac.calls.read_text()
-
-
-def test_embedding_keeps_links(mac):
-    (mac.extension / "Contents/link").symlink_to("Info.plist")
-    assert mac.run("embed-extension", mac.extension, mac.app).returncode == 0
-    assert (mac.embedded / "Contents/link").is_symlink()
-
-
-def test_embedding_refuses_a_bundle_without_an_identifier(mac):
-    (mac.app / "Contents/Info.plist").write_bytes(plistlib.dumps({}))
-    done = mac.run("embed-extension", mac.extension, mac.app)
-    assert done.returncode == 1
-    assert done.stderr == f"embed-extension: {mac.app} has no CFBundleIdentifier\n"
-
-
-def test_embedding_refuses_an_identifier_that_ends_with_the_dot(mac):
-    (mac.extension / "Contents/Info.plist").write_bytes(
-        plistlib.dumps({"CFBundleIdentifier": "com.example.app."}))
-    mac.name_app("com.example.app")
-    assert mac.run("embed-extension", mac.extension, mac.app).returncode == 1
 
 
 @pytest.mark.parametrize("identity", [[], [""]])
@@ -416,13 +389,6 @@ def test_the_build_signs_what_it_lays_out(mac, tmp_path, identity, timestamp):
     assert mac.calls.read_text().splitlines() == [
         f"codesign --force --sign {identity} --options runtime {timestamp} "
         f"--entitlements {SOURCES}/CHANGELOG.md {project}/build/FinderSync.appex"]
-
-
-def test_embedding_refuses_what_is_no_bundle(mac, tmp_path):
-    for arguments in ((tmp_path, mac.app), (mac.extension, tmp_path)):
-        done = mac.run("embed-extension", *arguments)
-        assert done.returncode == 1
-        assert f"{tmp_path} is no bundle" in done.stderr
 
 
 @pytest.mark.parametrize("options, calls", [

@@ -1,7 +1,6 @@
 #pragma once
 
-// The part of Core Foundation that the extension uses, for systems without it. Its objects are the
-// ones of Foundation, as on the platform itself.
+// The part of Core Foundation that the extension uses. Its objects are Foundation's, as on macOS.
 
 #include <cstdint>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-// The part of the FinderSync framework that a Finder Sync extension sees, for systems without it.
+// The part of the FinderSync framework that a Finder Sync extension uses.
 
 #import <AppKit/AppKit.h>
 #import <Foundation/Foundation.h>
@@ -19,7 +19,7 @@ typedef NS_ENUM(NSUInteger, FIMenuKind) {
 - (void)requestBadgeIdentifierForURL:(nonnull NSURL*)url;
 @end
 
-/// Does nothing by itself: tests put a controller of their own in its place.
+/// Does nothing: tests replace the default controller.
 @interface FIFinderSyncController : NSObject
 + (nonnull instancetype)defaultController;
 @property (nonatomic, copy, nonnull) NSSet* directoryURLs;

@@ -4,11 +4,11 @@
 
 #include_next <Foundation/Foundation.h>
 
-// As it is there: a null pointer that the compiler knows for one.
+// As in Apple's headers, so that the compiler knows it as a null pointer.
 #undef nil
 #define nil nullptr
 
 @interface NSUserDefaults (Suite)
-/// Nil for the global domain and for the main bundle's own identifier, as on the platform itself.
+/// Nil for the global domain and for the main bundle's own identifier, as on macOS.
 - (instancetype)initWithSuiteName:(NSString*)suiteName;
 @end

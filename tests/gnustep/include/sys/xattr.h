@@ -1,10 +1,10 @@
 #pragma once
 
-// Linux's calls, and the platform's own forms of them.
+// Linux's calls with the parameters that macOS adds.
 
 #include_next <sys/xattr.h>
 
-/// Only without options, as they are used here: that is what Linux's calls do.
+/// Without options, which is all that is used here, macOS's calls do what Linux's do.
 inline ssize_t listxattr(const char* path, char* names, size_t size, int options) {
     return options == 0 ? listxattr(path, names, size) : -1;
 }

@@ -1,8 +1,0 @@
-#pragma once
-
-namespace contract {
-
-/// Ends the peer of the test before.
-void dropPeer();
-
-} // namespace contract
