@@ -9,7 +9,7 @@ namespace process {
 
 namespace {
 
-/// Waits for a descriptor that somebody has made non-blocking.
+/// Another process may have made the shared descriptor non-blocking.
 void waitUntilWritable(int descriptor) {
     pollfd request{.fd = descriptor, .events = POLLOUT, .revents = 0};
     (void)::poll(&request, 1, -1);
@@ -20,7 +20,8 @@ void waitUntilWritable(int descriptor) {
 void secureStandardDescriptors() {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
         if (::fcntl(descriptor, F_GETFD) < 0)
-            (void)::open("/dev/null", O_RDWR); // takes the lowest free number: this one
+            (void)::open("/dev/null",
+                         O_RDWR); // open() takes the lowest free number, which is this one
     }
 }
 

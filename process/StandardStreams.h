@@ -4,12 +4,12 @@
 
 namespace process {
 
-/// Makes sure that descriptors 0, 1 and 2 are open, so that no socket can end up under a number
-/// that is read as input or written to as output. Call it before anything is opened.
+/// Opens /dev/null for each of the descriptors 0, 1 and 2 that is closed, so that no socket gets
+/// one of these numbers and is used as a standard stream. Call it before opening anything else.
 void secureStandardDescriptors();
 
-/// Writes all of it, waiting for the reader where need be. Gives 0, or the errno that stopped it:
-/// EPIPE when nobody reads any more (the caller has SIGPIPE ignored).
+/// Writes the whole text and blocks while the reader is slow. Returns 0 or the errno that stopped
+/// it, such as EPIPE when the reader is gone. The caller ignores SIGPIPE.
 [[nodiscard]] int writeFully(int descriptor, std::string_view text);
 
 } // namespace process

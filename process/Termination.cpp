@@ -12,12 +12,13 @@ namespace process {
 
 namespace {
 
-constexpr unsigned patienceInSeconds = 1;
+constexpr unsigned timeoutInSeconds = 1;
 
-// What signal handlers need, which know only globals.
+// Signal handlers can reach only globals.
 // NOLINTBEGIN(cppcoreguidelines-avoid-non-const-global-variables)
 
-/// Carries the request from the handler to the event loop.
+/// The eventfd by which the handler wakes the event loop. Never closed: a signal can come at any
+/// time.
 int terminationRequest = -1;
 
 termios terminalSettings{};
@@ -36,7 +37,7 @@ void requestTermination(int signal) {
     const std::uint64_t one = 1;
     if (::write(terminationRequest, &one, sizeof one) < 0)
         terminateNow(signal);
-    (void)::alarm(patienceInSeconds);
+    (void)::alarm(timeoutInSeconds);
     errno = savedErrno;
 }
 

@@ -5,14 +5,14 @@
 
 namespace process {
 
-/// Has SIGINT, SIGTERM and SIGHUP end the event loop with exit code 0, and has SIGPIPE ignored.
-/// A SIGHUP that is ignored already stays so: the program was told to outlive its terminal.
+/// Makes SIGINT, SIGTERM and SIGHUP end the event loop with exit code 0, and ignores SIGPIPE.
+/// A SIGHUP that is already ignored stays ignored, as `nohup` wants it.
 ///
-/// A process that does not come back to its event loop within a second, because it waits for a
-/// reader or for a key, is ended there and then, also with 0. Gives 0 or a negative errno.
+/// If the process does not return to its event loop within one second, because it blocks on a
+/// write or on a key press, it exits at once, also with 0. Returns 0 or a negative errno.
 [[nodiscard]] int endOnSignals(sd_event* event);
 
-/// The settings that the terminal on standard input gets back when the process ends there and then.
+/// Sets the terminal settings to restore on standard input when that timeout ends the process.
 void restoreTerminalOnSuddenEnd(const termios& settings);
 
 } // namespace process

@@ -12,21 +12,17 @@ namespace platform {
 namespace linux_backend {
 
 RunLoop::RunLoop() {
-    if (const int result = sd_event_default(&event_); result < 0)
+    if (const int result = sd_event_default(process::Out(event_)); result < 0)
         fatalError(std::string("no run loop: ") + std::strerror(-result));
-}
-
-RunLoop::~RunLoop() {
-    sd_event_unref(event_);
 }
 
 bool RunLoop::runOnce() {
     flushStandardStreams();
-    if (const int result = sd_event_run(event_, UINT64_MAX); result < 0)
+    if (const int result = sd_event_run(event(), UINT64_MAX); result < 0)
         fatalError(std::string("the run loop failed: ") + std::strerror(-result));
     flushStandardStreams();
     int code = 0;
-    return sd_event_get_exit_code(event_, &code) < 0;
+    return sd_event_get_exit_code(event(), &code) < 0;
 }
 
 RunLoop& runLoopOfThisThread() {

@@ -29,13 +29,6 @@ void require(int result) {
 
 } // namespace
 
-SocketConnection::~SocketConnection() {
-    sd_event_source_disable_unref(socketSource_);
-    sd_event_source_disable_unref(failureSource_);
-    if (socket_ >= 0)
-        ::close(socket_);
-}
-
 void SocketConnection::open(Direction& direction) {
     if (direction.status != Status::NotOpen)
         return;
@@ -55,34 +48,34 @@ void SocketConnection::release(Direction& direction) {
     updateInterest();
 }
 
-/// Starts connecting, or notes that this is hopeless. Either way the outcome is delivered later.
+/// Starts connecting, or sets the state to Failed. The outcome is delivered later in both cases.
 void SocketConnection::beginConnecting() {
     state_ = SocketState::Failed;
     sockaddr_in address{};
     address.sin_family = AF_INET;
-    // Only numeric addresses: looking up a name would make the caller wait.
+    // Only numeric addresses: resolving a name would block the caller.
     if (::inet_pton(AF_INET, host_.c_str(), &address.sin_addr) != 1)
         return;
     if (port_ > std::numeric_limits<in_port_t>::max())
         return;
     address.sin_port = htons(static_cast<in_port_t>(port_));
 
-    socket_ = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (socket_ < 0)
+    socket_.reset(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!socket_)
         return;
     const int result =
-        ::connect(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        ::connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
     if (result == 0 || errno == EINPROGRESS || errno == EINTR)
         state_ = SocketState::Connecting;
 }
 
-/// Has the run loop watch the socket, as soon as a stream is both open and scheduled.
+/// Adds the socket to the run loop once a stream is both open and scheduled.
 void SocketConnection::listen() {
     for (const Direction* direction : {&input, &output}) {
         if (!direction->isLive() || direction->runLoop == nullptr)
             continue;
         sd_event* const event = direction->runLoop->event();
-        if (state_ != SocketState::Failed && socketSource_ == nullptr && !watchSocket(event))
+        if (state_ != SocketState::Failed && !socketSource_ && !watchSocket(event))
             state_ = SocketState::Failed;
         if (state_ == SocketState::Failed)
             announceFailure(event);
@@ -95,18 +88,18 @@ bool SocketConnection::watchSocket(sd_event* event) {
         static_cast<SocketConnection*>(self)->handleEvents(events);
         return 0;
     };
-    return sd_event_add_io(event, &socketSource_, socket_, interest(), handler, this) >= 0;
+    return sd_event_add_io(event, process::Out(socketSource_), socket_.get(), interest(), handler,
+                           this) >= 0;
 }
 
-/// Has the run loop deliver errors at its next turn, never from within the caller.
+/// Delivers errors at the run loop's next turn, never from within the caller.
 void SocketConnection::announceFailure(sd_event* event) {
     const auto handler = [](sd_event_source*, void* self) {
         static_cast<SocketConnection*>(self)->handleEvents(EPOLLERR);
         return 0;
     };
-    require(failureSource_ == nullptr
-                ? sd_event_add_defer(event, &failureSource_, handler, this)
-                : sd_event_source_set_enabled(failureSource_, SD_EVENT_ONESHOT));
+    require(!failureSource_ ? sd_event_add_defer(event, process::Out(failureSource_), handler, this)
+                            : sd_event_source_set_enabled(failureSource_.get(), SD_EVENT_ONESHOT));
 }
 
 std::uint32_t SocketConnection::interest() const {
@@ -120,12 +113,12 @@ std::uint32_t SocketConnection::interest() const {
 }
 
 void SocketConnection::updateInterest() {
-    if (socketSource_ == nullptr)
+    if (!socketSource_)
         return;
     if (input.isLive() || output.isLive())
-        require(sd_event_source_set_io_events(socketSource_, interest()));
+        require(sd_event_source_set_io_events(socketSource_.get(), interest()));
     else
-        socketSource_ = sd_event_source_disable_unref(socketSource_);
+        socketSource_.reset();
 }
 
 void SocketConnection::handleEvents(std::uint32_t events) {
@@ -140,7 +133,7 @@ void SocketConnection::handleEvents(std::uint32_t events) {
             spaceToBeAnnounced_ = false;
             deliver(output, NSStreamEvent::HasSpaceAvailable);
         }
-        // What had arrived before the connection broke is still there to be read.
+        // Bytes that arrived before the connection broke can still be read.
         if ((events & EPOLLIN) != 0 && input.status == Status::Open && !bytesAnnounced_)
             deliverInput();
         else if (isBroken)
@@ -155,7 +148,7 @@ void SocketConnection::finishConnecting() {
     int error = 0;
     socklen_t size = sizeof error;
     const bool isConnected =
-        ::getsockopt(socket_, SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+        ::getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
     state_ = isConnected ? SocketState::Established : SocketState::Failed;
 }
 
@@ -170,7 +163,7 @@ void SocketConnection::deliverOpenCompleted() {
     }
 }
 
-/// The socket is readable: there are bytes, or the peer has closed, or the connection is broken.
+/// The socket is readable: it has bytes, or the peer has closed it, or it has failed.
 void SocketConnection::deliverInput() {
     if (bytesToRead() == 0 && !findsBytesOtherwise())
         return;
@@ -178,11 +171,11 @@ void SocketConnection::deliverInput() {
     deliver(input, NSStreamEvent::HasBytesAvailable);
 }
 
-/// The system counts no bytes. Gives whether there are some all the same (it does not count past an
-/// urgent byte), and otherwise deals with the end or the error that there is.
+/// FIONREAD gave 0. Returns whether there are bytes nevertheless, since it does not count past an
+/// urgent byte; otherwise handles the end or the error.
 bool SocketConnection::findsBytesOtherwise() {
     std::uint8_t byte = 0;
-    const ssize_t result = ::recv(socket_, &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT);
+    const ssize_t result = ::recv(socket_.get(), &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT);
     if (result > 0) {
         bytesToldOf_ = 1;
         return true;
@@ -205,10 +198,10 @@ void SocketConnection::deliverErrors() {
     }
 }
 
-/// What is there to be read at the least. The system is asked again only when all that it told of
+/// A lower bound of the readable bytes. Calls FIONREAD only when everything that it reported before
 /// has been read.
 int SocketConnection::bytesToRead() const {
-    if (bytesToldOf_ == 0 && ::ioctl(socket_, FIONREAD, &bytesToldOf_) != 0)
+    if (bytesToldOf_ == 0 && ::ioctl(socket_.get(), FIONREAD, &bytesToldOf_) != 0)
         bytesToldOf_ = 0;
     return bytesToldOf_;
 }
@@ -222,9 +215,9 @@ std::int64_t SocketConnection::read(std::uint8_t* buffer, std::size_t maxLength)
         return 0;
     if (input.status != Status::Open)
         return -1;
-    const ssize_t count = ::recv(socket_, buffer, maxLength, MSG_DONTWAIT);
-    // Nothing is available after a failure, or a reader's loop might never end. It is told of once
-    // the reader has returned.
+    const ssize_t count = ::recv(socket_.get(), buffer, maxLength, MSG_DONTWAIT);
+    // hasBytesAvailable must be false after a failure, or a reader's loop might never end. The
+    // error event follows once the reader has returned.
     if (count < 0 && errno != EAGAIN && errno != EINTR)
         state_ = SocketState::Failed;
     bytesToldOf_ = count > 0 && count < bytesToldOf_ ? bytesToldOf_ - static_cast<int>(count) : 0;
@@ -238,7 +231,7 @@ std::int64_t SocketConnection::read(std::uint8_t* buffer, std::size_t maxLength)
 std::int64_t SocketConnection::write(const std::uint8_t* bytes, std::size_t length) {
     if (output.status != Status::Open)
         return -1;
-    const ssize_t count = ::send(socket_, bytes, length, MSG_DONTWAIT | MSG_NOSIGNAL);
+    const ssize_t count = ::send(socket_.get(), bytes, length, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (count < 0 && (errno == ECONNRESET || errno == EPIPE))
         wasReset_ = true;
     spaceToBeAnnounced_ = true;

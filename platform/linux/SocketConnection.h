@@ -2,6 +2,8 @@
 
 #include "platform/Foundation.h"
 #include "platform/linux/RunLoop.h"
+#include "process/Descriptor.h"
+#include "process/SystemdHandles.h"
 
 #include <cstdint>
 #include <memory>
@@ -13,7 +15,7 @@ namespace platform::linux_backend {
 
 enum class Status { NotOpen, Opening, Open, AtEnd, Error };
 
-/// What the connection knows of one of its two streams.
+/// The connection's view of one of its two streams.
 struct Direction {
     Status status = Status::NotOpen;
     NSStream* stream = nullptr; ///< null once the stream is released
@@ -28,11 +30,11 @@ struct Direction {
     }
 };
 
-/// One TCP socket that two streams share, delivered by sd-event.
+/// One TCP socket that two streams share. sd-event delivers its events. The streams own it; it
+/// keeps plain pointers to them, which `release` clears.
 class SocketConnection : public std::enable_shared_from_this<SocketConnection> {
 public:
     SocketConnection(std::string host, std::uint32_t port) : host_(std::move(host)), port_(port) {}
-    ~SocketConnection();
     SocketConnection(const SocketConnection&) = delete;
     SocketConnection& operator=(const SocketConnection&) = delete;
 
@@ -66,14 +68,14 @@ private:
 
     std::string host_;
     std::uint32_t port_;
-    int socket_ = -1;
+    process::Descriptor socket_;
     SocketState state_ = SocketState::None;
-    mutable int bytesToldOf_ = 0;     ///< certain to be there, without asking the system
-    bool bytesAnnounced_ = false;     ///< told once; not again before something was read
-    bool spaceToBeAnnounced_ = false; ///< after opening, and after each write
-    bool wasReset_ = false;           ///< as a write has been told; the system tells it once
-    sd_event_source* socketSource_ = nullptr;
-    sd_event_source* failureSource_ = nullptr;
+    mutable int bytesToldOf_ = 0;     ///< lower bound that FIONREAD gave, less what was read since
+    bool bytesAnnounced_ = false;     ///< set until the next read
+    bool spaceToBeAnnounced_ = false; ///< set by opening and by each write
+    bool wasReset_ = false;           ///< a write failed so; the system reports it once
+    process::EventSource socketSource_; // closed before the socket that it watches
+    process::EventSource failureSource_;
 };
 
 } // namespace platform::linux_backend

@@ -1,7 +1,7 @@
 // Stream pairs over one TCP socket.
 //
-// The two streams share one connection. It is kept alive by the streams and knows them only while
-// they live; a stream may be released by the very event that it delivers.
+// Both streams own the connection, which forgets a stream when that is released. The delegate may
+// release a stream while it handles an event of that stream.
 
 #include "platform/CoreFoundation.h"
 #include "platform/linux/SocketConnection.h"
@@ -13,7 +13,7 @@ namespace platform {
 
 namespace {
 
-/// What the two streams have in common: one direction of a shared connection.
+/// The base of both streams: one direction of the shared connection.
 template <typename Base, linux_backend::Direction linux_backend::SocketConnection::*member>
 class SocketStream : public Base {
 public:
@@ -28,7 +28,7 @@ public:
     void setDelegate(NSStreamDelegate* delegate) override { direction().delegate = delegate; }
 
     void scheduleInRunLoop(NSRunLoop& runLoop, std::string_view mode) override {
-        if (mode == NSDefaultRunLoopMode) // the only mode that run loops here ever run in
+        if (mode == NSDefaultRunLoopMode) // run loops here never run in another mode
             connection_->schedule(direction(), static_cast<linux_backend::RunLoop&>(runLoop));
     }
 

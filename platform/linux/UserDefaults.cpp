@@ -3,6 +3,7 @@
 #include "platform/Foundation.h"
 #include "platform/text/IntegerValue.h"
 #include "platform/text/JSON.h"
+#include "process/Descriptor.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -16,24 +17,8 @@ namespace platform {
 
 namespace {
 
-/// A settings file is a handful of keys. Anything much larger is a mistake, and is not read.
+/// A settings file holds a few keys. A larger file is a mistake and is not read.
 constexpr off_t sizeLimit = off_t{1024} * 1024;
-
-class FileDescriptor {
-public:
-    explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
-    ~FileDescriptor() {
-        if (descriptor_ >= 0)
-            ::close(descriptor_);
-    }
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-
-    [[nodiscard]] int get() const { return descriptor_; }
-
-private:
-    int descriptor_;
-};
 
 std::string errorText(int number) {
     return std::strerror(number);
@@ -114,11 +99,12 @@ std::shared_ptr<const NSUserDefaults> userDefaultsWithSuiteName(std::string_view
     }
     const std::string path = directory + "/" + std::string(suiteName) + "/settings.json";
 
-    // Opening must not wait, not even for the writer of a named pipe.
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-    if (file.get() < 0 && errno == ENOENT)
+    // O_NONBLOCK: opening a named pipe would wait for its writer.
+    const process::Descriptor file(
+        ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file && errno == ENOENT)
         return std::make_shared<SettingsSuite>(NSDictionary());
-    if (file.get() < 0) {
+    if (!file) {
         failure = path + ": " + errorText(errno);
         return nullptr;
     }
