@@ -1,4 +1,4 @@
-"""The extension, whose calls fail: it goes on and tells the truth, or it ends and says why.
+"""Calls of the extension fail: it goes on and tells the truth, or it ends and says why.
 
 With FINDER_SYNC_FAULTS=all in the environment, every case is played instead of a sample, which
 takes a quarter of an hour."""

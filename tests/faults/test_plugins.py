@@ -1,6 +1,6 @@
-"""The plug-ins, whose calls fail: the file manager goes on, and nothing of its is held on to.
+"""Calls of the plug-ins fail: the file manager survives, and the plug-in keeps none of its objects.
 
-What GLib and Qt do for want of memory is theirs: they end the file manager, whoever asked."""
+Allocations do not fail here, since GLib and Qt end the process when there is no memory."""
 
 import os
 import re
@@ -17,8 +17,8 @@ PROGRAMS = ["caja-plugin-tests", "nemo-plugin-tests", "nautilus-plugin-tests",
 LEAST = {"g_dbus_proxy_call_sync", "g_async_initable_new_finish"}
 LEAST_OF_QT = {"_ZNK16QDBusPendingCall7isErrorEv"}
 
-# What plug-ins call and the library lets be. GLib, Qt and the file managers' libraries end the
-# program where there is no memory; what is named here fails in no other way, or has no result.
+# What plug-ins call and the library leaves alone: these functions fail for want of memory only, or
+# have no result.
 LET_BE = [re.compile(pattern) for pattern in (
     r"_ITM_\w+|_Unwind_Resume|__\w+|mem\w+|str\w+|qt_version_tag|_Z(dl|nw|St|T)\w+|_ZNK?St\w+",
     r"g_(cclosure|datalist|list|main_context|malloc0|mutex|object|once|param_spec)_?\w*",
@@ -27,11 +27,11 @@ LET_BE = [re.compile(pattern) for pattern in (
     r"g_variant_(equal|n_children|ref_sink|unref)|g_(idle|timeout)_\w+|g_get_monotonic_time",
     r"g_(assertion_message_expr|free|intern_static_string|log|file_new_for_uri)",
     r"g_(clear|set)_error|g_error_\w+|g_io_error_quark|g_cancellable_\w+",
-    # They start something; whether it fails is told when it is finished.
+    # They start a call, whose failure its "finish" function returns.
     r"g_dbus_proxy_call|g_dbus_connection_call|g_async_initable_new_async",
     r"g_async_(initable_get_type|result_get_source_object)|g_unix_fd_list_get_type",
     r"g_dbus_proxy_(get_connection|get_type|set_interface_info)",
-    # The generated code's other half, an extension's.
+    # What only the generated code of an extension uses.
     r"g_dbus_(connection_emit|error|gva|gvalue|interface|message|method)_?\w+|g_initable_new",
     r"(caja|nemo|nautilus|thunarx)_\w+_(get_type|new|signal|emblem|extension_info)",
     r"thunarx_provider_plugin_\w+",

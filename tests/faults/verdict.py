@@ -29,11 +29,11 @@ COMPLAINTS = {
         "sd_bus_request_name sd_bus_get_name_creds sd_bus_creds_get_pid memory",
     "the session bus cannot be served: ": "sd_bus_attach_event memory",
 }
-# What breaks the link, or keeps it from coming about; the trace tells.
+# Their failure breaks the link, or prevents it; the trace says so.
 OF_THE_LINK = {"inet_pton", "socket", "connect", "getsockopt", "recv", "sd_event_add_io", "memory"}
 # The ways of `send` that report a reset, after which the end of the link is not reported.
 RESETS = (" send 1", " send 2")
-# What loses lines of the trace, or takes an event for two.
+# Their failure loses lines of the trace, or splits one event into two.
 OF_THE_TRACE = {"write", "ioctl"}
 NO_MEMORY_FOR_A_THREAD = "Fatal glibc error: failed to register TLS destructor: out of memory"
 BUS_HAS_GONE = "finder-sync-extension: the session bus has gone, so the session is over"

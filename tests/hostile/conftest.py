@@ -286,9 +286,9 @@ def scene(session, request):
 
 @pytest.fixture
 def processor_of_their_own(scene):
-    """Gives the file managers one that the attack does not use, if there are two. The kernel may run
-    a system call to its end, and one that copies many megabytes keeps everybody else on that
-    processor waiting, whatever their priority."""
+    """Gives the file managers one that the attack does not use, if there are two. A kernel without
+    preemption runs a system call to its end, and one that copies many megabytes keeps everybody
+    else on that processor waiting, whatever their priority."""
     everywhere = os.sched_getaffinity(0)
     *others, last = sorted(everywhere)
     scene.processors_of_file_managers = {last}

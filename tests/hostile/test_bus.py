@@ -1,4 +1,4 @@
-"""Whoever else is on the session bus, and what it does to the extension there."""
+"""Hostile clients of the session bus. The extension goes on, and the file managers do not wait."""
 
 import contextlib
 import os

@@ -1,5 +1,5 @@
-"""A program that owns the extension's name and is something else. File managers take its answers
-for what they are, at no cost worth speaking of."""
+"""Another program owns the extension's name. The file managers survive its answers, and neither
+wait nor grow because of them."""
 
 import pytest
 from conftest import wait_for
@@ -19,7 +19,7 @@ LATE_MENUS = {
     "a_hundred_thousand_entries": (MENU, menu(count=100000)),
     "a_title_of_megabytes": (MENU, menu(title="x" * (5 << 20))),
 }
-NO_MENUS = {
+INVALID_MENUS = {
     "an_error": ERROR,
     "nothing": ("", b""),
     "another_type": ("s", marshalled("s", "Copy link")),
@@ -69,12 +69,12 @@ def test_menus_that_come_late(scene, answer):
 
 
 @pytest.mark.quick
-def test_menus_that_are_none(scene):
+def test_invalid_menus(scene):
     impostor = begin(scene, {})
     wait_for(scene.are_badged)
-    for answer, menu_of_impostor in NO_MENUS.items():
+    for answer, menu_of_impostor in INVALID_MENUS.items():
         impostor.answers["MenuForMenuKind"] = menu_of_impostor
-        scene.attack = "menus_that_are_none, " + answer
+        scene.attack = "invalid_menus, " + answer
         assert ask(scene) == NOTHING, answer
     scene.recovers_from(impostor)
 
@@ -118,9 +118,9 @@ OTHERS = {
     "an_error_for_properties": {"GetAll": ERROR},
     "properties_of_other_types": properties(directoryURLs=("s", "file:///"),
                                             pathsOfRootFolders=("u", 1)),
-    "properties_that_are_none": {"GetAll": ("s", marshalled("s", "x"))},
+    "properties_in_no_dictionary": {"GetAll": ("s", marshalled("s", "x"))},
     "no_directory": properties(directoryURLs=("as", [])),
-    "directories_that_are_none": properties(directoryURLs=("as", ["", "\1", "x" * 100000])),
+    "directories_without_urls": properties(directoryURLs=("as", ["", "\1", "x" * 100000])),
     "thousands_of_directories": properties(directoryURLs=("as", ["file:///x"] * 100000)),
     "no_badges": badges(None),
     "an_error_for_badges": badges(ERROR),

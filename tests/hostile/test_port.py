@@ -1,5 +1,5 @@
-"""Whoever has taken the port, and what it does to the extension: nothing, or it closes the link, or
-it ends the process as malformed messages do. The file managers do not wait for any of it."""
+"""A hostile peer on the companion's port. The extension goes on, takes the link for closed, or ends
+as it does at malformed messages; the file managers never wait for it."""
 
 import contextlib
 import fcntl
@@ -44,7 +44,7 @@ def test_never_reads_the_reports(scene):
 
 @pytest.mark.quick
 @pytest.mark.parametrize(("data", "flags", "pause", "outcome"), [
-    pytest.param(b"{", 0, 0.01, "has_ended", id="a_message_byte_by_byte"),  # the first is no message
+    pytest.param(b"{", 0, 0.01, "has_ended", id="single_bytes"),  # the first is no message
     pytest.param(b"\n" * BLOCK * 64, 0, 0, "is_as_before", id="empty_lines"),
     pytest.param(block(type="hello") * 1000 + b" ", 0, 0, "has_ended", id="blocks_that_tcp_splits"),
     pytest.param(b" " * BLOCK * 64, 0, 0, "has_ended", id="an_endless_line"),

@@ -24,7 +24,7 @@ ELSEWHERE = ("/x.txt", "Old", "/a/b", "\u0301")
 
 
 class Churn:
-    """Everything that can happen, at random."""
+    """Lives of the process in which everything happens at random."""
 
     def __init__(self, session, levels, tally, seed):
         self.session, self.levels, self.tally = session, levels, tally
@@ -35,7 +35,7 @@ class Churn:
         self.events = iter(())
 
     def lives(self):
-        """Lives without an end. Stops at each moment of rest."""
+        """Yields at each moment of rest, without an end."""
         while True:
             self.begin()
             self.life.warm_up()
@@ -50,7 +50,7 @@ class Churn:
             self.end(self.random.choice(ENDS))
 
     def restarts(self):
-        """Short lives, each of which leaves behind other state."""
+        """Yields after each of many short lives, which end in different states."""
         while True:
             for way in ENDS:
                 self.begin()
@@ -161,8 +161,8 @@ class Churn:
 
 
 class ManyRoots:
-    """Many root folders, and many more requests for badges, each of which looks at all of them: too
-    many for the model, which is slower than the extension."""
+    """Many root folders and badge requests, each of which examines all folders. Without the model,
+    which is too slow for them."""
 
     def __init__(self, session, levels, tally, seed, roots):
         self.session, self.tally = session, tally
@@ -180,7 +180,7 @@ class ManyRoots:
                                         for root in self.roots[first:first + BLOCKS]])
 
     def requests(self):
-        """Stops after each batch."""
+        """Yields after each batch."""
         self.life.warm_up()
         self.life.come_to_rest()
         self.announce("add_folder")
@@ -190,7 +190,7 @@ class ManyRoots:
             self.request(BATCH)
             for _ in range(BATCH):
                 self.request(1)
-            # The iterator over characters keeps its last text.
+            # The break iterator keeps its last text.
             self.life.perform("menu", 0, [sent_over_bus(("", self.roots[0] + "/x"))])
             self.life.require_nothing_written()
             self.life.require_level(f"{len(self.roots)} roots")

@@ -24,21 +24,21 @@ from oracle.over_bus import answers_of, ask, printed, sent_over_bus, visible
 from oracle.text import decomposed
 
 BUFFER = 1024  # bytes that stay for each has-bytes-available event, on purpose
-# KiB that the system may give beside them: the allocator's notes, and gaps between blocks.
+# KiB of resident memory beyond the buffers: the allocator's bookkeeping, and gaps between blocks.
 RESIDENT_SLACK, RESIDENT_BUFFER = 2048, 1.1
-IDLE = 5  # looks at a process that waits and changes nothing until it counts as idle
+IDLE = 5  # times in a row that the process must sleep with an unchanged heap to count as idle
 RECEIVING = re.compile(rb"^receiving\n", re.MULTILINE)
 CONTROL_CHARACTER = re.compile(rb"[\x00-\x1f\x7f]")
 JOURNAL_PREFIX = b"<6>"
 
-# Where every property is written to before the heap is looked at: texts of a fixed length, since
-# what a text once needed it may keep.
+# The values of all properties while the heap is measured. The texts have a fixed length, since a
+# string may keep the capacity that it once had.
 AT_REST = {"pathsOfRootFolders": [], "displayBackup": 0, "displayUrlLink": 1, "serverPort": 1,
            "myFolderURL": "/at/rest" * 8,
            **{title: f"{title} at rest".ljust(64, ".") for title in model.TITLES}}
 
-# A search for "K" in it ends inside a character each time, behind many others: the iterator over
-# characters then looks back, and keeps the room that it takes for that.
+# Each match of "K" in it ends inside a grapheme, after many others: the break iterator then goes
+# back, and keeps the cache that it needs for that.
 CHARACTERS = ("long" * 20 + "K" + "\u0301" * 70 + "\U0001f1e6" * 81) * 2
 
 
@@ -61,8 +61,8 @@ class Written:
         self.unread = b""
 
     def expect(self, expected, without=None):
-        """Takes what must have been written, or comes to be; `without` is a pattern for what does
-        not count. Gives what was taken."""
+        """Waits until exactly this has been appended, and returns it with what matched `without`,
+        which is ignored in the comparison."""
         deadline = time.monotonic() + PATIENCE
         while time.monotonic() < deadline:
             self.unread += self.file.read()
@@ -162,7 +162,7 @@ class WatchedSession(Session):
 
 
 class Levels:
-    """What each kind of moment showed first, and has to show ever after."""
+    """The first measurement of each kind, which all later ones must equal."""
 
     def __init__(self):
         self.known = {}
@@ -202,15 +202,15 @@ class Life:
         self.require_level("fresh")
         self.tally["lives"] += 1
 
-    # Both sides at once
+    # The process and the model
 
     def play(self, *event):
-        """For the model alone."""
+        """Gives an event to the model alone."""
         self.run.play(event)
         self.run.play(("turns",))
 
     def perform(self, name, *arguments):
-        """An event for both."""
+        """Gives an event to both."""
         self.tally["events"] += 1
         try:
             if hasattr(self, name):
@@ -226,7 +226,7 @@ class Life:
             self.match()
 
     def match(self):
-        """What the model wrote must have been written, and its reports must have arrived."""
+        """Compares the trace, the log and the reports with the model's."""
         records, world = self.world.records, self.world
         self.count_buffers(self.session.trace.expect(printed(records).encode()))
         self.session.log.expect(b"".join(map(self.logged, filter(is_logged, records))))
@@ -258,7 +258,7 @@ class Life:
         require(reports, compare.parse_reports(received), "reports")
         self.tally["reports"] += len(reports)
 
-    # Events; those that are not here have no answer
+    # Events. `perform` handles those without an answer.
 
     def send(self, data):
         self.peer.send(data)
@@ -266,7 +266,7 @@ class Life:
         self.play("send", data)
 
     def burst(self, blocks):
-        """Blocks in one go. How many of them one event finds is left open."""
+        """Sends blocks in one write. How many of them one event reads is not specified."""
         self.peer.send(b"".join(blocks))
         self.tally["bytes"] += sum(map(len, blocks))
         for block in blocks:
@@ -347,29 +347,29 @@ class Life:
         require(expected, self.session.get_all(), "properties")
 
     def heap(self):
-        """Bytes and blocks without the buffers. The bus gives each process another name."""
+        """Bytes and blocks on the heap, without the buffers and the name on the bus, which vary."""
         size, blocks = self.session.settled_heap()
         return size - self.buffers * BUFFER - self.name_length, blocks - self.buffers
 
     def require_level(self, stage):
-        """Descriptors, threads and heap, at a stage of its life at which all lives are alike."""
+        """Compares descriptors, threads and heap with those of other lives at the same stage."""
         kind = (stage, self.link, *(value for value in sorted(self.settings.items())
                                     if value[0] != "ServerPort"))
         self.levels.expect(("bytes and blocks on the heap", *kind), self.heap())
         self.levels.expect("levels", self.session.levels())
 
     def require_little_memory(self):
-        """What the heap's count does not see, mapped memory for one, shows here."""
+        """Notices what the count of the heap misses, such as mapped memory."""
         resident = self.session.resident() - self.buffers * RESIDENT_BUFFER
         self.resident_at_first = self.resident_at_first or resident
         if resident > self.resident_at_first + RESIDENT_SLACK:
             raise Different(f"{resident - self.resident_at_first} KiB of memory more")
 
     def come_to_rest(self):
-        """Everything that can be compared with another such moment, in any life."""
+        """Brings the process into a state that all lives can reach, and compares it with theirs."""
         is_connected = self.extension.properties["isSocketConnected"]
         self.perform("set", "isSocketConnected", True)
-        # The iterator over characters keeps its last text.
+        # The break iterator keeps its last text.
         self.perform("set", "pathsOfRootFolders", ["Ko\u0308"])
         self.perform("menu", 0, [self.item("/Ko\u0308/x")])
         for name, value in AT_REST.items():
@@ -392,7 +392,8 @@ class Life:
         return sent_over_bus(("", self.world.watched[0].rstrip("/") + path))
 
     def warm_up(self):
-        """What a process takes once and keeps: room for the longest lines, images, tables."""
+        """Makes the process allocate what it keeps for its life: room for the longest lines,
+        images, tables."""
         self.perform("observe", "begin", sent_over_bus(("", "/" + "long" * 10_000)))
         self.perform("set", "pathsOfRootFolders", ["K"])
         self.perform("menu", 0, [self.item("/" + CHARACTERS)])
