@@ -3,6 +3,7 @@
 #include "extension/FinderSync.h"
 #include "platform/recording/Recording.h"
 
+#include <csignal>
 #include <gtest/gtest.h>
 #include <memory>
 #include <string>
@@ -39,7 +40,7 @@ protected:
     template <typename Extension = findersync::FinderSync> Extension& startConnected() {
         Extension& started = start<Extension>();
         platform::recording::runAll();
-        firstCall = platform::recording::calls().size();
+        forgetCalls();
         return started;
     }
 
@@ -49,7 +50,28 @@ protected:
         platform::recording::runAll();
     }
 
-    /// What was recorded since `startConnected`.
+    /// The companion closes the link.
+    static void closeLink() {
+        platform::recording::peerCloses();
+        platform::recording::runAll();
+    }
+
+    /// Selects the items with these paths in the Finder.
+    static void select(const std::vector<std::string>& paths) {
+        script().selection.emplace();
+        for (const std::string& path : paths)
+            script().selection->push_back(platform::recording::makeURL("file://" + path, path));
+    }
+
+    /// The process ends in `act` with a fatal error; what it writes ends with that reason.
+    template <typename Act> static void expectFatal(const Act& act, const std::string& reason) {
+        EXPECT_EXIT(act(), testing::KilledBySignal(SIGABRT), "fatal error: " + reason + "\n$");
+    }
+
+    /// What is recorded from now on is what `calls` gives.
+    void forgetCalls() { firstCall = platform::recording::calls().size(); }
+
+    /// What was recorded since `startConnected` or `forgetCalls`.
     [[nodiscard]] std::vector<std::string> calls() const {
         const auto& all = platform::recording::calls();
         return {all.begin() + static_cast<std::ptrdiff_t>(firstCall), all.end()};
@@ -74,6 +96,7 @@ protected:
     }
 
     std::unique_ptr<findersync::FinderSync> extension;
+
     std::size_t firstCall = 0;
 };
 

@@ -1,7 +1,5 @@
 #include "tests/RecordingTest.h"
 
-#include <csignal>
-
 using platform::recording::makeURL;
 using tests::Strings;
 
@@ -17,50 +15,46 @@ public:
     [[nodiscard]] std::string description() const override { return "file:///.file/id=1"; }
 };
 
-class Observation : public tests::RecordingTest {};
+class Observation : public tests::RecordingTest {
+protected:
+    Observation() { startConnected(); }
+};
 class ObservationDeath : public Observation {};
 
-TEST_F(Observation, BeginningIsLoggedOnceWithTheFilePathURL) {
-    auto& started = startConnected();
-    started.beginObservingDirectoryAtURL(*makeURL("file:///Users/u/", "/Users/u"));
-    EXPECT_EQ(calls("NSLog: "), Strings{"beginObservingDirectoryAtURL: %@ <- file:///Users/u/"});
-    EXPECT_EQ(calls("filePathURL: "), Strings{"file:///Users/u/"});
+TEST_F(Observation, EachCallbackIsLoggedOnceWithTheFilePathURL) {
+    const auto url = makeURL("file:///Users/u/", "/Users/u");
+    extension->beginObservingDirectoryAtURL(*url);
+    extension->endObservingDirectoryAtURL(*url);
+    EXPECT_EQ(calls("NSLog: "), (Strings{"beginObservingDirectoryAtURL: %@ <- file:///Users/u/",
+                                         "endObservingDirectoryAtURL: %@ <- file:///Users/u/"}));
+    EXPECT_EQ(calls("filePathURL: "), (Strings{"file:///Users/u/", "file:///Users/u/"}));
 }
 
 TEST_F(Observation, AReferenceIsLoggedAsThePathThatItStandsFor) {
-    auto& started = startConnected();
-    started.beginObservingDirectoryAtURL(FileReference());
+    extension->beginObservingDirectoryAtURL(FileReference());
     EXPECT_EQ(calls("NSLog: "), Strings{"beginObservingDirectoryAtURL: %@ <- file:///Users/u/"});
 }
 
-TEST_F(Observation, EndingIsLoggedOnceWithTheFilePathURL) {
-    auto& started = startConnected();
-    started.endObservingDirectoryAtURL(*makeURL("file:///Users/u/", "/Users/u"));
-    EXPECT_EQ(calls("NSLog: "), Strings{"endObservingDirectoryAtURL: %@ <- file:///Users/u/"});
-}
-
 TEST_F(Observation, NothingChangesAndNothingElseIsCalled) {
-    auto& started = startConnected();
     receive("{\"type\":\"add_folder\",\"path\":\"/a\"}\n");
-    firstCall = platform::recording::calls().size();
+    forgetCalls();
     const auto url = makeURL("file:///a", "/a");
-    started.beginObservingDirectoryAtURL(*url);
-    started.endObservingDirectoryAtURL(*url);
+    extension->beginObservingDirectoryAtURL(*url);
+    extension->endObservingDirectoryAtURL(*url);
     EXPECT_EQ(calls(), (Strings{"filePathURL: file:///a", "NSURL released: file:///a",
                                 "NSLog: beginObservingDirectoryAtURL: %@ <- file:///a",
                                 "filePathURL: file:///a", "NSURL released: file:///a",
                                 "NSLog: endObservingDirectoryAtURL: %@ <- file:///a"}));
-    EXPECT_EQ(started.pathsOfRootFolders(), Strings{"/a"});
-    EXPECT_TRUE(started.isSocketConnected());
+    EXPECT_EQ(extension->pathsOfRootFolders(), Strings{"/a"});
+    EXPECT_TRUE(extension->isSocketConnected());
 }
 
 TEST_F(ObservationDeath, AURLWithoutAFilePath) {
-    auto& started = start();
     const auto url = makeURL("https://example.com/", "/", false);
-    EXPECT_EXIT(started.beginObservingDirectoryAtURL(*url), testing::KilledBySignal(SIGABRT),
-                "fatal error: a URL has no file path: https://example.com/\n$");
-    EXPECT_EXIT(started.endObservingDirectoryAtURL(*url), testing::KilledBySignal(SIGABRT),
-                "fatal error: a URL has no file path: https://example.com/\n$");
+    expectFatal([&] { extension->beginObservingDirectoryAtURL(*url); },
+                "a URL has no file path: https://example.com/");
+    expectFatal([&] { extension->endObservingDirectoryAtURL(*url); },
+                "a URL has no file path: https://example.com/");
 }
 
 } // namespace

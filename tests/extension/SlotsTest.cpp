@@ -6,121 +6,103 @@
 #include <algorithm>
 #include <utility>
 
-using findersync::FinderSync;
+using F = findersync::FinderSync;
+using platform::NSMenuItem;
+using platform::NSStream;
 using platform::NSStreamEvent;
+using platform::NSURL;
 using tests::Strings;
 
 namespace {
 
 /// Notes every call of a slot and passes it on.
-class Overriding : public FinderSync {
+class Overriding : public F {
 public:
-    [[nodiscard]] const URL& myFolderURL() const override {
-        return note("myFolderURL"), FinderSync::myFolderURL();
-    }
-    void setMyFolderURL(URL url) override {
-        note("setMyFolderURL"), FinderSync::setMyFolderURL(std::move(url));
-    }
-    [[nodiscard]] const Strings& pathsOfRootFolders() const override {
-        return note("pathsOfRootFolders"), FinderSync::pathsOfRootFolders();
+    const URL& myFolderURL() const override { return note(__func__), F::myFolderURL(); }
+    void setMyFolderURL(URL url) override { note(__func__), F::setMyFolderURL(std::move(url)); }
+    const Strings& pathsOfRootFolders() const override {
+        return note(__func__), F::pathsOfRootFolders();
     }
     void setPathsOfRootFolders(Strings paths) override {
-        note("setPathsOfRootFolders"), FinderSync::setPathsOfRootFolders(std::move(paths));
+        note(__func__), F::setPathsOfRootFolders(std::move(paths));
     }
-    [[nodiscard]] std::uint32_t serverPort() const override {
-        return note("serverPort"), FinderSync::serverPort();
-    }
-    void setServerPort(std::uint32_t port) override {
-        note("setServerPort"), FinderSync::setServerPort(port);
-    }
-    [[nodiscard]] bool isSocketConnected() const override {
-        return note("isSocketConnected"), FinderSync::isSocketConnected();
-    }
+    std::uint32_t serverPort() const override { return note(__func__), F::serverPort(); }
+    void setServerPort(std::uint32_t port) override { note(__func__), F::setServerPort(port); }
+    bool isSocketConnected() const override { return note(__func__), F::isSocketConnected(); }
     void setIsSocketConnected(bool isConnected) override {
-        note("setIsSocketConnected"), FinderSync::setIsSocketConnected(isConnected);
+        note(__func__), F::setIsSocketConnected(isConnected);
     }
-    [[nodiscard]] std::int64_t displayUrlLink() const override {
-        return note("displayUrlLink"), FinderSync::displayUrlLink();
-    }
+    std::int64_t displayUrlLink() const override { return note(__func__), F::displayUrlLink(); }
     void setDisplayUrlLink(std::int64_t value) override {
-        note("setDisplayUrlLink"), FinderSync::setDisplayUrlLink(value);
+        note(__func__), F::setDisplayUrlLink(value);
     }
-    [[nodiscard]] std::int64_t displayBackup() const override {
-        return note("displayBackup"), FinderSync::displayBackup();
-    }
+    std::int64_t displayBackup() const override { return note(__func__), F::displayBackup(); }
     void setDisplayBackup(std::int64_t value) override {
-        note("setDisplayBackup"), FinderSync::setDisplayBackup(value);
+        note(__func__), F::setDisplayBackup(value);
     }
-    [[nodiscard]] const std::string& shareContactTitle() const override {
-        return note("shareContactTitle"), FinderSync::shareContactTitle();
+    const std::string& shareContactTitle() const override {
+        return note(__func__), F::shareContactTitle();
     }
     void setShareContactTitle(std::string title) override {
-        note("setShareContactTitle"), FinderSync::setShareContactTitle(std::move(title));
+        note(__func__), F::setShareContactTitle(std::move(title));
     }
-    [[nodiscard]] const std::string& shareViaUrlTitle() const override {
-        return note("shareViaUrlTitle"), FinderSync::shareViaUrlTitle();
+    const std::string& shareViaUrlTitle() const override {
+        return note(__func__), F::shareViaUrlTitle();
     }
     void setShareViaUrlTitle(std::string title) override {
-        note("setShareViaUrlTitle"), FinderSync::setShareViaUrlTitle(std::move(title));
+        note(__func__), F::setShareViaUrlTitle(std::move(title));
     }
-    [[nodiscard]] const std::string& backupTitle() const override {
-        return note("backupTitle"), FinderSync::backupTitle();
-    }
+    const std::string& backupTitle() const override { return note(__func__), F::backupTitle(); }
     void setBackupTitle(std::string title) override {
-        note("setBackupTitle"), FinderSync::setBackupTitle(std::move(title));
+        note(__func__), F::setBackupTitle(std::move(title));
     }
-    void connect() override { note("connect"), FinderSync::connect(); }
-    void stream(platform::NSStream& stream, NSStreamEvent event) override {
-        note("stream"), FinderSync::stream(stream, event);
+    void connect() override { note(__func__), F::connect(); }
+    void stream(NSStream& stream, NSStreamEvent event) override {
+        note(__func__), F::stream(stream, event);
     }
-    [[nodiscard]] FinderSync* init() override { return note("init"), FinderSync::init(); }
-    void beginObservingDirectoryAtURL(const platform::NSURL& url) override {
-        note("beginObserving"), FinderSync::beginObservingDirectoryAtURL(url);
+    F* init() override { return note(__func__), F::init(); }
+    void beginObservingDirectoryAtURL(const NSURL& url) override {
+        note(__func__), F::beginObservingDirectoryAtURL(url);
     }
-    void endObservingDirectoryAtURL(const platform::NSURL& url) override {
-        note("endObserving"), FinderSync::endObservingDirectoryAtURL(url);
+    void endObservingDirectoryAtURL(const NSURL& url) override {
+        note(__func__), F::endObservingDirectoryAtURL(url);
     }
-    [[nodiscard]] std::string errnoDescription() override {
-        return note("errnoDescription"), FinderSync::errnoDescription();
+    std::string errnoDescription() override { return note(__func__), F::errnoDescription(); }
+    findersync::AttributesNames attributesNamesAtPath(const std::string& path) override {
+        return note(__func__), F::attributesNamesAtPath(path);
     }
-    [[nodiscard]] findersync::AttributesNames
-    attributesNamesAtPath(const std::string& path) override {
-        return note("attributesNamesAtPath"), FinderSync::attributesNamesAtPath(path);
+    void requestBadgeIdentifierForURL(const NSURL& url) override {
+        note(__func__), F::requestBadgeIdentifierForURL(url);
     }
-    void requestBadgeIdentifierForURL(const platform::NSURL& url) override {
-        note("requestBadge"), FinderSync::requestBadgeIdentifierForURL(url);
+    std::shared_ptr<platform::NSMenu> menuForMenuKind(platform::FIMenuKind kind) override {
+        return note(__func__), F::menuForMenuKind(kind);
     }
-    [[nodiscard]] std::shared_ptr<platform::NSMenu>
-    menuForMenuKind(platform::FIMenuKind kind) override {
-        return note("menuForMenuKind"), FinderSync::menuForMenuKind(kind);
+    std::string JSONStringify(const platform::Object& value, bool isPretty) override {
+        return note(__func__), F::JSONStringify(value, isPretty);
     }
-    [[nodiscard]] std::string JSONStringify(const platform::Object& value,
-                                            bool prettyPrinted) override {
-        return note("JSONStringify"), FinderSync::JSONStringify(value, prettyPrinted);
+    platform::NSDictionary JSONParseDictionary(std::string_view text) override {
+        return note(__func__), F::JSONParseDictionary(text);
     }
-    [[nodiscard]] platform::NSDictionary JSONParseDictionary(std::string_view text) override {
-        return note("JSONParseDictionary"), FinderSync::JSONParseDictionary(text);
+    void sendClickedData(const std::string& type) override {
+        note(__func__), F::sendClickedData(type);
     }
-    void sendClickedData(const std::string& clickType) override {
-        note("sendClickedData"), FinderSync::sendClickedData(clickType);
+    void createLinkClicked(const NSMenuItem* sender) override {
+        note(__func__), F::createLinkClicked(sender);
     }
-    void createLinkClicked(const platform::NSMenuItem* sender) override {
-        note("createLinkClicked"), FinderSync::createLinkClicked(sender);
+    void backupClicked(const NSMenuItem* sender) override {
+        note(__func__), F::backupClicked(sender);
     }
-    void backupClicked(const platform::NSMenuItem* sender) override {
-        note("backupClicked"), FinderSync::backupClicked(sender);
+    void shareContactsClicked(const NSMenuItem* sender) override {
+        note(__func__), F::shareContactsClicked(sender);
     }
-    void shareContactsClicked(const platform::NSMenuItem* sender) override {
-        note("shareContactsClicked"), FinderSync::shareContactsClicked(sender);
+    void inProgressClicked(const NSMenuItem* sender) override {
+        note(__func__), F::inProgressClicked(sender);
     }
-    void inProgressClicked(const platform::NSMenuItem* sender) override {
-        note("inProgressClicked"), FinderSync::inProgressClicked(sender);
+    void notSyncedClicked(const NSMenuItem* sender) override {
+        note(__func__), F::notSyncedClicked(sender);
     }
-    void notSyncedClicked(const platform::NSMenuItem* sender) override {
-        note("notSyncedClicked"), FinderSync::notSyncedClicked(sender);
-    }
-    void syncedClicked(const platform::NSMenuItem* sender) override {
-        note("syncedClicked"), FinderSync::syncedClicked(sender);
+    void syncedClicked(const NSMenuItem* sender) override {
+        note(__func__), F::syncedClicked(sender);
     }
 
     /// The slots called since the last asking, in order.
@@ -161,8 +143,7 @@ TEST_F(Slots, StreamEventsArriveThroughTheirSlot) {
     started.taken();
     platform::recording::runAll();
     EXPECT_EQ(started.taken(), (Strings{"stream", "stream", "stream"}));
-    platform::recording::peerCloses();
-    platform::recording::runAll();
+    closeLink();
     EXPECT_EQ(started.taken(), (Strings{"stream", "setIsSocketConnected"}));
 }
 
@@ -199,8 +180,8 @@ TEST_F(Slots, BadgesMenusAndListingsReadThroughTheAccessors) {
     started.setPathsOfRootFolders({"/q", "/a"});
     started.taken();
     started.requestBadgeIdentifierForURL(*platform::fileURLWithPath("/a"));
-    EXPECT_EQ(started.taken(), (Strings{"requestBadge", "pathsOfRootFolders", "pathsOfRootFolders",
-                                        "pathsOfRootFolders"}));
+    EXPECT_EQ(started.taken(), (Strings{"requestBadgeIdentifierForURL", "pathsOfRootFolders",
+                                        "pathsOfRootFolders", "pathsOfRootFolders"}));
 
     tests::script().selection = {platform::fileURLWithPath("/a/x")};
     (void)started.menuForMenuKind(platform::FIMenuKind::ContextualMenuForItems);
@@ -218,23 +199,23 @@ TEST_F(Slots, ActionsReportThroughTheirSlots) {
     auto& started = startConnected<Overriding>();
     tests::script().selection = {platform::fileURLWithPath("/a/x")};
     started.taken();
-    const auto slotsOf = [&started](void (FinderSync::*action)(const platform::NSMenuItem*)) {
+    const auto slotsOf = [&started](void (F::*action)(const NSMenuItem*)) {
         (started.*action)(nullptr);
         return started.taken();
     };
     const auto expected = [](const char* action) {
         return Strings{action, "sendClickedData", "JSONStringify"};
     };
-    EXPECT_EQ(slotsOf(&FinderSync::createLinkClicked), expected("createLinkClicked"));
-    EXPECT_EQ(slotsOf(&FinderSync::backupClicked), expected("backupClicked"));
-    EXPECT_EQ(slotsOf(&FinderSync::shareContactsClicked), expected("shareContactsClicked"));
-    EXPECT_EQ(slotsOf(&FinderSync::inProgressClicked), expected("inProgressClicked"));
-    EXPECT_EQ(slotsOf(&FinderSync::notSyncedClicked), expected("notSyncedClicked"));
-    EXPECT_EQ(slotsOf(&FinderSync::syncedClicked), expected("syncedClicked"));
+    EXPECT_EQ(slotsOf(&F::createLinkClicked), expected("createLinkClicked"));
+    EXPECT_EQ(slotsOf(&F::backupClicked), expected("backupClicked"));
+    EXPECT_EQ(slotsOf(&F::shareContactsClicked), expected("shareContactsClicked"));
+    EXPECT_EQ(slotsOf(&F::inProgressClicked), expected("inProgressClicked"));
+    EXPECT_EQ(slotsOf(&F::notSyncedClicked), expected("notSyncedClicked"));
+    EXPECT_EQ(slotsOf(&F::syncedClicked), expected("syncedClicked"));
 }
 
 TEST_F(Slots, AnOverriddenValueIsTheOneThatIsUsed) {
-    class Elsewhere : public FinderSync {
+    class Elsewhere : public F {
         [[nodiscard]] std::uint32_t serverPort() const override { return 7; }
         [[nodiscard]] platform::NSDictionary JSONParseDictionary(std::string_view) override {
             return {{"type", {std::string("set_menu_usage")}},

@@ -32,7 +32,12 @@ protected:
     }
 };
 
-class StartUpDeath : public StartUp {};
+class StartUpDeath : public StartUp {
+protected:
+    void expectDeath(const std::string& output) {
+        EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT), output);
+    }
+};
 
 TEST_F(StartUp, AnEmptySuiteLeavesTheInitialValues) {
     const auto& started = start();
@@ -120,13 +125,9 @@ TEST_F(StartUp, ARootFolderIsTheOnlyWatchedDirectoryAndNoRootFolderOfTheCompanio
     EXPECT_TRUE(started.pathsOfRootFolders().empty());
 }
 
-TEST_F(StartUp, ARootFolderThatDoesNotExistIsTakenAsItStands) {
-    EXPECT_EQ(startWith("RootFolder", text("/no/such/folder")).myFolderURL()->path(),
-              "/no/such/folder");
-}
-
-TEST_F(StartUp, ARootFolderIsNotMadeTidy) {
-    for (const char* path : {"", "/Users/u/", "/Users/./u/..", "~/Sync", "Sync"}) {
+TEST_F(StartUp, ARootFolderIsTakenAsItStands) {
+    for (const char* path :
+         {"", "/no/such/folder", "/Users/u/", "/Users/./u/..", "~/Sync", "Sync"}) {
         startWith("RootFolder", text(path));
         EXPECT_EQ(calls("fileURLWithPath: ").back(), path);
     }
@@ -137,36 +138,21 @@ TEST_F(StartUp, APresentPortOfZeroWinsOverTheDefault) {
     EXPECT_EQ(calls("CFStreamCreatePairWithSocketToHost: "), Strings{"127.0.0.1 0"});
 }
 
-TEST_F(StartUp, APortInDecimalDigitsIsConverted) {
+TEST_F(StartUp, APortOfAnotherTypeIsConverted) {
     EXPECT_EQ(startWith("ServerPort", text("5000")).serverPort(), 5000U);
-}
-
-TEST_F(StartUp, APortInLettersIsZero) {
     EXPECT_EQ(startWith("ServerPort", text("letters")).serverPort(), 0U);
-}
-
-TEST_F(StartUp, APortThatIsTrueIsOne) {
     EXPECT_EQ(startWith("ServerPort", {true}).serverPort(), 1U);
-}
-
-TEST_F(StartUp, APortOfAnotherKindIsZero) {
     EXPECT_EQ(startWith("ServerPort", {NSArray()}).serverPort(), 0U);
 }
 
 TEST_F(StartUp, APortAboveSixteenBitsIsPassedOn) {
     EXPECT_EQ(startWith("ServerPort", number(70000)).serverPort(), 70000U);
     EXPECT_EQ(calls("CFStreamCreatePairWithSocketToHost: "), Strings{"127.0.0.1 70000"});
-}
-
-TEST_F(StartUp, TheLargestPortOfThirtyTwoBitsIsPassedOn) {
     EXPECT_EQ(startWith("ServerPort", number(4294967295)).serverPort(), 4294967295U);
 }
 
-TEST_F(StartUp, ADisplayBackupOfTwoIsStoredAsItIs) {
+TEST_F(StartUp, ADisplayValueIsStoredAsTheIntegerThatItGives) {
     EXPECT_EQ(startWith("DisplayBackup", number(2)).displayBackup(), 2);
-}
-
-TEST_F(StartUp, ADisplayValueThatCannotBeConvertedIsZero) {
     EXPECT_EQ(startWith("DisplayUrlLink", text("no")).displayUrlLink(), 0);
 }
 
@@ -204,7 +190,7 @@ TEST_F(StartUp, OwnedFieldsAreReleasedInDeclaredOrderAndTheStreamsAreNotClosedBe
     startWith("RootFolder", text("/Users/u"));
     // The controller holds the watched URL as well; without it the object's reference is the last.
     world().directoryURLs.clear();
-    firstCall = platform::recording::calls().size();
+    forgetCalls();
     extension.reset();
     EXPECT_EQ(calls(), (Strings{"NSURL released: file:///Users/u", "inputStream released",
                                 "outputStream released"}));
@@ -213,63 +199,49 @@ TEST_F(StartUp, OwnedFieldsAreReleasedInDeclaredOrderAndTheStreamsAreNotClosedBe
 TEST_F(StartUpDeath, ASuiteThatCannotBeOpened) {
     script().suiteOpens = false;
     script().suiteFailure = "no such group";
-    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
-                "^fatal error: the shared settings cannot be opened: no such group\n$");
+    expectDeath("^fatal error: the shared settings cannot be opened: no such group\n$");
     script().suiteFailure = "";
-    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
-                "^fatal error: the shared settings cannot be opened\n$");
+    expectDeath("^fatal error: the shared settings cannot be opened\n$");
 }
 
 TEST_F(StartUpDeath, ATextSettingThatIsNotAString) {
     const Object others[] = {number(5),   {true},     {1.5},
                              {NSArray()}, {NSData()}, {platform::NSDictionary()}};
-    for (const char* key : {"RootFolder", "ShareContactTitle", "ShareViaUrlTitle", "BackupTitle"}) {
+    for (const std::string key :
+         {"RootFolder", "ShareContactTitle", "ShareViaUrlTitle", "BackupTitle"}) {
         for (const Object& other : others) {
-            EXPECT_EXIT(startWith(key, other), testing::KilledBySignal(SIGABRT),
-                        "^fatal error: the setting \"" + std::string(key) +
-                            "\" is not a string\n$");
+            script().settings = {{key, other}};
+            expectDeath("^fatal error: the setting \"" + key + "\" is not a string\n$");
         }
     }
 }
 
 TEST_F(StartUpDeath, APortOutsideThirtyTwoBits) {
-    for (const std::int64_t port :
-         {std::int64_t{-1}, std::int64_t{4294967296}, std::numeric_limits<std::int64_t>::min(),
-          std::numeric_limits<std::int64_t>::max()}) {
-        EXPECT_EXIT(startWith("ServerPort", number(port)), testing::KilledBySignal(SIGABRT),
-                    "^fatal error: the setting \"ServerPort\" is out of range: " +
-                        std::to_string(port) + "\n$");
+    using Limits = std::numeric_limits<std::int64_t>;
+    for (const std::int64_t port : {-1L, 4294967296L, Limits::min(), Limits::max()}) {
+        script().settings = {{"ServerPort", number(port)}};
+        expectDeath("^fatal error: the setting \"ServerPort\" is out of range: " +
+                    std::to_string(port) + "\n$");
     }
 }
 
 TEST_F(StartUpDeath, ThePortIsJudgedAfterAllKeysHaveBeenRead) {
     script().settings = {{"ServerPort", number(-1)}, {"BackupTitle", number(5)}};
-    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
-                "^fatal error: the setting \"BackupTitle\" is not a string\n$");
+    expectDeath("^fatal error: the setting \"BackupTitle\" is not a string\n$");
 }
 
 TEST_F(StartUpDeath, AMissingBadgeImage) {
     script().images.erase("icon_Folder");
-    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
-                "\nfatal error: the image \"icon_Folder\" is missing from the resources\n$");
+    expectDeath("\nfatal error: the image \"icon_Folder\" is missing from the resources\n$");
 }
 
-TEST_F(StartUpDeath, NoReadStream) {
-    script().readStream = false;
-    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
-                "print: connecting...\nfatal error: no read stream to the companion");
-}
-
-TEST_F(StartUpDeath, TheReadStreamIsLookedAtFirst) {
-    script().readStream = false;
+TEST_F(StartUpDeath, AMissingStreamOfWhichTheReadStreamIsLookedAtFirst) {
     script().writeStream = false;
-    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT), "fatal error: no read stream");
-}
-
-TEST_F(StartUpDeath, NoWriteStream) {
-    script().writeStream = false;
-    EXPECT_EXIT(start(), testing::KilledBySignal(SIGABRT),
-                "print: connecting...\nfatal error: no write stream to the companion");
+    expectDeath("print: connecting...\nfatal error: no write stream to the companion");
+    script().readStream = false;
+    expectDeath("print: connecting...\nfatal error: no read stream to the companion");
+    script().writeStream = true;
+    expectDeath("print: connecting...\nfatal error: no read stream to the companion");
 }
 
 } // namespace

@@ -1,7 +1,5 @@
 #include "tests/RecordingTest.h"
 
-#include <csignal>
-
 using findersync::FinderSync;
 using platform::recording::makeURL;
 using tests::script;
@@ -13,13 +11,6 @@ namespace {
 class ClickReports : public tests::RecordingTest {
 protected:
     ClickReports() { startConnected(); }
-
-    static void select(const Strings& paths) {
-        std::vector<std::shared_ptr<const platform::NSURL>> urls;
-        for (const std::string& path : paths)
-            urls.push_back(makeURL("file://" + path, path));
-        script().selection = std::move(urls);
-    }
 
     std::string reportOn(const Strings& paths) {
         select(paths);
@@ -34,6 +25,7 @@ class ClickReportsDeath : public ClickReports {};
 TEST_F(ClickReports, OneSelectedItemIsReportedByItsPath) {
     EXPECT_EQ(reportOn({"/Users/u/Sync/a.txt"}),
               R"({"items":["/Users/u/Sync/a.txt"],"type":"clicked_backup"})");
+    EXPECT_EQ(reportOn({"/b"}), R"({"items":["/b"],"type":"clicked_backup"})"); // read afresh
 }
 
 TEST_F(ClickReports, ItemsStandInTheFindersOrder) {
@@ -74,7 +66,7 @@ TEST_F(ClickReports, TwoReportsFollowEachOtherWithNothingBetween) {
 
 TEST_F(ClickReports, TheCallsAreMadeInTheExactOrder) {
     select({"/a", "/b"});
-    firstCall = platform::recording::calls().size();
+    forgetCalls();
     extension->sendClickedData("t");
     const std::string text = R"({"items":["/a","/b"],"type":"t"})";
     EXPECT_EQ(
@@ -85,16 +77,11 @@ TEST_F(ClickReports, TheCallsAreMadeInTheExactOrder) {
                  "outputStream write:maxLength: " + text + " -> " + std::to_string(text.size())}));
 }
 
-TEST_F(ClickReports, TheSelectionIsReadAfreshEachTime) {
-    EXPECT_EQ(reportOn({"/a"}), R"({"items":["/a"],"type":"clicked_backup"})");
-    EXPECT_EQ(reportOn({"/b"}), R"({"items":["/b"],"type":"clicked_backup"})");
-}
-
 TEST_F(ClickReports, ThereIsOneWriteWhateverItGives) {
     const std::string text = R"({"items":[],"type":"clicked_backup"})";
     for (const std::int64_t outcome : {std::int64_t{5}, std::int64_t{0}, std::int64_t{-1}}) {
         script().writes = {outcome};
-        firstCall = platform::recording::calls().size();
+        forgetCalls();
         EXPECT_EQ(reportOn({}),
                   text.substr(0, static_cast<std::size_t>(std::max<std::int64_t>(outcome, 0))));
         EXPECT_EQ(calls("outputStream write").size(), 1U);
@@ -104,8 +91,7 @@ TEST_F(ClickReports, ThereIsOneWriteWhateverItGives) {
 }
 
 TEST_F(ClickReports, AWriteIsTriedAfterTheLinkHasGoneDown) {
-    platform::recording::peerCloses();
-    platform::recording::runAll();
+    closeLink();
     EXPECT_FALSE(extension->isSocketConnected());
     (void)reportOn({"/a"});
     EXPECT_EQ(calls("outputStream write").size(), 1U);
@@ -124,7 +110,7 @@ TEST_F(ClickReports, AReportThatCannotBeWrittenAsJSONIsAWriteOfNothing) {
         script().validJSON = failure != 0;
         script().writesJSON = failure != 1;
         script().writtenJSON = platform::NSData{.bytes = {0xff}};
-        firstCall = platform::recording::calls().size();
+        forgetCalls();
         extension->sendClickedData("clicked_backup");
         EXPECT_EQ(calls("outputStream write"), Strings{":maxLength:  -> 0"}) << failure;
     }
@@ -143,39 +129,35 @@ TEST_F(ClickReports, TheTextIsMadeThroughItsSlot) {
 
 TEST_F(ClickReportsDeath, NoSelection) {
     script().selection = std::nullopt;
-    EXPECT_EXIT(extension->sendClickedData("t"), testing::KilledBySignal(SIGABRT),
-                "fatal error: there is no selection to report\n$");
+    expectFatal([&] { extension->sendClickedData("t"); }, "there is no selection to report");
 }
 
 TEST_F(ClickReportsDeath, ASelectedURLWithoutAPath) {
     script().selection = {makeURL("file:///a", "/a"), makeURL("file:///x", std::nullopt)};
-    EXPECT_EXIT(extension->sendClickedData("t"), testing::KilledBySignal(SIGABRT),
-                "fatal error: a URL has no path: file:///x\n$");
+    expectFatal([&] { extension->sendClickedData("t"); }, "a URL has no path: file:///x");
 }
 
 TEST_F(ClickReportsDeath, ATextThatCannotBeEncoded) {
     select({"/a"});
     script().encoding = false;
-    EXPECT_EXIT(extension->sendClickedData("t"), testing::KilledBySignal(SIGABRT),
-                "fatal error: a click report cannot be encoded\n$");
+    expectFatal([&] { extension->sendClickedData("t"); }, "a click report cannot be encoded");
 }
 
 TEST_F(ClickReportsDeath, TheTextIsEncodedBeforeTheStreamIsLookedFor) {
     select({"/a"});
     script().encoding = false;
     FinderSync unconnected;
-    EXPECT_EXIT(unconnected.sendClickedData("t"), testing::KilledBySignal(SIGABRT),
-                "fatal error: a click report cannot be encoded\n$");
+    expectFatal([&] { unconnected.sendClickedData("t"); }, "a click report cannot be encoded");
 }
 
 TEST_F(ClickReportsDeath, NoOutputStreamYet) {
     select({"/a"});
     FinderSync unconnected;
-    EXPECT_EXIT(unconnected.sendClickedData("t"), testing::KilledBySignal(SIGABRT),
-                "fatal error: there is no output stream to report to\n$");
+    expectFatal([&] { unconnected.sendClickedData("t"); },
+                "there is no output stream to report to");
     unconnected.setIsSocketConnected(false);
-    EXPECT_EXIT(unconnected.sendClickedData("t"), testing::KilledBySignal(SIGABRT),
-                "fatal error: there is no output stream to report to\n$");
+    expectFatal([&] { unconnected.sendClickedData("t"); },
+                "there is no output stream to report to");
 }
 
 } // namespace

@@ -43,9 +43,7 @@ public:
 class InboundMessagesDeath : public InboundMessages {
 protected:
     void expectFatal(const std::string& bytes, const std::string& reason) {
-        EXPECT_EXIT(receive(bytes), testing::KilledBySignal(SIGABRT),
-                    "fatal error: " + reason + "\n$")
-            << bytes;
+        RecordingTest::expectFatal([&] { receive(bytes); }, reason);
     }
 };
 
@@ -59,7 +57,7 @@ TEST_F(InboundMessages, OneMessageIsTracedAndApplied) {
 
 TEST_F(InboundMessages, AFolderAddedTwiceIsTracedWithItsIndexAndKeptOnce) {
     receive(addFolder("/a") + "\n");
-    firstCall = platform::recording::calls().size();
+    forgetCalls();
     receive(addFolder("/a") + "\n");
     EXPECT_EQ(trace(), "receiving\nserver said: " + addFolder("/a") +
                            "\n\ntype - add_folder\nnew path is at index 0\n");
@@ -68,7 +66,7 @@ TEST_F(InboundMessages, AFolderAddedTwiceIsTracedWithItsIndexAndKeptOnce) {
 
 TEST_F(InboundMessages, TheIndexIsThatOfTheFirstEqualEntry) {
     receive(addFolder("/a") + "\n" + addFolder("/b") + "\n");
-    firstCall = platform::recording::calls().size();
+    forgetCalls();
     receive(addFolder("/b") + "\n");
     EXPECT_EQ(calls("print: ").back(), "new path is at index 1");
     extension->setPathsOfRootFolders({"/x", "/b", "/b"});
@@ -94,7 +92,7 @@ TEST_F(InboundMessages, DeletingTakesTheFirstEqualEntryAndKeepsTheOrder) {
 
 TEST_F(InboundMessages, DeletingAnUnknownFolderChangesNothingAndWritesNoLine) {
     receive(addFolder("/a") + "\n");
-    firstCall = platform::recording::calls().size();
+    forgetCalls();
     receive(deleteFolder("/c") + "\n");
     EXPECT_EQ(roots(), Strings{"/a"});
     EXPECT_EQ(trace(), "receiving\nserver said: " + deleteFolder("/c") + "\n\ntype - del_folder\n");
@@ -355,21 +353,16 @@ TEST_F(InboundMessagesDeath, EarlierMessagesOfTheReadAreTracedBeforeTheEnd) {
 }
 
 TEST_F(InboundMessagesDeath, ALocaleThatLacksATitle) {
-    expectFatal(R"({"type":"set_locale","shareViaUrlTitle":"u","backupTitle":"b"})",
-                "an inbound message has no \"shareContactTitle\"");
-    expectFatal(R"({"type":"set_locale","shareContactTitle":"c","backupTitle":"b"})",
-                "an inbound message has no \"shareViaUrlTitle\"");
-    expectFatal(R"({"type":"set_locale","shareContactTitle":"c","shareViaUrlTitle":"u"})",
-                "an inbound message has no \"backupTitle\"");
-    expectFatal(R"({"type":"set_locale","shareContactTitle":"c","shareViaUrlTitle":"u",)"
-                R"("backupTitle":null})",
-                "\"backupTitle\" of an inbound message is not a string");
-    expectFatal(R"({"type":"set_locale","shareContactTitle":5,"shareViaUrlTitle":"u",)"
-                R"("backupTitle":"b"})",
-                "\"shareContactTitle\" of an inbound message is not a string");
-    expectFatal(R"({"type":"set_locale","shareContactTitle":"c","shareViaUrlTitle":[],)"
-                R"("backupTitle":"b"})",
-                "\"shareViaUrlTitle\" of an inbound message is not a string");
+    const Strings titles = {"shareContactTitle", "shareViaUrlTitle", "backupTitle"};
+    for (const std::string& lacking : titles) {
+        std::string others = R"({"type":"set_locale")";
+        for (const std::string& title : titles)
+            others += title == lacking ? "" : ",\"" + title + R"(":"t")";
+        expectFatal(others + "}", "an inbound message has no \"" + lacking + "\"");
+        for (const char* other : {"5", "null", "[]"})
+            expectFatal(others + ",\"" + lacking + "\":" + other + "}",
+                        "\"" + lacking + "\" of an inbound message is not a string");
+    }
 }
 
 TEST_F(InboundMessagesDeath, ALocaleIsLookedUpInItsOrder) {
