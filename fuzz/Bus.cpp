@@ -1,5 +1,5 @@
-// The object on the bus, behind a real connection of sd-bus to a peer in the same process. Every
-// call is answered, and nothing that arrives is fatal.
+// Calls the service over a real sd-bus connection within this process. Every call must be answered,
+// and none may be fatal.
 
 #include "Names.h"
 #include "fuzz/Difference.h"
@@ -95,7 +95,7 @@ struct Connection {
     process::Bus caller;
 };
 
-/// A caller that makes its arguments of the fuzzer's bytes.
+/// A caller that makes its arguments from the fuzzer's bytes.
 class Caller {
 public:
     Caller(sd_bus* bus, FuzzedDataProvider& bytes) : bus_(bus), bytes_(bytes) {}
@@ -251,7 +251,7 @@ private:
     findersync::ExtensionService service_;
 };
 
-/// What is left of one input, change signals among it, shall not reach the next one.
+/// Drains the loop, so that no event of one input, such as a change signal, reaches the next.
 void runUntilIdle() {
     while (sd_event_run(eventLoop(), 0) > 0) {
     }

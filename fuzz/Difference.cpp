@@ -9,7 +9,7 @@ namespace findersync::fuzz {
 
 namespace {
 
-/// libFuzzer can close what a target writes to; a difference is told all the same.
+/// A copy of standard error: libFuzzer may close the original to silence the target.
 // NOLINTNEXTLINE(cert-err58-cpp): a system call throws nothing
 const int standardError = ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
 

@@ -4,7 +4,7 @@
 
 namespace findersync::fuzz {
 
-/// Ends the process as a find when something is not as it has to be; `what` says what that is.
+/// Aborts, and so reports a finding, when a condition does not hold; `what` describes the failure.
 void require(bool isAsItShouldBe, std::string_view what);
 
 } // namespace findersync::fuzz

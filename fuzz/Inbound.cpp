@@ -1,5 +1,5 @@
-// The object on the recording platform: whatever the companion sends and whatever streams and
-// Finder say in between, it dies exactly when it must, and what it holds stays consistent.
+// Feeds the object on the recording platform with inbound bytes, stream events and the Finder's
+// requests. It must abort exactly on malformed messages, and its state must stay consistent.
 //
 // An input is what arrives, cut by bytes that occur in no UTF-8 text: after 0xFE comes a letter
 // that says what happens next, and its argument, up to the next 0xFE.
@@ -25,7 +25,7 @@ using platform::recording::world;
 
 namespace {
 
-/// Thrown in place of the end of the process, with the reason for it.
+/// Thrown where the process would end.
 struct FatalError {
     std::string reason;
 };
@@ -47,7 +47,7 @@ public:
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
 
-    /// Makes one thing happen. Gives false when it was fatal.
+    /// Plays one step. Gives false when it was fatal.
     bool take(char what, const std::string& about) {
         const bool isSent = std::string_view("creBMA").find(what) == std::string_view::npos;
         const bool isExpectedToLive = !isSent || !isOpen_ || canBeTaken(about);
@@ -64,7 +64,8 @@ public:
     }
 
 private:
-    /// Whether each read of these bytes is text, and each line up to the first empty one a message.
+    /// Whether every read of these bytes is UTF-8 and holds only valid messages up to an empty
+    /// line.
     bool canBeTaken(std::string_view bytes) {
         for (; !bytes.empty(); bytes.remove_prefix(std::min<std::size_t>(bytes.size(), 1024))) {
             const std::string_view read = bytes.substr(0, 1024);
@@ -185,7 +186,7 @@ private:
 
 } // namespace
 
-/// Takes the place of the platform's own function, which the linker then leaves out.
+/// Replaces the platform's function: the linker takes this one.
 void platform::fatalError(std::string_view reason) {
     throw FatalError{std::string(reason)};
 }

@@ -1,5 +1,4 @@
-// JSON both ways: a text is taken when Boost's parser takes it, what it holds is the same, and what
-// is written is the same again when it is parsed.
+// Compares the JSON parser with Boost's, and checks that a value survives being written and parsed.
 
 #include "platform/text/JSON.h"
 
@@ -19,7 +18,7 @@ using namespace platform::text;
 
 namespace {
 
-/// Whether two parsers found the same, numbers aside: Boost's misses the closest double by a
+/// Whether two parsers found the same value, doubles aside: Boost's misses the closest double by a
 /// little.
 bool isSame(const platform::Object& one, const boost::json::value& other) {
     if (const std::string* const text = one.string())
@@ -67,11 +66,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     boost::json::error_code error;
     const auto expected = boost::json::parse({text.data(), text.size()}, error, {}, options);
     require(!value || (!error && isSame(*value, expected)), "a text stands for another value");
-    // Boost's parser takes numbers beyond every double, and values that are no containers.
+    // Boost's parser also accepts numbers that overflow a double, and values that are not
+    // containers.
     const bool isTooLarge = failure.find("exponent overflow") != std::string::npos;
     require(value || error || isTooLarge || !expected.is_structured(), "JSON cannot be read");
 
-    // Not even valid JSON can be written when it holds an integer beyond every double.
+    // JSON that holds an integer beyond the range of a double is valid but cannot be written.
     if (!value || !isJSONContainer(*value))
         return 0;
     requireSameAgain(*value, false);

@@ -1,4 +1,5 @@
-// The settings file: a suite opens when the file holds a JSON object, and gives what stands in it.
+// The settings file: a suite opens exactly when the file holds a JSON object, and gives its
+// members.
 
 #include "platform/Foundation.h"
 

@@ -48,7 +48,7 @@ icu::UnicodeString normalized(std::string_view text, bool isComposed) {
     return normalizer->normalize(decoded(text), status);
 }
 
-/// The ends of characters as users see them, but that a line's end counts as two of them.
+/// The grapheme boundaries of a text; unlike ICU, splits CR LF.
 std::vector<bool> boundaries(const icu::UnicodeString& text) {
     UErrorCode status = U_ZERO_ERROR;
     const std::unique_ptr<icu::BreakIterator> characters(
@@ -64,7 +64,7 @@ std::vector<bool> boundaries(const icu::UnicodeString& text) {
     return at;
 }
 
-/// The search, unit by unit at every place.
+/// Searches naively: compares at every position.
 bool isFound(std::string_view text, std::string_view searched) {
     const icu::UnicodeString in = normalized(text, false);
     const icu::UnicodeString needle = normalized(searched, false);
@@ -152,7 +152,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         checkURL(text);
         checkPath(text);
         require(isUTF8(text) == isStrictUTF8(text), "UTF-8 is taken for none, or the reverse");
-        // What follows is for texts.
         if (!isUTF8(text))
             return 0;
         checkNoncharacters(text);

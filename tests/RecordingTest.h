@@ -36,7 +36,7 @@ protected:
         return started;
     }
 
-    /// Starts the extension and lets the link open; what was recorded so far is out of the way.
+    /// Starts the extension and lets the link open. `calls` gives only what is recorded afterwards.
     template <typename Extension = findersync::FinderSync> Extension& startConnected() {
         Extension& started = start<Extension>();
         platform::recording::runAll();
@@ -44,7 +44,7 @@ protected:
         return started;
     }
 
-    /// One read of the extension finds these bytes.
+    /// Lets one read of the extension return these bytes.
     static void receive(std::string bytes) {
         platform::recording::peerSends(std::move(bytes));
         platform::recording::runAll();
@@ -63,12 +63,12 @@ protected:
             script().selection->push_back(platform::recording::makeURL("file://" + path, path));
     }
 
-    /// The process ends in `act` with a fatal error; what it writes ends with that reason.
+    /// Expects that `act` ends the process with a fatal error, and that its reason is written last.
     template <typename Act> static void expectFatal(const Act& act, const std::string& reason) {
         EXPECT_EXIT(act(), testing::KilledBySignal(SIGABRT), "fatal error: " + reason + "\n$");
     }
 
-    /// What is recorded from now on is what `calls` gives.
+    /// Makes `calls` give only what is recorded from now on.
     void forgetCalls() { firstCall = platform::recording::calls().size(); }
 
     /// What was recorded since `startConnected` or `forgetCalls`.

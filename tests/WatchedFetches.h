@@ -1,6 +1,6 @@
 #pragma once
 
-// Extensions that watch how a walk fetches the list of root folders.
+// Extensions that observe how the list of root folders is fetched while it is walked.
 
 #include "extension/FinderSync.h"
 #include "platform/System.h"
@@ -10,7 +10,7 @@
 
 namespace tests {
 
-/// Counts how often the list is fetched, and can make it shorter behind a walk's back.
+/// Counts how often the list is fetched, and can give a shorter list after some fetches.
 class CountingFetches : public findersync::FinderSync {
 public:
     [[nodiscard]] const std::vector<std::string>& pathsOfRootFolders() const override {
@@ -22,7 +22,7 @@ public:
     std::vector<std::string> none;
 };
 
-/// Tells when the list is fetched.
+/// Traces each fetch of the list.
 class TellingOfFetches : public findersync::FinderSync {
 public:
     [[nodiscard]] const std::vector<std::string>& pathsOfRootFolders() const override {

@@ -50,6 +50,7 @@ TEST_F(BadgeAssignment, ARootFolderGetsTheBadge) {
     EXPECT_EQ(badgeOf("/Users/a/Sync/doc.txt"), "");
     EXPECT_EQ(badgeOf("/Users/a"), "");
     EXPECT_EQ(badgeOf("/Users/a/Sync2"), "");
+    EXPECT_TRUE(world().assignments.empty()); // an empty identifier would be one, too
 }
 
 TEST_F(BadgeAssignment, TheURLIsPassedOnExactlyAsItCame) {

@@ -26,6 +26,8 @@
 namespace {
 
 using findersync::FinderSync;
+using F = FinderSync;
+using Strings = std::vector<std::string>;
 using platform::recording::record;
 using platform::recording::script;
 using platform::recording::world;
@@ -33,7 +35,7 @@ using Event = boost::json::array; ///< its name and its arguments
 using JSONValue = boost::json::value;
 using URL = FinderSync::URL;
 
-/// Thrown in place of the end of the process.
+/// Thrown where the process would end.
 struct FatalError {
     std::string reason;
 };
@@ -92,11 +94,11 @@ std::string described(const platform::Object& value) {
     return kinds.at(value.value.index());
 }
 
-/// The value of a property, as records have it.
+/// The value of a property in the form that records show.
 template <typename Value> std::string shown(const Value& value) {
     if constexpr (std::is_same_v<Value, URL>) {
         return value->path().value();
-    } else if constexpr (std::is_same_v<Value, std::vector<std::string>>) {
+    } else if constexpr (std::is_same_v<Value, Strings>) {
         std::string all = std::to_string(value.size());
         for (const std::string& path : value)
             all += ", " + path;
@@ -108,12 +110,12 @@ template <typename Value> std::string shown(const Value& value) {
     }
 }
 
-/// The value that a property is to have.
+/// A JSON value as the type of a property.
 template <typename Value> Value wanted(const JSONValue& value) {
     if constexpr (std::is_same_v<Value, URL>) {
         return platform::fileURLWithPath(text(value));
-    } else if constexpr (std::is_same_v<Value, std::vector<std::string>>) {
-        std::vector<std::string> paths;
+    } else if constexpr (std::is_same_v<Value, Strings>) {
+        Strings paths;
         for (const JSONValue& path : value.as_array())
             paths.push_back(text(path));
         return paths;
@@ -126,7 +128,7 @@ template <typename Value> Value wanted(const JSONValue& value) {
     }
 }
 
-/// A stream that the object has nothing to do with.
+/// A stream that is not one of the object's.
 class ForeignStream : public platform::NSStream {
 public:
     void setDelegate(platform::NSStreamDelegate*) override {}
@@ -135,35 +137,31 @@ public:
     [[nodiscard]] bool isEqual(const NSStream& other) const override { return this == &other; }
 };
 
-/// The object, recording what is set through its setters, but for the settings.
+/// Records each call of a setter, except while the settings are read.
 class RecordingFinderSync : public FinderSync {
 public:
-    void setMyFolderURL(URL url) override {
-        FinderSync::setMyFolderURL(recorded("myFolderURL", std::move(url)));
+    void setMyFolderURL(URL url) override { F::setMyFolderURL(recorded(__func__, std::move(url))); }
+    void setPathsOfRootFolders(Strings paths) override {
+        F::setPathsOfRootFolders(recorded(__func__, std::move(paths)));
     }
-    void setPathsOfRootFolders(std::vector<std::string> paths) override {
-        FinderSync::setPathsOfRootFolders(recorded("pathsOfRootFolders", std::move(paths)));
-    }
-    void setServerPort(std::uint32_t port) override {
-        FinderSync::setServerPort(recorded("serverPort", port));
-    }
+    void setServerPort(std::uint32_t port) override { F::setServerPort(recorded(__func__, port)); }
     void setIsSocketConnected(bool isConnected) override {
-        FinderSync::setIsSocketConnected(recorded("isSocketConnected", isConnected));
+        F::setIsSocketConnected(recorded(__func__, isConnected));
     }
     void setDisplayUrlLink(std::int64_t value) override {
-        FinderSync::setDisplayUrlLink(recorded("displayUrlLink", value));
+        F::setDisplayUrlLink(recorded(__func__, value));
     }
     void setDisplayBackup(std::int64_t value) override {
-        FinderSync::setDisplayBackup(recorded("displayBackup", value));
+        F::setDisplayBackup(recorded(__func__, value));
     }
     void setShareContactTitle(std::string title) override {
-        FinderSync::setShareContactTitle(recorded("shareContactTitle", std::move(title)));
+        F::setShareContactTitle(recorded(__func__, std::move(title)));
     }
     void setShareViaUrlTitle(std::string title) override {
-        FinderSync::setShareViaUrlTitle(recorded("shareViaUrlTitle", std::move(title)));
+        F::setShareViaUrlTitle(recorded(__func__, std::move(title)));
     }
     void setBackupTitle(std::string title) override {
-        FinderSync::setBackupTitle(recorded("backupTitle", std::move(title)));
+        F::setBackupTitle(recorded(__func__, std::move(title)));
     }
     FinderSync* init() override {
         isStarting_ = true;
@@ -173,9 +171,9 @@ public:
     }
 
 private:
-    template <typename Value> Value recorded(const char* property, Value value) const {
+    template <typename Value> Value recorded(const char* setter, Value value) const {
         if (!isStarting_)
-            record("set " + std::string(property) + ": " + shown(value));
+            record(std::string(setter) + ": " + shown(value));
         return value;
     }
 
@@ -212,7 +210,7 @@ private:
     void click(const Event& event);
     URL url(const JSONValue& parts);
     void select(const JSONValue& urls);
-    [[nodiscard]] std::vector<std::string> state() const;
+    [[nodiscard]] Strings state() const;
 
     std::unique_ptr<FinderSync> extension_ = std::make_unique<RecordingFinderSync>();
     std::vector<URL> urls_; // they live as long as the session, so that each is itself
@@ -271,39 +269,26 @@ std::string Session::play(const boost::json::array& events) {
         death = "fatal error: " + error.reason;
     }
 
-    // What the object has to do, and in this order; how it does the rest is its own affair.
-    static constexpr std::array required = {"event ",
-                                            "answer: ",
-                                            "set ",
-                                            "print: ",
-                                            "NSLog: ",
-                                            "malloc: ",
-                                            "inputStream ",
-                                            "outputStream ",
-                                            "FIFinderSync init",
-                                            "CFStreamCreatePairWithSocketToHost: ",
-                                            "imageNamed: ",
-                                            "setBadge",
-                                            "selectedItemURLs",
-                                            "NSMenu initWithTitle: ",
-                                            "initWithTitle:action:keyEquivalent: ",
-                                            "setImage: ",
-                                            "addItem: "};
+    // Only these calls and their order are compared; the object is free to make others.
+    static constexpr std::array required = {
+        "event ",       "answer: ",      "set",       "print: ",           "NSLog: ",
+        "malloc: ",     "inputStream ",  "addItem: ", "FIFinderSync init", "CFStreamCreatePair",
+        "imageNamed: ", "outputStream ", "NSMenu ",   "initWithTitle:",    "selectedItemURLs"};
     std::string records;
     for (const std::string& call : platform::recording::calls()) {
         const auto isBegin = [&call](const char* prefix) { return call.starts_with(prefix); };
-        if (std::ranges::any_of(required, isBegin) && !call.ends_with("Stream isEqual:") &&
-            !call.ends_with("Stream released"))
-            records += call + '\xFF';
-        else if (call.starts_with("setDirectoryURLs:"))
+        if (call.starts_with("setDirectoryURLs:"))
             records += "setDirectoryURLs:\xFF"; // the state has them
+        else if (std::ranges::any_of(required, isBegin) && !call.ends_with("Stream isEqual:") &&
+                 !call.ends_with("Stream released"))
+            records += call + '\xFF';
     }
     for (const std::string& part : state())
         records += part + '\xFF';
     return records + death + '\xFF';
 }
 
-/// What the platform shall answer from now on.
+/// Scripts the platform's answers.
 void Session::prepare(const Event& event) {
     const std::string what = text(event[0]);
     if (what == "script") {
@@ -406,9 +391,9 @@ void Session::select(const JSONValue& urls) {
         script().selection->push_back(url(parts));
 }
 
-/// Everything that is known at the end.
-std::vector<std::string> Session::state() const {
-    std::vector<std::string> all;
+/// The state of the object and of the platform at the end of the session.
+Strings Session::state() const {
+    Strings all;
     for (const auto& property : findersync::publishedProperties()) {
         const auto read = [&](const auto& accessors) {
             all.push_back(std::string(property.name) + " " +
@@ -432,7 +417,7 @@ std::vector<std::string> Session::state() const {
 
 } // namespace
 
-/// Takes the place of the platform's own function, which the linker then leaves out.
+/// Replaces the platform's function: the linker takes this one.
 void platform::fatalError(std::string_view reason) {
     throw FatalError{std::string(reason)};
 }

@@ -34,7 +34,7 @@ def session_of(seed, index):
 
 
 def run_driver(driver, sessions):
-    """What the program does in each session."""
+    """The program's records of each session."""
     try:
         finished = subprocess.run([driver], input=b"".join(map(encoded, sessions)),
                                   capture_output=True, check=False, timeout=TIMEOUT)
@@ -46,14 +46,14 @@ def run_driver(driver, sessions):
 
 
 def expectation(session):
-    """What the model does, as the driver would write it."""
+    """The model's records, in the form that the driver writes."""
     records, death = model.run(session)
     return b"".join((record if isinstance(record, bytes) else record.encode()) + b"\xff"
                     for record in [*records, str(death or "")])
 
 
 def parse_reports(data):
-    """The reports that were sent, one directly after the other."""
+    """Splits click reports that were sent back to back."""
     text, reports = data.decode(), []
     while text:
         report, end = json.JSONDecoder().raw_decode(text)
@@ -70,7 +70,7 @@ def differs(driver, session):
 
 
 def shrunk(driver, session):
-    """The session without the events, and without the inbound lines, that do not matter."""
+    """The session without those events and inbound lines that the difference does not need."""
     for index in reversed(range(len(session))):
         if differs(driver, shorter := session[:index] + session[index + 1:]):
             session = shorter
@@ -85,7 +85,7 @@ def shrunk(driver, session):
 
 
 def report(driver, seed, index):
-    """A session that differs, in words."""
+    """Describes a session that differs, and where."""
     session = shrunk(driver, session_of(seed, index))
     lines = [f"--seed {seed}, session {index} differs; reproduce with "
              f"compare.py --driver {driver} --seed {seed} --first {index} --sessions 1",
@@ -100,12 +100,13 @@ def report(driver, seed, index):
         same += 1
     lines += [f"Alike up to record {same}: {[each.decode() for each in expected[:same][-4:]]}"]
     for who, records in (("model", expected), ("program", actual)):
-        lines += [f"What the {who} does then:", *(f"    {each!r}" for each in records[same:same + 8])]
+        lines += [f"What the {who} does then:",
+                  *(f"    {each!r}" for each in records[same:same + 8])]
     return "\n".join(lines)
 
 
 def run_batch(job):
-    """A number of sessions: how many events they had, the branches reached, the first report."""
+    """Runs a batch. Gives its number of events, the branches reached and the first difference."""
     driver, seed, first, count = job
     model.reached.update(dict.fromkeys(model.BRANCHES, 0))
     sessions = [session_of(seed, index) for index in range(first, first + count)]

@@ -1,5 +1,5 @@
-"""What the extension must do, written a second time and without looking at the first: a model to
-compare the program with. Where the two differ, neither is right for being there.
+"""An independent model of the extension's object, written from its documented behaviour and not
+from its code. Where the two differ, either may be wrong.
 
 A model runs one session (see sessions.py) and gives the records that the driver must give for it.
 """
@@ -62,7 +62,7 @@ def reach(branch):
 
 
 class Death(Exception):
-    """The process ends here, with what it writes on standard error."""
+    """The process ends here; the argument is its last line on standard error."""
 
 
 def die(branch, reason):
@@ -71,7 +71,7 @@ def die(branch, reason):
 
 
 class Stream:
-    """One direction of the scripted link, as the driver's platform has it."""
+    """One direction of the link, as the recording platform simulates it."""
 
     def __init__(self, name, link):
         self.name = name
@@ -88,7 +88,7 @@ class Link:
 
 
 class World:
-    """The platform around the object: what it is told to answer, and what it has seen."""
+    """The recording platform: its scripted answers, and the calls that it has recorded."""
 
     def __init__(self):
         self.records = []
@@ -188,7 +188,7 @@ class World:
             self.events.append((stream, event))
 
     def next_event(self):
-        """The next event that a delegate hears of; none when the queue's head is not one."""
+        """Takes the first event from the queue; none if its stream no longer delivers it."""
         stream, event = self.events.popleft()
         if stream.is_released or stream.status not in ("opening", "open"):
             return None
@@ -200,7 +200,7 @@ class World:
 
 
 class Extension:
-    """The object."""
+    """The extension's object."""
 
     def __init__(self, world):
         self.world = world
@@ -312,12 +312,12 @@ class Extension:
             self.set("isSocketConnected", False)
 
     def set(self, name, value):
-        """Through the property's setter."""
+        """Calls the property's setter."""
         self.properties[name] = folder_path(value) if name == "myFolderURL" else value
-        self.world.record(f"set {name}: {self.shown(name)}")
+        self.world.record(f"set{name[0].upper()}{name[1:]}: {self.shown(name)}")
 
     def shown(self, name):
-        """A property's value, as records have it."""
+        """A property's value in the form that records show."""
         value = self.properties[name]
         if isinstance(value, list):
             return ", ".join([str(len(value)), *value])
@@ -514,7 +514,8 @@ class Extension:
                 return world.written_json.decode()
             except UnicodeDecodeError:
                 return ""
-        return json.dumps(value, ensure_ascii=False, sort_keys=True, indent=2 if is_pretty else None,
+        return json.dumps(value, ensure_ascii=False, sort_keys=True,
+                          indent=2 if is_pretty else None,
                           separators=(",", " : " if is_pretty else ":"))
 
     def send_clicked_data(self, click_type):
@@ -586,7 +587,7 @@ ESCAPES = {"\\": "\\\\", '"': '\\"', "'": "\\'", "\0": "\\0", "\n": "\\n", "\r":
 
 
 def escaped(text):
-    """A text as it stands between the quotes of a literal."""
+    """A text with the escapes of a string literal."""
     if text.isalnum():
         return text
     return "".join(
@@ -604,7 +605,7 @@ class Run:
         self.is_over = False
 
     def records(self, session):
-        """Every record of the session, a text or bytes, and its death or none."""
+        """All records of the session, texts or bytes, and the fatal error that ended it, if any."""
         death = None
         try:
             for event in session:
@@ -747,5 +748,5 @@ EVENTS = {
 
 
 def run(session):
-    """The records that a session must give, and its death or none."""
+    """All records of a session, and the fatal error that ended it, if any."""
     return Run().records(session)

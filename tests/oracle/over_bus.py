@@ -11,18 +11,18 @@ METHODS = {"begin": "BeginObservingDirectoryAtURL", "end": "EndObservingDirector
 
 
 def has_bus_form(path):
-    """Whether the bus carries a path, as the path of an item."""
+    """Whether an item with this path can be named on the bus."""
     return path is not None and path.startswith("/") and "\0" not in path
 
 
 def sent_over_bus(url):
-    """A URL as the bus brings it: of a file, and without a "/" at the end of its path."""
+    """The file URL of the same path, without a "/" at its end."""
     path = url[1].rstrip("/") or "/"
     return "file://" + urllib.parse.quote(path), path, True
 
 
 def playable(event):
-    """The event in a form that the real process can be given, or none."""
+    """The event as it can be given to the real process, or none when it cannot."""
     name, *arguments = event
     if name == "send" and arguments[0]:
         return event
@@ -63,7 +63,7 @@ def ask(session, name, *arguments):
 
 
 def visible(text):
-    """A text as the bus shows it."""
+    """A text as D-Bus carries it: up to the first NUL."""
     return text.split("\0")[0]
 
 

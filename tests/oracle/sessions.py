@@ -1,4 +1,4 @@
-"""Sessions made at random, and how they are written down for the driver.
+"""Generates random sessions and encodes them for the driver.
 
 A session is a list of events: tuples of a name and its arguments, as `EVENTS` in model.py takes
 them. Characters are limited to those that Unicode 14 knows.
@@ -69,7 +69,7 @@ VALUES = [{}, [], {"a": "b"}, ["a", 1, None, True], {"k": {"n": [1, 2, {"m": "/x
 
 
 class Maker:
-    """Makes one session of the numbers that a random generator gives."""
+    """Generates one session from a random generator."""
 
     def __init__(self, random):
         self.random = random
@@ -90,7 +90,7 @@ class Maker:
         return "".join("/" + self.pick(names) for _ in range(1 + self.below(2)))
 
     def path(self):
-        """A root, or something that has to do with one."""
+        """A root folder, or a path that resembles one."""
         root = self.pick(self.roots)
         chance = self.chance()
         if chance < 0.35:
@@ -134,7 +134,7 @@ class Maker:
     # Messages
 
     def text(self, value):
-        """A JSON text of a text."""
+        """A text as a JSON string, escaped in one of several ways."""
         chance = self.chance()
         if chance < 0.7:
             return json.dumps(value, ensure_ascii=False)
@@ -145,7 +145,7 @@ class Maker:
         return '"' + "".join(f"\\u{unit:04X}" for unit in utf16(value)) + '"'
 
     def member(self, key, value):
-        """A member that is as it should be, mostly."""
+        """A member of a JSON object, in rare cases a wrong one."""
         chance = self.chance()
         if chance < 0.98:
             return f'{self.text(key)}:{self.text(value)}'
@@ -201,7 +201,7 @@ class Maker:
         return line[:at] + other + line[at + self.below(2):]
 
     def inbound(self):
-        """The bytes of a few lines."""
+        """A few lines, as the companion would send them."""
         lines = [self.line() for _ in range(1 + self.below(4))]
         text = "\n".join(lines) + ("\n" if self.chance() < 0.9 else "")
         data = text.encode()
@@ -254,7 +254,7 @@ class Maker:
     # Events
 
     def prepare(self):
-        """What is there before the object starts."""
+        """The settings and the platform before the object starts."""
         chance = self.chance
         if chance() < 0.97:
             self.events.append(("port", 61842))
@@ -318,7 +318,7 @@ class Maker:
         elif chance < 0.8:
             self.events += [("connect",), ("turns",)]
         elif chance < 0.85:
-            # Only here can a text be nested too deep: a read is too short for it.
+            # A read is too short for a text that exceeds the nesting limit.
             is_deep = self.chance() < 0.1
             self.events.append(("parse", self.nested(506 + self.below(10)) if is_deep
                                 else self.line()))
@@ -351,7 +351,7 @@ class Maker:
         self.events.append(("set", name, value))
 
     def announce(self):
-        """The roots, as a companion announces them first of all."""
+        """Sends the root folders, as a companion does once it is connected."""
         lines = [json.dumps({"type": "add_folder", "path": root}) for root in self.roots]
         if self.chance() < 0.5:
             lines.append('{"type":"set_menu_usage","displayBackup":"1"}')
@@ -386,6 +386,6 @@ def make_session(random):
 
 
 def encoded(session):
-    """A session for the driver: a line of JSON, in which bytes are told from texts."""
+    """A session as a line of JSON for the driver; bytes become {"bytes": text}."""
     line = json.dumps(session, default=lambda data: {"bytes": data.decode("latin-1")})
     return line.encode() + b"\n"

@@ -23,8 +23,7 @@ def equal(one, other):
 
 
 def contains(text, searched):
-    """The search without options: no match ends inside a user-perceived character, and the empty
-    text is nowhere."""
+    """Literal search: a match ends at a grapheme boundary, and the empty text is never found."""
     if not searched:
         return False
     text, searched = decomposed(text), decomposed(searched)
@@ -37,7 +36,7 @@ def contains(text, searched):
 
 
 def cluster_class(character):
-    """The part that a character plays in clusters, for those that sessions use."""
+    """The grapheme-cluster class of a character; complete for those that sessions use."""
     code = ord(character)
     if 0x1100 <= code <= 0x115f or 0xa960 <= code <= 0xa97c:
         return "L"
@@ -63,7 +62,7 @@ HANGUL = {("L", "L"), ("L", "V"), ("V", "V"), ("V", "T"), ("T", "T")}
 
 
 def is_boundary(text, at):
-    """Whether a user-perceived character ends at a place in a decomposed text."""
+    """Whether a position in a decomposed text is a grapheme boundary."""
     if at == len(text):
         return True
     before, after = cluster_class(text[at - 1]), cluster_class(text[at])
@@ -100,7 +99,7 @@ def finite(digits):
 
 
 def checked_pairs(pairs):
-    """An object, whose last value of a key counts, but whose every text is a text."""
+    """An object: the last of equal keys wins, but a lone surrogate in any of them is an error."""
     for key, value in pairs:
         check_surrogates(key)
         check_surrogates(value)
