@@ -1,18 +1,15 @@
-// bare-loop PORT TRAFFIC: what the extension is compared with. It makes the same kinds of system
-// calls for the same bytes, and nothing else: it waits, receives at most 1,024 bytes, and writes
-// the text to standard output that the extension would have printed of them.
+// bare-loop PORT BURST TRACE: what the extension's inbound link is compared with. It makes the same
+// kinds of system calls for the same bytes and does nothing else: it waits, receives at most as
+// many bytes as BURST has, and writes TRACE, which is what the extension prints for that burst.
 
-#include "bench/InboundTraffic.h"
 #include "bench/Loopback.h"
 #include "bench/SystemCall.h"
 
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <exception>
 #include <poll.h>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -20,7 +17,6 @@
 namespace {
 
 using findersync::bench::checked;
-using findersync::bench::Traffic;
 
 void writeFully(std::string_view text) {
     while (!text.empty())
@@ -28,42 +24,28 @@ void writeFully(std::string_view text) {
             checked(::write(STDOUT_FILENO, text.data(), text.size()), "write")));
 }
 
-/// The trace lies ready, but for the bytes in its midst that each burst is received into.
-void serve(int connection, const Traffic& traffic) {
-    std::string trace = traffic.trace;
-    char* const received = trace.data() + trace.find(traffic.burst);
+/// Each burst is received into its place in the trace, which is otherwise ready to be written.
+void serve(int connection, const std::string& burst, std::string trace) {
+    char* const received = trace.data() + trace.find(burst);
     for (;;) {
         pollfd request{.fd = connection, .events = POLLIN, .revents = 0};
         checked(::poll(&request, 1, -1), "poll");
         const auto count =
-            checked(::recv(connection, received, Traffic::burstSize, MSG_DONTWAIT), "recv");
+            checked(::recv(connection, received, burst.size(), MSG_DONTWAIT), "recv");
         if (count == 0)
             return;
-        if (count != Traffic::burstSize)
+        if (static_cast<std::size_t>(count) != burst.size())
             throw std::runtime_error("a burst did not arrive whole");
         writeFully(trace);
     }
 }
 
-void run(int argc, char** argv) {
-    const auto traffic = findersync::bench::trafficWithName(argc == 3 ? argv[2] : "");
-    if (!traffic)
-        throw std::invalid_argument("usage: bare-loop PORT ascii|non-ascii");
-    // Ends like the extension does, with exit code 0.
-    (void)std::signal(SIGTERM, [](int) { ::_exit(EXIT_SUCCESS); });
-    const auto connection =
-        findersync::bench::connectToLoopback(findersync::bench::portFromText(argv[1]));
-    serve(connection.get(), *traffic);
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
-    try {
-        run(argc, argv);
-        return EXIT_SUCCESS;
-    } catch (const std::exception& error) {
-        (void)std::fprintf(stderr, "bare-loop: %s\n", error.what());
-        return EXIT_FAILURE;
-    }
+    if (argc != 4)
+        throw std::invalid_argument("usage: bare-loop PORT BURST TRACE");
+    (void)std::signal(SIGTERM, [](int) { ::_exit(EXIT_SUCCESS); }); // exit code 0, as the extension
+    serve(findersync::bench::connectToLoopback(argv[1]), argv[2], argv[3]);
+    return EXIT_SUCCESS;
 }

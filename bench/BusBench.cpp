@@ -1,146 +1,105 @@
-// bus-bench: round trips over the session bus to the real process, with its log on, beside round
-// trips to an empty service.
+// bus-bench CALLS badge|menu URL: round trips over the session bus to the extension and to the
+// empty program, in turn. Prints the microseconds of each pair, the empty program's first. Each
+// round trip lasts from the making of the call to the end of reading its answer. The answers must
+// be the same every time; the last line is that answer.
 
-#include "bench/BusAnswers.h"
-#include "bench/BusCaller.h"
-#include "bench/ChildProcess.h"
-#include "bench/LogSink.h"
-#include "bench/Loopback.h"
-#include "bench/OneCore.h"
-#include "bench/Report.h"
-#include "bench/Session.h"
+#include "Names.h"
+#include "process/SystemdHandles.h"
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <stdexcept>
-#include <unistd.h>
-
-namespace findersync::bench {
+#include <string>
+#include <string_view>
 
 namespace {
 
-constexpr const char* extensionName = FINDER_SYNC_GROUP ".FinderSync";
-constexpr const char* emptyServiceName = FINDER_SYNC_GROUP ".EmptyService";
+using process::Message;
+using process::Out;
 
-const std::string rootFolder = "/home/anna/Documents/Customers";
-const std::string rootURL = "file:///home/anna/Documents/Customers";
-const std::string itemURL = "file:///home/anna/Documents/Customers/Quarterly%20reports/2026";
+constexpr std::uint64_t timeoutInMicroseconds = 10'000'000;
 
-using Answer = BusCaller::Answer;
-
-struct Case {
-    const char* what;
-    std::vector<std::string> roots;
-    Answer (BusCaller::*call)(const std::string& service, const std::string& url) const;
-    const std::string& url;
-    Answer answer;
-};
-
-/// A program that serves on the bus, with both its standard streams going to the sink.
-class Service {
-public:
-    Service(const std::vector<std::string>& command, const LoopbackListener& listener,
-            const LogSink& log)
-        : program_(command, {.output = log.descriptor(), .error = log.descriptor()},
-                   {"JOURNAL_STREAM=" + log.journalStream()}),
-          connection_(listener.accept()) {}
-
-private:
-    ChildProcess program_;
-    FileDescriptor connection_; ///< what it takes for its companion application
-};
-
-/// Microseconds of one round trip, from the making of the call to the end of its answer's reading.
-double measure(const BusCaller& caller, const Case& test, const char* service) {
-    const auto begin = std::chrono::steady_clock::now();
-    const Answer answer = (caller.*test.call)(service, test.url);
-    const auto end = std::chrono::steady_clock::now();
-    if (answer != test.answer)
-        throw std::runtime_error(std::string(service) + " gives another answer than expected");
-    return std::chrono::duration<double, std::micro>(end - begin).count();
+int require(int result) {
+    if (result < 0)
+        throw std::runtime_error(std::string("a call over the bus failed: ") +
+                                 std::strerror(-result));
+    return result;
 }
 
-void announce(const BusCaller& caller, const std::vector<std::string>& roots) {
-    caller.setProperty(extensionName, "pathsOfRootFolders", roots);
-    caller.setProperty(extensionName, "shareViaUrlTitle", menuEntries[0].title);
-    caller.setProperty(extensionName, "backupTitle", menuEntries[1].title);
-    caller.setProperty(extensionName, "displayBackup", std::int64_t{1});
-}
+struct Caller {
+    process::Bus bus;
+    std::string url;
 
-Figure compare(const Session& session, const Case& test) {
-    const LoopbackListener listener;
-    const LogSink log;
-    auto emptyService = session.benchProgram("empty-service", listener.port());
-    emptyService.push_back(test.answer.front());
-    const Service bareService(emptyService, listener, log);
-    const Service extension(session.extension(listener.port()), listener, log);
-    const BusCaller caller;
-    announce(caller, test.roots);
-
-    const std::uint64_t loggedBefore = log.drained();
-    std::vector<double> bare;
-    std::vector<double> real;
-    for (int left = session.isQuick() ? 50 : 5'000; left > 0; --left) {
-        bare.push_back(measure(caller, test, emptyServiceName));
-        real.push_back(measure(caller, test, extensionName));
+    [[nodiscard]] Message newCall(const std::string& service, const char* method) const {
+        Message message;
+        require(sd_bus_message_new_method_call(bus.get(), Out(message), service.c_str(),
+                                               findersync::objectPath, findersync::interfaceName,
+                                               method));
+        return message;
     }
-    const auto logged = static_cast<double>(log.drained() - loggedBefore);
-    (void)std::fprintf(stderr,
-                       "%s: empty service %.1f us, extension %.1f us, %.0f bytes logged a "
-                       "call\n",
-                       test.what, median(bare), median(real),
-                       logged / static_cast<double>(real.size()));
-    if (logged == 0)
-        throw std::runtime_error("the extension does not log");
-    return {.what = test.what, .measured = median(real) / median(bare), .atMost = 1.3};
-}
 
-std::vector<std::string> tenOtherRoots() {
-    std::vector<std::string> roots;
-    for (char number = '0'; number <= '9'; ++number)
-        roots.push_back(rootFolder + "/Quarterly reports/202" + number + " and before");
-    return roots;
-}
+    [[nodiscard]] Message reply(const Message& call) const {
+        Message reply;
+        require(sd_bus_call(bus.get(), call.get(), timeoutInMicroseconds, nullptr, Out(reply)));
+        return reply;
+    }
 
-Answer offeredMenu() {
-    Answer texts;
-    for (const MenuEntry& entry : menuEntries)
-        texts.insert(texts.end(), {entry.title, entry.action, entry.image});
-    return texts;
-}
+    [[nodiscard]] std::string badge(const std::string& service) const {
+        const Message call = newCall(service, "RequestBadgeIdentifierForURL");
+        require(sd_bus_message_append_basic(call.get(), 's', url.c_str()));
+        const Message answer = reply(call);
+        const char* badge = nullptr;
+        require(sd_bus_message_read_basic(answer.get(), 's', &badge));
+        return badge;
+    }
 
-int run(const Session& session) {
-    const std::vector<Case> cases = {
-        {.what = "bus, a badge, 1 root that matches",
-         .roots = {rootFolder},
-         .call = &BusCaller::requestBadge,
-         .url = rootURL,
-         .answer = {badgeIdentifier}},
-        {.what = "bus, a badge, 10 roots that do not",
-         .roots = tenOtherRoots(),
-         .call = &BusCaller::requestBadge,
-         .url = itemURL,
-         .answer = {""}},
-        {.what = "bus, a menu of two entries",
-         .roots = {rootFolder},
-         .call = &BusCaller::menu,
-         .url = itemURL,
-         .answer = offeredMenu()},
-    };
-    // Caller, daemon and service take turns anyway. Where the system puts each of them would make
-    // a round trip half as long or twice as long, and that changes by the minute.
-    const OneCore daemon(BusCaller().daemon());
-    const OneCore everythingElse(::getpid());
-    std::vector<Figure> figures;
-    for (const Case& test : cases)
-        figures.push_back(compare(session, test));
-    return report(figures, !session.isQuick());
+    [[nodiscard]] std::string menu(const std::string& service) const {
+        const Message call = newCall(service, "MenuForMenuKind");
+        require(sd_bus_message_append(call.get(), "uas", 0, 1, url.c_str()));
+        const Message answer = reply(call);
+        int isOffered = 0;
+        require(sd_bus_message_read_basic(answer.get(), 'b', &isOffered));
+        require(sd_bus_message_enter_container(answer.get(), 'a', "(sss)"));
+        std::string entries;
+        const char* title = nullptr;
+        const char* action = nullptr;
+        const char* image = nullptr;
+        while (require(sd_bus_message_read(answer.get(), "(sss)", &title, &action, &image)) > 0)
+            entries.append(title).append("|").append(action).append("|").append(image).append("|");
+        return entries;
+    }
+};
+
+/// Microseconds of one round trip.
+template <typename Call> double measure(const Call& call, std::string& answer) {
+    const auto begin = std::chrono::steady_clock::now();
+    const std::string given = call();
+    const std::chrono::duration<double, std::micro> time = std::chrono::steady_clock::now() - begin;
+    if (answer == "?")
+        answer = given;
+    if (given != answer)
+        throw std::runtime_error("the answers differ: " + answer + " and " + given);
+    return time.count();
 }
 
 } // namespace
 
-} // namespace findersync::bench
-
 int main(int argc, char** argv) {
-    return findersync::bench::runBench(findersync::bench::run, argc, argv, 120);
+    if (argc != 4)
+        throw std::invalid_argument("usage: bus-bench CALLS badge|menu URL");
+    Caller caller{.bus = {}, .url = argv[3]};
+    require(sd_bus_open_user(Out(caller.bus)));
+    const auto ask = std::string_view(argv[2]) == "menu" ? &Caller::menu : &Caller::badge;
+    const std::string emptyProgram = std::string(findersync::applicationGroup) + ".EmptyProgram";
+    const std::string extension = findersync::busName;
+    std::string answer = "?";
+    for (int left = std::stoi(argv[1]); left > 0; --left) {
+        const double bare = measure([&] { return (caller.*ask)(emptyProgram); }, answer);
+        const double real = measure([&] { return (caller.*ask)(extension); }, answer);
+        std::printf("%.3f %.3f\n", bare, real);
+    }
+    std::printf("%s\n", answer.c_str());
+    return EXIT_SUCCESS;
 }

@@ -1,8 +1,7 @@
 // counting-allocator: loaded in front of the C library, it notes how many bytes of the heap a
 // program has requested and not freed. Each block is preceded by a note of its size.
 
-#include "bench/LiveBytes.h"
-
+#include <atomic>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -22,7 +21,12 @@ void __libc_free(void*);
 
 namespace {
 
-using findersync::bench::LiveBytes;
+/// What the heap holds, kept in a file that other processes can map.
+struct LiveBytes {
+    std::atomic<std::int64_t> bytes;  ///< as requested, without what the allocator adds
+    std::atomic<std::int64_t> blocks; ///< allocations that have not been freed
+};
+static_assert(std::atomic<std::int64_t>::is_always_lock_free);
 
 struct alignas(std::max_align_t) Note {
     std::size_t size; ///< as requested
@@ -32,9 +36,9 @@ struct alignas(std::max_align_t) Note {
 LiveBytes beforeTheFileIsOpen;
 LiveBytes* liveBytes = &beforeTheFileIsOpen;
 
-/// Goes on counting in the file that the environment names.
+/// Goes on counting in the file that the environment names, which must exist and be large enough.
 __attribute__((constructor)) void openFile() {
-    const char* const path = std::getenv(findersync::bench::liveBytesVariable);
+    const char* const path = std::getenv("FINDER_SYNC_BENCH_LIVE_BYTES");
     const int file = path == nullptr ? -1 : ::open(path, O_RDWR | O_CLOEXEC);
     void* const memory =
         ::mmap(nullptr, sizeof(LiveBytes), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);

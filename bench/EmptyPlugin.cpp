@@ -1,49 +1,14 @@
 // empty-plugin: what the plug-in for Caja is compared with. It provides the same two interfaces and
 // returns at once.
-//
-// $FINDER_SYNC_BENCH_BADGED may hold the URL of an item. SIGUSR1 then gives that item the emblem of
-// the plug-in's badge, or takes it away: that is the barest way to change what a window shows.
 
-#include <csignal>
-#include <cstdlib>
-#include <glib-unix.h>
 #include <libcaja-extension/caja-extension-types.h>
-#include <libcaja-extension/caja-file-info.h>
 #include <libcaja-extension/caja-info-provider.h>
 #include <libcaja-extension/caja-menu-provider.h>
-#include <string_view>
 
 namespace {
 
-/// The item that signals are about.
-struct {
-    const char* url = nullptr;
-    CajaFileInfo* file = nullptr; ///< once it is shown; the window keeps it
-    bool isBadged = false;
-} item;
-
-gboolean toggle(void*) {
-    item.isBadged = !item.isBadged;
-    if (item.file != nullptr)
-        caja_file_info_invalidate_extension_info(item.file);
-    return G_SOURCE_CONTINUE;
-}
-
-void show(CajaFileInfo* file) {
-    if (item.file == nullptr) {
-        char* const url = caja_file_info_get_uri(file);
-        if (std::string_view(url) == item.url)
-            item.file = file;
-        g_free(url);
-    }
-    if (file == item.file && item.isBadged)
-        caja_file_info_add_emblem(file, FINDER_SYNC_GROUP ".FolderIco");
-}
-
-CajaOperationResult updateFileInfo(CajaInfoProvider*, CajaFileInfo* file, GClosure*,
+CajaOperationResult updateFileInfo(CajaInfoProvider*, CajaFileInfo*, GClosure*,
                                    CajaOperationHandle**) {
-    if (item.url != nullptr)
-        show(file);
     return CAJA_OPERATION_COMPLETE;
 }
 
@@ -81,9 +46,6 @@ G_MODULE_EXPORT void caja_module_initialize(GTypeModule* module) {
         g_type_module_register_type(module, G_TYPE_OBJECT, "EmptyProvider", &type, GTypeFlags(0));
     g_type_module_add_interface(module, provider, CAJA_TYPE_INFO_PROVIDER, &info);
     g_type_module_add_interface(module, provider, CAJA_TYPE_MENU_PROVIDER, &menu);
-    item.url = std::getenv("FINDER_SYNC_BENCH_BADGED");
-    if (item.url != nullptr)
-        (void)g_unix_signal_add(SIGUSR1, &toggle, nullptr);
 }
 
 G_MODULE_EXPORT void caja_module_shutdown() {}

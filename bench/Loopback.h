@@ -1,33 +1,25 @@
 #pragma once
 
-#include "bench/FileDescriptor.h"
+#include "bench/SystemCall.h"
 
+#include <arpa/inet.h>
 #include <cstdint>
-#include <string_view>
+#include <netinet/in.h>
+#include <string>
+#include <sys/socket.h>
 
 namespace findersync::bench {
 
-/// Listens where the extension looks for its companion application: on the loopback interface, at
-/// a port that the system has chosen.
-class LoopbackListener {
-public:
-    LoopbackListener();
-
-    [[nodiscard]] std::uint16_t port() const { return port_; }
-
-    /// Waits for a connection and takes it; throws when none comes within ten seconds. What is
-    /// written to the connection leaves at once, however short it is.
-    [[nodiscard]] FileDescriptor accept() const;
-
-private:
-    FileDescriptor socket_;
-    std::uint16_t port_ = 0;
-};
-
-/// Connects to a port on the loopback interface.
-[[nodiscard]] FileDescriptor connectToLoopback(std::uint16_t port);
-
-/// The port number that a text holds; throws when it holds none.
-[[nodiscard]] std::uint16_t portFromText(std::string_view text);
+/// Connects to a port of 127.0.0.1, given as text. The socket stays open as long as the process.
+inline int connectToLoopback(const char* port) {
+    const int connection = checked(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0), "socket");
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(static_cast<std::uint16_t>(std::stoi(port)));
+    checked(::connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof address),
+            "connect");
+    return connection;
+}
 
 } // namespace findersync::bench
