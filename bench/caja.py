@@ -117,7 +117,7 @@ class FolderBench:
         if not self.emblem:
             raise CannotMeasure("Caja does not show the badge")
         if (screen.color(*self.emblem) == EMBLEM_COLOR) != has_badges:
-            raise CannotMeasure("Caja shows a badge where there is none, or none where there is one")
+            raise CannotMeasure("Caja shows a badge where there is none, or none where one is")
         # An emblem moves its icon, but not by the height of the icon.
         x, y = self.emblem[0] - EMBLEM_EDGE, self.emblem[1] + EMBLEM_EDGE
         if screen.color(x, y) == screen.color(x - 2 * EMBLEM_EDGE, y):

@@ -126,7 +126,7 @@ def memory(session, report):
         return link
 
     def proportional_set_size(link):
-        """KiB: the program's own pages, and its share of those that it has in common with others."""
+        """KiB: the program's own pages, and its share of those that others have mapped too."""
         return int(link.program.read("smaps_rollup").split("Pss:")[1].split()[0])
 
     def alone(command):

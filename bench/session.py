@@ -63,8 +63,8 @@ class Program:
 
 
 class LogSink:
-    """Takes log lines as a service manager's journal does: a Unix stream socket that another process
-    drains, which counts the bytes."""
+    """Takes log lines as a service manager's journal does: a Unix stream socket that another
+    process drains, which counts the bytes."""
 
     def __init__(self):
         self.socket, read_end = socket.socketpair()
@@ -167,7 +167,7 @@ class Session:
 
     def run(self, name, *arguments, descriptors=(), output=subprocess.PIPE, error=None,
             environment=(), text=None):
-        """Runs one of the C++ programs to its end, and gives the lines that it printed, in words."""
+        """Runs one of the C++ programs to its end; gives the lines that it printed, in words."""
         ran = subprocess.run([self.benches / name, *map(str, arguments)], pass_fds=descriptors,
                              stdout=output, stderr=error or self.log, input=text, text=True,
                              env=self.environment | dict(environment))
