@@ -208,7 +208,9 @@ def bus(session, report):
             extension.send(type="set_locale", shareContactTitle="Share with contacts",
                            shareViaUrlTitle="Share by link", backupTitle="Back up")
             extension.send(type="set_menu_usage", displayBackup="1")
+            trace = extension.drain()
             *pairs, answer = session.run("bus-bench", 50 if session.is_quick else 5000, call, url)
+        trace.wait()
         if sink.close() == 0:
             raise CannotMeasure("the extension does not log")
         pairs = [(float(bare), float(real)) for bare, real in pairs]
