@@ -1,11 +1,11 @@
 # Debian packages: the extension, a plug-in for each file manager, and the tools for developers.
-# Included last, since the file managers have to be known.
+# Included after the tools and the plug-ins, since only what is built is packaged.
 set(FINDER_SYNC_MAINTAINER "Finder Sync extension developers <maintainers@example.com>" CACHE STRING
-  "Who answers for the packages: a name and an address for mail")
+  "Maintainer of the packages: name and mail address")
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME finder-sync)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # package() sets one for each
 set(CPACK_PACKAGE_CONTACT ${FINDER_SYNC_MAINTAINER})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_SOURCE_DIR}/build/packages)
@@ -21,8 +21,8 @@ set(this_version "= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
 
 # package(<component> SECTION <section> DEPENDS <packages> SUMMARY <line> DESCRIPTION <text>)
 #
-# Describes the package finder-sync-<component>, and gives it the documents that each one carries.
-# A macro, since what it sets is for CPack.
+# Describes the package finder-sync-<component> and installs the documents that every package has.
+# A macro, since CPack reads the variables that it sets.
 macro(package component)
   cmake_parse_arguments(arg "" "SECTION;DEPENDS;SUMMARY;DESCRIPTION" "" ${ARGN})
   string(TOUPPER ${component} upper)
@@ -61,16 +61,17 @@ the folders of a sync client get, and tells the sync client what the user has
 picked. The session bus starts it when a file manager asks for it.
 .
 Install the package of your file manager as well.")
-package(tools
-  SECTION devel
-  DEPENDS "finder-sync-extension (${this_version})"
-  SUMMARY "Finder Sync extension: tools for developers"
-  DESCRIPTION "What the developers of sync clients and of plug-ins for file managers need:
+if(TARGET finderctl)
+  package(tools
+    SECTION devel
+    DEPENDS "finder-sync-extension (${this_version})"
+    SUMMARY "Finder Sync extension: tools for developers"
+    DESCRIPTION "What the developers of sync clients and of plug-ins for file managers need:
 finderctl plays a file manager in the terminal, companion plays a sync client,
 and a file describes the interface of the extension on the session bus.")
+endif()
 
-get_property(file_managers GLOBAL PROPERTY FINDER_SYNC_FILE_MANAGERS)
-list(REMOVE_DUPLICATES file_managers)
+get_property(file_managers GLOBAL PROPERTY FINDER_SYNC_BUILT_Plug-ins)
 foreach(file_manager IN LISTS file_managers)
   package(${file_manager}
     SECTION utils

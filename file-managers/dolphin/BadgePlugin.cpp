@@ -1,6 +1,7 @@
-// Dolphin takes this plug-in's root object itself for the badges of all its windows.
+// Dolphin uses the one root object of this plug-in for the badges of all its windows.
 
-#include "file-managers/dolphin/Extension.h"
+#include "Names.h"
+#include "file-managers/dolphin/ExtensionProxy.h"
 #include "file-managers/dolphin/ShownItems.h"
 
 #include <KOverlayIconPlugin>
@@ -12,7 +13,7 @@ namespace {
 QStringList overlays(const QString& badge) {
     if (badge.isEmpty())
         return {};
-    return {QLatin1String("emblem-" FINDER_SYNC_GROUP ".") + badge};
+    return {QLatin1String("emblem-") + QLatin1String(findersync::iconPrefix) + badge};
 }
 
 } // namespace
@@ -32,7 +33,7 @@ public:
     QStringList getOverlays(const QUrl& item) override { return overlays(shown_.show(item)); }
 
 private:
-    Extension extension_;
+    ExtensionProxy extension_;
     ShownItems shown_{extension_};
 };
 

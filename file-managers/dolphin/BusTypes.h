@@ -1,6 +1,8 @@
 #pragma once
 
-// What the interface file says in D-Bus types, and the generated proxy in these.
+// The types that the generated proxy has for those of the interface file.
+
+#include "file-managers/Limits.h"
 
 #include <QDBusArgument>
 #include <QList>
@@ -12,7 +14,7 @@
 struct FinderSyncMenuItem {
     QString title;
     QString selector; ///< of the action
-    QString image;    ///< name of an icon of the theme, without the group
+    QString image;    ///< the icon's name in the theme, without its prefix
 };
 Q_DECLARE_METATYPE(FinderSyncMenuItem)
 
@@ -35,15 +37,11 @@ inline const QDBusArgument& operator>>(const QDBusArgument& argument, FinderSync
     return argument;
 }
 
-/// The extension never offers more entries. Any program can own its name and offer more; the file
-/// manager has better things to do than to work on that.
-constexpr int mostMenuItems = 16;
-
-/// Reads one more than that at the most.
+/// Stops reading after one entry more than the limit.
 inline const QDBusArgument& operator>>(const QDBusArgument& argument, FinderSyncMenuItems& items) {
     items.clear();
     argument.beginArray();
-    while (!argument.atEnd() && items.size() <= mostMenuItems) {
+    while (!argument.atEnd() && items.size() <= file_managers::maxMenuItems) {
         FinderSyncMenuItem item;
         argument >> item;
         items.push_back(item);

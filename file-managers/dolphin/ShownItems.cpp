@@ -1,5 +1,7 @@
 #include "file-managers/dolphin/ShownItems.h"
 
+#include "file-managers/Limits.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -7,26 +9,24 @@ namespace file_managers {
 
 namespace {
 
-/// As many as are sent at a time: a folder of any size keeps neither side busy for long.
-constexpr int batchSize = 1000;
-
-/// As many as are remembered: far more than anyone scrolls through.
-constexpr int mostItems = 20000;
+/// Far more than anyone scrolls through.
+constexpr int maxItems = 20000;
 
 } // namespace
 
-ShownItems::ShownItems(Extension& extension) : extension_(extension) {
-    sendLater_.setSingleShot(true);
-    connect(&sendLater_, &QTimer::timeout, this, &ShownItems::send);
-    connect(&extension, &Extension::appeared, this, &ShownItems::askAgain);
-    connect(&extension, &Extension::rootFoldersChanged, this, &ShownItems::askAgain);
-    connect(&extension, &Extension::gone, this, &ShownItems::forgetBadges);
+ShownItems::ShownItems(ExtensionProxy& extension) : extension_(extension) {
+    sendTimer_.setSingleShot(true);
+    connect(&sendTimer_, &QTimer::timeout, this, &ShownItems::send);
+    connect(&extension, &ExtensionProxy::appeared, this, &ShownItems::requestAll);
+    connect(&extension, &ExtensionProxy::rootFoldersChanged, this, &ShownItems::requestAll);
+    connect(&extension, &ExtensionProxy::gone, this, &ShownItems::removeBadges);
 }
 
 QString ShownItems::show(const QUrl& url) {
     const auto place = places_.constFind(url);
-    // Whoever is told of a badge asks for it, which is not the user's looking at it.
-    if (isTelling_)
+    // On the signal, the file manager calls this to read the badge, which does not count as
+    // showing.
+    if (isSignalling_)
         return place == places_.constEnd() ? QString() : (*place)->badge;
     if (!url.isLocalFile())
         return {};
@@ -42,26 +42,26 @@ QString ShownItems::show(const QUrl& url) {
 void ShownItems::add(const QUrl& url) {
     items_.push_back({.url = url, .badge = {}});
     places_.insert(url, std::prev(items_.end()));
-    ask(items_.back());
-    if (places_.size() <= mostItems)
+    request(items_.back());
+    if (places_.size() <= maxItems)
         return;
-    // Badges stay in mind, since they have to be taken away some day. They are few.
+    // Items with a badge are kept, since the badge has to be removed one day. They are few.
     const auto hasNone = [](const Item& item) { return item.badge.isEmpty(); };
     const auto oldest = std::find_if(items_.begin(), items_.end(), hasNone);
     places_.remove(oldest->url);
     items_.erase(oldest);
 }
 
-void ShownItems::askAgain() {
+void ShownItems::requestAll() {
     for (Item& item : items_)
-        ask(item);
+        request(item);
 }
 
-void ShownItems::forgetBadges() {
-    isAsking_ = false; // nobody answers any more
+void ShownItems::removeBadges() {
+    isPending_ = false; // the answer will not come
     QList<QUrl> badged;
     for (Item& item : items_) {
-        item.isToBeAsked = false;
+        item.isQueued = false;
         if (!item.badge.isEmpty())
             badged.push_back(item.url);
     }
@@ -69,25 +69,25 @@ void ShownItems::forgetBadges() {
         setBadge(url, {});
 }
 
-void ShownItems::ask(Item& item) {
+void ShownItems::request(Item& item) {
     if (!extension_.isRunning())
         return;
-    item.isToBeAsked = true;
+    item.isQueued = true;
     sendLater();
 }
 
-/// Sends what has come up by the time that the file manager has nothing else to do.
+/// Collects requests until the file manager is idle.
 void ShownItems::sendLater() {
-    if (!isAsking_ && !sendLater_.isActive())
-        sendLater_.start(0);
+    if (!isPending_ && !sendTimer_.isActive())
+        sendTimer_.start(0);
 }
 
-QList<QUrl> ShownItems::nextRequest() {
+QList<QUrl> ShownItems::nextBatch() {
     QList<QUrl> urls;
     for (Item& item : items_) {
         if (urls.size() == batchSize)
             break;
-        if (std::exchange(item.isToBeAsked, false) && extension_.watches(item.url) &&
+        if (std::exchange(item.isQueued, false) && extension_.watches(item.url) &&
             !requestURL(item.url).isEmpty())
             urls.push_back(item.url);
     }
@@ -95,24 +95,24 @@ QList<QUrl> ShownItems::nextRequest() {
 }
 
 void ShownItems::send() {
-    const QList<QUrl> urls = nextRequest();
+    const QList<QUrl> urls = nextBatch();
     if (urls.isEmpty() || !extension_.isRunning())
         return;
-    isAsking_ = true;
+    isPending_ = true;
     QStringList requested;
     std::transform(urls.begin(), urls.end(), std::back_inserter(requested), &requestURL);
     extension_.requestBadges(requested, [this, urls](const QStringList& badges) {
-        isAsking_ = false;
-        take(urls, badges);
+        isPending_ = false;
+        setBadges(urls, badges);
         sendLater();
     });
 }
 
-void ShownItems::take(const QList<QUrl>& asked, const QStringList& badges) {
-    if (badges.size() != asked.size())
-        return; // it was refused
+void ShownItems::setBadges(const QList<QUrl>& batch, const QStringList& badges) {
+    if (badges.size() != batch.size())
+        return; // the request failed
     for (int index = 0; index < badges.size(); ++index)
-        setBadge(asked[index], badges[index]);
+        setBadge(batch[index], badges[index]);
 }
 
 void ShownItems::setBadge(const QUrl& url, const QString& badge) {
@@ -120,9 +120,9 @@ void ShownItems::setBadge(const QUrl& url, const QString& badge) {
     if (place == places_.constEnd() || (*place)->badge == badge)
         return;
     (*place)->badge = badge;
-    isTelling_ = true;
+    isSignalling_ = true;
     Q_EMIT badgeChanged(url, badge);
-    isTelling_ = false;
+    isSignalling_ = false;
 }
 
 } // namespace file_managers

@@ -2,7 +2,7 @@
 
 // The items that a file manager shows, and their badges.
 
-#include "file-managers/dolphin/Extension.h"
+#include "file-managers/dolphin/ExtensionProxy.h"
 
 #include <QHash>
 #include <QObject>
@@ -13,18 +13,18 @@
 
 namespace file_managers {
 
-/// Remembers what the file manager shows, asks the extension about it in batches, and tells when
+/// Tracks the items that the file manager shows, requests their badges in batches, and signals when
 /// a badge has changed.
 ///
-/// The file manager does not tell what it shows no longer. What was shown longest ago and carries
-/// no badge is forgotten when there are more items than a window of it ever looks at.
+/// The file manager does not tell when it no longer shows an item. Beyond `maxItems`, the item
+/// without a badge that was shown longest ago is dropped.
 class ShownItems : public QObject {
     Q_OBJECT
 
 public:
-    explicit ShownItems(Extension& extension);
+    explicit ShownItems(ExtensionProxy& extension);
 
-    /// The file manager shows an item: its badge, empty while none is known.
+    /// The file manager shows an item. Returns its last known badge, which may be empty.
     QString show(const QUrl& url);
 
 Q_SIGNALS:
@@ -34,26 +34,26 @@ private:
     struct Item {
         QUrl url;
         QString badge;
-        bool isToBeAsked = false;
+        bool isQueued = false;
     };
     using Place = std::list<Item>::iterator;
 
     void add(const QUrl& url);
-    void askAgain();
-    void forgetBadges();
-    void ask(Item& item);
+    void requestAll();
+    void removeBadges();
+    void request(Item& item);
     void sendLater();
     void send();
-    [[nodiscard]] QList<QUrl> nextRequest();
-    void take(const QList<QUrl>& asked, const QStringList& badges);
+    [[nodiscard]] QList<QUrl> nextBatch();
+    void setBadges(const QList<QUrl>& batch, const QStringList& badges);
     void setBadge(const QUrl& url, const QString& badge);
 
-    Extension& extension_;
-    std::list<Item> items_; ///< in the order in which they were shown last
+    ExtensionProxy& extension_;
+    std::list<Item> items_; ///< those shown last are at the end
     QHash<QUrl, Place> places_;
-    QTimer sendLater_;
-    bool isAsking_ = false; ///< one request at a time: what comes up meanwhile goes into the next
-    bool isTelling_ = false;
+    QTimer sendTimer_;
+    bool isPending_ = false;    ///< a request is; the next is sent once it is answered
+    bool isSignalling_ = false; ///< badgeChanged is being emitted
 };
 
 } // namespace file_managers

@@ -1,10 +1,10 @@
 #pragma once
 
-// The three file managers share one extension interface under three prefixes.
+// The extension interfaces of the three file managers differ in their prefixes only.
 
 #include <glib-object.h>
 
-#if defined(FINDER_SYNC_CAJA)
+#if defined(FM_CAJA)
 #include <libcaja-extension/caja-extension-types.h>
 #include <libcaja-extension/caja-file-info.h>
 #include <libcaja-extension/caja-info-provider.h>
@@ -15,7 +15,7 @@
 #define FM_TYPE(name) CAJA_TYPE_##name
 #define FM_CONSTANT(name) CAJA_##name
 #define FM_INTERFACE(name) Caja##name##Iface
-#elif defined(FINDER_SYNC_NEMO)
+#elif defined(FM_NEMO)
 #include <libnemo-extension/nemo-extension-types.h>
 #include <libnemo-extension/nemo-file-info.h>
 #include <libnemo-extension/nemo-info-provider.h>
@@ -26,7 +26,7 @@
 #define FM_TYPE(name) NEMO_TYPE_##name
 #define FM_CONSTANT(name) NEMO_##name
 #define FM_INTERFACE(name) Nemo##name##Interface
-#elif defined(FINDER_SYNC_NAUTILUS)
+#elif defined(FM_NAUTILUS)
 extern "C" {
 #include <nautilus-extension.h>
 }
@@ -36,7 +36,7 @@ extern "C" {
 #define FM_CONSTANT(name) NAUTILUS_##name
 #define FM_INTERFACE(name) Nautilus##name##Interface
 #else
-#error "Which file manager? Define FINDER_SYNC_CAJA, FINDER_SYNC_NEMO or FINDER_SYNC_NAUTILUS."
+#error "Which file manager? Define FM_CAJA, FM_NEMO or FM_NAUTILUS."
 #endif
 
 namespace file_managers {

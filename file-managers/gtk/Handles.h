@@ -1,46 +1,45 @@
 #pragma once
 
+// Owning handles for what GLib allocates. Each holds one reference, and null for none.
+
 #include <gio/gio.h>
 #include <memory>
 
 namespace file_managers {
 
-struct Free {
-    void operator()(void* memory) const { g_free(memory); }
+struct Release {
+    void operator()(char* text) const { g_free(text); }
+    void operator()(GError* error) const { g_error_free(error); }
+    void operator()(GVariant* value) const { g_variant_unref(value); }
+    void operator()(GClosure* closure) const { g_closure_unref(closure); }
+    template <typename T> void operator()(T* object) const { g_object_unref(object); }
 };
 
-struct Unref {
-    void operator()(void* object) const { g_object_unref(object); }
-};
+using Text = std::unique_ptr<char, Release>;
+using Error = std::unique_ptr<GError, Release>;
+using Variant = std::unique_ptr<GVariant, Release>;
+using Closure = std::unique_ptr<GClosure, Release>;
+template <typename T> using Object = std::unique_ptr<T, Release>;
 
-/// Text that GLib has allocated.
-using Text = std::unique_ptr<char, Free>;
-
-/// A reference to a GObject.
-template <typename T> using Object = std::unique_ptr<T, Unref>;
-
+/// A further reference to an object.
 template <typename T> [[nodiscard]] Object<T> reference(T* object) {
     return Object<T>(static_cast<T*>(g_object_ref(object)));
 }
 
-/// What GLib says of a call that has failed.
-class Failure {
+/// Where a function of GLib is to put what it allocates: `g_file_load(…, Out(error))`. C++23 has
+/// std::out_ptr for this.
+template <typename T> class Out {
 public:
-    Failure() = default;
-    ~Failure() { g_clear_error(&error_); }
-    Failure(const Failure&) = delete;
-    Failure& operator=(const Failure&) = delete;
+    explicit Out(std::unique_ptr<T, Release>& handle) : handle_(handle) {}
+    ~Out() { handle_.reset(value_); }
+    Out(const Out&) = delete;
+    Out& operator=(const Out&) = delete;
 
-    /// Where the call is to put it.
-    [[nodiscard]] GError** place() { return &error_; }
-
-    [[nodiscard]] bool is(GIOErrorEnum code) const {
-        return g_error_matches(error_, G_IO_ERROR, code) != FALSE;
-    }
-    [[nodiscard]] const char* message() const { return error_ == nullptr ? "" : error_->message; }
+    operator T**() { return &value_; } // NOLINT(google-explicit-constructor)
 
 private:
-    GError* error_ = nullptr;
+    std::unique_ptr<T, Release>& handle_;
+    T* value_ = nullptr;
 };
 
 } // namespace file_managers

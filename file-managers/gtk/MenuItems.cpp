@@ -1,18 +1,23 @@
 #include "file-managers/gtk/MenuItems.h"
 
+#include "Names.h"
+
 #include <memory>
+#include <string>
+#include <vector>
 
 namespace file_managers {
 
 namespace {
 
-/// What a menu entry needs when it is picked.
-struct Pick {
-    Extension& extension;
+/// What an item sends when it is picked.
+struct Action {
+    ExtensionProxy& extension;
     std::string selector;
     std::vector<std::string> urls;
 };
 
+/// Doubles underscores, so that none marks an access key.
 std::string escapedLabel(const std::string& title) {
     std::string label;
     for (const char character : title)
@@ -20,25 +25,35 @@ std::string escapedLabel(const std::string& title) {
     return label;
 }
 
+void performWhenPicked(GObject* item, std::unique_ptr<Action> action) {
+    const auto picked = [](GObject*, void* data) {
+        const auto& [extension, selector, urls] = *static_cast<Action*>(data);
+        extension.performAction(selector, urls);
+    };
+    const auto destroy = [](void* data, GClosure*) { delete static_cast<Action*>(data); };
+    g_signal_connect_data(item, "activate", G_CALLBACK(+picked), action.release(), +destroy,
+                          GConnectFlags(0));
+}
+
 } // namespace
 
-GList* menuItems(Extension& extension, const std::vector<std::string>& urls, NewMenuItem newItem) {
+GList* menuItems(ExtensionProxy& extension, GList* files, const MenuFunctions& functions) {
+    std::vector<std::string> urls;
+    for (GList* file = files; file != nullptr; file = file->next) {
+        const Text url(functions.url(file->data));
+        if (!url)
+            return nullptr; // the extension could not tell which file this is
+        urls.emplace_back(url.get());
+    }
     if (!extension.isRunning())
         extension.start();
     GList* items = nullptr;
     for (const MenuEntry& entry : extension.menuForItems(urls)) {
         const std::string name = "FinderSync::" + entry.selector;
-        const std::string icon = FINDER_SYNC_GROUP "." + entry.image;
+        const std::string icon = findersync::iconPrefix + entry.image;
         GObject* const item =
-            newItem(name.c_str(), escapedLabel(entry.title).c_str(), "", icon.c_str());
-        const auto picked = [](GObject*, void* data) {
-            const auto& pick = *static_cast<Pick*>(data);
-            pick.extension.performAction(pick.selector, pick.urls);
-        };
-        const auto forget = [](void* data, GClosure*) { delete static_cast<Pick*>(data); };
-        auto pick = std::make_unique<Pick>(Pick{extension, entry.selector, urls});
-        g_signal_connect_data(item, "activate", G_CALLBACK(+picked), pick.release(), +forget,
-                              GConnectFlags(0));
+            functions.newItem(name.c_str(), escapedLabel(entry.title).c_str(), "", icon.c_str());
+        performWhenPicked(item, std::make_unique<Action>(Action{extension, entry.selector, urls}));
         items = g_list_append(items, item);
     }
     return items;

@@ -1,21 +1,24 @@
 #pragma once
 
-#include "file-managers/gtk/Extension.h"
+#include "file-managers/gtk/ExtensionProxy.h"
 
 #include <glib-object.h>
-#include <string>
-#include <vector>
 
 namespace file_managers {
 
-/// How a file manager makes an item of its menus. The label takes an underscore for the mark of an
-/// access key, the icon is a name of the theme, and the item is activated when it is picked.
-using NewMenuItem = GObject* (*)(const char* name, const char* label, const char* tip,
-                                 const char* icon);
+/// What the plug-in needs of a file manager to fill a menu.
+struct MenuFunctions {
+    /// The URL of a selected file, which the caller frees; null if it has none.
+    char* (*url)(void* file);
+    /// A new menu item, which emits "activate" when it is picked. In the label, an underscore marks
+    /// the access key. The icon is a name in the theme.
+    GObject* (*newItem)(const char* name, const char* label, const char* tip, const char* icon);
+};
 
-/// The extension's entries for selected items, as a list of new menu items that tell it when they
-/// are picked; it has to outlive them. One that does not run is started, for the next menu.
-[[nodiscard]] GList* menuItems(Extension& extension, const std::vector<std::string>& urls,
-                               NewMenuItem newItem);
+/// The extension's entries for selected files: a list of new menu items, which the caller owns, and
+/// which the extension has to outlive. If the extension does not run, it is started, for the next
+/// menu.
+[[nodiscard]] GList* menuItems(ExtensionProxy& extension, GList* files,
+                               const MenuFunctions& functions);
 
 } // namespace file_managers

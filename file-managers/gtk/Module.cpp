@@ -1,11 +1,11 @@
-// What the file manager calls of a plug-in.
+// The functions that the file manager looks up in a plug-in.
 
 #include "file-managers/gtk/FileManager.h"
 #include "file-managers/gtk/Provider.h"
 
 namespace {
 
-/// The type of the provider, once it is registered.
+/// The provider's type, once it is registered.
 GType& provider() {
     static GType type = G_TYPE_INVALID;
     return type;

@@ -1,18 +1,15 @@
 #include "file-managers/gtk/Provider.h"
 
-#include "file-managers/gtk/Extension.h"
+#include "file-managers/gtk/ExtensionProxy.h"
 #include "file-managers/gtk/FileManager.h"
 #include "file-managers/gtk/MenuItems.h"
 #include "file-managers/gtk/ShownItems.h"
-
-#include <string>
-#include <vector>
 
 namespace file_managers {
 
 namespace {
 
-/// What a provider does; the provider itself is a GObject.
+/// The provider's part in C++. The provider itself is a GObject.
 class Service {
 public:
     explicit Service(MenuProvider* provider) : provider_(provider) {}
@@ -21,35 +18,31 @@ public:
     GList* menuItems(GList* files);
 
 private:
-    void changed(Extension::Change change);
+    void changed(ExtensionProxy::Change change);
 
     MenuProvider* provider_; ///< owns this object
-    Extension extension_{[this](Extension::Change change) { changed(change); }};
+    ExtensionProxy extension_{[this](ExtensionProxy::Change change) { changed(change); }};
     ShownItems shown_{extension_};
 };
 
-void Service::changed(Extension::Change change) {
-    if (change == Extension::Change::Gone)
-        shown_.forgetBadges();
-    else if (change != Extension::Change::Menus)
-        shown_.askAgain();
-    // File managers keep the entries for as long as the selection stays the same.
+void Service::changed(ExtensionProxy::Change change) {
+    if (change == ExtensionProxy::Change::Gone)
+        shown_.removeBadges();
+    else if (change != ExtensionProxy::Change::Menus)
+        shown_.requestAll();
+    // File managers cache the entries until the selection changes.
     FM_CALL(menu_provider_emit_items_updated_signal)(provider_);
 }
 
 GList* Service::menuItems(GList* files) {
-    std::vector<std::string> urls;
-    for (GList* file = files; file != nullptr; file = file->next) {
-        const Text url(FM_CALL(file_info_get_uri)(static_cast<FileInfo*>(file->data)));
-        if (!url)
-            return nullptr; // nobody knows what this file is
-        urls.emplace_back(url.get());
-    }
-    return file_managers::menuItems(
-        extension_, urls,
-        [](const char* name, const char* label, const char* tip, const char* icon) {
-            return G_OBJECT(FM_CALL(menu_item_new)(name, label, tip, icon));
-        });
+    const auto url = [](void* file) {
+        return FM_CALL(file_info_get_uri)(static_cast<FileInfo*>(file));
+    };
+    const auto newItem = [](const char* name, const char* label, const char* tip,
+                            const char* icon) {
+        return G_OBJECT(FM_CALL(menu_item_new)(name, label, tip, icon));
+    };
+    return file_managers::menuItems(extension_, files, {.url = url, .newItem = newItem});
 }
 
 struct Provider {
@@ -80,7 +73,8 @@ void initializeClass(void* type, void*) {
     static_cast<GObjectClass*>(type)->finalize = &finalize;
 }
 
-/// Answers at once, from what is known: a request that is left open would hold up all later ones.
+/// Completes at once, with the last known badge: the file manager starts no other update while one
+/// is pending.
 OperationResult updateFileInfo(InfoProvider* provider, FileInfo* file, GClosure*,
                                OperationHandle**) {
     serviceOf(provider).show(file);
@@ -89,7 +83,7 @@ OperationResult updateFileInfo(InfoProvider* provider, FileInfo* file, GClosure*
 
 void cancelUpdate(InfoProvider*, OperationHandle*) {}
 
-#if defined(FINDER_SYNC_NAUTILUS)
+#if defined(FM_NAUTILUS)
 GList* fileItems(MenuProvider* provider, GList* files) {
     return serviceOf(provider).menuItems(files);
 }
@@ -111,16 +105,11 @@ void initializeMenuProvider(void* interface, void*) {
 } // namespace
 
 GType registerProvider(GTypeModule* module) {
-    const GTypeInfo type = {.class_size = sizeof(ProviderClass),
-                            .base_init = nullptr,
-                            .base_finalize = nullptr,
-                            .class_init = &initializeClass,
-                            .class_finalize = nullptr,
-                            .class_data = nullptr,
-                            .instance_size = sizeof(Provider),
-                            .n_preallocs = 0,
-                            .instance_init = &initialize,
-                            .value_table = nullptr};
+    GTypeInfo type = {};
+    type.class_size = sizeof(ProviderClass);
+    type.class_init = &initializeClass;
+    type.instance_size = sizeof(Provider);
+    type.instance_init = &initialize;
     const GInterfaceInfo info = {&initializeInfoProvider, nullptr, nullptr};
     const GInterfaceInfo menu = {&initializeMenuProvider, nullptr, nullptr};
     const GType provider = g_type_module_register_type(module, G_TYPE_OBJECT, "FinderSyncProvider",

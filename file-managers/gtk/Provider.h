@@ -4,8 +4,8 @@
 
 namespace file_managers {
 
-/// Registers the type that the file manager creates its provider of. The provider lives as long as
-/// the file manager.
+/// Registers the provider's type. The file manager creates one provider of it, which lives as long
+/// as the file manager.
 GType registerProvider(GTypeModule* module);
 
 } // namespace file_managers

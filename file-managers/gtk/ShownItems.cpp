@@ -1,31 +1,21 @@
 #include "file-managers/gtk/ShownItems.h"
 
+#include "Names.h"
+#include "file-managers/Limits.h"
+
 #include <algorithm>
 #include <memory>
 #include <utility>
 
 namespace file_managers {
 
-namespace {
-
-/// As many as are sent at a time: a folder of any size keeps neither side busy for long.
-constexpr std::size_t batchSize = 1000;
-
-std::string emblemName(const std::string& badge) {
-    return FINDER_SYNC_GROUP "." + badge;
-}
-
-} // namespace
-
 ShownItems::~ShownItems() {
-    if (sendSource_ != 0)
-        g_source_remove(sendSource_);
     for (const auto& [file, item] : items_)
         g_object_weak_unref(G_OBJECT(file), &itemGone, this);
 }
 
 void ShownItems::itemGone(void* self, GObject* file) {
-    // Only its address is left of it.
+    // The object is being destroyed: its address is only a key.
     static_cast<ShownItems*>(self)->items_.erase(reinterpret_cast<FileInfo*>(file));
 }
 
@@ -38,21 +28,21 @@ void ShownItems::show(FileInfo* file) {
             extension_.start();
     }
     if (!item.badge.empty())
-        FM_CALL(file_info_add_emblem)(file, emblemName(item.badge).c_str());
-    if (!std::exchange(item.hasJustBeenTold, false))
-        ask(file, item);
+        FM_CALL(file_info_add_emblem)(file, (findersync::iconPrefix + item.badge).c_str());
+    if (!std::exchange(item.hasNewBadge, false))
+        request(file, item);
 }
 
-void ShownItems::askAgain() {
+void ShownItems::requestAll() {
     for (auto& [file, item] : items_)
-        ask(file, item);
+        request(file, item);
 }
 
-void ShownItems::forgetBadges() {
-    toBeAsked_.clear();
+void ShownItems::removeBadges() {
+    queue_.clear();
     std::vector<FileInfo*> badged;
     for (auto& [file, item] : items_) {
-        item.isToBeAsked = false;
+        item.isQueued = false;
         if (!item.badge.empty())
             badged.push_back(file);
     }
@@ -60,66 +50,58 @@ void ShownItems::forgetBadges() {
         setBadge(file, {});
 }
 
-void ShownItems::ask(FileInfo* file, Item& item) {
-    if (!extension_.isRunning() || std::exchange(item.isToBeAsked, true))
+void ShownItems::request(FileInfo* file, Item& item) {
+    if (!extension_.isRunning() || std::exchange(item.isQueued, true))
         return;
-    toBeAsked_.push_back(file);
+    queue_.push_back(file);
     sendLater();
 }
 
-/// Sends what has come up by the time that the file manager has nothing else to do.
+/// Collects requests until the file manager is idle.
 void ShownItems::sendLater() {
-    if (sendSource_ != 0 || isAsking_)
-        return;
-    const auto send = [](void* self) -> gboolean {
-        static_cast<ShownItems*>(self)->sendSource_ = 0;
-        static_cast<ShownItems*>(self)->send();
-        return G_SOURCE_REMOVE;
-    };
-    sendSource_ = g_idle_add(send, this);
+    if (!sendTimer_.isActive() && !isPending_)
+        sendTimer_.startWhenIdle();
 }
 
-ShownItems::Request ShownItems::nextRequest() {
-    Request request;
-    const std::size_t count = std::min(toBeAsked_.size(), batchSize);
+ShownItems::Batch ShownItems::nextBatch() {
+    Batch batch;
+    const std::size_t count = std::min<std::size_t>(queue_.size(), batchSize);
     for (std::size_t index = 0; index < count; ++index) {
-        FileInfo* const file = toBeAsked_[index];
+        FileInfo* const file = queue_[index];
         const auto item = items_.find(file);
-        if (item == items_.end() || !std::exchange(item->second.isToBeAsked, false))
+        if (item == items_.end() || !std::exchange(item->second.isQueued, false))
             continue;
         const Text url(FM_CALL(file_info_get_uri)(file));
         if (!url || !extension_.watches(url.get()))
             continue;
-        request.files.push_back(reference(file));
-        request.urls.emplace_back(url.get());
+        batch.files.push_back(reference(file));
+        batch.urls.emplace_back(url.get());
     }
-    toBeAsked_.erase(toBeAsked_.begin(), toBeAsked_.begin() + static_cast<std::ptrdiff_t>(count));
-    return request;
+    queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(count));
+    return batch;
 }
 
 void ShownItems::send() {
-    Request request = nextRequest();
-    if (request.files.empty()) {
-        if (!toBeAsked_.empty())
+    const auto batch = std::make_shared<const Batch>(nextBatch());
+    if (batch->files.empty()) {
+        if (!queue_.empty())
             sendLater();
         return;
     }
-    isAsking_ = true;
-    const std::vector<std::string> urls = std::move(request.urls);
-    const auto sent = std::make_shared<Request>(std::move(request));
-    extension_.requestBadges(urls, [this, sent](const std::vector<std::string>& badges) {
-        isAsking_ = false;
-        take(*sent, badges);
-        if (!toBeAsked_.empty())
+    isPending_ = true;
+    extension_.requestBadges(batch->urls, [this, batch](const std::vector<std::string>& badges) {
+        isPending_ = false;
+        setBadges(*batch, badges);
+        if (!queue_.empty())
             sendLater();
     });
 }
 
-void ShownItems::take(const Request& request, const std::vector<std::string>& badges) {
-    if (badges.size() != request.files.size())
-        return; // the extension has ended, which is told otherwise
+void ShownItems::setBadges(const Batch& batch, const std::vector<std::string>& badges) {
+    if (badges.size() != batch.files.size())
+        return; // the request failed; if the extension ended, removeBadges() is called as well
     for (std::size_t index = 0; index < badges.size(); ++index)
-        setBadge(request.files[index].get(), badges[index]);
+        setBadge(batch.files[index].get(), badges[index]);
 }
 
 void ShownItems::setBadge(FileInfo* file, const std::string& badge) {
@@ -127,7 +109,7 @@ void ShownItems::setBadge(FileInfo* file, const std::string& badge) {
     if (item == items_.end() || item->second.badge == badge)
         return;
     item->second.badge = badge;
-    item->second.hasJustBeenTold = true;
+    item->second.hasNewBadge = true;
     FM_CALL(file_info_invalidate_extension_info)(file);
 }
 

@@ -2,8 +2,8 @@
 
 #include <sched.h>
 
-/// Has this process, and what it starts, run ahead of all others where it may: what else the
-/// machine does is not to be taken for waiting.
+/// Runs this process, and those that it starts, ahead of all others if it may, so that what else
+/// runs on the machine is not measured.
 inline void runAheadOfOthers() {
     const sched_param lowest{.sched_priority = 1};
     (void)sched_setscheduler(0, SCHED_RR, &lowest);

@@ -1,11 +1,15 @@
-// An extension on the bus whose root folders, and whose delays, are given on the command line:
-//     scripted-extension [--delay MILLISECONDS] ROOT…
-// It writes a line for each request: "badges COUNT", "menu URL…", "action SELECTOR URL…".
+// An extension on the bus that follows its command line:
+//     scripted-extension [--delay MILLISECONDS] ROOT… [--then ROOT…]
+// Menus take the delay, and SIGUSR1 replaces the root folders by those after --then. It writes a
+// line for each request: "badges COUNT", "menu URL…", "action SELECTOR URL…".
 
+#include "Names.h"
+#include "file-managers/gtk/Handles.h"
 #include "finder-sync-extension1.h"
 
 #include <cstdio>
 #include <cstdlib>
+#include <glib-unix.h>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,18 +18,16 @@ namespace {
 
 struct Script {
     unsigned delay = 0; // milliseconds
-    std::vector<std::string> roots;
+    std::vector<const char*> roots;
+    std::vector<const char*> laterRoots;
 };
 
 Script script;
 
-/// The root folders can be changed over the bus.
 bool isRoot(FinderSyncExtension1* extension, const char* url) {
-    char* const path = g_filename_from_uri(url, nullptr, nullptr);
+    const file_managers::Text path(g_filename_from_uri(url, nullptr, nullptr));
     const char* const* const roots = finder_sync_extension1_get_paths_of_root_folders(extension);
-    const bool found = path != nullptr && g_strv_contains(roots, path) != FALSE;
-    g_free(path);
-    return found;
+    return path && g_strv_contains(roots, path.get()) != FALSE;
 }
 
 void say(const char* what, const char* const* texts) {
@@ -70,31 +72,38 @@ gboolean answerAction(FinderSyncExtension1* extension, GDBusMethodInvocation* ca
 void publish(GDBusConnection* bus, const char*, void*) {
     FinderSyncExtension1* const extension = finder_sync_extension1_skeleton_new();
     const char* const everything[] = {"file:///", nullptr};
-    std::vector<const char*> roots;
-    for (const std::string& root : script.roots)
-        roots.push_back(root.c_str());
-    roots.push_back(nullptr);
     finder_sync_extension1_set_directory_urls(extension, everything);
-    finder_sync_extension1_set_paths_of_root_folders(extension, roots.data());
+    finder_sync_extension1_set_paths_of_root_folders(extension, script.roots.data());
+    const auto useLaterRoots = [](void* published) -> gboolean {
+        finder_sync_extension1_set_paths_of_root_folders(
+            static_cast<FinderSyncExtension1*>(published), script.laterRoots.data());
+        return G_SOURCE_CONTINUE;
+    };
+    (void)g_unix_signal_add(SIGUSR1, useLaterRoots, extension);
     g_signal_connect(extension, "handle-request-badge-identifiers-for-urls",
                      G_CALLBACK(&answerBadges), nullptr);
     g_signal_connect(extension, "handle-menu-for-menu-kind", G_CALLBACK(&answerMenu), nullptr);
     g_signal_connect(extension, "handle-perform-action", G_CALLBACK(&answerAction), nullptr);
-    (void)g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(extension), bus, "/FinderSync",
-                                           nullptr);
+    (void)g_dbus_interface_skeleton_export(G_DBUS_INTERFACE_SKELETON(extension), bus,
+                                           findersync::objectPath, nullptr);
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
+    auto* roots = &script.roots;
     for (int index = 1; index < argc; ++index) {
         if (std::string_view(argv[index]) == "--delay" && index + 1 < argc)
             script.delay = static_cast<unsigned>(std::atoi(argv[++index]));
+        else if (std::string_view(argv[index]) == "--then")
+            roots = &script.laterRoots;
         else
-            script.roots.emplace_back(argv[index]);
+            roots->push_back(argv[index]);
     }
+    script.roots.push_back(nullptr);
+    script.laterRoots.push_back(nullptr);
     const auto lost = [](GDBusConnection*, const char*, void*) { std::exit(0); };
-    (void)g_bus_own_name(G_BUS_TYPE_SESSION, FINDER_SYNC_GROUP ".FinderSync",
-                         G_BUS_NAME_OWNER_FLAGS_NONE, &publish, nullptr, lost, nullptr, nullptr);
+    (void)g_bus_own_name(G_BUS_TYPE_SESSION, findersync::busName, G_BUS_NAME_OWNER_FLAGS_NONE,
+                         &publish, nullptr, lost, nullptr, nullptr);
     g_main_loop_run(g_main_loop_new(nullptr, FALSE));
 }

@@ -1,0 +1,98 @@
+// Badges, in every file manager that shows them.
+
+#include "tests/file-managers/PluginTest.h"
+
+namespace {
+
+TEST_F(Plugin, BadgesARootFolderAndNothingElse) {
+    ExtensionProcess extension({"/sync"});
+    manager.show(root);
+    manager.show(root + "/a");
+    EXPECT_EQ(manager.badges(root), Texts()) << "nothing is known yet, and nothing waits";
+    EXPECT_TRUE(getsBadge(root));
+    EXPECT_EQ(manager.badges(root + "/a"), Texts());
+    EXPECT_EQ(manager.changes(root + "/a"), 0);
+}
+
+TEST_F(Plugin, RequestsInBatches) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    for (int index = 0; index < 2500; ++index)
+        manager.show(root + "/" + std::to_string(index));
+    EXPECT_TRUE(extension.writes("badges 1\nbadges 1000\nbadges 1000\nbadges 500"))
+        << extension.output();
+}
+
+TEST_F(Plugin, RequestsNoBadgeOfWhatIsNoFile) {
+    ExtensionProcess extension({"/sync"});
+    for (const std::string& url : FileManager::notFiles)
+        manager.show(url);
+    ASSERT_TRUE(knowsExtension());
+    manager.show(root + "/a");
+    EXPECT_TRUE(runUntil([&] { return extension.requestedBadges() == 2; }));
+    runFor(milliseconds(50));
+    EXPECT_EQ(extension.requestedBadges(), 2) << extension.output();
+}
+
+TEST_F(Plugin, FollowsTheRootFolders) {
+    ExtensionProcess extension({"/sync", "--then", "/other"});
+    manager.show(other);
+    ASSERT_TRUE(knowsExtension());
+    extension.signal(SIGUSR1);
+    EXPECT_TRUE(getsBadge(other));
+    EXPECT_TRUE(losesBadge(root));
+}
+
+TEST_F(Plugin, TakesTheBadgeAwayWhenTheExtensionEndsAndAsksAgainWhenItIsBack) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    extension.end();
+    EXPECT_TRUE(losesBadge(root));
+    ExtensionProcess again({"/sync"});
+    EXPECT_TRUE(getsBadge(root));
+}
+
+TEST_F(Plugin, AsksTheNextExtensionWhatThePreviousOneLeftOpen) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    extension.signal(SIGSTOP);
+    manager.show(other);
+    runFor(milliseconds(50));
+    extension.end();
+    EXPECT_TRUE(losesBadge(root));
+    ExtensionProcess again({"/sync", "/other"});
+    EXPECT_TRUE(getsBadge(root));
+    EXPECT_TRUE(getsBadge(other));
+}
+
+TEST_F(Plugin, FilesMayGoWhileTheirBadgesAreRequested) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    extension.signal(SIGSTOP);
+    for (int index = 0; index < 100; ++index) {
+        manager.show(root + "/" + std::to_string(index));
+        manager.forget(root + "/" + std::to_string(index));
+    }
+    runFor(milliseconds(50));
+    manager.show(other);
+    runFor(milliseconds(50));
+    manager.forget(other);
+    extension.signal(SIGCONT);
+    EXPECT_TRUE(getsBadge(root));
+    runFor(milliseconds(50));
+}
+
+TEST_F(Plugin, AHungExtensionAnswersWhenItGoesOn) {
+    ExtensionProcess extension({"/sync", "/other"});
+    ASSERT_TRUE(knowsExtension());
+    extension.signal(SIGSTOP);
+    const auto begin = Clock::now();
+    manager.show(other);
+    EXPECT_LT(Clock::now() - begin, milliseconds(50));
+    runFor(milliseconds(300));
+    EXPECT_EQ(manager.badges(other), Texts());
+    extension.signal(SIGCONT);
+    EXPECT_TRUE(getsBadge(other));
+}
+
+} // namespace

@@ -1,0 +1,103 @@
+// What only Dolphin does.
+
+#include "tests/file-managers/PluginTest.h"
+
+namespace {
+
+TEST_F(Plugin, IsForFilesAndFolders) {
+    const QStringList types = FileManager::pluginOfKind("kfileitemaction").mimeTypes();
+    EXPECT_TRUE(types.contains(QStringLiteral("application/octet-stream")));
+    EXPECT_TRUE(types.contains(QStringLiteral("inode/directory")));
+}
+
+TEST_F(Plugin, RequestsTheBadgeOfAnItemOnce) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    manager.show(root);
+    runFor(milliseconds(50));
+    EXPECT_EQ(manager.badges(root), Texts{FileManager::badge});
+    EXPECT_EQ(extension.requestedBadges(), 1);
+}
+
+TEST_F(Plugin, AsksForNoMenuOfWhatIsNoFile) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    for (const std::string& url : FileManager::notFiles) {
+        EXPECT_EQ(manager.menu({url}), Texts());
+        EXPECT_EQ(manager.menu({root, url}), Texts());
+    }
+    runFor(milliseconds(50));
+    EXPECT_EQ(extension.output().find("menu"), std::string::npos) << extension.output();
+}
+
+TEST_F(Plugin, EncodesWhatAURLMayNotContain) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    const QUrl url = QUrl::fromLocalFile(QStringLiteral("/sync/[1] a?b#c%d\u00e9&+"));
+    (void)manager.menu({url.toEncoded().toStdString()});
+    EXPECT_TRUE(extension.writes("menu file:///sync/%5B1%5D%20a%3Fb%23c%25d%C3%A9&+"))
+        << extension.output();
+}
+
+TEST_F(Plugin, KeepsBadgesAndABoundedNumberOfOtherItems) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    for (int index = 0; index < 30000; ++index)
+        manager.show(root + "/" + std::to_string(index));
+    EXPECT_TRUE(runUntil([&] { return extension.requestedBadges() >= 20000; }));
+    extension.end();
+    EXPECT_TRUE(losesBadge(root));
+    ExtensionProcess again({"/sync"});
+    EXPECT_TRUE(runUntil([&] { return again.requestedBadges() == 20000; }))
+        << again.requestedBadges();
+    runFor(milliseconds(100));
+    EXPECT_EQ(again.requestedBadges(), 20000);
+    EXPECT_EQ(manager.badges(root), Texts{FileManager::badge})
+        << "it was shown first, and is not dropped";
+}
+
+TEST_F(Plugin, OffersTheEntriesInTheFirstMenu) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    manager.newMenuPlugin(); // its queries are not answered yet
+    EXPECT_EQ(manager.menu({root}).size(), 1U);
+}
+
+TEST_F(Plugin, WaitsInTheFirstMenuForAHungBusAsLongAsForAHungExtension) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    session->bus().signal(SIGSTOP);
+    manager.newMenuPlugin();
+    EXPECT_EQ(manager.menu({root}), Texts());
+    EXPECT_GE(manager.menuTook(), FileManager::leastTimeout);
+    expectNothingAtOnce(manager.menu({root}));
+    session->bus().signal(SIGCONT);
+    EXPECT_TRUE(runUntil([&] { return manager.menu({root}).size() == 1; })) << "it has answered";
+}
+
+TEST_F(Plugin, StartsTheExtensionOnceASecondAtTheMost) {
+    const ActivatableExtension extension;
+    manager.show(root);
+    EXPECT_TRUE(runUntil([&] { return extension.starts() == 1; }));
+    manager.show(root);
+    manager.show(root + "/a");
+    runFor(milliseconds(500));
+    EXPECT_EQ(extension.starts(), 1);
+    EXPECT_TRUE(runUntil([&] { return extension.starts() == 2; })) << "later, and not never";
+    runFor(milliseconds(1200));
+    EXPECT_EQ(extension.starts(), 2) << "only on demand";
+}
+
+TEST_F(Plugin, LeavesAnExtensionThatHasEndedUntilSomethingIsShown) {
+    ExtensionProcess process({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    const ActivatableExtension extension;
+    process.end();
+    EXPECT_TRUE(losesBadge(root));
+    runFor(milliseconds(1200));
+    EXPECT_EQ(extension.starts(), 0);
+    manager.show(root);
+    EXPECT_TRUE(runUntil([&] { return extension.starts() == 1; }));
+}
+
+} // namespace

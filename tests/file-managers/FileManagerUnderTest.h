@@ -1,0 +1,56 @@
+#pragma once
+
+// The file manager that a program is built for, without windows and without a display. Each of the
+// headers below defines a class FileManager, which has loaded the plug-in as the real one does:
+//
+//     hasBadges, badge, label       whether it shows badges; the badge of a root folder, and the
+//                                   entry of ScriptedExtension, in its notation
+//     leastTimeout, mostTimeout     bounds of what a menu takes when the extension does not answer
+//     notFiles                      URLs of items that the extension is not to be asked about
+//     show(url), forget(url)        shows an item; shows it no longer
+//     badges(url), changes(url)     what is shown now; how often the plug-in has changed that
+//     keepsNoFile()                 whether the plug-in holds no reference to an item
+//     menu(urls)                    opens a menu: the labels of the plug-in's entries
+//     menuTook(), icons()           of the menu that was opened last
+//     pickFirst()                   picks its first entry
+//     processEvents()               runs what the main loop has to do
+//     run(input), quit()            runs the main loop, which calls `input` when standard input can
+//                                   be read
+//
+// and a class Application, which has to exist as long as the process uses the toolkit.
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+using Texts = std::vector<std::string>;
+using Clock = std::chrono::steady_clock;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+#if defined(FM_DOLPHIN)
+#include "tests/file-managers/DolphinUnderTest.h"
+#elif defined(FM_THUNAR)
+#include "tests/file-managers/ThunarUnderTest.h"
+#else
+#include "tests/file-managers/CajaUnderTest.h"
+#endif
+
+/// Runs the main loop until the condition holds. False when it does not within ten seconds.
+inline bool runUntil(const std::function<bool()>& condition) {
+    const auto deadline = Clock::now() + std::chrono::seconds(10);
+    while (!condition()) {
+        if (Clock::now() > deadline)
+            return false;
+        FileManager::processEvents();
+        (void)::usleep(500);
+    }
+    return true;
+}
+
+inline void runFor(milliseconds duration) {
+    const auto end = Clock::now() + duration;
+    (void)runUntil([end] { return Clock::now() > end; });
+}

@@ -1,0 +1,94 @@
+// Menus, in every file manager.
+
+#include "tests/file-managers/AheadOfOthers.h"
+#include "tests/file-managers/PluginTest.h"
+
+namespace {
+
+TEST_F(Plugin, OffersTheEntriesAndTellsWhatIsPicked) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    for (int menus = 0; menus < 2; ++menus)
+        ASSERT_EQ(manager.menu({root + "/a%20b", root + "/c"}), Texts{FileManager::label});
+    EXPECT_EQ(manager.icons(), Texts{findersync::iconPrefix + std::string("icon_URLlink")});
+    manager.pickFirst();
+    EXPECT_TRUE(extension.writes("action createLinkClicked: file:///sync/a%20b file:///sync/c"))
+        << extension.output();
+}
+
+TEST_F(Plugin, WaitsForAMenuATenthOfASecondAtTheMost) {
+    ExtensionProcess slow({"--delay", "90", "/sync"});
+    ASSERT_TRUE(knowsExtension());
+    EXPECT_EQ(manager.menu({root}), Texts{FileManager::label}) << "within the time";
+    EXPECT_GE(manager.menuTook(), milliseconds(90));
+}
+
+TEST_F(Plugin, GoesWithoutEntriesWhenTheExtensionIsSlowAndThenLeavesItAlone) {
+    ExtensionProcess slow({"--delay", "1000", "/sync"});
+    ASSERT_TRUE(knowsExtension());
+    if (FileManager::hasBadges) // otherwise, the menu that found the extension has timed out
+        labels = manager.menu({root});
+    expectTimeout(labels);
+    expectNothingAtOnce(manager.menu({root}));
+}
+
+TEST_F(Plugin, OffersTheEntriesAgainWhenTheExtensionIsBack) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    extension.end();
+    expectNothingAtOnce(manager.menu({root}));
+    ExtensionProcess again({"/sync"});
+    EXPECT_TRUE(runUntil([&] { return manager.menu({root}).size() == 1; }));
+}
+
+TEST_F(Plugin, StartsTheExtensionForAMenu) {
+    const ActivatableExtension extension;
+    EXPECT_EQ(manager.menu({root}), Texts());
+    EXPECT_TRUE(runUntil([&] { return extension.starts() == 1; }));
+}
+
+TEST_F(Plugin, WithoutAnExtensionThereIsNothingToWaitFor) {
+    manager.show(root);
+    expectNothingAtOnce(manager.menu({root}));
+    runFor(milliseconds(50));
+    expectNothingAtOnce(manager.menu({root}));
+    EXPECT_EQ(manager.badges(root), Texts());
+}
+
+// Played by tests/faults, too, while calls fail, so no badge and no entry is demanded.
+TEST_F(Plugin, OutlivesASessionAndKeepsNoFile) {
+    ExtensionProcess extension({"/sync"});
+    manager.show(root);
+    const auto end = Clock::now() + milliseconds(300);
+    (void)runUntil([&] {
+        return !FileManager::hasBadges || !manager.badges(root).empty() || Clock::now() > end;
+    });
+    // Without badges, only a menu shows that the plug-in knows the extension.
+    for (int menus = FileManager::hasBadges ? 1 : 15; menus > 0; --menus) {
+        runFor(milliseconds(20));
+        labels = manager.menu({root + "/a%20b"});
+        EXPECT_LT(manager.menuTook(), milliseconds(500));
+        if (labels.empty())
+            continue;
+        manager.pickFirst();
+        break;
+    }
+    runFor(milliseconds(50));
+    extension.end();
+    runFor(milliseconds(50));
+    EXPECT_EQ(manager.menu({root + "/a%20b"}), Texts());
+    runFor(milliseconds(50));
+    EXPECT_TRUE(manager.keepsNoFile());
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    testing::InitGoogleTest(&argc, argv);
+    runAheadOfOthers();
+    session = std::make_unique<Session>();
+    const Application application(argc, argv);
+    const int result = RUN_ALL_TESTS();
+    session.reset();
+    return result;
+}
