@@ -9,13 +9,13 @@
 
 namespace platform {
 
-/// An image. Immutable; what it shows is the platform's business.
+/// An image. Immutable and opaque.
 class NSImage {
 public:
     virtual ~NSImage() = default;
 };
 
-/// `imageNamed:`: loads a named image from the extension's resources, null when there is none.
+/// `imageNamed:`: loads a named image from the extension's resources; null when there is none.
 [[nodiscard]] std::shared_ptr<const NSImage> imageNamed(std::string_view name);
 
 /// An entry of a menu.
@@ -27,7 +27,7 @@ public:
     virtual void setImage(std::shared_ptr<const NSImage> image) = 0;
 };
 
-/// `initWithTitle:action:keyEquivalent:`: an entry without a target, so that the platform delivers
+/// `initWithTitle:action:keyEquivalent:`: an entry without a target, so that the platform sends
 /// its action to the extension. Never null.
 [[nodiscard]] std::shared_ptr<NSMenuItem> menuItemWithTitle(const std::string& title,
                                                             std::string_view action,

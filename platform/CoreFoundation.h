@@ -15,8 +15,8 @@ namespace platform {
 /// read stream and write stream for one TCP connection to host:port. Nothing is connected yet.
 ///
 /// Each out-parameter receives a stream that the caller owns, or stays null when the stream cannot
-/// be created. A port above 65535 is no reason for that: such a pair is created, and opening it
-/// fails with an error event on each stream.
+/// be created. A port above 65535 still gives a pair, whose opening fails with an error event on
+/// each stream.
 void CFStreamCreatePairWithSocketToHost(const std::string& host, std::uint32_t port,
                                         std::shared_ptr<NSInputStream>& readStream,
                                         std::shared_ptr<NSOutputStream>& writeStream);

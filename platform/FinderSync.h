@@ -14,9 +14,8 @@
 
 namespace platform {
 
-/// The base class of an extension's principal object. The callbacks that a platform's own base
-/// class declares are operations of the extension's class here, in its own order; a host calls them
-/// there.
+/// The base class of an extension's principal object. It declares none of the platform's callbacks:
+/// the extension's own class does, in its own order, and a host calls them there.
 class FIFinderSync {
 public:
     FIFinderSync(const FIFinderSync&) = delete;
@@ -26,7 +25,7 @@ public:
 protected:
     FIFinderSync() = default;
 
-    /// `init` of the base class: gives this object, or null when the platform refuses to have it.
+    /// `init` of the base class: returns this object, or null on failure.
     [[nodiscard]] FIFinderSync* init();
 };
 
@@ -38,7 +37,7 @@ enum class FIMenuKind : std::uint64_t {
     ToolbarItemMenu = 3,
 };
 
-/// The extension's line to the Finder.
+/// The extension's interface to the Finder.
 class FIFinderSyncController {
 public:
     virtual ~FIFinderSyncController() = default;
@@ -48,22 +47,22 @@ public:
     virtual void setDirectoryURLs(const std::vector<std::shared_ptr<const NSURL>>& urls) = 0;
 
     /// `setBadgeImage:label:forBadgeIdentifier:`: registers a badge: its image, a label shown to
-    /// the user, and the identifier under which items are later badged. A second registration
-    /// under the same identifier replaces the first.
+    /// the user, and the identifier by which it is assigned to items. A second registration under
+    /// the same identifier replaces the first.
     virtual void setBadgeImage(std::shared_ptr<const NSImage> image, std::string_view label,
                                std::string_view badgeIdentifier) = 0;
 
-    /// `setBadgeIdentifier:forURL:`: shows the badge registered under the identifier on the item at
-    /// the URL.
+    /// `setBadgeIdentifier:forURL:`: assigns the badge registered under the identifier to the item
+    /// at the URL.
     virtual void setBadgeIdentifier(std::string_view badgeIdentifier, const NSURL& url) = 0;
 
-    /// `selectedItemURLs`: what is selected while a menu or an action is asked for, in the Finder's
-    /// order; none at any other time. The URLs are not null.
+    /// `selectedItemURLs`: the selected items during a menu request or an action, in the Finder's
+    /// order; nullopt at any other time. The URLs are not null.
     [[nodiscard]] virtual std::optional<std::vector<std::shared_ptr<const NSURL>>>
     selectedItemURLs() const = 0;
 };
 
-/// `defaultController`: the controller of this process; lives as long as the process.
+/// `defaultController`: the controller of this process. It lives as long as the process.
 [[nodiscard]] FIFinderSyncController& defaultController();
 
 } // namespace platform

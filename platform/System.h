@@ -10,20 +10,20 @@
 
 namespace platform {
 
-/// Writes a text, a value directly after it, and one line feed to standard output. Lines arrive in
-/// order and none is lost while anybody reads them, a fatal error included; a back end may gather
-/// the lines of one event, but leaves none unwritten while the process waits.
+/// Writes a text, the value and a line feed to standard output. Lines stay in order, and none is
+/// lost while standard output has a reader, not even in a fatal error. A back end may buffer the
+/// lines of one event but must write them before the process waits.
 void print(std::string_view text, std::string_view value = {});
 
-/// `malloc`: a buffer of `size` bytes, 0 included; null when there is no memory. Owned by the
+/// `malloc`: a buffer of `size` bytes, which may be 0; null when memory runs out. Owned by the
 /// caller.
 [[nodiscard]] void* malloc(std::size_t size);
 
-/// `listxattr` with no options set: symbolic links are followed, and the compression attribute
-/// stays hidden where there is one. Without a buffer and with a size of 0, gives the byte count of
-/// the item's attribute names, each ended by a NUL. With a buffer of `size` bytes, fills it with
-/// the names and gives the number of bytes written. Gives -1 and sets the error number on failure.
-/// The path counts up to its first NUL.
+/// `listxattr` without options: follows symbolic links and hides the compression attribute where
+/// there is one. Without a buffer and with size 0, returns the byte count of the item's attribute
+/// names, each terminated by NUL. With a buffer of `size` bytes, copies the names into it and
+/// returns the number of bytes written. On failure, returns -1 and sets the error number.
+/// The path ends at its first NUL.
 [[nodiscard]] std::int64_t listxattr(const std::string& path, char* buffer, std::size_t size);
 
 /// `errno`: the calling thread's last system error number.
@@ -33,8 +33,8 @@ void print(std::string_view text, std::string_view value = {});
 /// Valid until the next call.
 [[nodiscard]] const char* strerror(int number);
 
-/// Ends the process at once, by SIGABRT, after what was printed has been written out and `reason`
-/// stands on standard error as one line.
+/// Writes the buffered output and `reason`, as one line on standard error, and ends the process
+/// with SIGABRT.
 [[noreturn]] void fatalError(std::string_view reason);
 
 } // namespace platform

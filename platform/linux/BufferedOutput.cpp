@@ -15,11 +15,11 @@ namespace platform {
 
 namespace {
 
-/// A read of inbound messages can print for as long as bytes keep coming; this bounds what is
-/// gathered meanwhile. The lines' reader is to work at the same time, not only when all is done.
+/// Bytes after which the buffer is flushed: one event prints for as long as inbound bytes arrive,
+/// and the trace's reader should work at the same time.
 constexpr std::size_t gatherLimit = std::size_t{16} * 1024;
 
-/// Whole lines, all for the same stream: a write costs more than to make many of them.
+/// Buffered lines, all for the same stream: one write costs more than composing many lines.
 struct Gathered {
     int descriptor = STDOUT_FILENO;
     std::string lines;
@@ -35,7 +35,7 @@ bool isControlCharacter(char character) {
     return byte < 0x20 || byte == 0x7f;
 }
 
-/// Looks at every character, without a branch, so that the compiler looks at many at a time.
+/// Without a branch in the loop, so that the compiler vectorises it.
 bool holdsControlCharacter(std::string_view text) {
     unsigned char found = 0;
     for (const char character : text) {
@@ -63,8 +63,8 @@ void appendWithoutControlCharacters(std::string& line, std::string_view text) {
     }
 }
 
-/// Where to append a line for a stream. Whoever reads both streams together sees the lines in the
-/// order in which they came about: those of the other one, or those that are many, go first.
+/// Where to append a line for a stream. Flushes first when the buffer is full or has lines of the
+/// other stream, so that both streams together show the lines in their order.
 std::string& linesFor(int descriptor) {
     Gathered& all = gathered();
     if (all.descriptor != descriptor || all.lines.size() >= gatherLimit) {
@@ -78,7 +78,7 @@ bool namesStandardError(const char* journalStream) {
     struct stat status {};
     if (journalStream == nullptr || ::fstat(STDERR_FILENO, &status) != 0)
         return false;
-    // Without an allocation: a fatal error needs the answer when there is no memory any more.
+    // No allocation: fatalError calls this when memory has run out.
     char device[64];
     (void)std::snprintf(device, sizeof device, "%ju:%ju", std::uintmax_t{status.st_dev},
                         std::uintmax_t{status.st_ino});
@@ -90,7 +90,7 @@ bool namesStandardError(const char* journalStream) {
 namespace linux_backend {
 
 void flushStandardStreams() {
-    // What there was no memory to finish is no line, and nothing is to be joined to it.
+    // Drops a line truncated by bad_alloc.
     const std::string_view lines = gathered().lines;
     (void)process::writeFully(gathered().descriptor, lines.substr(0, lines.rfind('\n') + 1));
     gathered().lines.clear();

@@ -1,5 +1,5 @@
-// The extension's bundle is the folder share/finder-sync beside the folder of the program. That
-// holds in the build as well as under an install prefix.
+// The extension's bundle is ../share/finder-sync, relative to the program's folder, in the build
+// and under an install prefix alike.
 
 #include "platform/Foundation.h"
 #include "platform/System.h"
@@ -15,8 +15,7 @@ namespace platform {
 
 namespace {
 
-// std::filesystem would be at home here, but what it brings into memory is more than all the rest
-// of the program's start-up.
+// No std::filesystem: loading it would take more memory than the rest of the start-up.
 
 std::string_view parentFolder(std::string_view path) {
     return path.substr(0, path.rfind('/'));

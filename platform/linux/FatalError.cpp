@@ -1,4 +1,4 @@
-// In a file of its own, so that a program which outlives a fatal error can bring another one.
+// In a file of its own, so that tests and fuzzers can link another fatalError.
 
 #include "platform/System.h"
 #include "platform/linux/BufferedOutput.h"
@@ -19,7 +19,7 @@ void fatalError(std::string_view reason) {
                                        std::string(program_invocation_short_name) + ": ",
                                        "fatal error: " + std::string(reason));
     } catch (const std::bad_alloc&) {
-        // Memory has run out, which is probably what happened in the first place.
+        // Probably the original error was bad_alloc, too.
         (void)process::writeFully(STDERR_FILENO, program_invocation_short_name);
         (void)process::writeFully(STDERR_FILENO, ": fatal error: no memory\n");
     }

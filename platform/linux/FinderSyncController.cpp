@@ -24,7 +24,7 @@ void FinderSyncController::setBadgeImage(std::shared_ptr<const NSImage> image,
                              Badge{.image = std::move(image), .label = std::string(label)});
 }
 
-/// One request is answered at a time, so the badge is the one of the item asked about.
+/// Requests are answered one at a time, so the badge belongs to the item of the current request.
 void FinderSyncController::setBadgeIdentifier(std::string_view badgeIdentifier, const NSURL&) {
     assignedBadge_ = badgeIdentifier;
 }
@@ -37,7 +37,7 @@ FinderSyncController& finderSyncController() {
 } // namespace linux_backend
 
 FIFinderSync* FIFinderSync::init() {
-    return this; // nothing on this platform could refuse
+    return this; // cannot fail on this platform
 }
 
 FIFinderSyncController& defaultController() {

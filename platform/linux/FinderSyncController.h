@@ -12,7 +12,7 @@
 
 namespace platform::linux_backend {
 
-/// Keeps what the extension tells the Finder, for the process's host to hand on.
+/// Stores what the extension tells the Finder, for the host to pass on.
 class FinderSyncController : public FIFinderSyncController {
 public:
     struct Badge {
@@ -29,7 +29,7 @@ public:
         return selection_;
     }
 
-    /// What is selected, for as long as the process's host asks for a menu or delivers an action.
+    /// Sets the selection for the duration of one menu request or action of the host.
     void setSelectedItemURLs(std::optional<std::vector<std::shared_ptr<const NSURL>>> selection) {
         selection_ = std::move(selection);
     }
@@ -42,7 +42,7 @@ public:
     /// The registered badges by their identifiers.
     [[nodiscard]] const std::map<std::string, Badge>& badges() const { return badges_; }
 
-    /// The badge assigned since this was last asked, empty for none.
+    /// The badge assigned since the last call, empty for none.
     [[nodiscard]] std::string takeAssignedBadge() { return std::exchange(assignedBadge_, {}); }
 
 private:

@@ -26,8 +26,7 @@ bool isReadableFile(const std::string& path) {
 std::shared_ptr<const NSImage> imageNamed(std::string_view name) {
     if (name.empty() || name.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos)
         return nullptr;
-    // A menu asks for its images each time. Looking for their files would take longer than the
-    // rest.
+    // Cached: each menu loads its images again, and finding their files would dominate its time.
     static std::map<std::string, std::shared_ptr<const NSImage>, std::less<>> known;
     if (const auto image = known.find(name); image != known.end())
         return image->second;

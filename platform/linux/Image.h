@@ -8,13 +8,13 @@
 
 namespace platform::linux_backend {
 
-/// An image is known by its file; whoever shows it loads it.
+/// An image's name and file. The file manager loads the file.
 class ImageFile : public NSImage {
 public:
     ImageFile(std::string name, std::string path)
         : name_(std::move(name)), path_(std::move(path)) {}
 
-    /// The name that the image was asked for by.
+    /// The name given to `imageNamed`.
     [[nodiscard]] const std::string& name() const { return name_; }
 
     /// Absolute path of the file.

@@ -13,7 +13,7 @@ namespace {
 
 /// "2026-01-31 12:00:00.123 finder-sync-extension[4711] ", in local time.
 ///
-/// A request writes many lines within one second, so what changes once a second is kept.
+/// Only the milliseconds are formatted again within one second: a request logs many lines.
 const std::string& timeNameAndProcess() {
     static std::time_t secondShown = -1;
     static std::string prefix;
@@ -42,7 +42,7 @@ const std::string& timeNameAndProcess() {
 } // namespace
 
 void NSLog(std::string_view format, std::string_view argument) {
-    static std::string message; // kept for its room
+    static std::string message; // reuses its allocation
     message = format;
     if (const auto place = message.find("%@"); place != std::string::npos)
         message.replace(place, 2, argument);

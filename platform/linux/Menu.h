@@ -10,7 +10,7 @@
 
 namespace platform::linux_backend {
 
-/// An entry that the process's host hands on to the file manager.
+/// An entry that the host passes on to the file manager.
 class MenuItem : public NSMenuItem {
 public:
     MenuItem(std::string title, std::string_view action)
@@ -30,8 +30,8 @@ private:
     std::shared_ptr<const NSImage> image_;
 };
 
-/// A menu for the process's host to hand on. File managers show its entries among their own, so
-/// the title is not kept.
+/// A menu that the host passes on. File managers show its entries among their own, so it has no
+/// title.
 class Menu : public NSMenu {
 public:
     void addItem(std::shared_ptr<NSMenuItem> item) override { items_.push_back(std::move(item)); }

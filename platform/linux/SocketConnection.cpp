@@ -171,8 +171,8 @@ void SocketConnection::deliverInput() {
     deliver(input, NSStreamEvent::HasBytesAvailable);
 }
 
-/// FIONREAD gave 0. Returns whether there are bytes nevertheless, since it does not count past an
-/// urgent byte; otherwise handles the end or the error.
+/// Called when FIONREAD returns 0. Returns true if there are bytes nevertheless, which FIONREAD
+/// does not count after an urgent byte; otherwise handles the end or the error.
 bool SocketConnection::findsBytesOtherwise() {
     std::uint8_t byte = 0;
     const ssize_t result = ::recv(socket_.get(), &byte, sizeof byte, MSG_PEEK | MSG_DONTWAIT);

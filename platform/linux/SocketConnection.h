@@ -70,10 +70,10 @@ private:
     std::uint32_t port_;
     process::Descriptor socket_;
     SocketState state_ = SocketState::None;
-    mutable int bytesToldOf_ = 0;     ///< lower bound that FIONREAD gave, less what was read since
-    bool bytesAnnounced_ = false;     ///< set until the next read
-    bool spaceToBeAnnounced_ = false; ///< set by opening and by each write
-    bool wasReset_ = false;           ///< a write failed so; the system reports it once
+    mutable int bytesToldOf_ = 0;       ///< lower bound, from the last FIONREAD
+    bool bytesAnnounced_ = false;       ///< set until the next read
+    bool spaceToBeAnnounced_ = false;   ///< set by opening and by each write
+    bool wasReset_ = false;             ///< by a write: recv reports an end then
     process::EventSource socketSource_; // closed before the socket that it watches
     process::EventSource failureSource_;
 };

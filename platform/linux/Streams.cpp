@@ -1,7 +1,7 @@
 // Stream pairs over one TCP socket.
 //
-// Both streams own the connection, which forgets a stream when that is released. The delegate may
-// release a stream while it handles an event of that stream.
+// Both streams own the connection, which drops its pointer to a stream that is released. A delegate
+// may release a stream while it handles an event of that stream.
 
 #include "platform/CoreFoundation.h"
 #include "platform/linux/SocketConnection.h"

@@ -30,7 +30,7 @@ private:
 std::string absolutePath(std::string_view path) {
     if (path.starts_with('/'))
         return std::string(path);
-    std::error_code error; // the working directory can have been removed
+    std::error_code error; // ignored: the working directory may have been removed
     std::string absolute = std::filesystem::current_path(error).string();
     if (!path.empty())
         absolute.append("/").append(path);

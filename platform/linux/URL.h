@@ -8,9 +8,9 @@
 
 namespace platform::linux_backend {
 
-/// The file URL that a text from outside holds; its description is that text, unchanged.
-/// Null when it is not the URL of a local file or its path is not valid UTF-8 (such a name cannot
-/// exist on the extension's home platform); `failure` then says in words what is wrong.
+/// Parses a file URL received from outside; its description is that text, unchanged.
+/// Returns null when it is not the URL of a local file or its path is not valid UTF-8 (such names
+/// do not exist on macOS); `failure` then holds the reason as text.
 [[nodiscard]] std::shared_ptr<const NSURL> fileURLWithString(std::string_view url,
                                                              std::string& failure);
 

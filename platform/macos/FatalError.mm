@@ -5,7 +5,7 @@
 
 namespace platform {
 
-/// The system log is where the end of an extension is looked for; it writes to standard error too.
+/// Logs the reason, which NSLog writes to standard error too.
 void fatalError(std::string_view reason) {
     @autoreleasepool {
         ::NSArray* const lines = [macos::stringObject(reason).autoreleased()

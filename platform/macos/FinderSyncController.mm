@@ -9,7 +9,7 @@ namespace platform {
 
 namespace {
 
-/// Passes everything on to the platform's controller, which it asks for anew each time.
+/// Forwards to the framework's controller.
 class Controller : public FIFinderSyncController {
 public:
     void setDirectoryURLs(const std::vector<std::shared_ptr<const NSURL>>& urls) override {
@@ -51,7 +51,7 @@ public:
 
 } // namespace
 
-/// The principal class has run the initializer of the platform's base class by then.
+/// The principal class has called the framework's initializer before.
 FIFinderSync* FIFinderSync::init() {
     return this;
 }

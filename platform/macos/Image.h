@@ -7,19 +7,19 @@
 
 namespace platform::macos {
 
-/// An image of the platform's.
+/// Wraps an AppKit image.
 class Image : public NSImage {
 public:
     explicit Image(::NSImage* image) : image_(retain(image)) {}
 
-    /// The platform's object; never nil.
+    /// Never nil.
     [[nodiscard]] ::NSImage* object() const { return image_.get(); }
 
 private:
     Reference<::NSImage*> image_;
 };
 
-/// The platform's object behind an image, nil for none: every image here comes from this back end.
+/// The AppKit image in `image`, which this back end has made; nil for null.
 [[nodiscard]] inline ::NSImage* imageObject(const NSImage* image) {
     return image == nullptr ? nil : static_cast<const Image*>(image)->object();
 }

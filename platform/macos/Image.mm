@@ -4,7 +4,7 @@
 
 namespace platform {
 
-/// Both resolutions of an image are found under its one name.
+/// AppKit finds the image in each resolution by this name.
 std::shared_ptr<const NSImage> imageNamed(std::string_view name) {
     @autoreleasepool {
         const auto text = macos::stringObject(name);

@@ -1,11 +1,9 @@
-// NSJSONSerialization.
-
 #include "platform/Foundation.h"
 #include "platform/macos/Values.h"
 
 namespace platform {
 
-/// Options 0: no fragments at the top level, and none of the mutable kinds.
+/// Options 0: the top level is an array or a dictionary, and nothing is mutable.
 std::optional<Object> JSONObjectWithData(const NSData& data) {
     @autoreleasepool {
         const auto text = macos::objectOfValue({data});

@@ -3,7 +3,7 @@
 
 namespace platform {
 
-/// The line is put together here, so that no text is ever taken for a format.
+/// Formats the line itself, so that NSLog never parses a text as a format.
 void NSLog(std::string_view format, std::string_view argument) {
     @autoreleasepool {
         std::string line(format);

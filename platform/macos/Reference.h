@@ -1,6 +1,6 @@
 #pragma once
 
-// The one place where objects of the platform are retained and released.
+// The only place where Objective-C objects are retained and released.
 
 #import <Foundation/Foundation.h>
 #include <type_traits>
@@ -12,24 +12,24 @@
 
 namespace platform::macos {
 
-/// What can be counted: a pointer to an Objective-C object. Core Foundation objects are cast to
-/// their bridged classes first.
+/// A pointer to an Objective-C object. Cast Core Foundation objects to their bridged classes first.
 template <typename T>
 concept ObjectPointer = std::is_pointer_v<T> && std::is_convertible_v<T, id>;
 
 template <ObjectPointer T> class Reference;
 
-/// Takes over a count that the caller holds: what `alloc`, `new`, `copy` and functions named
-/// `Create` or `Copy` give.
+/// Takes ownership of a reference that the caller holds: the result of `alloc`, `new`, `copy` and
+/// of functions named `Create` or `Copy`.
 template <ObjectPointer T> [[nodiscard]] Reference<T> adopt(T object);
 
-/// Adds a count of its own: for everything else that is to be kept.
+/// Retains the object: for every other object that is kept.
 template <ObjectPointer T> [[nodiscard]] Reference<T> retain(T object);
 
-/// One counted reference to an object of the platform, or to nil. Which of `adopt` and `retain` is
-/// meant has to be said: there is no conversion from a bare pointer.
+/// Owns one reference to an Objective-C object, or nil. Made only by `adopt` or `retain`: a bare
+/// pointer does not convert.
 ///
-/// `get` gives the object for as long as a reference to it lives, so it is refused on a temporary.
+/// The result of `get` is valid while a reference to the object lives, so `get` does not compile on
+/// a temporary.
 template <ObjectPointer T> class Reference {
 public:
     Reference() = default;
@@ -51,7 +51,7 @@ public:
     [[nodiscard]] T get() const& { return object_; }
     [[nodiscard]] T get() const&& = delete;
 
-    /// The object for a caller that is not to own it: released when the present pool is drained.
+    /// Gives up ownership: the object is released with the current autorelease pool.
     [[nodiscard]] T autoreleased() && { return [std::exchange(object_, nil) autorelease]; }
 
     [[nodiscard]] explicit operator bool() const { return object_ != nil; }

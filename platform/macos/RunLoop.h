@@ -5,7 +5,7 @@
 
 namespace platform::macos {
 
-/// A run loop of the platform's.
+/// Wraps a Foundation run loop.
 class RunLoop : public NSRunLoop {
 public:
     explicit RunLoop(::NSRunLoop* runLoop) : runLoop_(retain(runLoop)) {}

@@ -1,4 +1,4 @@
-// Stream pairs of Core Foundation, which Foundation's streams are bridged with.
+// Stream pairs of Core Foundation, toll-free bridged to Foundation's streams.
 
 #include "platform/macos/Streams.h"
 
@@ -9,7 +9,7 @@
 #import <CoreFoundation/CoreFoundation.h>
 #include <utility>
 
-/// The Objective-C half of a delegate that has none of its own.
+/// Passes events to a delegate that is not an `ObjectDelegate`.
 @interface FSStreamDelegate : NSObject <NSStreamDelegate> {
     platform::NSStreamDelegate* delegate_;
 }
@@ -35,14 +35,14 @@ namespace platform {
 
 namespace {
 
-/// What every stream here is known by to the others.
+/// Gives `isEqual` access to another stream's object.
 class StreamObject {
 public:
     virtual ~StreamObject() = default;
     [[nodiscard]] virtual ::NSStream* streamObject() const = 0;
 };
 
-/// What is the same for every kind of stream.
+/// The operations that every stream has.
 template <typename Contract, typename Object> class Stream : public Contract, public StreamObject {
 public:
     explicit Stream(macos::Reference<Object*> stream) : stream_(std::move(stream)) {}
@@ -81,12 +81,12 @@ private:
     macos::Reference<FSStreamDelegate*> delegate_;
 };
 
-/// One end of a connection: a stream that this side has created.
+/// A stream made by this back end, as opposed to the wrapper that `deliver` makes.
 // NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor): it is, but its base is a template's
 template <typename Contract, typename Object> class OwnStream : public Stream<Contract, Object> {
 public:
     using Stream<Contract, Object>::Stream;
-    /// The platform may hold on to a stream for longer, but not on to a delegate.
+    /// Foundation may retain the stream longer than the delegate lives.
     ~OwnStream() override { [this->object() setDelegate:nil]; }
     OwnStream(const OwnStream&) = delete;
     OwnStream& operator=(const OwnStream&) = delete;
@@ -108,7 +108,7 @@ class OutputStream : public OwnStream<NSOutputStream, ::NSOutputStream> {
 public:
     using OwnStream::OwnStream;
 
-    /// The platform's own method would wait for room, or for the connection.
+    /// Foundation's method would block until there is room, or until the stream has opened.
     std::int64_t write(const std::uint8_t* bytes, std::size_t length) override {
         if ([object() hasSpaceAvailable] == NO)
             return -1;
@@ -130,14 +130,14 @@ void deliver(NSStreamDelegate& delegate, ::NSStream* stream, ::NSStreamEvent eve
 void CFStreamCreatePairWithSocketToHost(const std::string& host, std::uint32_t port,
                                         std::shared_ptr<NSInputStream>& readStream,
                                         std::shared_ptr<NSOutputStream>& writeStream) {
-    // There are no ports above 65535. Cut to 16 bits, such a number would reach some other program;
-    // nobody can be reached at port 0.
+    // A port above 65535 truncated to 16 bits would reach another program; connecting to port 0
+    // fails.
     const UInt32 existingPort = port <= 65535 ? port : 0;
     const auto name = macos::stringObject(host);
     CFReadStreamRef read = nullptr;
     CFWriteStreamRef write = nullptr;
 #pragma clang diagnostic push
-#pragma clang diagnostic ignored "-Wdeprecated-declarations" // the successor knows no streams
+#pragma clang diagnostic ignored "-Wdeprecated-declarations" // its replacement has no streams
     ::CFStreamCreatePairWithSocketToHost(kCFAllocatorDefault,
                                          reinterpret_cast<CFStringRef>(name.get()), existingPort,
                                          &read, &write);

@@ -7,14 +7,13 @@
 
 namespace platform::macos {
 
-/// A text as an object of the platform. Nil when it is not valid UTF-8.
+/// A text as an NSString; nil when it is not valid UTF-8.
 [[nodiscard]] Reference<::NSString*> stringObject(std::string_view text);
 
-/// The UTF-8 of a string object, empty for nil. Half of a surrogate pair, which UTF-8 cannot hold,
-/// becomes a replacement character.
+/// The UTF-8 of an NSString, empty for nil. A lone surrogate becomes a replacement character.
 [[nodiscard]] std::string utf8Text(::NSString* string);
 
-/// Whether UTF-8 can hold a string object.
+/// Whether an NSString can be encoded as UTF-8: it has no lone surrogate.
 [[nodiscard]] bool isUTF8Encodable(::NSString* string);
 
 } // namespace platform::macos

@@ -1,5 +1,3 @@
-// NSString and NSData.
-
 #include "platform/macos/Strings.h"
 
 #include "platform/Foundation.h"
@@ -16,8 +14,7 @@ namespace {
 
 constexpr std::string_view byteOrderMark = "\ufeff";
 
-/// A text that begins with a byte-order mark. The platform's decoder takes the mark for a sign of
-/// the encoding and drops it; here it is a character.
+/// Decodes a text that begins with a byte-order mark and keeps the mark, which Foundation drops.
 Reference<::NSString*> markedStringObject(std::string_view text) {
     const auto rest = stringObject(text.substr(byteOrderMark.size()));
     if (!rest)
@@ -88,9 +85,8 @@ std::vector<std::string_view> componentsSeparatedByString(std::string_view text,
     return text::split(text, separator);
 }
 
-/// `isEqualToString:` by itself is literal: it tells a letter with an accent from the same letter
-/// followed by the combining accent. Between texts in normalization form C it is canonical
-/// equivalence by definition, whereas `compare:` with no options leaves open how loose it is.
+/// Foundation's `isEqualToString:` compares code units, so both texts are normalised to form C
+/// first. The documentation of `compare:` without options does not promise canonical equivalence.
 bool isEqualToString(std::string_view one, std::string_view other) {
     if (one == other)
         return true;
@@ -104,8 +100,8 @@ bool isEqualToString(std::string_view one, std::string_view other) {
     }
 }
 
-/// No options: case counts, and canonically equivalent sequences match. The empty text is not
-/// found.
+/// Without options: case-sensitive, canonically equivalent sequences match, and the empty text is
+/// not found.
 bool containsString(std::string_view text, std::string_view searched) {
     const auto haystack = macos::stringObject(text);
     const auto needle = macos::stringObject(searched);

@@ -11,8 +11,8 @@
 
 namespace platform {
 
-/// Each line is written at once: the trace of an extension that the Finder runs goes nowhere, and a
-/// developer who looks on wants to see it at the time.
+/// Unbuffered: the Finder connects an extension's standard output to nothing, and a developer who
+/// runs the program wants to see each line at once.
 void print(std::string_view text, std::string_view value) {
     std::string line(text);
     line.append(value) += '\n';
@@ -23,7 +23,7 @@ void* malloc(std::size_t size) {
     return std::malloc(size);
 }
 
-/// Options 0: a symbolic link is followed, and the compression attribute stays hidden.
+/// Options 0: follows symbolic links and hides the compression attribute.
 std::int64_t listxattr(const std::string& path, char* buffer, std::size_t size) {
     return ::listxattr(path.c_str(), buffer, size, 0);
 }

@@ -7,24 +7,24 @@
 
 namespace platform::macos {
 
-/// A URL of the platform's.
+/// Wraps a Foundation URL.
 class URL : public NSURL {
 public:
-    /// Nil, which a caller of the extension may pass, gives a URL without path or file-path form.
+    /// Callers of the extension may pass nil: a URL without path and without file-path form.
     explicit URL(::NSURL* url) : url_(retain(url)) {}
 
     [[nodiscard]] std::shared_ptr<const NSURL> filePathURL() const override;
     [[nodiscard]] std::optional<std::string> path() const override;
     [[nodiscard]] std::string description() const override;
 
-    /// The platform's object.
+    /// The Foundation URL, or nil.
     [[nodiscard]] ::NSURL* object() const { return url_.get(); }
 
 private:
     Reference<::NSURL*> url_;
 };
 
-/// The platform's object behind a URL: every URL here comes from this back end.
+/// The Foundation URL in `url`, which this back end has made.
 [[nodiscard]] inline ::NSURL* urlObject(const NSURL& url) {
     return static_cast<const URL&>(url).object();
 }

@@ -32,7 +32,7 @@ std::string URL::description() const {
 
 std::shared_ptr<const NSURL> fileURLWithPath(std::string_view path) {
     @autoreleasepool {
-        // The platform has no URL for the empty path.
+        // Foundation has no URL for the empty path.
         ::NSString* const text = path.empty()
                                      ? [[::NSFileManager defaultManager] currentDirectoryPath]
                                      : macos::stringObject(path).autoreleased();

@@ -43,7 +43,7 @@ std::shared_ptr<const NSUserDefaults> userDefaultsWithSuiteName(std::string_view
     const auto name = macos::stringObject(suiteName);
     auto suite = macos::adopt([[::NSUserDefaults alloc] initWithSuiteName:name.get()]);
     if (!suite) {
-        // The platform gives no reason, but knows only these two.
+        // Foundation reports no reason. Its documentation names these two.
         failure = "\"" + std::string(suiteName) +
                   "\" is no application group: it names the global domain or this very bundle";
         return nullptr;

@@ -5,16 +5,15 @@
 
 namespace platform::macos {
 
-/// What a property list or a JSON text holds, as a value. What has no counterpart becomes opaque
-/// bytes, which are neither a string nor anything that JSON knows: a date, a text that UTF-8 cannot
-/// hold, a dictionary whose keys are not all strings. Nil becomes null.
+/// Converts an object of a property list or a JSON text to a value. An object without a counterpart
+/// (a date, a text with a lone surrogate, a dictionary whose keys are not all strings) becomes raw
+/// bytes, which are neither a string nor a JSON type. Nil becomes null.
 [[nodiscard]] Object valueOfObject(id object);
 
-/// A dictionary object's entries; the empty dictionary when it has other keys than strings, or for
-/// another object.
+/// The entries of an NSDictionary; empty when a key is not a string, or for any other object.
 [[nodiscard]] NSDictionary entriesOf(id dictionary);
 
-/// A value as an object of the platform. Never nil.
+/// Converts a value to a Foundation object. Never nil.
 [[nodiscard]] Reference<id> objectOfValue(const Object& value);
 
 } // namespace platform::macos

@@ -11,7 +11,7 @@ namespace platform::macos {
 
 namespace {
 
-/// Numbers are told from Booleans by their class: the type code of a Boolean is that of a small
+/// The class distinguishes Booleans from numbers: the type code of a Boolean is that of a small
 /// integer.
 bool isBoolean(::NSNumber* number) {
     return [number isKindOfClass:[[::NSNumber numberWithBool:YES] class]] != NO;
@@ -52,7 +52,7 @@ bool hasStringKeys(::NSDictionary* dictionary) {
     return true;
 }
 
-/// Makes objects of the kinds of values.
+/// Makes the object for each alternative of a value.
 struct ObjectMaker {
     Reference<id> operator()(NSNull) const { return retain<id>([::NSNull null]); }
     Reference<id> operator()(bool value) const {

@@ -1,4 +1,4 @@
-// In a file of its own, so that a program which outlives a fatal error can bring another one.
+// In a file of its own, so that tests and fuzzers can link another fatalError.
 
 #include "platform/recording/Recording.h"
 
@@ -13,7 +13,7 @@ extern "C" void __gcov_dump();
 namespace platform {
 
 void fatalError(std::string_view reason) {
-    // Death tests see what was printed and logged before the end as well as the reason.
+    // Death tests match the printed and logged lines as well as the reason.
     for (const std::string& call : recording::calls()) {
         if (call.starts_with("print: ") || call.starts_with("NSLog: "))
             (void)std::fprintf(stderr, "%s\n", call.c_str());
@@ -22,7 +22,7 @@ void fatalError(std::string_view reason) {
     std::ranges::replace(line, '\n', ' ');
     (void)std::fprintf(stderr, "fatal error: %s\n", line.c_str());
 #ifdef FINDER_SYNC_COVERAGE
-    __gcov_dump(); // what the child of a death test has visited counts
+    __gcov_dump(); // abort would lose the coverage of a death test's child process
 #endif
     std::abort();
 }

@@ -1,9 +1,7 @@
 #pragma once
 
-// An in-memory platform for tests. It records every call in order, behaves as on a healthy machine
-// with a companion application, and fails on demand.
-//
-// There is one such platform in a process; `reset` makes it new. Records read
+// An in-memory platform for tests. It records every call in order and succeeds unless it is
+// scripted to fail. There is one instance per process; `reset` clears it. Records have the form
 // "operation: arguments" or "operation: arguments -> result".
 
 #include "platform/AppKit.h"
@@ -25,26 +23,26 @@
 
 namespace platform::recording {
 
-/// The outcome of one `read:maxLength:`: `count` is what it returns, `bytes` what lies in the
-/// buffer afterwards, at most `maxLength` of them.
+/// The outcome of one `read:maxLength:`: the count that it returns, and the bytes that it copies
+/// into the buffer, at most `maxLength` of them.
 struct Read {
     std::int64_t count = 0;
     std::string bytes;
 };
 
-/// The outcome of one `listxattr`: what it returns, the bytes that it writes into the buffer, and
-/// the error number that it leaves.
+/// The outcome of one `listxattr`: its result, the bytes that it copies into the buffer, and the
+/// error number that it sets.
 struct AttributeList {
     std::int64_t result = 0;
     std::string bytes;
     int errorNumber = 0;
 };
 
-/// What the platform shall answer.
+/// The results that the platform returns.
 struct Script {
     bool baseObject = true;
     bool suiteOpens = true;
-    std::string suiteFailure; ///< the reason that a suite which does not open gives
+    std::string suiteFailure; ///< the reason when `suiteOpens` is false
     NSDictionary settings;
     std::set<std::string, std::less<>> images = {"icon_Folder", "icon_share", "icon_URLlink",
                                                  "icon_Backup"};
@@ -52,17 +50,17 @@ struct Script {
     bool writeStream = true;
     bool memory = true;
     bool encoding = true;  ///< whether texts can be encoded as UTF-8 data
-    bool validJSON = true; ///< false: `isValidJSONObject` refuses everything
+    bool validJSON = true; ///< false: `isValidJSONObject` rejects everything
     bool writesJSON = true;
-    std::optional<NSData> writtenJSON; ///< what is written instead of the value's text
+    std::optional<NSData> writtenJSON; ///< replaces the text of the value
 
     std::optional<std::vector<std::shared_ptr<const NSURL>>> selection; ///< `selectedItemURLs`
-    std::deque<AttributeList> attributeLists; ///< next outcomes of `listxattr`; then an empty list
-    std::string errorText = "No such file or directory"; ///< `strerror` of every number
+    std::deque<AttributeList> attributeLists;            ///< next outcomes; then an empty list
+    std::string errorText = "No such file or directory"; ///< result of `strerror`
 
-    std::deque<bool> hasBytesAvailable; ///< next answers; then what the connection has
-    std::deque<Read> reads;             ///< next outcomes; then what the connection has
-    std::deque<std::int64_t> writes;    ///< next outcomes; then everything is taken
+    std::deque<bool> hasBytesAvailable; ///< next results; then the connection's
+    std::deque<Read> reads;             ///< next outcomes; then the connection's
+    std::deque<std::int64_t> writes;    ///< next results; then everything is written
 };
 
 /// The companion's end of the connections, and the Finder's side.
@@ -76,11 +74,11 @@ struct World {
     std::map<std::string, Badge> badges;
     struct Assignment {
         std::string identifier;
-        const NSURL* url = nullptr; ///< the very URL that was passed
+        const NSURL* url = nullptr; ///< the object that was passed
     };
     std::vector<Assignment> assignments;
-    std::string received;       ///< what the peer has got
-    std::vector<void*> buffers; ///< what `malloc` has given, in order
+    std::string received;       ///< by the peer
+    std::vector<void*> buffers; ///< results of `malloc`, in order
 };
 
 [[nodiscard]] Script& script();
@@ -103,25 +101,25 @@ struct MenuItem {
 /// The entries of a menu, in order.
 [[nodiscard]] std::vector<MenuItem> itemsOf(const NSMenu& menu);
 
-/// A new platform: nothing recorded, nothing scripted. Streams of before stay silent.
+/// Clears records and script. Existing streams deliver no more events.
 void reset();
 
-/// The peer of the newest connection writes bytes; each call is what one read can give at the most.
+/// The peer of the newest connection writes bytes. One read returns bytes of one call at most.
 void peerSends(std::string bytes);
 /// The peer closes, or resets, the newest connection.
 void peerCloses();
 void peerResets();
 
-/// Delivers the next event. Gives false when there is none.
+/// Delivers the next event. Returns false when there is none.
 bool runOnce();
-/// Delivers events until there is none left.
+/// Delivers all events.
 void runAll();
 
 /// The newest stream pair, null when there is none or it has been released.
 [[nodiscard]] std::shared_ptr<NSInputStream> inputStream();
 [[nodiscard]] std::shared_ptr<NSOutputStream> outputStream();
 
-/// A URL with the given parts; `hasFilePath` false makes one that is no file URL.
+/// A URL with the given parts. Without `hasFilePath`, it is not a file URL.
 [[nodiscard]] std::shared_ptr<const NSURL>
 makeURL(std::string description, std::optional<std::string> path, bool hasFilePath = true);
 

@@ -4,10 +4,10 @@
 
 namespace platform::recording {
 
-/// Adds an event that `runOnce` calls, after every event that was added before.
+/// Adds an event for `runOnce`, after those added before.
 void post(std::function<void()> event);
 
-/// Drops every event that has not been delivered.
+/// Drops all undelivered events.
 void dropEvents();
 
 } // namespace platform::recording

@@ -17,13 +17,13 @@ using recording::record;
 
 enum class Status { NotOpen, Opening, Open, AtEnd, Error };
 
-/// What both streams of a pair share.
+/// Shared by both streams of a pair.
 struct Connection {
     bool isReachable = false;
     std::deque<std::string> inbound; ///< one element for each read
 };
 
-/// The newest pair.
+/// The pair that `newest` returns.
 struct StreamPair {
     std::weak_ptr<NSInputStream> input;
     std::weak_ptr<NSOutputStream> output;
@@ -34,7 +34,7 @@ StreamPair& newest() {
     return instance;
 }
 
-/// The behaviour that both directions share. `Base` is the contract, `name` how records call it.
+/// The operations that every stream has. `name` stands for the stream in records.
 template <typename Base> class RecordedStream : public Base {
 public:
     RecordedStream(std::string name, std::shared_ptr<Connection> connection)
@@ -60,7 +60,7 @@ public:
         return this == &other;
     }
 
-    /// Whether the event changes anything here; a delegate hears only of those that do.
+    /// Applies an event to the status. Returns false if the delegate must not receive it.
     bool take(NSStreamEvent event) {
         const bool isLive = status_ == Status::Opening || status_ == Status::Open;
         if (!isLive || !isScheduled_)
@@ -136,7 +136,7 @@ public:
         announce(weak_from_this(), NSStreamEvent::HasBytesAvailable);
     }
 
-    /// Bytes that were announced and read meanwhile are not announced again.
+    /// False for HasBytesAvailable when the bytes have been read meanwhile.
     [[nodiscard]] bool isWorthDelivering(NSStreamEvent event) const {
         return event != NSStreamEvent::HasBytesAvailable || !connection().inbound.empty();
     }

@@ -2,7 +2,7 @@
 
 namespace platform::recording {
 
-/// The streams that exist are no longer what the peer writes to.
+/// Disconnects the existing streams from the peer.
 void forgetStreams();
 
 } // namespace platform::recording

@@ -7,7 +7,7 @@ namespace platform::text {
 
 namespace {
 
-/// The characters that stand for themselves in the path of a URL (RFC 3986, "pchar" and "/").
+/// Whether a character is not encoded in the path of a URL (RFC 3986, "pchar" and "/").
 bool isPathCharacter(char character) {
     constexpr std::string_view punctuation = "-._~!$&'()*+,;=:@/";
     const bool isAlphanumeric = (character >= '0' && character <= '9') ||
@@ -26,7 +26,7 @@ std::optional<unsigned> hexadecimalDigit(char character) {
     return std::nullopt;
 }
 
-/// The byte that the escape at the start of the text stands for, or none.
+/// Decodes the percent-escape at the start of the text; nullopt when there is none.
 std::optional<char> escapedByte(std::string_view text) {
     if (text.size() < 3 || text[0] != '%')
         return std::nullopt;
@@ -45,7 +45,7 @@ bool hasPrefixIgnoringCase(std::string_view text, std::string_view lowerCasePref
                       });
 }
 
-/// What follows the scheme and the host, or none when one of them is not a local file's.
+/// The text after scheme and host; nullopt when these do not denote a local file.
 std::optional<std::string_view> encodedPath(std::string_view url, std::string& failure) {
     constexpr std::string_view scheme = "file:";
     if (!hasPrefixIgnoringCase(url, scheme)) {

@@ -10,7 +10,7 @@ namespace platform::text {
 namespace {
 
 std::int64_t integerOfNumber(double number) {
-    // The limits as doubles: the upper one is 2^63, the first value that does not fit.
+    // As doubles: the lowest integer, and 2^63, the first number that is too large.
     if (number >= static_cast<double>(std::numeric_limits<std::int64_t>::max()))
         return std::numeric_limits<std::int64_t>::max();
     if (number < static_cast<double>(std::numeric_limits<std::int64_t>::min()))

@@ -12,14 +12,14 @@ namespace platform::text {
 /// Strict: text after the value, comments, NaN, lone surrogates, raw control characters, invalid
 /// UTF-8, a byte-order mark and numbers that overflow a double are errors, but integers may have
 /// any length. Of equal keys the last one wins.
-/// Gives none on failure; `failure` then says in words what is wrong.
+/// Returns nullopt on failure; `failure` then holds the reason as text.
 [[nodiscard]] std::optional<Object> parseJSON(std::string_view text, std::string& failure);
 
-/// Whether a value is an array or a dictionary that holds only what JSON knows, however deep.
+/// Whether a value is an array or a dictionary that contains only JSON types, at any depth.
 [[nodiscard]] bool isJSONContainer(const Object& value);
 
-/// A value that JSON knows, as text: compact, or on lines of their own with two spaces for each
-/// level. Characters outside ASCII stand for themselves.
+/// Writes such a value as text: compact, or one element per line, indented by two spaces per level.
+/// Characters outside ASCII are not escaped.
 [[nodiscard]] std::string JSONText(const Object& value, bool prettyPrinted);
 
 } // namespace platform::text

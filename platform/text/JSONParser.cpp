@@ -12,8 +12,8 @@ namespace {
 
 constexpr std::size_t depthLimit = 512;
 
-/// The double that a number is closest to, which the parser may miss by a little. None when it is
-/// beyond every double or too small for one.
+/// The double nearest to a number, from which the parser's may differ slightly. Returns nullopt
+/// when the number overflows or underflows.
 std::optional<double> nearestDouble(boost::json::string_view literal) {
     double number = 0;
     const auto result = std::from_chars(literal.begin(), literal.end(), number);
@@ -56,7 +56,7 @@ public:
         return true;
     }
     bool on_uint64(std::uint64_t number, View, Error&) {
-        add(static_cast<double>(number)); // above the signed range, or it had been an int64
+        add(static_cast<double>(number)); // above the range of std::int64_t
         return true;
     }
     bool on_double(double approximation, View literal, Error& error) {
@@ -112,8 +112,8 @@ private:
         return true;
     }
 
-    /// The containers that are not complete yet, outermost first. A container grows only while it
-    /// is the innermost, so these pointers stay valid.
+    /// The incomplete containers, outermost first. Only the innermost grows, so these pointers stay
+    /// valid.
     boost::container::small_vector<Object*, 8> open_;
     std::string key_;
     std::string string_;

@@ -21,7 +21,7 @@ bool isKnownToJSON(const Object& value) {
     return !std::holds_alternative<NSData>(value.value);
 }
 
-/// Writes a value piece by piece; strings and numbers are the library's business.
+/// Writes a value recursively; Boost.JSON writes strings and doubles.
 class Writer {
 public:
     explicit Writer(bool prettyPrinted) : prettyPrinted_(prettyPrinted) {}
@@ -35,7 +35,7 @@ public:
     void operator()(const std::string& value) {
         text += boost::json::serialize(boost::json::string_view(value));
     }
-    void operator()(const NSData&) {} // never in a value that JSON knows
+    void operator()(const NSData&) {} // isJSONContainer rejects it
 
     void operator()(const NSArray& array) {
         writeList('[', array, ']',

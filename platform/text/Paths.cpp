@@ -10,7 +10,7 @@ namespace platform::text {
 
 namespace {
 
-/// The components of an absolute path that are left when it is resolved by its text alone.
+/// The components of an absolute path, after resolving empty, "." and ".." ones.
 std::vector<std::string_view> resolvedComponents(std::string_view path) {
     std::vector<std::string_view> resolved;
     for (const std::string_view component : split(path, "/")) {

@@ -5,14 +5,12 @@
 
 namespace platform::text {
 
-/// The pieces of a text between the occurrences of a separator, empty ones included. They refer to
-/// the text. The separator is not empty.
-///
-/// Where one UTF-8 text lies within another is a matter of bytes, on every platform.
+/// Splits a text at each occurrence of a separator, compared byte by byte. Keeps empty pieces. They
+/// refer to the text. The separator is not empty.
 [[nodiscard]] inline std::vector<std::string_view> split(std::string_view text,
                                                          std::string_view separator) {
     std::vector<std::string_view> pieces;
-    pieces.reserve(16); // as many as the lines of one read, mostly
+    pieces.reserve(16); // the usual number of lines in one read
     std::size_t begin = 0;
     for (auto end = text.find(separator); end != std::string_view::npos;
          end = text.find(separator, begin)) {

@@ -18,7 +18,7 @@ namespace platform::text {
 
 namespace {
 
-/// Length of the ASCII text that a text starts with.
+/// The number of ASCII characters before the first other one.
 std::size_t asciiPrefix(std::string_view text) {
     std::size_t at = 0;
     for (; at + sizeof(std::uint64_t) <= text.size(); at += sizeof(std::uint64_t)) {
@@ -40,7 +40,7 @@ bool isASCII(std::string_view text) {
     return asciiPrefix(text) == text.size();
 }
 
-/// What ICU is given for memory. Nobody catches what is thrown.
+/// Throws instead of returning null to ICU. Nothing catches the exception.
 void* required(void* memory) {
     if (memory == nullptr)
         throw std::bad_alloc();
@@ -52,8 +52,8 @@ void requireSuccess(UErrorCode status) {
         throw std::runtime_error(u_errorName(status));
 }
 
-/// Without memory, ICU may give a wrong answer, wait for ever or crash. It is to end the process,
-/// as everything else does here.
+/// When an allocation fails, ICU may crash, hang or return a wrong result. With this allocator it
+/// ends the process, as any other failed allocation does.
 void prepareICU() {
     UErrorCode status = U_ZERO_ERROR;
     u_setMemoryFunctions(
@@ -81,8 +81,7 @@ icu::UnicodeString canonicallyDecomposed(std::string_view text) {
     return decomposed;
 }
 
-/// Whether a combined character ends at a place in a text, or none is there. ICU does not part the
-/// two characters of a line's end, which are combined into nothing.
+/// True at a grapheme boundary; unlike ICU, splits CR LF.
 bool isCharacterBoundary(const icu::UnicodeString& text, std::int32_t at) {
     if (text.charAt(at - 1) == u'\r' && text.charAt(at) == u'\n')
         return true;
@@ -114,11 +113,12 @@ bool areCanonicallyEquivalent(std::string_view one, std::string_view other) {
     if (one == other)
         return true;
     const auto [inOne, inOther] = std::ranges::mismatch(one, other);
-    // A text that another one goes on from has fewer characters, in decomposed form too.
+    // A proper prefix is shorter in decomposed form too.
     if (inOne == one.end() || inOther == other.end())
         return false;
-    // Nothing combines or changes places across the start of an ASCII character: two of them that
-    // differ decide the matter, and the last one before the difference is where to compare from.
+    // No character combines or is reordered across the start of an ASCII character. So two ASCII
+    // characters that differ settle it; otherwise compare from the last ASCII character before the
+    // difference.
     if (isASCII(*inOne) && isASCII(*inOther))
         return false;
     auto begin = static_cast<std::size_t>(inOne - one.begin());
