@@ -21,14 +21,9 @@ constexpr unsigned timeoutInSeconds = 1;
 /// time.
 int terminationRequest = -1;
 
-termios terminalSettings{};
-volatile std::sig_atomic_t hasTerminalSettings = 0;
-
 // NOLINTEND(cppcoreguidelines-avoid-non-const-global-variables)
 
 void terminateNow(int) {
-    if (hasTerminalSettings != 0)
-        (void)::tcsetattr(STDIN_FILENO, TCSANOW, &terminalSettings);
     ::_exit(EXIT_SUCCESS);
 }
 
@@ -74,11 +69,6 @@ int endOnSignals(sd_event* event) {
     if (!isIgnored(SIGHUP))
         handle(SIGHUP, requestTermination);
     return 0;
-}
-
-void restoreTerminalOnSuddenEnd(const termios& settings) {
-    terminalSettings = settings;
-    hasTerminalSettings = 1;
 }
 
 } // namespace process

@@ -1,23 +1,28 @@
 #include "tools/companion/Commands.h"
 
+#include "tools/console/JSON.h"
 #include "tools/console/Text.h"
 
 #include <algorithm>
-#include <array>
-#include <boost/json.hpp>
+#include <initializer_list>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace companion {
 
 namespace {
 
-namespace json = boost::json;
-
 constexpr std::string_view blanks = " \t";
 
-Command sendMessage(const json::object& message) {
-    std::string line = json::serialize(message);
+using Member = std::pair<std::string_view, std::string_view>;
+
+/// Has a message of this type go out, with members that are all strings.
+Command sendMessage(std::string_view type, std::initializer_list<Member> members) {
+    std::vector<console::JSONMember> object = {{"type", console::jsonString(type)}};
+    for (const auto& [name, value] : members)
+        object.emplace_back(name, console::jsonString(value));
+    std::string line = console::jsonObject(object);
     const std::size_t size = line.size() + 1;
     if (size > lineLimit)
         return Refusal{"the message takes " + std::to_string(size) +
@@ -32,8 +37,8 @@ std::string_view withoutTrailingBlanks(std::string_view text) {
     return text.substr(0, last == std::string_view::npos ? 0 : last + 1);
 }
 
-/// Takes one word, quoted as in a shell, off the front of a text that starts with it. Gives none
-/// when a quote or an escape is left open.
+/// Removes the word, quoted as in a shell, that the text starts with, and gives it. Gives none when
+/// a quote or an escape has no end.
 std::optional<std::string> takeWord(std::string_view& text) {
     std::string word;
     char quote = '\0';
@@ -73,16 +78,16 @@ std::optional<std::vector<std::string>> splitIntoWords(std::string_view text) {
     }
 }
 
-// The commands. Each gets the rest of the line after its name and one blank.
+// The commands. `rest` is what follows the name and one blank.
 
 Command addFolder(std::string_view rest) {
-    return sendMessage({{"type", "add_folder"}, {"path", rest}});
+    return sendMessage("add_folder", {{"path", rest}});
 }
 
 Command deleteFolder(std::string_view rest) {
     if (rest.empty())
         return Refusal{"del_folder needs the path of a folder"};
-    return sendMessage({{"type", "del_folder"}, {"path", rest}});
+    return sendMessage("del_folder", {{"path", rest}});
 }
 
 Command setLocale(std::string_view rest) {
@@ -93,17 +98,16 @@ Command setLocale(std::string_view rest) {
         return Refusal{
             "set_locale needs three titles, not " + std::to_string(words->size()) +
             "; put those with spaces into quotes: set_locale \"Share with\" Link Backup"};
-    return sendMessage({{"type", "set_locale"},
-                        {"shareContactTitle", (*words)[0]},
-                        {"shareViaUrlTitle", (*words)[1]},
-                        {"backupTitle", (*words)[2]}});
+    return sendMessage("set_locale", {{"shareContactTitle", (*words)[0]},
+                                      {"shareViaUrlTitle", (*words)[1]},
+                                      {"backupTitle", (*words)[2]}});
 }
 
 Command setMenuUsage(std::string_view rest) {
     const std::string_view value = withoutTrailingBlanks(rest);
     if (value != "0" && value != "1")
         return Refusal{"set_menu_usage needs 0 or 1"};
-    return sendMessage({{"type", "set_menu_usage"}, {"displayBackup", value}});
+    return sendMessage("set_menu_usage", {{"displayBackup", value}});
 }
 
 Command sendRaw(std::string_view rest) {
@@ -174,15 +178,6 @@ std::string helpOnCommands() {
         text += '\n';
     }
     return text;
-}
-
-std::span<const std::string_view> commandNames() {
-    static const auto names = [] {
-        std::array<std::string_view, std::size(commands)> list;
-        std::ranges::transform(commands, list.begin(), &CommandEntry::name);
-        return list;
-    }();
-    return names;
 }
 
 } // namespace companion

@@ -1,26 +1,26 @@
 #pragma once
 
-#include <span>
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <variant>
 
 namespace companion {
 
-/// The extension decodes each read of at most this many bytes on its own, so that no line may be
-/// longer, its LF included.
+/// Longest line in bytes, with its LF: the extension reads at most this many bytes at once, and
+/// decodes each read on its own.
 inline constexpr std::size_t lineLimit = 1024;
 
-// What a line of input asks for.
+// What a line of input can be.
 
 /// A blank line or a remark.
 struct Nothing {};
 
-/// A line for the extension, without its LF. A raw one goes out as it stands.
+/// A line for the extension, without its LF. A raw one is sent unchanged.
 struct Send {
     std::string line;
     bool isRaw = false;
-    std::string warning = {}; ///< What is wrong with it all the same, empty for nothing.
+    std::string warning = {}; ///< Empty when nothing is wrong with it.
 };
 
 struct ShowHelp {};
@@ -34,17 +34,14 @@ struct Refusal {
 
 using Command = std::variant<Nothing, Send, ShowHelp, Quit, Refusal>;
 
-/// Understands one line of input, without its LF. Never fails: a bad line is a `Refusal`.
+/// Parses one line of input, without its LF. A bad line gives a `Refusal`.
 [[nodiscard]] Command parseCommand(std::string_view line);
 
-/// A message as it goes over the link: with its LF and, when it is to be padded, with spaces before
-/// it up to exactly `lineLimit` bytes, so that no read can hold parts of two lines.
+/// The line as it is sent: with its LF and, when padded, with spaces before the LF up to exactly
+/// `lineLimit` bytes, so that no read of the extension can hold parts of two lines.
 [[nodiscard]] std::string outboundLine(const Send& message, bool isPadded);
 
 /// One line for each command.
 [[nodiscard]] std::string helpOnCommands();
-
-/// Names of all commands, for completion.
-[[nodiscard]] std::span<const std::string_view> commandNames();
 
 } // namespace companion

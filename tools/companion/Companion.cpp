@@ -1,17 +1,14 @@
 #include "tools/companion/Companion.h"
 
-#include "tools/companion/PlainInput.h"
-#include "tools/companion/TerminalInput.h"
-
 #include <cstdlib>
 #include <cstring>
-#include <unistd.h>
+#include <utility>
 
 namespace companion {
 
 namespace {
 
-/// Reading commands stops while more than this waits for an extension that is slow to read.
+/// Reading commands pauses while more bytes than this wait for an extension that reads slowly.
 constexpr std::size_t outboxLimit = std::size_t{1024} * 1024;
 
 template <typename... Cases> struct Overloaded : Cases... { using Cases::operator()...; };
@@ -27,11 +24,8 @@ Companion::Companion(sd_event* event, Screen& screen, Options options)
     : event_(event),
       screen_(screen),
       options_(options),
-      listener_([this](int socket) { extensionConnected(socket); }) {}
-
-Companion::~Companion() {
-    screen_.setEditedLine(nullptr);
-}
+      listener_([this](process::Descriptor socket) { extensionConnected(std::move(socket)); }),
+      input_(*this) {}
 
 bool Companion::bind(std::uint16_t port, std::string& failure) {
     return listener_.bind(port, failure);
@@ -41,26 +35,11 @@ bool Companion::start(std::string& failure) {
     if (!listener_.listen(event_, failure))
         return false;
     screen_.status("listening on 127.0.0.1:" + std::to_string(port()));
-    if (const int result = readInput(); result < 0) {
+    if (const int result = input_.serve(event_); result < 0) {
         failure = std::string("standard input cannot be read: ") + std::strerror(-result);
         return false;
     }
     return true;
-}
-
-int Companion::readInput() {
-    InputObserver& self = *this;
-    if (TerminalInput::isPossible()) {
-        auto input = std::make_unique<TerminalInput>(self);
-        screen_.setEditedLine(input.get());
-        const int result = input->serve(event_);
-        input_ = std::move(input);
-        return result;
-    }
-    auto input = std::make_unique<PlainInput>(self);
-    const int result = input->serve(event_);
-    input_ = std::move(input);
-    return result;
 }
 
 void Companion::lineEntered(std::string_view line) {
@@ -98,7 +77,7 @@ void Companion::complain(const std::string& about) {
 
 void Companion::inputEnded() {
     hasInputEnded_ = true;
-    input_->stop();
+    input_.stop();
     if (outbox_.isEmpty() && !(connection_ && connection_->isSending()))
         end(exitCode_);
     else if (!connection_)
@@ -114,15 +93,15 @@ void Companion::sayWhatIsMissing() {
                    countOfLines(outbox_.count()) + " (interrupt to give up)");
 }
 
-void Companion::extensionConnected(int socket) {
+void Companion::extensionConnected(process::Descriptor socket) {
     if (connection_) {
-        ::close(socket);
+        socket.reset();
         screen_.error("a second extension has connected: closed, since one is served at a time");
         return;
     }
     parser_.reset();
     ConnectionObserver& self = *this;
-    connection_ = std::make_unique<Connection>(socket, outbox_, self);
+    connection_.emplace(std::move(socket), outbox_, self);
     if (const int result = connection_->serve(event_); result < 0) {
         connectionLost(std::strerror(-result));
         return;
@@ -135,8 +114,8 @@ void Companion::extensionConnected(int socket) {
 }
 
 bool Companion::bytesArrived(std::string_view bytes) {
-    const auto print = [this](const boost::json::value& report) {
-        if (hasReader_ && !screen_.report(boost::json::serialize(report))) {
+    const auto print = [this](const std::string& report) {
+        if (hasReader_ && !screen_.report(report)) {
             hasReader_ = false;
             screen_.error("nobody takes the click reports any more");
             (void)sd_event_exit(event_, EXIT_FAILURE);
@@ -175,17 +154,17 @@ void Companion::connectionLost(const std::string& reason) {
 }
 
 void Companion::limitWaitingLines() {
-    // Without a link the input is read on: it may hold a "quit", and errors to be told.
+    // Without a connection, reading goes on: there may be a "quit" or an error to report.
     const bool isTooMuch = connection_ && outbox_.size() > outboxLimit;
     if (isTooMuch == isInputPaused_ || hasInputEnded_)
         return;
     isInputPaused_ = isTooMuch;
-    input_->setPaused(isTooMuch);
+    input_.setPaused(isTooMuch);
 }
 
 void Companion::end(int exitCode) {
     hasInputEnded_ = true;
-    input_->stop();
+    input_.stop();
     if (connection_)
         connection_->finish();
     (void)sd_event_exit(event_, exitCode);

@@ -9,9 +9,8 @@
 #include "tools/companion/Screen.h"
 
 #include <cstdint>
-#include <memory>
+#include <optional>
 #include <string>
-#include <systemd/sd-event.h>
 
 namespace companion {
 
@@ -24,18 +23,15 @@ public:
     };
 
     Companion(sd_event* event, Screen& screen, Options options);
-    ~Companion() override;
-    Companion(const Companion&) = delete;
-    Companion& operator=(const Companion&) = delete;
 
-    /// Takes the port, so that it can be told to others before anybody connects.
+    /// Binds to the port, which can then be written into settings before anybody connects.
     [[nodiscard]] bool bind(std::uint16_t port, std::string& failure);
     [[nodiscard]] std::uint16_t port() const { return listener_.port(); }
 
-    /// Listens and reads standard input from now on. The event loop ends when the work is done.
+    /// Listens and reads standard input from now on. Ends the event loop when all is done.
     [[nodiscard]] bool start(std::string& failure);
 
-    /// Takes a command as if it had been entered.
+    /// Carries out a command as if it had been entered.
     void enter(std::string_view line) { lineEntered(line); }
 
 private:
@@ -47,8 +43,7 @@ private:
     void everythingSent() override;
     void connectionLost(const std::string& reason) override;
 
-    [[nodiscard]] int readInput();
-    void extensionConnected(int socket);
+    void extensionConnected(process::Descriptor socket);
     void send(const Send& message);
     void complain(const std::string& about);
     void sayWhatIsMissing();
@@ -61,8 +56,8 @@ private:
     Listener listener_;
     Outbox outbox_;
     ReportParser parser_;
-    std::unique_ptr<Connection> connection_;
-    std::unique_ptr<Input> input_;
+    Input input_;
+    std::optional<Connection> connection_;
     std::uint64_t lineNumber_ = 0;
     bool isInputPaused_ = false;
     bool hasInputEnded_ = false;

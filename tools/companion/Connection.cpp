@@ -9,7 +9,7 @@
 #include <netinet/tcp.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <unistd.h>
+#include <utility>
 
 namespace companion {
 
@@ -21,7 +21,7 @@ void setOption(int socket, int option, int value) {
     (void)::setsockopt(socket, IPPROTO_TCP, option, &value, sizeof value);
 }
 
-/// Whether a padded line and a segment of this connection have the same size.
+/// Whether a segment of this connection has the size of a padded line.
 bool hasSegmentsOfLineSize(int socket) {
     int size = 0;
     socklen_t length = sizeof size;
@@ -31,21 +31,17 @@ bool hasSegmentsOfLineSize(int socket) {
 
 } // namespace
 
-Connection::Connection(int socket, Outbox& outbox, ConnectionObserver& observer)
-    : socket_(socket), outbox_(outbox), observer_(observer) {
-    setOption(socket, TCP_NODELAY, 1);
-    // The socket counts as writable only when the system has sent what it was given before.
-    setOption(socket, TCP_NOTSENT_LOWAT, 1);
-    setOnlyWholeSegments(hasSegmentsOfLineSize(socket));
-}
-
-Connection::~Connection() {
-    sd_event_source_disable_unref(source_);
-    ::close(socket_);
+Connection::Connection(process::Descriptor socket, Outbox& outbox, ConnectionObserver& observer)
+    : socket_(std::move(socket)), outbox_(outbox), observer_(observer) {
+    setOption(socket_.get(), TCP_NODELAY, 1);
+    // Has the socket count as writable only once all that was written before has been sent.
+    setOption(socket_.get(), TCP_NOTSENT_LOWAT, 1);
+    setOnlyWholeSegments(hasSegmentsOfLineSize(socket_.get()));
 }
 
 int Connection::serve(sd_event* event) {
-    return sd_event_add_io(event, &source_, socket_, EPOLLIN, handleEvents, this);
+    return sd_event_add_io(event, process::Out(source_), socket_.get(), EPOLLIN, handleEvents,
+                           this);
 }
 
 void Connection::sendWaitingLines() {
@@ -54,7 +50,7 @@ void Connection::sendWaitingLines() {
 }
 
 void Connection::finish() {
-    (void)::shutdown(socket_, SHUT_WR);
+    (void)::shutdown(socket_.get(), SHUT_WR);
     std::string reason;
     while (readOnce(reason) == ReadResult::Continue) {
     }
@@ -62,7 +58,7 @@ void Connection::finish() {
 
 int Connection::handleEvents(sd_event_source*, int, std::uint32_t events, void* self) noexcept {
     auto& connection = *static_cast<Connection*>(self);
-    // What the peer has said comes first, so that its last words are heard when it is gone.
+    // Reading comes first, so that the last reports are printed when the peer is gone.
     std::string reason;
     if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) != 0 &&
         connection.readOnce(reason) == ReadResult::End)
@@ -82,9 +78,9 @@ void Connection::becameWritable() {
     while (result == 0 && !outbox_.isEmpty()) {
         if (hasOnlyWholeSegments_ && outbox_.first().size() != lineLimit)
             setOnlyWholeSegments(false);
-        result = outbox_.writeFirst(socket_);
+        result = outbox_.writeFirst(socket_.get());
     }
-    // A lost link is noticed by reading, not here.
+    // Reading notices a lost connection and says why.
     if (result != 0 && result != EAGAIN)
         setSending(false);
     else
@@ -93,19 +89,19 @@ void Connection::becameWritable() {
 
 void Connection::setSending(bool isSending) {
     isSending_ = isSending;
-    (void)sd_event_source_set_io_events(source_, isSending ? EPOLLIN | EPOLLOUT : EPOLLIN);
+    (void)sd_event_source_set_io_events(source_.get(), isSending ? EPOLLIN | EPOLLOUT : EPOLLIN);
 }
 
-/// Has the system send nothing but segments of full size, or anything at once. With segments of the
+/// Has the system send only segments of full size, or everything at once. When a segment has the
 /// size of a padded line, a receive window that fills up cannot cut such a line in two.
 void Connection::setOnlyWholeSegments(bool isOn) {
     hasOnlyWholeSegments_ = isOn;
-    setOption(socket_, TCP_CORK, isOn ? 1 : 0);
+    setOption(socket_.get(), TCP_CORK, isOn ? 1 : 0);
 }
 
 Connection::ReadResult Connection::readOnce(std::string& reason) {
     std::array<char, readSize> buffer{};
-    const ssize_t count = ::recv(socket_, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    const ssize_t count = ::recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
     if (count < 0 && (errno == EAGAIN || errno == EINTR))
         return ReadResult::NothingMore;
     if (count < 0) {

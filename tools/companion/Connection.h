@@ -1,51 +1,49 @@
 #pragma once
 
+#include "process/Descriptor.h"
+#include "process/SystemdHandles.h"
 #include "tools/companion/Outbox.h"
 
 #include <string>
 #include <string_view>
-#include <systemd/sd-event.h>
 
 namespace companion {
 
-/// Hears of what happens on a connection. None of the calls may destroy the connection, except
-/// `connectionLost`, which is its last.
+/// Hears of what happens on a connection. Only `connectionLost`, which is the last call, may
+/// destroy the connection.
 class ConnectionObserver {
 public:
     virtual ~ConnectionObserver() = default;
 
-    /// Bytes have come. False ends the connection: the peer is not worth listening to.
+    /// Bytes have arrived. Gives false when they make no sense, which ends the connection.
     [[nodiscard]] virtual bool bytesArrived(std::string_view bytes) = 0;
 
-    /// Some waiting lines have been handed to the system.
+    /// The system has accepted some of the waiting lines.
     virtual void linesTaken() = 0;
 
-    /// The system has sent every waiting line.
+    /// The system has sent every waiting line to the peer.
     virtual void everythingSent() = 0;
 
-    /// The connection is over; `reason` says in words why.
+    /// The connection has ended; `reason` says in words why.
     virtual void connectionLost(const std::string& reason) = 0;
 };
 
 /// The link to one extension. Never blocks.
 class Connection {
 public:
-    /// Owns the socket, which is non-blocking.
-    Connection(int socket, Outbox& outbox, ConnectionObserver& observer);
-    ~Connection();
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
+    /// The socket is non-blocking.
+    Connection(process::Descriptor socket, Outbox& outbox, ConnectionObserver& observer);
 
     /// Has the event loop serve the connection. Gives 0 or a negative errno.
     [[nodiscard]] int serve(sd_event* event);
 
-    /// Sends what waits in the outbox as soon as the socket takes it.
+    /// Sends the lines of the outbox as soon as the socket is writable.
     void sendWaitingLines();
 
-    /// Whether the system has not sent all yet that it was given. `everythingSent` tells when.
+    /// Whether the system still holds bytes that it has not sent; `everythingSent` follows.
     [[nodiscard]] bool isSending() const { return isSending_; }
 
-    /// Tells the peer that nothing more comes, and hands on what it has said until now.
+    /// Tells the peer that nothing follows, and hands on what has arrived from it until now.
     void finish();
 
 private:
@@ -57,10 +55,10 @@ private:
     void setOnlyWholeSegments(bool isOn);
     [[nodiscard]] ReadResult readOnce(std::string& reason);
 
-    int socket_;
+    process::Descriptor socket_;
     Outbox& outbox_;
     ConnectionObserver& observer_;
-    sd_event_source* source_ = nullptr;
+    process::EventSource source_;
     bool isSending_ = false;
     bool hasOnlyWholeSegments_ = false;
 };

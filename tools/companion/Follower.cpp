@@ -12,7 +12,7 @@ namespace companion {
 
 namespace {
 
-/// A line that goes on for longer is shown in pieces.
+/// Longer lines are shown in pieces.
 constexpr std::size_t lineLimit = std::size_t{64} * 1024;
 
 bool isNamedPipe(int descriptor) {
@@ -22,25 +22,20 @@ bool isNamedPipe(int descriptor) {
 
 } // namespace
 
-Follower::~Follower() {
-    sd_event_source_disable_unref(source_);
-    if (descriptor_ >= 0)
-        ::close(descriptor_);
-}
-
 bool Follower::follow(sd_event* event, const std::string& path, std::string& failure) {
-    // Open for writing too: the pipe then has no end, and one program can write after another.
-    descriptor_ = ::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
-    if (descriptor_ < 0 || !isNamedPipe(descriptor_)) {
+    // Opened for writing too: reading then meets no end of file when a writer closes the pipe.
+    pipe_.reset(::open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOCTTY));
+    if (!pipe_ || !isNamedPipe(pipe_.get())) {
         failure = "\"" + path + "\" cannot be followed: " +
-                  (descriptor_ < 0 ? std::strerror(errno) : "it is not a named pipe");
+                  (pipe_ ? "it is not a named pipe" : std::strerror(errno));
         return false;
     }
     const auto handler = [](sd_event_source*, int, std::uint32_t, void* self) {
         static_cast<Follower*>(self)->read();
         return 0;
     };
-    if (const int result = sd_event_add_io(event, &source_, descriptor_, EPOLLIN, handler, this);
+    if (const int result =
+            sd_event_add_io(event, process::Out(source_), pipe_.get(), EPOLLIN, handler, this);
         result < 0) {
         failure = "\"" + path + "\" cannot be followed: " + std::strerror(-result);
         return false;
@@ -50,18 +45,19 @@ bool Follower::follow(sd_event* event, const std::string& path, std::string& fai
 
 void Follower::read() {
     char buffer[4096];
-    const ssize_t count = ::read(descriptor_, buffer, sizeof buffer);
+    const ssize_t count = ::read(pipe_.get(), buffer, sizeof buffer);
     if (count <= 0)
         return;
-    begun_.append(buffer, static_cast<std::size_t>(count));
+    unfinishedLine_.append(buffer, static_cast<std::size_t>(count));
     std::size_t begin = 0;
-    for (auto end = begun_.find('\n'); end != std::string::npos; end = begun_.find('\n', begin)) {
-        observer_(std::string_view(begun_).substr(begin, end - begin));
+    for (auto end = unfinishedLine_.find('\n'); end != std::string::npos;
+         end = unfinishedLine_.find('\n', begin)) {
+        observer_(std::string_view(unfinishedLine_).substr(begin, end - begin));
         begin = end + 1;
     }
-    begun_.erase(0, begin);
-    if (begun_.size() >= lineLimit)
-        observer_(std::exchange(begun_, {}));
+    unfinishedLine_.erase(0, begin);
+    if (unfinishedLine_.size() >= lineLimit)
+        observer_(std::exchange(unfinishedLine_, {}));
 }
 
 } // namespace companion

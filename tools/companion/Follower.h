@@ -1,9 +1,11 @@
 #pragma once
 
+#include "process/Descriptor.h"
+#include "process/SystemdHandles.h"
+
 #include <functional>
 #include <string>
 #include <string_view>
-#include <systemd/sd-event.h>
 
 namespace companion {
 
@@ -14,21 +16,18 @@ public:
     using Observer = std::function<void(std::string_view line)>;
 
     explicit Follower(Observer observer) : observer_(std::move(observer)) {}
-    ~Follower();
-    Follower(const Follower&) = delete;
-    Follower& operator=(const Follower&) = delete;
 
-    /// Reads the pipe from now on, whoever writes to it and for as long as the event loop runs. On
-    /// failure `failure` says what is wrong, and false is given.
+    /// Has the event loop read the pipe from now on, even when one writer closes it and another one
+    /// opens it. Gives false on failure; `failure` then says what is wrong.
     [[nodiscard]] bool follow(sd_event* event, const std::string& path, std::string& failure);
 
 private:
     void read();
 
     Observer observer_;
-    int descriptor_ = -1;
-    sd_event_source* source_ = nullptr;
-    std::string begun_; ///< a line whose end has not arrived
+    process::Descriptor pipe_;
+    process::EventSource source_;
+    std::string unfinishedLine_;
 };
 
 } // namespace companion

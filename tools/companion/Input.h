@@ -1,5 +1,8 @@
 #pragma once
 
+#include "process/SystemdHandles.h"
+
+#include <string>
 #include <string_view>
 
 namespace companion {
@@ -12,23 +15,39 @@ public:
     /// A line, without its LF.
     virtual void lineEntered(std::string_view line) = 0;
 
-    /// There is nothing more to come.
+    /// The input has ended.
     virtual void inputEnded() = 0;
 
     /// The terminal that the lines came from is gone, and with it the user.
     virtual void terminalClosed() = 0;
 };
 
-/// Standard input, as a source of lines.
+/// Reads lines from standard input: a pipe, a file or a terminal.
 class Input {
 public:
-    virtual ~Input() = default;
+    explicit Input(InputObserver& observer) : observer_(observer) {}
 
-    /// Stops reading for a while. What is typed or piped meanwhile waits in the system.
-    virtual void setPaused(bool isPaused) = 0;
+    /// Has the event loop read standard input. Gives 0 or a negative errno.
+    [[nodiscard]] int serve(sd_event* event);
 
-    /// Stops reading for good. The observer hears nothing more.
-    virtual void stop() = 0;
+    /// Stops reading until it is resumed. Meanwhile the system keeps what is typed or piped.
+    void setPaused(bool isPaused);
+
+    /// Stops reading for good. The observer is not called any more.
+    void stop();
+
+private:
+    static int readPollable(sd_event_source*, int, std::uint32_t events, void* self) noexcept;
+    static int readFile(sd_event_source*, void* self) noexcept;
+    void readSome(bool isHungUp);
+    void take(std::string_view bytes);
+    void end();
+
+    InputObserver& observer_;
+    process::EventSource source_;
+    std::string unfinishedLine_;
+    bool isTerminal_ = false;
+    bool isStopped_ = false;
 };
 
 } // namespace companion

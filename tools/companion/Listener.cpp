@@ -10,13 +10,13 @@
 #include <netinet/tcp.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <unistd.h>
+#include <utility>
 
 namespace companion {
 
 namespace {
 
-/// Makes a segment carry one padded line, next to the time stamp that each segment has.
+/// Has each segment carry exactly one padded line, besides the time stamp of every segment.
 constexpr int segmentSize = static_cast<int>(lineLimit) + TCPOLEN_TSTAMP_APPA;
 
 std::string portFailure(std::uint16_t port, int number) {
@@ -29,24 +29,18 @@ std::string portFailure(std::uint16_t port, int number) {
 
 } // namespace
 
-Listener::~Listener() {
-    sd_event_source_disable_unref(source_);
-    if (socket_ >= 0)
-        ::close(socket_);
-}
-
 bool Listener::bind(std::uint16_t port, std::string& failure) {
     const auto fail = [&] {
         failure = portFailure(port, errno);
         return false;
     };
-    socket_ = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (socket_ < 0)
+    socket_.reset(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!socket_)
         return fail();
-    // Links that have just ended must not keep the port from being listened on again.
+    // Connections that have just ended must not keep the port in use.
     const int one = 1;
-    (void)::setsockopt(socket_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    (void)::setsockopt(socket_, IPPROTO_TCP, TCP_MAXSEG, &segmentSize, sizeof segmentSize);
+    (void)::setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+    (void)::setsockopt(socket_.get(), IPPROTO_TCP, TCP_MAXSEG, &segmentSize, sizeof segmentSize);
 
     sockaddr_in address{};
     address.sin_family = AF_INET;
@@ -54,26 +48,28 @@ bool Listener::bind(std::uint16_t port, std::string& failure) {
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socklen_t length = sizeof address;
     auto* const generic = static_cast<sockaddr*>(static_cast<void*>(&address));
-    if (::bind(socket_, generic, length) != 0 || ::getsockname(socket_, generic, &length) != 0)
+    if (::bind(socket_.get(), generic, length) != 0 ||
+        ::getsockname(socket_.get(), generic, &length) != 0)
         return fail();
     port_ = ntohs(address.sin_port);
     return true;
 }
 
 bool Listener::listen(sd_event* event, std::string& failure) {
-    int number = ::listen(socket_, SOMAXCONN) == 0 ? 0 : errno;
+    int number = ::listen(socket_.get(), SOMAXCONN) == 0 ? 0 : errno;
     if (number == 0)
-        number = -std::min(
-            sd_event_add_io(event, &source_, socket_, EPOLLIN, acceptConnections, this), 0);
+        number = -std::min(sd_event_add_io(event, process::Out(source_), socket_.get(), EPOLLIN,
+                                           acceptConnections, this),
+                           0);
     if (number != 0)
         failure = portFailure(port_, number);
     return number == 0;
 }
 
 int Listener::acceptConnections(sd_event_source*, int socket, std::uint32_t, void* self) noexcept {
-    const int accepted = ::accept4(socket, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (accepted >= 0)
-        static_cast<Listener*>(self)->handler_(accepted);
+    process::Descriptor accepted(::accept4(socket, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (accepted)
+        static_cast<Listener*>(self)->handler_(std::move(accepted));
     return 0;
 }
 

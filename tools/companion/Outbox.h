@@ -5,8 +5,8 @@
 
 namespace companion {
 
-/// The lines that wait for the extension, in order. They outlive a connection: a line that was not
-/// sent whole goes to the next extension from its beginning.
+/// The lines that wait for the extension, in order. They outlive a connection: a line that was only
+/// sent in part is sent to the next extension from its beginning.
 class Outbox {
 public:
     /// Takes a line with its LF.
@@ -18,14 +18,14 @@ public:
     /// Number of bytes in all waiting lines.
     [[nodiscard]] std::size_t size() const { return size_; }
 
-    /// The line whose turn it is; there is one.
+    /// The next line to send; the outbox is not empty.
     [[nodiscard]] const std::string& first() const { return lines_.front(); }
 
-    /// Writes the first line, or what is left of it, in one write. Gives 0 when the socket took
-    /// something of it, EAGAIN when it takes nothing for now, or the errno of a lost link.
+    /// Sends the first line, or the rest of it, with one call. Gives 0 when the socket accepted
+    /// some of it, EAGAIN when it accepts nothing for now, or the errno of a lost connection.
     [[nodiscard]] int writeFirst(int socket);
 
-    /// The link is gone: has a line that was sent in part start again from its beginning.
+    /// The connection is lost: has a line that was sent in part start from its beginning again.
     void rewind() { sentOfFirst_ = 0; }
 
 private:

@@ -1,6 +1,8 @@
 #include "tools/companion/ReportParser.h"
 
 #include <algorithm>
+#include <boost/json/serialize.hpp>
+#include <boost/json/stream_parser.hpp>
 
 namespace companion {
 
@@ -9,6 +11,9 @@ namespace {
 constexpr std::string_view whitespace = " \t\r\n";
 
 } // namespace
+
+ReportParser::ReportParser() : parser_(std::make_unique<boost::json::stream_parser>()) {}
+ReportParser::~ReportParser() = default;
 
 bool ReportParser::take(std::string_view bytes, const ReportHandler& handler,
                         std::string& failure) {
@@ -22,23 +27,23 @@ bool ReportParser::take(std::string_view bytes, const ReportHandler& handler,
         if (count == 0)
             return false;
         bytes.remove_prefix(count);
-        if (!parser_.done())
+        if (!parser_->done())
             continue;
-        const boost::json::value report = parser_.release();
+        const std::string report = boost::json::serialize(parser_->release());
         reset();
         handler(report);
     }
     return true;
 }
 
-/// Gives the number of bytes that belong to the report that is under way, 0 on failure.
+/// Gives how many of the bytes belong to the current report, 0 on failure.
 std::size_t ReportParser::takeSome(std::string_view bytes, std::string& failure) {
     if (!isWithinReport() && bytes.front() != '{') {
         failure = "it does not start with \"{\"";
         return 0;
     }
     boost::json::error_code error;
-    const std::size_t count = parser_.write_some(bytes.data(), bytes.size(), error);
+    const std::size_t count = parser_->write_some(bytes.data(), bytes.size(), error);
     size_ += count;
     if (error)
         failure = error.message();
@@ -50,7 +55,7 @@ std::size_t ReportParser::takeSome(std::string_view bytes, std::string& failure)
 }
 
 void ReportParser::reset() {
-    parser_.reset();
+    parser_->reset();
     size_ = 0;
 }
 

@@ -1,9 +1,13 @@
 #pragma once
 
-#include <boost/json.hpp>
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+
+namespace boost::json {
+class stream_parser;
+}
 
 namespace companion {
 
@@ -11,14 +15,19 @@ namespace companion {
 /// without anything between them, in pieces of any size.
 class ReportParser {
 public:
-    using ReportHandler = std::function<void(const boost::json::value& report)>;
+    /// Is called with each report, as compact JSON text.
+    using ReportHandler = std::function<void(const std::string& report)>;
 
-    /// A report of more bytes than this is taken for a mistake.
+    ReportParser();
+    ~ReportParser();
+    ReportParser(const ReportParser&) = delete;
+    ReportParser& operator=(const ReportParser&) = delete;
+
+    /// More bytes than this in one report are an error.
     static constexpr std::size_t sizeLimit = std::size_t{64} * 1024 * 1024;
 
-    /// Takes the next bytes and hands on every report that they complete. Gives false when they
-    /// are no reports; `failure` then says in words why, and the parser is of no further use
-    /// before `reset`.
+    /// Takes the next bytes and hands on every report that they complete. Gives false for bytes
+    /// that are no report; `failure` then says in words why, and `reset` has to follow.
     [[nodiscard]] bool take(std::string_view bytes, const ReportHandler& handler,
                             std::string& failure);
 
@@ -31,7 +40,7 @@ public:
 private:
     [[nodiscard]] std::size_t takeSome(std::string_view bytes, std::string& failure);
 
-    boost::json::stream_parser parser_;
+    std::unique_ptr<boost::json::stream_parser> parser_;
     std::size_t size_ = 0; ///< Bytes of the unfinished report so far.
 };
 

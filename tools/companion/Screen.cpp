@@ -16,7 +16,7 @@ constexpr std::string_view errorColor = "\033[31m";
 constexpr std::string_view otherColor = "\033[2m";
 constexpr std::string_view noColor = "\033[0m";
 
-bool isColorWelcome(int descriptor) {
+bool wantsColor(int descriptor) {
     const char* const refused = std::getenv("NO_COLOR");
     const char* const terminal = std::getenv("TERM");
     return ::isatty(descriptor) == 1 && (refused == nullptr || *refused == '\0') &&
@@ -28,7 +28,7 @@ bool isColorWelcome(int descriptor) {
 Screen::Screen(Color color) {
     for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO})
         hasColor_[descriptor] =
-            color == Color::Always || (color == Color::Automatic && isColorWelcome(descriptor));
+            color == Color::Always || (color == Color::Automatic && wantsColor(descriptor));
 }
 
 bool Screen::report(const std::string& text) {
@@ -54,13 +54,7 @@ int Screen::print(int descriptor, std::string_view text, std::string_view color)
     else
         line = text;
     line += '\n';
-
-    if (editedLine_ != nullptr)
-        editedLine_->hide();
-    const int result = process::writeFully(descriptor, line);
-    if (editedLine_ != nullptr)
-        editedLine_->show();
-    return result;
+    return process::writeFully(descriptor, line);
 }
 
 } // namespace companion

@@ -1,9 +1,12 @@
 #include "tools/companion/SettingsFile.h"
 
+#include "Names.h"
+#include "process/Descriptor.h"
 #include "process/StandardStreams.h"
-#include "tools/companion/UserDirectories.h"
 #include "tools/console/Text.h"
 
+#include <boost/json/parse.hpp>
+#include <boost/json/serialize.hpp>
 #include <cerrno>
 #include <charconv>
 #include <cstdint>
@@ -11,6 +14,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <string_view>
 #include <unistd.h>
 
 namespace companion {
@@ -58,22 +62,38 @@ std::optional<std::int64_t> integerOfText(std::string_view text) {
     return number;
 }
 
+/// A relative path in the variable counts as none at all.
+std::optional<std::string> absolutePathIn(const char* variable) {
+    const char* const value = std::getenv(variable);
+    if (value == nullptr || value[0] != '/')
+        return std::nullopt;
+    return value;
+}
+
+std::optional<std::string> settingsDirectory() {
+    std::optional<std::string> base = absolutePathIn("XDG_CONFIG_HOME");
+    if (!base && (base = absolutePathIn("HOME")))
+        base->append("/.config");
+    if (base)
+        base->append("/").append(findersync::applicationGroup);
+    return base;
+}
+
 /// Reads a whole file. Gives 0 or an errno.
 int readFile(const std::string& path, std::string& text) {
-    // Opening must not wait, not even for the writer of a named pipe.
-    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (descriptor < 0)
+    // Opening does not wait for a writer if it is a named pipe.
+    const process::Descriptor file(
+        ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!file)
         return errno;
     char buffer[4096];
     ssize_t count = 0;
-    while ((count = ::read(descriptor, buffer, sizeof buffer)) > 0)
+    while ((count = ::read(file.get(), buffer, sizeof buffer)) > 0)
         text.append(buffer, static_cast<std::size_t>(count));
-    const int result = count < 0 ? errno : 0;
-    (void)::close(descriptor);
-    return result;
+    return count < 0 ? errno : 0;
 }
 
-/// The settings that are there already; none at all when there is no file.
+/// The settings of the file, an empty object when there is no file. None on failure.
 std::optional<json::object> readSettings(const std::string& path, std::string& failure) {
     std::string text;
     const int result = readFile(path, text);
@@ -95,16 +115,16 @@ std::optional<json::object> readSettings(const std::string& path, std::string& f
     return std::nullopt;
 }
 
-/// Writes a file next to its final place and moves it there. Gives 0 or an errno.
+/// Writes a temporary file in the same directory and renames it. Gives 0 or an errno.
 int replaceFile(const std::string& path, std::string_view text) {
     std::string temporary = path + ".XXXXXX";
-    const int descriptor = ::mkostemp(temporary.data(), O_CLOEXEC); // with mode 0600
-    if (descriptor < 0)
+    process::Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC)); // with mode 0600
+    if (!file)
         return errno;
-    int result = process::writeFully(descriptor, text);
-    if (result == 0 && ::fsync(descriptor) != 0)
+    int result = process::writeFully(file.get(), text);
+    if (result == 0 && ::fsync(file.get()) != 0)
         result = errno;
-    if (::close(descriptor) != 0 && result == 0)
+    if (::close(file.release()) != 0 && result == 0)
         result = errno;
     if (result == 0 && ::rename(temporary.c_str(), path.c_str()) != 0)
         result = errno;
@@ -113,35 +133,44 @@ int replaceFile(const std::string& path, std::string_view text) {
     return result;
 }
 
-} // namespace
-
-bool addSetting(json::object& settings, std::string_view keyAndValue, std::string& failure) {
+/// Adds a setting of the form KEY=VALUE. Gives what is wrong with it, empty for nothing.
+std::string addSetting(json::object& settings, std::string_view keyAndValue) {
     const std::size_t separator = keyAndValue.find('=');
     const std::string_view key = keyAndValue.substr(0, separator);
     const std::string quotedKey = "\"" + console::printable(key) + "\"";
-    if (separator == std::string_view::npos) {
-        failure = quotedKey + " is not of the form KEY=VALUE";
-        return false;
-    }
+    if (separator == std::string_view::npos)
+        return quotedKey + " is not of the form KEY=VALUE";
     const std::string_view text = keyAndValue.substr(separator + 1);
     const std::optional<Type> type = typeOfSetting(key);
     const std::optional<std::int64_t> integer = integerOfText(text);
     if (!type)
-        failure = quotedKey + " is not a known key; these are: " + namesOfKnownSettings();
-    else if (*type == Type::Integer && !integer)
-        failure = "the value of " + quotedKey + " is not an integer of 64 bits: \"" +
-                  console::printable(text) + "\"";
-    else if (!console::isUTF8(text))
-        failure = "the value of " + quotedKey + " is not valid UTF-8";
-    else if (*type == Type::Integer)
+        return quotedKey + " is not a known key; these are: " + namesOfKnownSettings();
+    if (*type == Type::Integer && !integer)
+        return "the value of " + quotedKey + " is not an integer of 64 bits: \"" +
+               console::printable(text) + "\"";
+    if (!console::isUTF8(text))
+        return "the value of " + quotedKey + " is not valid UTF-8";
+    if (*type == Type::Integer)
         settings[key] = *integer;
     else
         settings[key] = text;
-    return failure.empty();
+    return {};
 }
 
-std::optional<std::string> mergeIntoSettingsFile(const json::object& settings,
-                                                 std::string& failure) {
+} // namespace
+
+std::string problemOfSettings(const std::vector<std::string>& settings) {
+    json::object ignored;
+    std::string problem;
+    for (const std::string& setting : settings) {
+        if (problem.empty())
+            problem = addSetting(ignored, setting);
+    }
+    return problem;
+}
+
+std::optional<std::string> mergeIntoSettingsFile(const std::vector<std::string>& settings,
+                                                 std::uint16_t port, std::string& failure) {
     const std::optional<std::string> directory = settingsDirectory();
     if (!directory) {
         failure = "there is no place for the settings: neither XDG_CONFIG_HOME nor HOME names a "
@@ -152,8 +181,9 @@ std::optional<std::string> mergeIntoSettingsFile(const json::object& settings,
     std::optional<json::object> merged = readSettings(path, failure);
     if (!merged)
         return std::nullopt;
-    for (const auto& setting : settings)
-        (*merged)[setting.key()] = setting.value();
+    (*merged)["ServerPort"] = port; // unless a setting replaces it
+    for (const std::string& setting : settings)
+        (void)addSetting(*merged, setting);
 
     std::error_code error;
     std::filesystem::create_directories(*directory, error);

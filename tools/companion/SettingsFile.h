@@ -1,21 +1,22 @@
 #pragma once
 
-#include <boost/json.hpp>
+#include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
+#include <vector>
 
 namespace companion {
 
-/// Understands KEY=VALUE and adds it to the settings. Gives false for an unknown key and for a
-/// value that is not of the key's type; `failure` then says so in words.
-[[nodiscard]] bool addSetting(boost::json::object& settings, std::string_view keyAndValue,
-                              std::string& failure);
+/// Checks that each setting is of the form KEY=VALUE, with a known key and a value of its type.
+/// Gives what is wrong with the first that is not, empty when there is none.
+[[nodiscard]] std::string problemOfSettings(const std::vector<std::string>& settings);
 
-/// Merges the settings into the file that is shared with the extension: other keys stay as they
-/// are. The file is replaced in one step and is for the user's eyes only. Gives its path; on
-/// failure none, and the file is untouched, and `failure` says what is wrong.
-[[nodiscard]] std::optional<std::string> mergeIntoSettingsFile(const boost::json::object& settings,
-                                                               std::string& failure);
+/// Merges settings, which have no problem, into the file that is shared with the extension, and the
+/// port unless they name one. Other keys of the file are kept. The file is replaced in one step and
+/// gets mode 0600. Gives its path; on failure none, and the file is untouched, and `failure` says
+/// what is wrong.
+[[nodiscard]] std::optional<std::string>
+mergeIntoSettingsFile(const std::vector<std::string>& settings, std::uint16_t port,
+                      std::string& failure);
 
 } // namespace companion

@@ -3,6 +3,7 @@
 
 #include "Names.h"
 #include "process/StandardStreams.h"
+#include "process/SystemdHandles.h"
 #include "process/Termination.h"
 #include "tools/companion/Companion.h"
 #include "tools/companion/Follower.h"
@@ -10,15 +11,14 @@
 #include "tools/companion/SettingsFile.h"
 #include "tools/console/Text.h"
 
-#include <CLI/CLI.hpp>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <getopt.h>
 #include <string_view>
 #include <unistd.h>
 
 namespace {
-
-namespace json = boost::json;
 
 constexpr int usageError = 2;
 
@@ -28,74 +28,136 @@ struct Options {
     bool isNotPadded = false;
     bool writesSettings = false;
     std::vector<std::string> settings; ///< KEY=VALUE
-    std::string color = "auto";
+    companion::Color color = companion::Color::Automatic;
     std::vector<std::string> commands;
-    std::string follow; ///< path of a named pipe, empty for none
+    std::string follow; ///< Path of a named pipe, empty for none.
 };
 
+constexpr const char* helpOnOptions = R"(usage: companion [OPTION]...
+
+A companion application for development: listens on 127.0.0.1 for the extension, sends it what the
+commands on standard input say, and prints the click reports that come back, one JSON object a line.
+"rlwrap companion" edits lines on a terminal and keeps a history.
+
+Options:
+  --port N               Port to listen on; 0 takes a free one (default 61842)
+  --pad                  Pad each line to the 1,024 bytes that the extension reads at once
+                         (default, except on a terminal)
+  --no-pad               Do not pad lines
+  --write-settings       Write the port into the settings of the extension first
+  --set KEY=VALUE        One more setting to write; may be given repeatedly
+  --color WHEN           Color the output: auto, always or never
+  -c, --command LINE     A command to start with; may be given repeatedly
+  --follow PIPE          Show the lines that are written to this named pipe too, such as the trace
+                         of the extension
+  -h, --help             Show this help
+  --version              Show the version
+
+)";
+
+void printHelp() {
+    const std::string text = std::string(helpOnOptions) + "Settings:  $XDG_CONFIG_HOME/" +
+                             findersync::applicationGroup + "/settings.json\n\nCommands:\n" +
+                             companion::helpOnCommands();
+    (void)process::writeFully(STDOUT_FILENO, text);
+}
+
+[[noreturn]] void exitWithUsageError(const std::string& message) {
+    (void)process::writeFully(STDERR_FILENO, "companion: " + message +
+                                                 " (\"companion --help\" shows the usage)\n");
+    std::exit(usageError);
+}
+
+std::uint16_t portOfText(std::string_view text) {
+    std::uint16_t port = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, port);
+    if (stop != end || error != std::errc())
+        exitWithUsageError("--port needs a number from 0 to 65535");
+    return port;
+}
+
 companion::Color colorOfName(std::string_view name) {
+    if (name == "auto")
+        return companion::Color::Automatic;
     if (name == "always")
         return companion::Color::Always;
-    return name == "never" ? companion::Color::Never : companion::Color::Automatic;
+    if (name == "never")
+        return companion::Color::Never;
+    exitWithUsageError("--color needs auto, always or never");
 }
 
-void describe(CLI::App& app, Options& options) {
-    app.set_version_flag("--version", "companion " FINDER_SYNC_VERSION);
-    app.add_option("--port", options.port, "Port to listen on; 0 takes a free one (default 61842)")
-        ->type_name("N")
-        ->check(CLI::Range(0, 65535));
-    auto* const pad =
-        app.add_flag("--pad", options.isPadded,
-                     "Pad each line to the 1,024 bytes that the extension reads at once (default, "
-                     "except on a terminal)");
-    app.add_flag("--no-pad", options.isNotPadded, "Do not pad lines")->excludes(pad);
-    auto* const write = app.add_flag("--write-settings", options.writesSettings,
-                                     "Write the port into the settings of the extension first");
-    app.add_option("--set", options.settings, "One more setting to write; may be given repeatedly")
-        ->type_name("KEY=VALUE")
-        ->allow_extra_args(false)
-        ->needs(write);
-    app.add_option("--color", options.color, "Color the output: auto, always or never")
-        ->type_name("WHEN")
-        ->check(CLI::IsMember({"auto", "always", "never"}));
-    app.add_option("-c,--command", options.commands,
-                   "A command to start with; may be given repeatedly")
-        ->type_name("LINE")
-        ->allow_extra_args(false);
-    app.add_option("--follow", options.follow,
-                   "Show the lines that are written to this named pipe too, such as the trace of "
-                   "the extension")
-        ->type_name("PIPE");
-    const std::string group(findersync::applicationGroup);
-    app.footer("Settings:  $XDG_CONFIG_HOME/" + group + "/settings.json\n\nCommands:\n" +
-               companion::helpOnCommands());
-}
-
-json::object parseSettings(const std::vector<std::string>& keysAndValues) {
-    json::object settings;
-    std::string failure;
-    for (const std::string& keyAndValue : keysAndValues) {
-        if (!companion::addSetting(settings, keyAndValue, failure))
-            throw CLI::ValidationError("--set", failure);
+/// Takes one option of the command line, by its letter.
+void take(int letter, Options& options) {
+    switch (letter) {
+    case 'p':
+        options.port = portOfText(optarg);
+        break;
+    case 'P':
+        options.isPadded = true;
+        break;
+    case 'N':
+        options.isNotPadded = true;
+        break;
+    case 'w':
+        options.writesSettings = true;
+        break;
+    case 's':
+        options.settings.emplace_back(optarg);
+        break;
+    case 'C':
+        options.color = colorOfName(optarg);
+        break;
+    case 'c':
+        options.commands.emplace_back(optarg);
+        break;
+    case 'f':
+        options.follow = optarg;
+        break;
+    case 'h':
+        printHelp();
+        std::exit(EXIT_SUCCESS);
+    case 'v':
+        (void)process::writeFully(STDOUT_FILENO,
+                                  std::string("companion ") + findersync::version + "\n");
+        std::exit(EXIT_SUCCESS);
+    default: // getopt_long has said what is wrong
+        std::exit(usageError);
     }
-    return settings;
 }
 
-/// Writes the settings that the extension is to start with. Gives false on failure.
-bool writeSettings(json::object settings, std::uint16_t port, companion::Screen& screen,
-                   std::string& failure) {
-    if (!settings.contains("ServerPort"))
-        settings["ServerPort"] = port;
-    const auto path = companion::mergeIntoSettingsFile(settings, failure);
-    if (path)
-        screen.status("settings written to " + *path);
-    return path.has_value();
+/// Reads the command line; ends the process when that is all there is to do.
+Options parse(int argc, char** argv) {
+    constexpr option known[] = {{"port", required_argument, nullptr, 'p'},
+                                {"pad", no_argument, nullptr, 'P'},
+                                {"no-pad", no_argument, nullptr, 'N'},
+                                {"write-settings", no_argument, nullptr, 'w'},
+                                {"set", required_argument, nullptr, 's'},
+                                {"color", required_argument, nullptr, 'C'},
+                                {"command", required_argument, nullptr, 'c'},
+                                {"follow", required_argument, nullptr, 'f'},
+                                {"help", no_argument, nullptr, 'h'},
+                                {"version", no_argument, nullptr, 'v'},
+                                {}};
+    Options options;
+    for (int letter = 0; (letter = ::getopt_long(argc, argv, "c:h", known, nullptr)) != -1;)
+        take(letter, options);
+    if (optind < argc)
+        exitWithUsageError(std::string("surplus argument \"") + argv[optind] + "\"");
+    if (options.isPadded && options.isNotPadded)
+        exitWithUsageError("--pad and --no-pad exclude each other");
+    if (!options.settings.empty() && !options.writesSettings)
+        exitWithUsageError("--set needs --write-settings");
+    if (const std::string problem = companion::problemOfSettings(options.settings);
+        !problem.empty())
+        exitWithUsageError("--set: " + problem);
+    return options;
 }
 
 /// Serves until the input has ended, or a signal ends it. Gives the exit code; on failure
 /// `failure` says what is wrong.
-int serve(sd_event* event, const Options& options, const json::object& settings,
-          companion::Screen& screen, std::string& failure) {
+int serve(sd_event* event, const Options& options, companion::Screen& screen,
+          std::string& failure) {
     if (const int result = process::endOnSignals(event); result < 0) {
         failure = std::string("signals cannot be watched: ") + std::strerror(-result);
         return EXIT_FAILURE;
@@ -107,8 +169,13 @@ int serve(sd_event* event, const Options& options, const json::object& settings,
          .countsBadLines = !isTerminal});
     if (!program.bind(options.port, failure))
         return EXIT_FAILURE;
-    if (options.writesSettings && !writeSettings(settings, program.port(), screen, failure))
-        return EXIT_FAILURE;
+    if (options.writesSettings) {
+        const auto path =
+            companion::mergeIntoSettingsFile(options.settings, program.port(), failure);
+        if (!path)
+            return EXIT_FAILURE;
+        screen.status("settings written to " + *path);
+    }
     companion::Follower follower(
         [&screen](std::string_view line) { screen.other(console::printable(line)); });
     if (!options.follow.empty() && !follower.follow(event, options.follow, failure))
@@ -124,29 +191,15 @@ int serve(sd_event* event, const Options& options, const json::object& settings,
 
 int main(int argc, char** argv) {
     process::secureStandardDescriptors();
-    CLI::App app("A companion application for development: listens on 127.0.0.1 for the extension, "
-                 "sends it what the commands on standard input say, and prints the click reports "
-                 "that come back, one JSON object a line.",
-                 "companion");
-    Options options;
-    json::object settings;
-    describe(app, options);
-    try {
-        app.parse(argc, argv);
-        settings = parseSettings(options.settings);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EXIT_SUCCESS : usageError;
-    }
-
-    companion::Screen screen(colorOfName(options.color));
+    const Options options = parse(argc, argv);
+    companion::Screen screen(options.color);
     std::string failure;
     int exitCode = EXIT_FAILURE;
-    sd_event* event = nullptr;
-    if (sd_event_new(&event) < 0)
+    process::EventLoop event;
+    if (sd_event_new(process::Out(event)) < 0)
         failure = "there is no memory for an event loop";
     else
-        exitCode = serve(event, options, settings, screen, failure);
-    sd_event_unref(event);
+        exitCode = serve(event.get(), options, screen, failure);
     if (!failure.empty())
         screen.error("companion: " + failure);
     return exitCode < 0 ? EXIT_FAILURE : exitCode;

@@ -1,27 +1,26 @@
 // finderctl badge: which badge items carry.
 
+#include "tools/console/JSON.h"
 #include "tools/console/Text.h"
-#include "tools/finderctl/Arguments.h"
-#include "tools/finderctl/Extension.h"
+#include "tools/finderctl/ExtensionProxy.h"
 #include "tools/finderctl/Failure.h"
 #include "tools/finderctl/Output.h"
 #include "tools/finderctl/Subcommands.h"
 #include "tools/finderctl/URLs.h"
 
 #include <algorithm>
-#include <boost/json.hpp>
 #include <cstdlib>
+#include <set>
+#include <string_view>
 
 namespace finderctl {
 
 namespace {
 
-namespace json = boost::json;
-
 std::vector<std::string> badgesOf(const std::vector<std::string>& urls) {
-    const Extension extension;
-    const Message call = extension.newCall("RequestBadgeIdentifiersForURLs");
-    appendList(call.get(), urls);
+    const ExtensionProxy extension;
+    const process::Message call = extension.newCall("RequestBadgeIdentifiersForURLs");
+    appendList(call, urls);
     std::vector<std::string> badges = readList(extension.call(call).get());
     if (badges.size() != urls.size())
         throw Failure("the extension has answered for " + std::to_string(badges.size()) + " of " +
@@ -44,11 +43,15 @@ std::string table(const std::vector<std::string>& items, const std::vector<std::
     return text;
 }
 
-json::object object(const std::vector<std::string>& urls, const std::vector<std::string>& badges) {
-    json::object result;
-    for (std::size_t index = 0; index < urls.size(); ++index)
-        result[urls[index]] = badges[index];
-    return result;
+/// An item that was named twice is one member.
+std::string object(const std::vector<std::string>& urls, const std::vector<std::string>& badges) {
+    std::vector<console::JSONMember> members;
+    std::set<std::string_view> named;
+    for (std::size_t index = 0; index < urls.size(); ++index) {
+        if (named.insert(urls[index]).second)
+            members.emplace_back(urls[index], console::jsonString(badges[index]));
+    }
+    return console::jsonObject(members);
 }
 
 } // namespace
@@ -56,7 +59,7 @@ json::object object(const std::vector<std::string>& urls, const std::vector<std:
 int badge(const Items& items, Form form) {
     const std::vector<std::string> urls = urlsOfArguments(items);
     const std::vector<std::string> badges = badgesOf(urls);
-    print(form == Form::JSON ? json::serialize(object(urls, badges)) : table(items, badges));
+    print(form == Form::JSON ? object(urls, badges) : table(items, badges));
     return EXIT_SUCCESS;
 }
 

@@ -1,7 +1,8 @@
 // finderctl monitor: prints what changes, as it changes.
 
+#include "process/SystemdHandles.h"
 #include "process/Termination.h"
-#include "tools/finderctl/Extension.h"
+#include "tools/finderctl/ExtensionProxy.h"
 #include "tools/finderctl/Failure.h"
 #include "tools/finderctl/Output.h"
 #include "tools/finderctl/Properties.h"
@@ -10,26 +11,20 @@
 #include <cerrno>
 #include <cstdlib>
 #include <exception>
-#include <memory>
 #include <optional>
 #include <string_view>
 #include <sys/epoll.h>
 #include <systemd/sd-event.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
 namespace finderctl {
 
 namespace {
 
-namespace json = boost::json;
-
 constexpr const char* driver = "org.freedesktop.DBus";
 constexpr const char* whatFailed = "the session bus cannot be watched";
-
-struct ReleaseEvent {
-    void operator()(sd_event* event) const { sd_event_unref(event); }
-};
 
 class Monitor {
 public:
@@ -57,8 +52,8 @@ private:
     static int busGone(sd_bus_message*, void* self, sd_bus_error*) noexcept;
 
     Form form_;
-    std::unique_ptr<sd_event, ReleaseEvent> event_;
-    Extension extension_;
+    process::EventLoop event_;
+    ExtensionProxy extension_;
     std::optional<bool> isRunning_; ///< None as long as the bus has not told.
     std::exception_ptr failure_;
 };
@@ -87,16 +82,15 @@ void Monitor::fail(std::exception_ptr failure) {
 }
 
 int Monitor::run() {
-    sd_event* event = nullptr;
-    check(sd_event_new(&event), whatFailed);
-    event_.reset(event);
-    check(process::endOnSignals(event), "signals cannot be watched");
+    check(sd_event_new(process::Out(event_)), whatFailed);
+    check(process::endOnSignals(event_.get()), "signals cannot be watched");
     watchOutput();
     // Subscribing comes before asking, so that no change falls between the two.
     watchBus();
     askForOwner();
-    check(sd_bus_attach_event(extension_.bus(), event, SD_EVENT_PRIORITY_NORMAL), whatFailed);
-    const int exitCode = sd_event_loop(event);
+    check(sd_bus_attach_event(extension_.bus(), event_.get(), SD_EVENT_PRIORITY_NORMAL),
+          whatFailed);
+    const int exitCode = sd_event_loop(event_.get());
     if (failure_)
         std::rethrow_exception(failure_);
     check(exitCode, whatFailed);
@@ -119,11 +113,11 @@ void Monitor::watchBus() {
                                   "path='/org/freedesktop/DBus',"
                                   "interface='org.freedesktop.DBus',member='NameOwnerChanged',"
                                   "arg0='" +
-                                  std::string(Extension::busName) + "'";
+                                  std::string(findersync::busName) + "'";
     check(sd_bus_add_match(bus, nullptr, ownerRule.c_str(), handle<&Monitor::ownerChanged>, this),
           whatFailed);
-    check(sd_bus_match_signal(bus, nullptr, Extension::busName, Extension::objectPath,
-                              Extension::propertiesInterface, "PropertiesChanged",
+    check(sd_bus_match_signal(bus, nullptr, findersync::busName, findersync::objectPath,
+                              propertiesInterface, "PropertiesChanged",
                               handle<&Monitor::propertiesChanged>, this),
           whatFailed);
     check(sd_bus_match_signal_async(bus, nullptr, "org.freedesktop.DBus.Local", nullptr,
@@ -135,7 +129,7 @@ void Monitor::watchBus() {
 void Monitor::askForOwner() {
     check(sd_bus_call_method_async(extension_.bus(), nullptr, driver, "/org/freedesktop/DBus",
                                    driver, "NameHasOwner", handle<&Monitor::ownerTold>, this, "s",
-                                   Extension::busName),
+                                   findersync::busName),
           whatFailed);
 }
 
@@ -163,7 +157,7 @@ void Monitor::setRunning(bool isRunning) {
     const bool isFirst = !isRunning_.has_value();
     isRunning_ = isRunning;
     if (form_ == Form::JSON)
-        show(json::serialize(json::object{{"running", isRunning}}));
+        show(isRunning ? R"({"running":true})" : R"({"running":false})");
     else if (isFirst)
         show(isRunning ? "the extension is running" : "the extension is not running");
     else
@@ -173,15 +167,15 @@ void Monitor::setRunning(bool isRunning) {
 void Monitor::propertiesChanged(sd_bus_message* signal) {
     const char* interface = nullptr;
     check(sd_bus_message_read(signal, "s", &interface), whatFailed);
-    if (std::string_view(interface) != Extension::interfaceName)
+    if (std::string_view(interface) != findersync::interfaceName)
         return;
-    const json::object properties = readProperties(signal);
+    const std::vector<Property> properties = readProperties(signal);
     if (form_ == Form::JSON) {
-        show(json::serialize(properties));
+        show(jsonOf(properties));
         return;
     }
-    for (const auto& property : properties)
-        show(std::string(property.key()) + ": " + textOfProperty(property.value()));
+    for (const Property& property : properties)
+        show(property.name + ": " + property.text);
 }
 
 void Monitor::show(const std::string& text) {

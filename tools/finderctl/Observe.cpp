@@ -1,6 +1,6 @@
 // finderctl observe, finderctl unobserve: the user starts or stops viewing directories.
 
-#include "tools/finderctl/Extension.h"
+#include "tools/finderctl/ExtensionProxy.h"
 #include "tools/finderctl/Failure.h"
 #include "tools/finderctl/Output.h"
 #include "tools/finderctl/Subcommands.h"
@@ -15,10 +15,10 @@ namespace {
 /// Calls the method for each argument. A refused one does not keep the others from being told.
 int callForEach(const char* member, const Items& items) {
     const std::vector<std::string> urls = urlsOfArguments(items);
-    const Extension extension;
+    const ExtensionProxy extension;
     int exitCode = EXIT_SUCCESS;
     for (const std::string& url : urls) {
-        const Message call = extension.newCall(member);
+        const process::Message call = extension.newCall(member);
         check(sd_bus_message_append(call.get(), "s", url.c_str()), "the call cannot be made");
         try {
             (void)extension.call(call);

@@ -1,16 +1,16 @@
 #include "tools/finderctl/Properties.h"
 
+#include "tools/console/JSON.h"
 #include "tools/console/Text.h"
-#include "tools/finderctl/Extension.h"
+#include "tools/finderctl/ExtensionProxy.h"
 
 #include <cstdint>
 #include <string_view>
+#include <utility>
 
 namespace finderctl {
 
 namespace {
-
-namespace json = boost::json;
 
 constexpr const char* whatFailed = "the extension's answer cannot be understood";
 
@@ -34,76 +34,93 @@ template <typename Value> Value readBasic(sd_bus_message* message, char type) {
     return value;
 }
 
-json::array readStrings(sd_bus_message* message) {
-    json::array list;
-    enter(message, 'a', "s");
-    while (sd_bus_message_at_end(message, 0) == 0)
-        list.emplace_back(readBasic<const char*>(message, 's'));
-    leave(message);
-    return list;
+void setSingle(Property& property, std::string json, const std::string& text) {
+    property.json = std::move(json);
+    property.text = console::printable(text);
+    property.lines = {property.text};
+}
+
+void readStrings(sd_bus_message* message, Property& property) {
+    std::vector<std::string> elements;
+    for (const std::string& element : readList(message)) {
+        elements.push_back(console::jsonString(element));
+        property.lines.push_back(console::printable(element));
+    }
+    property.json = console::jsonArray(elements);
+    property.text = console::printable(property.json);
 }
 
 /// Badges: identifier, then image and label.
-json::object readBadges(sd_bus_message* message) {
-    json::object badges;
+void readBadges(sd_bus_message* message, Property& property) {
+    std::vector<console::JSONMember> badges;
     enter(message, 'a', "{s(ss)}");
     while (enterNext(message, 'e', "s(ss)")) {
-        const char* const identifier = readBasic<const char*>(message, 's');
+        const std::string identifier = readBasic<const char*>(message, 's');
         enter(message, 'r', "ss");
-        const char* const image = readBasic<const char*>(message, 's');
-        const char* const label = readBasic<const char*>(message, 's');
-        badges[identifier] = json::object{{"image", image}, {"label", label}};
+        const std::string image = console::jsonString(readBasic<const char*>(message, 's'));
+        const std::string label = console::jsonString(readBasic<const char*>(message, 's'));
+        badges.emplace_back(identifier, console::jsonObject({{"image", image}, {"label", label}}));
+        property.lines.push_back(console::printable(identifier + ": " + badges.back().second));
         leave(message);
         leave(message);
     }
     leave(message);
-    return badges;
+    property.json = console::jsonObject(badges);
+    property.text = console::printable(property.json);
 }
 
-json::value readValue(sd_bus_message* message, std::string_view type) {
-    if (type == "s")
-        return readBasic<const char*>(message, 's');
-    if (type == "u")
-        return readBasic<std::uint32_t>(message, 'u');
-    if (type == "x")
-        return readBasic<std::int64_t>(message, 'x');
-    if (type == "b")
-        return readBasic<int>(message, 'b') != 0;
-    if (type == "as")
-        return readStrings(message);
-    if (type == "a{s(ss)}")
-        return readBadges(message);
-    check(sd_bus_message_skip(message, std::string(type).c_str()), whatFailed);
-    return nullptr;
+void readValue(sd_bus_message* message, std::string_view type, Property& property) {
+    const auto setScalar = [&property](const std::string& json) {
+        setSingle(property, json, json);
+    };
+    if (type == "s") {
+        const std::string text = readBasic<const char*>(message, 's');
+        setSingle(property, console::jsonString(text), text);
+    } else if (type == "u") {
+        setScalar(std::to_string(readBasic<std::uint32_t>(message, 'u')));
+    } else if (type == "x") {
+        setScalar(std::to_string(readBasic<std::int64_t>(message, 'x')));
+    } else if (type == "b") {
+        setScalar(readBasic<int>(message, 'b') != 0 ? "true" : "false");
+    } else if (type == "as") {
+        readStrings(message, property);
+    } else if (type == "a{s(ss)}") {
+        readBadges(message, property);
+    } else {
+        check(sd_bus_message_skip(message, std::string(type).c_str()), whatFailed);
+        setScalar("null");
+    }
 }
 
-json::value readVariant(sd_bus_message* message) {
+void readVariant(sd_bus_message* message, Property& property) {
     const char* type = nullptr;
     check(sd_bus_message_peek_type(message, nullptr, &type), whatFailed);
     enter(message, 'v', type);
-    json::value value = readValue(message, type);
+    readValue(message, type, property);
     leave(message);
-    return value;
 }
 
 } // namespace
 
-json::object readProperties(sd_bus_message* message) {
-    json::object properties;
+std::vector<Property> readProperties(sd_bus_message* message) {
+    std::vector<Property> properties;
     enter(message, 'a', "{sv}");
     while (enterNext(message, 'e', "sv")) {
-        const char* const name = readBasic<const char*>(message, 's');
-        properties[name] = readVariant(message);
+        Property& property = properties.emplace_back();
+        property.name = readBasic<const char*>(message, 's');
+        readVariant(message, property);
         leave(message);
     }
     leave(message);
     return properties;
 }
 
-std::string textOfProperty(const json::value& value) {
-    if (const auto* const text = value.if_string())
-        return console::printable(*text);
-    return console::printable(json::serialize(value));
+std::string jsonOf(const std::vector<Property>& properties) {
+    std::vector<console::JSONMember> members;
+    members.reserve(properties.size());
+    for (const Property& property : properties)
+        members.emplace_back(property.name, property.json);
+    return console::jsonObject(members);
 }
 
 } // namespace finderctl

@@ -1,6 +1,6 @@
 // finderctl restart: ends the extension's process and has the bus start it anew.
 
-#include "tools/finderctl/Extension.h"
+#include "tools/finderctl/ExtensionProxy.h"
 #include "tools/finderctl/Failure.h"
 #include "tools/finderctl/Subcommands.h"
 
@@ -17,30 +17,31 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// How long an extension may take to end before it is made to.
-constexpr auto patience = std::chrono::seconds(3);
+/// An extension that has not ended by then is killed.
+constexpr auto terminationTimeout = std::chrono::seconds(3);
 
-/// A call of the bus itself about the extension's name.
-Message callBus(const Extension& extension, const char* member, bool withFlags = false) {
-    sd_bus_message* made = nullptr;
-    check(sd_bus_message_new_method_call(extension.bus(), &made, "org.freedesktop.DBus",
-                                         "/org/freedesktop/DBus", "org.freedesktop.DBus", member),
+/// Calls a method of the bus itself, with the extension's name as the argument.
+process::Message callBus(const ExtensionProxy& extension, const char* member,
+                         bool withFlags = false) {
+    process::Message call;
+    check(sd_bus_message_new_method_call(extension.bus(), process::Out(call),
+                                         "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                         "org.freedesktop.DBus", member),
           "the call cannot be made");
-    Message call(made);
-    check(sd_bus_message_append(call.get(), "s", Extension::busName), "the call cannot be made");
+    check(sd_bus_message_append(call.get(), "s", findersync::busName), "the call cannot be made");
     if (withFlags)
         check(sd_bus_message_append(call.get(), "u", 0U), "the call cannot be made");
     return extension.call(call);
 }
 
-bool isRunning(const Extension& extension) {
+bool isRunning(const ExtensionProxy& extension) {
     int hasOwner = 0;
     check(sd_bus_message_read(callBus(extension, "NameHasOwner").get(), "b", &hasOwner),
           "the bus has answered something else");
     return hasOwner != 0;
 }
 
-pid_t processOf(const Extension& extension) {
+pid_t processOf(const ExtensionProxy& extension) {
     unsigned process = 0;
     check(
         sd_bus_message_read(callBus(extension, "GetConnectionUnixProcessID").get(), "u", &process),
@@ -48,7 +49,7 @@ pid_t processOf(const Extension& extension) {
     return static_cast<pid_t>(process);
 }
 
-bool endsWithin(const Extension& extension, Clock::duration time) {
+bool endsWithin(const ExtensionProxy& extension, Clock::duration time) {
     const auto deadline = Clock::now() + time;
     while (isRunning(extension)) {
         if (Clock::now() > deadline)
@@ -58,19 +59,19 @@ bool endsWithin(const Extension& extension, Clock::duration time) {
     return true;
 }
 
-void end(const Extension& extension) {
+void end(const ExtensionProxy& extension) {
     const pid_t process = processOf(extension);
     for (const int signal : {SIGTERM, SIGKILL}) {
         if (::kill(process, signal) != 0 && errno != ESRCH)
             throw Failure("process " + std::to_string(process) +
                           " cannot be ended: " + std::strerror(errno));
-        if (endsWithin(extension, patience))
+        if (endsWithin(extension, terminationTimeout))
             return;
     }
     throw Failure("process " + std::to_string(process) + " does not end");
 }
 
-void start(const Extension& extension) {
+void start(const ExtensionProxy& extension) {
     try {
         (void)callBus(extension, "StartServiceByName", true);
     } catch (const Failure& failure) {
@@ -82,7 +83,7 @@ void start(const Extension& extension) {
 } // namespace
 
 int restart() {
-    const Extension extension;
+    const ExtensionProxy extension;
     if (isRunning(extension))
         end(extension);
     start(extension);

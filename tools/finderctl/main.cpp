@@ -1,18 +1,21 @@
 // finderctl: a Finder for the terminal. It drives the running extension over the session bus, as a
 // file manager would.
 
+#include "Names.h"
 #include "process/StandardStreams.h"
 #include "tools/finderctl/Failure.h"
 #include "tools/finderctl/Output.h"
 #include "tools/finderctl/Subcommands.h"
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
-#include <functional>
+#include <getopt.h>
+#include <iterator>
+#include <limits>
 #include <string>
-#include <utility>
+#include <string_view>
 
 namespace {
 
@@ -22,83 +25,144 @@ constexpr int codeOf(ExitCode exitCode) {
     return static_cast<int>(exitCode);
 }
 
-/// What the command line says.
-struct Words {
-    bool isJSON = false;
-    std::string selector;
-    std::string kind = finderctl::menuKinds.front();
-    finderctl::Items items;
-    std::function<int()> run; ///< Does the work of the chosen subcommand.
-
-    [[nodiscard]] finderctl::Form form() const {
-        return isJSON ? finderctl::Form::JSON : finderctl::Form::Text;
-    }
+/// The command line, apart from the name of the subcommand.
+struct Arguments {
+    finderctl::Form form = finderctl::Form::Text;
+    std::string kind;       ///< Empty when --kind was not given.
+    finderctl::Items items; ///< With the selector as the first one for "click".
 };
 
-CLI::App* addSubcommand(CLI::App& app, Words& words, const char* name, const char* description,
-                        std::function<int()> run) {
-    CLI::App* const command = app.add_subcommand(name, description);
-    command->callback([&words, run = std::move(run)] { words.run = run; });
-    return command;
+int runMenu(const Arguments& arguments) {
+    return finderctl::menu(arguments.kind.empty() ? finderctl::menuKinds.front() : arguments.kind,
+                           arguments.items, arguments.form);
 }
 
-CLI::Option* addItems(CLI::App* command, Words& words, const char* description) {
-    return command->add_option("ITEM", words.items, description)->type_name("PATH|URL");
+int runClick(const Arguments& arguments) {
+    return finderctl::click(arguments.items.front(),
+                            {arguments.items.begin() + 1, arguments.items.end()});
 }
 
-void describeRequests(CLI::App& app, Words& words) {
-    addSubcommand(app, words, "state", "Print all properties of the extension",
-                  [&words] { return finderctl::state(words.form()); });
-    CLI::App* const badge =
-        addSubcommand(app, words, "badge", "Print which badge items carry",
-                      [&words] { return finderctl::badge(words.items, words.form()); });
-    addItems(badge, words, "Path or URL of an item")->required();
-    CLI::App* const menu = addSubcommand(
-        app, words, "menu", "Print what the extension adds to the menu on a selection",
-        [&words] { return finderctl::menu(words.kind, words.items, words.form()); });
-    menu->add_option("--kind", words.kind, "Where the menu opens (default items)")
-        ->type_name("items|container|sidebar|toolbar")
-        ->check(CLI::IsMember(finderctl::menuKinds));
-    addItems(menu, words, "Path or URL of a selected item");
-    CLI::App* const click =
-        addSubcommand(app, words, "click", "Pick the entry of an action, with a selection",
-                      [&words] { return finderctl::click(words.selector, words.items); });
-    click->add_option("SELECTOR", words.selector, "Selector of the action, such as backupClicked:")
-        ->required();
-    addItems(click, words, "Path or URL of a selected item");
+constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
+
+struct Subcommand {
+    std::string_view name;
+    std::string_view operands;
+    std::string_view summary;
+    std::size_t minimum; ///< Number of operands.
+    std::size_t maximum;
+    int (*run)(const Arguments& arguments);
+};
+
+constexpr Subcommand subcommands[] = {
+    {"state", "", "Print all properties of the extension", 0, 0,
+     [](const Arguments& arguments) { return finderctl::state(arguments.form); }},
+    {"badge", "ITEM...", "Print which badge items carry", 1, unlimited,
+     [](const Arguments& arguments) { return finderctl::badge(arguments.items, arguments.form); }},
+    {"menu", "[ITEM...]", "Print what the extension adds to the menu on a selection", 0, unlimited,
+     runMenu},
+    {"click", "SELECTOR [ITEM...]", "Pick the entry of an action, with a selection", 1, unlimited,
+     runClick},
+    {"observe", "ITEM...", "Tell that the user starts viewing directories", 1, unlimited,
+     [](const Arguments& arguments) { return finderctl::observe(arguments.items); }},
+    {"unobserve", "ITEM...", "Tell that the user stops viewing directories", 1, unlimited,
+     [](const Arguments& arguments) { return finderctl::unobserve(arguments.items); }},
+    {"monitor", "", "Print changes of the extension's properties until interrupted", 0, 0,
+     [](const Arguments& arguments) { return finderctl::monitor(arguments.form); }},
+    {"restart", "", "End the extension and have the bus start it anew, so that it connects anew", 0,
+     0, [](const Arguments&) { return finderctl::restart(); }},
+};
+
+constexpr const char* helpOnOptions = R"(usage: finderctl [OPTION]... SUBCOMMAND [ARGUMENT]...
+
+A Finder for the terminal: drives the running extension as a file manager would.
+An ITEM is a path or a URL. A SELECTOR is that of an action, such as backupClicked:.
+
+Options:
+  --json         Print JSON
+  --kind KIND    Where the menu opens: items (default), container, sidebar or toolbar
+  -h, --help     Show this help
+  --version      Show the version
+
+Subcommands:
+)";
+
+std::string help() {
+    constexpr std::size_t column = 32;
+    std::string text = helpOnOptions;
+    for (const Subcommand& subcommand : subcommands) {
+        std::string synopsis = "  ";
+        synopsis.append(subcommand.name).append(" ").append(subcommand.operands);
+        synopsis.resize(column, ' ');
+        text.append(synopsis).append(subcommand.summary).append("\n");
+    }
+    return text + "\nExit codes: 0 done, 1 refused or failed, 2 wrong usage, 3 the extension is "
+                  "not running.";
 }
 
-void describeNotices(CLI::App& app, Words& words) {
-    CLI::App* const observe =
-        addSubcommand(app, words, "observe", "Tell that the user starts viewing directories",
-                      [&words] { return finderctl::observe(words.items); });
-    addItems(observe, words, "Path or URL of a directory")->required();
-    CLI::App* const unobserve =
-        addSubcommand(app, words, "unobserve", "Tell that the user stops viewing directories",
-                      [&words] { return finderctl::unobserve(words.items); });
-    addItems(unobserve, words, "Path or URL of a directory")->required();
-    addSubcommand(app, words, "monitor",
-                  "Print changes of the extension's properties until interrupted",
-                  [&words] { return finderctl::monitor(words.form()); });
-    addSubcommand(app, words, "restart",
-                  "End the extension and have the bus start it anew, so that it connects anew",
-                  finderctl::restart);
+[[noreturn]] void exitWithUsageError(const std::string& message) {
+    finderctl::complain(message + " (\"finderctl --help\" shows the usage)");
+    std::exit(codeOf(ExitCode::Usage));
 }
 
-void describe(CLI::App& app, Words& words) {
-    app.set_version_flag("--version", "finderctl " FINDER_SYNC_VERSION);
-    app.add_flag("--json", words.isJSON, "Print JSON");
-    app.require_subcommand(1);
-    app.fallthrough(); // global options may follow the subcommand
-    describeRequests(app, words);
-    describeNotices(app, words);
-    app.footer("Exit codes: 0 done, 1 refused or failed, 2 wrong usage, 3 the extension is not "
-               "running.");
+void takeKind(Arguments& arguments, const char* kind) {
+    if (std::ranges::find(finderctl::menuKinds, std::string_view(kind)) ==
+        finderctl::menuKinds.end())
+        exitWithUsageError(std::string("--kind is not \"") + kind + "\"");
+    arguments.kind = kind;
 }
 
-int run(const Words& words) {
+/// Reads the command line; ends the process when that is all there is to do.
+const Subcommand& parse(int argc, char** argv, Arguments& arguments) {
+    constexpr option options[] = {{"json", no_argument, nullptr, 'j'},
+                                  {"kind", required_argument, nullptr, 'k'},
+                                  {"help", no_argument, nullptr, 'h'},
+                                  {"version", no_argument, nullptr, 'v'},
+                                  {}};
+    for (int found = 0; (found = ::getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
+        switch (found) {
+        case 'j':
+            arguments.form = finderctl::Form::JSON;
+            break;
+        case 'k':
+            takeKind(arguments, optarg);
+            break;
+        case 'h':
+            finderctl::print(help());
+            std::exit(EXIT_SUCCESS);
+        case 'v':
+            finderctl::print(std::string("finderctl ") + findersync::version);
+            std::exit(EXIT_SUCCESS);
+        default: // getopt_long has said what is wrong
+            std::exit(codeOf(ExitCode::Usage));
+        }
+    }
+    if (optind == argc)
+        exitWithUsageError("a subcommand is needed");
+    const std::string name = argv[optind];
+    const auto* const subcommand = std::ranges::find(subcommands, name, &Subcommand::name);
+    if (subcommand == std::end(subcommands))
+        exitWithUsageError("there is no subcommand \"" + name + "\"");
+    arguments.items.assign(argv + optind + 1, argv + argc);
+    if (arguments.items.size() < subcommand->minimum ||
+        arguments.items.size() > subcommand->maximum)
+        exitWithUsageError("\"" + name + "\" has too " +
+                           (arguments.items.size() < subcommand->minimum ? "few" : "many") +
+                           " arguments");
+    if (!arguments.kind.empty() && name != "menu")
+        exitWithUsageError("--kind is for \"menu\" only");
+    return *subcommand;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    process::secureStandardDescriptors();
+    // Writing to a pipe that nobody reads fails with EPIPE instead.
+    (void)std::signal(SIGPIPE, SIG_IGN);
     try {
-        return words.run();
+        Arguments arguments;
+        const Subcommand& subcommand = parse(argc, argv, arguments);
+        return subcommand.run(arguments);
     } catch (const finderctl::Failure& failure) {
         finderctl::complain(failure.what());
         return codeOf(failure.exitCode());
@@ -106,22 +170,4 @@ int run(const Words& words) {
         finderctl::complain(exception.what());
         return codeOf(ExitCode::Failed);
     }
-}
-
-} // namespace
-
-int main(int argc, char** argv) {
-    process::secureStandardDescriptors();
-    // A reader that has gone is told by the write itself.
-    (void)std::signal(SIGPIPE, SIG_IGN);
-    CLI::App app("A Finder for the terminal: drives the running extension as a file manager would.",
-                 "finderctl");
-    Words words;
-    describe(app, words);
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EXIT_SUCCESS : codeOf(ExitCode::Usage);
-    }
-    return run(words);
 }

@@ -1,4 +1,4 @@
-#include "tools/finderctl/Extension.h"
+#include "tools/finderctl/ExtensionProxy.h"
 
 #include "tools/console/Text.h"
 #include "tools/finderctl/Failure.h"
@@ -13,7 +13,9 @@ namespace finderctl {
 
 namespace {
 
-constexpr std::chrono::microseconds patience = std::chrono::seconds(5);
+constexpr std::chrono::microseconds timeout = std::chrono::seconds(5);
+constexpr const char* callFailed = "the call cannot be made";
+constexpr const char* replyFailed = "the answer cannot be read";
 
 class Error {
 public:
@@ -39,7 +41,7 @@ private:
 [[noreturn]] void throwFailureOfCall(const Error& error, int result) {
     if (error.has(SD_BUS_ERROR_SERVICE_UNKNOWN) || error.has(SD_BUS_ERROR_NAME_HAS_NO_OWNER))
         throw Failure("the extension is not running (nobody owns " +
-                          std::string(Extension::busName) +
+                          std::string(findersync::busName) +
                           " on the session bus): start finder-sync-extension, then try again",
                       ExitCode::NotRunning);
     if (error.has(SD_BUS_ERROR_NO_REPLY))
@@ -51,10 +53,10 @@ private:
     throw Refused("the extension refused it: " + error.message());
 }
 
-/// Waits until the bus has let us in, which opening it only begins. The library would wait for a
-/// bus that hangs for a minute and a half.
+/// Waits until the connection to the bus is complete; opening the bus only begins it. The library's
+/// own timeout for a bus that hangs is a minute and a half.
 int waitUntilReady(sd_bus* bus) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (sd_bus_is_ready(bus) == 0) {
         const auto left = std::chrono::duration_cast<std::chrono::microseconds>(
             deadline - std::chrono::steady_clock::now());
@@ -76,45 +78,58 @@ void check(int result, const char* whatFailed) {
         throw Failure(std::string(whatFailed) + ": " + std::strerror(-result));
 }
 
-Extension::Extension() {
-    sd_bus* bus = nullptr;
-    int result = sd_bus_open_user(&bus);
+ExtensionProxy::ExtensionProxy() {
+    int result = sd_bus_open_user(process::Out(bus_));
     if (result >= 0)
-        result = waitUntilReady(bus);
-    if (result < 0)
-        sd_bus_close_unref(bus); // there is nothing to flush
+        result = waitUntilReady(bus_.get());
+    if (result >= 0)
+        return;
+    sd_bus_close_unref(bus_.release()); // flushing would wait for a bus that hangs
     if (result == -ETIMEDOUT)
         throw Failure("the session bus does not answer, it may be stopped or stuck: gave up after "
                       "5 seconds");
-    if (result < 0)
-        throw Failure(std::string("there is no session bus to connect to (") +
-                      std::strerror(-result) +
-                      "); call this inside a desktop session, or under dbus-run-session");
-    bus_.reset(bus);
+    throw Failure(std::string("there is no session bus to connect to (") + std::strerror(-result) +
+                  "); call this inside a desktop session, or under dbus-run-session");
 }
 
-Message Extension::newCall(const char* member) const {
-    return newCall(interfaceName, member);
-}
-
-Message Extension::newCall(const char* interface, const char* member) const {
-    sd_bus_message* message = nullptr;
-    check(sd_bus_message_new_method_call(bus_.get(), &message, busName, objectPath, interface,
-                                         member),
-          "the call cannot be made");
-    Message call(message);
-    check(sd_bus_message_set_auto_start(message, 0), "the call cannot be made");
+process::Message ExtensionProxy::newCall(const char* member, const char* interface) const {
+    process::Message call;
+    check(sd_bus_message_new_method_call(bus_.get(), process::Out(call), findersync::busName,
+                                         findersync::objectPath, interface, member),
+          callFailed);
+    check(sd_bus_message_set_auto_start(call.get(), 0), callFailed);
     return call;
 }
 
-Message Extension::call(const Message& message) const {
+process::Message ExtensionProxy::call(const process::Message& message) const {
     Error error;
-    sd_bus_message* reply = nullptr;
+    process::Message reply;
     const int result =
-        sd_bus_call(bus_.get(), message.get(), patience.count(), error.get(), &reply);
+        sd_bus_call(bus_.get(), message.get(), timeout.count(), error.get(), process::Out(reply));
     if (result < 0)
         throwFailureOfCall(error, result);
-    return Message(reply);
+    return reply;
+}
+
+void appendList(const process::Message& call, const std::vector<std::string>& list) {
+    check(sd_bus_message_open_container(call.get(), 'a', "s"), callFailed);
+    for (const std::string& element : list)
+        check(sd_bus_message_append_basic(call.get(), 's', element.c_str()), callFailed);
+    check(sd_bus_message_close_container(call.get()), callFailed);
+}
+
+std::vector<std::string> readList(sd_bus_message* message) {
+    std::vector<std::string> list;
+    check(sd_bus_message_enter_container(message, 'a', "s"), replyFailed);
+    const char* element = nullptr;
+    for (int result = 1; result > 0;) {
+        result = sd_bus_message_read_basic(message, 's', static_cast<void*>(&element));
+        check(result, replyFailed);
+        if (result > 0)
+            list.emplace_back(element);
+    }
+    check(sd_bus_message_exit_container(message), replyFailed);
+    return list;
 }
 
 } // namespace finderctl

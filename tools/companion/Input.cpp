@@ -1,4 +1,4 @@
-#include "tools/companion/PlainInput.h"
+#include "tools/companion/Input.h"
 
 #include <array>
 #include <cerrno>
@@ -14,42 +14,40 @@ constexpr std::size_t readSize = std::size_t{64} * 1024;
 
 } // namespace
 
-PlainInput::~PlainInput() {
-    sd_event_source_disable_unref(source_);
-}
-
-int PlainInput::serve(sd_event* event) {
-    isTerminal_ = ::isatty(STDIN_FILENO) == 1; // can no longer be told once it is closed
-    const int result = sd_event_add_io(event, &source_, STDIN_FILENO, EPOLLIN, readPollable, this);
+int Input::serve(sd_event* event) {
+    isTerminal_ = ::isatty(STDIN_FILENO) == 1; // isatty() fails once the terminal is closed
+    const int result =
+        sd_event_add_io(event, process::Out(source_), STDIN_FILENO, EPOLLIN, readPollable, this);
     if (result != -EPERM)
         return result;
-    // A file cannot be waited for: it is ready all the time.
-    if (const int added = sd_event_add_defer(event, &source_, readFile, this); added < 0)
+    // A regular file cannot be polled: it is always ready.
+    if (const int added = sd_event_add_defer(event, process::Out(source_), readFile, this);
+        added < 0)
         return added;
-    return sd_event_source_set_enabled(source_, SD_EVENT_ON);
+    return sd_event_source_set_enabled(source_.get(), SD_EVENT_ON);
 }
 
-void PlainInput::setPaused(bool isPaused) {
+void Input::setPaused(bool isPaused) {
     if (!isStopped_)
-        (void)sd_event_source_set_enabled(source_, isPaused ? SD_EVENT_OFF : SD_EVENT_ON);
+        (void)sd_event_source_set_enabled(source_.get(), isPaused ? SD_EVENT_OFF : SD_EVENT_ON);
 }
 
-void PlainInput::stop() {
+void Input::stop() {
     isStopped_ = true;
-    source_ = sd_event_source_disable_unref(source_);
+    source_.reset();
 }
 
-int PlainInput::readPollable(sd_event_source*, int, std::uint32_t events, void* self) noexcept {
-    static_cast<PlainInput*>(self)->readSome((events & EPOLLHUP) != 0);
+int Input::readPollable(sd_event_source*, int, std::uint32_t events, void* self) noexcept {
+    static_cast<Input*>(self)->readSome((events & EPOLLHUP) != 0);
     return 0;
 }
 
-int PlainInput::readFile(sd_event_source*, void* self) noexcept {
-    static_cast<PlainInput*>(self)->readSome(false);
+int Input::readFile(sd_event_source*, void* self) noexcept {
+    static_cast<Input*>(self)->readSome(false);
     return 0;
 }
 
-void PlainInput::readSome(bool isHungUp) {
+void Input::readSome(bool isHungUp) {
     std::array<char, readSize> buffer{};
     const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
     if (count > 0)
@@ -62,7 +60,7 @@ void PlainInput::readSome(bool isHungUp) {
         end();
 }
 
-void PlainInput::take(std::string_view bytes) {
+void Input::take(std::string_view bytes) {
     std::size_t lineEnd = 0;
     while (!isStopped_ && (lineEnd = bytes.find('\n')) != std::string_view::npos) {
         const std::string line = std::exchange(unfinishedLine_, {}).append(bytes, 0, lineEnd);
@@ -72,7 +70,7 @@ void PlainInput::take(std::string_view bytes) {
     unfinishedLine_ += bytes;
 }
 
-void PlainInput::end() {
+void Input::end() {
     if (!unfinishedLine_.empty())
         observer_.lineEntered(std::exchange(unfinishedLine_, {}));
     if (!isStopped_)

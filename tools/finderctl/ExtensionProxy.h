@@ -1,0 +1,44 @@
+#pragma once
+
+#include "Names.h"
+#include "process/SystemdHandles.h"
+
+#include <string>
+#include <vector>
+
+namespace finderctl {
+
+inline constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
+
+/// Stands for the running extension, which it reaches over the session bus. Nothing here starts the
+/// extension when it is not running.
+class ExtensionProxy {
+public:
+    /// Connects to the session bus. Throws `Failure` when there is none, or when it has not
+    /// answered after 5 seconds.
+    ExtensionProxy();
+
+    [[nodiscard]] sd_bus* bus() const { return bus_.get(); }
+
+    /// A call to one of the extension's methods, still without arguments.
+    [[nodiscard]] process::Message newCall(const char* member,
+                                           const char* interface = findersync::interfaceName) const;
+
+    /// Makes the call and waits for the reply, for at most 5 seconds. Throws `Refused` when the
+    /// extension refuses it, and another `Failure` when it is not running or does not reply.
+    [[nodiscard]] process::Message call(const process::Message& message) const;
+
+private:
+    process::Bus bus_;
+};
+
+/// Throws `Failure` for a negative errno.
+void check(int result, const char* whatFailed);
+
+/// Appends a list of strings, "as", to a call. Throws `Failure`.
+void appendList(const process::Message& call, const std::vector<std::string>& list);
+
+/// Reads a list of strings, "as", from a message. Throws `Failure`.
+[[nodiscard]] std::vector<std::string> readList(sd_bus_message* message);
+
+} // namespace finderctl
