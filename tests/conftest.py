@@ -128,6 +128,7 @@ class Session:
     """One user's session: a bus, a home, and what runs in it."""
 
     bus_options = ()
+    process_class = Process
 
     def __init__(self, folder):
         self.folder = folder
@@ -217,7 +218,8 @@ class Session:
         folder = self.folder / f"process{len(self.processes)}"
         folder.mkdir()
         command = [*self.wrapper, str(self.programs / program), *arguments]
-        process = Process(command, self.environment | (environment or {}), folder, **options)
+        process = self.process_class(command, self.environment | (environment or {}), folder,
+                                     **options)
         self.processes.append(process)
         return process
 

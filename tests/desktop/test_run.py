@@ -1,6 +1,5 @@
 """scripts/run on a desktop: a file manager beside the companion's prompt."""
 
-import re
 import subprocess
 import sys
 
@@ -25,11 +24,10 @@ def test_a_file_manager_shows_the_demonstration(desktop, terminal):
     if desktop.programs.parent.name != "release":
         pytest.skip("scripts/run builds and starts the release build, and this is another")
     run = subprocess.Popen([SOURCES / "scripts/run", "--with", "caja"], env=desktop.environment,
-                           stdin=terminal.slave, stdout=terminal.slave, stderr=terminal.slave,
-                           preexec_fn=terminal.take_control)
+                           **terminal.streams())
     try:
-        terminal.wait_for(lambda lines: any("requestBadgeIdentifier" in one for one in lines))
-        address = re.search("DBUS_SESSION_BUS_ADDRESS='(.*)'", terminal.output)[1]
+        terminal.wait_for("requestBadgeIdentifier")
+        address = terminal.wait_for("DBUS_SESSION_BUS_ADDRESS='(.*)'")[1]
         desktop.environment["DBUS_SESSION_BUS_ADDRESS"] = address
         folder = desktop.accessible("find", "caja", "icon", "My synchronised folder")
         wait_for(lambda: desktop.shows(OURS, folder, 20, 20), "the badge")

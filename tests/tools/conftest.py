@@ -1,106 +1,146 @@
-"""Real processes, real sockets and a real bus for the tests of the two programs."""
+"""The two programs for the terminal as real processes, in a session of their own."""
 
-import json
-import os
-import pathlib
+import re
+import select
+import socket
 import subprocess
 
 import pytest
-
-from .running_programs import GROUP, Peer, Program
-
-
-@pytest.fixture(scope="session")
-def binaries():
-    directory = os.environ.get("FINDER_SYNC_BIN")
-    assert directory, "FINDER_SYNC_BIN must name the directory of the programs"
-    return pathlib.Path(directory).resolve()
+from conftest import PATIENCE, Process, Session, wait_for
 
 
-@pytest.fixture
-def home(tmp_path):
-    directory = tmp_path / "home"
-    directory.mkdir()
-    return directory
+class Output:
+    """What a program has written so far, which goes to a file."""
+
+    def __init__(self, file):
+        self.file = file
+
+    @property
+    def text(self):
+        return self.file.read_bytes().decode(errors="replace")
+
+    def lines(self):
+        return self.text.splitlines()
+
+    def wait_for(self, pattern):
+        """Waits until the regular expression is found; gives the match."""
+        return wait_for(lambda: re.search(pattern, self.text), f"{pattern!r} in {self.file}")
 
 
-@pytest.fixture
-def environment(home):
-    """Nothing of the caller's own session gets in."""
-    kept = ("PATH", "ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "GCOV_PREFIX",
-            "GCOV_PREFIX_STRIP")
-    values = {key: os.environ[key] for key in kept if key in os.environ}
-    values.update(HOME=str(home), XDG_CONFIG_HOME=str(home / "config"),
-                  XDG_STATE_HOME=str(home / "state"), LC_ALL="C.UTF-8", TERM="xterm")
-    return values
+class Program(Process):
+    def __init__(self, command, environment, folder, **options):
+        super().__init__(command, environment, folder, **{"stdin": subprocess.PIPE} | options)
+        self.out = Output(self.output_file)
+        self.err = Output(self.error_file)
+
+    def write(self, text):
+        self.popen.stdin.write(text if isinstance(text, bytes) else text.encode())
+        self.popen.stdin.flush()
+
+    def end_input(self):
+        self.popen.stdin.close()
+
+    def bytes_read(self):
+        """How much the process has read so far, from wherever."""
+        with open(f"/proc/{self.popen.pid}/io", encoding="ascii") as counters:
+            return int(counters.readline().split()[1])
+
+    def signal(self, number):
+        self.popen.send_signal(number)
+
+    def wait(self, patience=PATIENCE):
+        """Waits for the end; gives the exit code."""
+        return self.popen.wait(patience)
 
 
-@pytest.fixture
-def settings_file(home):
-    return home / "config" / GROUP / "settings.json"
+class Peer:
+    """Stands in for the extension on the link."""
+
+    def __init__(self, port, receive_buffer=None):
+        self.socket = socket.socket()
+        self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+        if receive_buffer:
+            self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
+        self.socket.settimeout(PATIENCE)
+        self.socket.connect(("127.0.0.1", port))
+
+    def read(self, count):
+        """Reads exactly that many bytes, or fewer when the link ends."""
+        received = b""
+        while len(received) < count:
+            chunk = self.socket.recv(min(count - len(received), 1 << 20))
+            if not chunk:
+                break
+            received += chunk
+        return received
+
+    def read_line(self):
+        received = b""
+        while not received.endswith(b"\n"):
+            chunk = self.socket.recv(1)
+            assert chunk, f"the link ended after {received!r}"
+            received += chunk
+        return received
+
+    def read_to_end(self):
+        return self.read(1 << 40)
+
+    def is_silent(self, seconds=0.2):
+        return not select.select([self.socket], [], [], seconds)[0]
+
+    def send(self, data):
+        self.socket.sendall(data)
+
+    def close(self):
+        self.socket.close()
+
+    def reset(self):
+        self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, b"\1\0\0\0\0\0\0\0")
+        self.close()
 
 
-@pytest.fixture
-def start(environment):
-    """Starts programs, and ends those that are left."""
-    programs = []
+class ToolSession(Session):
+    process_class = Program
 
-    def starter(*command, **options):
-        options.setdefault("environment", environment)
-        program = Program(command, **options)
-        programs.append(program)
+    def start_companion(self, *options, port=0, **process_options):
+        """The companion, on a free port unless told which, once it listens."""
+        program = self.start("companion", "--port", str(port), *options, **process_options)
+        program.port = int(program.err.wait_for(r"listening on 127\.0\.0\.1:(\d+)[\n\x1b]")[1])
         return program
 
-    yield starter
-    for program in reversed(programs):
-        program.end()
-
-
-@pytest.fixture
-def start_companion(start, binaries):
-    """Starts the companion on a free port, and knows which."""
-
-    def starter(*options, port=0, **process_options):
-        program = start(binaries / "companion", "--port", port, *options, **process_options)
-        listening = program.err.wait_for(r"listening on 127\.0\.0\.1:(\d+)[\n\x1b]")
-        program.port = int(listening.group(1))
-        return program
-
-    return starter
-
-
-@pytest.fixture
-def connect():
-    peers = []
-
-    def connector(port, **options):
-        peer = Peer(port, **options)
-        peers.append(peer)
+    def connect(self, program, **options):
+        peer = Peer(program.port, **options)
+        self.peers.append(peer)
         return peer
 
-    yield connector
-    for peer in peers:
-        peer.close()
+    def start_real_extension(self, port, **settings):
+        """The extension itself, once it has tried to connect."""
+        extension = self.start_extension({"ServerPort": port, **settings})
+        extension.out.wait_for("Opened connection|Stream open error")
+        return extension
+
+    def finderctl(self, *arguments, **options):
+        """Runs finderctl to its end; gives exit code, output and messages."""
+        program = self.start("finderctl", *arguments, **options)
+        return program.wait(), program.out.text, program.err.text
 
 
 @pytest.fixture
-def bus(start, environment):
-    """A session bus of its own, without activation."""
-    daemon = start("dbus-daemon", "--session", "--print-address", "--nofork", "--nopidfile",
-                   stdin=subprocess.DEVNULL)
-    environment["DBUS_SESSION_BUS_ADDRESS"] = daemon.out.wait_for(r"(unix:\S+)\n").group(1)
-    return daemon
+def session(tmp_path):
+    session = ToolSession(tmp_path)
+    session.environment["TERM"] = "xterm"
+    try:
+        yield session
+    finally:
+        session.end()
+    assert session.findings() == ""
 
 
 @pytest.fixture
-def start_extension(start, binaries, settings_file):
-    """Starts the real extension with the given settings and waits until it is connected."""
+def companion(session):
+    return session.start_companion()
 
-    def starter(port, **settings):
-        settings_file.parent.mkdir(parents=True, exist_ok=True)
-        settings_file.write_text(json.dumps({"ServerPort": port, **settings}))
-        program = start(binaries / "finder-sync-extension", stdin=subprocess.DEVNULL)
-        program.out.wait_for("Opened connection|Stream open error")
-        return program
 
-    return starter
+@pytest.fixture
+def peer(session, companion):
+    return session.connect(companion)

@@ -1,5 +1,6 @@
 """What bash offers at the Tab key."""
 
+import os
 import pathlib
 import re
 import subprocess
@@ -28,11 +29,16 @@ def complete(*words, directory=None):
     return sorted(done.stdout.split())
 
 
+@pytest.fixture
+def programs():
+    return pathlib.Path(os.environ["FINDER_SYNC_BIN"]).resolve()
+
+
 pytestmark = pytest.mark.skipif(not FRAMEWORK.exists(), reason="bash-completion is not installed")
 
 
-def test_subcommands(binaries):
-    text = subprocess.run([binaries / "finderctl", "--help"], capture_output=True, text=True,
+def test_subcommands(programs):
+    text = subprocess.run([programs / "finderctl", "--help"], capture_output=True, text=True,
                           check=True).stdout
     listed = re.findall(r"(?m)^  ([a-z]+) ", text.partition("Subcommands:")[2])
     assert "state" in listed
@@ -48,8 +54,8 @@ def test_directories(tmp_path):
 
 
 @pytest.mark.parametrize("program", ["companion", "finderctl", "finder-sync-extension"])
-def test_options_are_those_of_the_program(program, binaries):
-    text = subprocess.run([binaries / program, "--help"], capture_output=True, text=True,
+def test_options_are_those_of_the_program(program, programs):
+    text = subprocess.run([programs / program, "--help"], capture_output=True, text=True,
                           check=True).stdout
     offered = complete(program, "--")
     for option in offered:
@@ -61,3 +67,11 @@ def test_settings():
     assert complete("companion", "--set", "Display") == ["DisplayBackup=", "DisplayUrlLink="]
     assert complete("companion", "--set", "DisplayBackup", "=", "") == ["0", "1"]
     assert complete("companion", "--color", "a") == ["always", "auto"]
+
+
+def test_commands_of_the_companion(programs):
+    """What rlwrap completes."""
+    text = subprocess.run([programs / "companion", "--help"], capture_output=True, text=True,
+                          check=True).stdout
+    listed = re.findall(r"(?m)^([a-z_]+) ", text.partition("Commands:\n")[2])
+    assert (DIRECTORY / "companion.rlwrap").read_text().split() == listed

@@ -4,47 +4,32 @@ import json
 import os
 import select
 import signal
-import subprocess
 
 import pytest
+from conftest import BUS_NAME, EXTENSION, wait_for
 from jeepney import DBusAddress, HeaderFields, new_method_call
 from jeepney.io.blocking import open_dbus_connection
 
-from .running_programs import GROUP, wait_until
-
-BUS_NAME = f"{GROUP}.FinderSync"
 NAMES = ["myFolderURL", "pathsOfRootFolders", "serverAddress", "serverPort", "isSocketConnected",
          "displayUrlLink", "displayBackup", "shareContactTitle", "shareViaUrlTitle", "backupTitle",
          "directoryURLs", "badges"]
 
 
 @pytest.fixture
-def finderctl(start, binaries):
-    """Runs finderctl to its end; gives exit code, output and messages."""
-
-    def runner(*arguments, **options):
-        program = start(binaries / "finderctl", *arguments, **options)
-        return program.wait(), program.out.text, program.err.text
-
-    return runner
-
-
-@pytest.fixture
-def linked(bus, start_companion, start_extension):
+def linked(session, companion):
     """A companion and an extension that is connected to it."""
-    companion = start_companion()
-    extension = start_extension(companion.port, RootFolder="/watched dir", DisplayBackup=2**62,
-                                ShareContactTitle='Share "with"\nall', BackupTitle="Sichern ü")
-    companion.extension = extension
+    companion.extension = session.start_real_extension(
+        companion.port, RootFolder="/watched dir", DisplayBackup=2**62,
+        ShareContactTitle='Share "with"\nall', BackupTitle="Sichern ü")
     return companion
 
 
 @pytest.fixture
-def monitor(start, binaries):
+def monitor(session):
     """Starts a monitor and waits until it has subscribed."""
 
     def starter(*arguments, **options):
-        program = start(binaries / "finderctl", "monitor", *arguments, **options)
+        program = session.start("finderctl", "monitor", *arguments, **options)
         program.out.wait_for("running")
         return program
 
@@ -55,24 +40,25 @@ def monitor(start, binaries):
 
 
 @pytest.mark.parametrize("arguments", [["state"], ["observe", "/x"], ["unobserve", "/x"]])
-def test_extension_not_running(bus, finderctl, arguments):
-    code, out, err = finderctl(*arguments)
+def test_extension_not_running(session, arguments):
+    code, out, err = session.finderctl(*arguments)
     assert (code, out) == (3, "")
     assert f"the extension is not running (nobody owns {BUS_NAME} on the session bus)" in err
     assert "start finder-sync-extension" in err
 
 
 @pytest.mark.parametrize("arguments", [["state"], ["observe", "/x"], ["monitor"]])
-def test_no_session_bus(finderctl, environment, tmp_path, arguments):
-    environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={tmp_path}/nothing"
-    code, out, err = finderctl(*arguments)
+def test_no_session_bus(session, tmp_path, arguments):
+    session.environment["DBUS_SESSION_BUS_ADDRESS"] = f"unix:path={tmp_path}/nothing"
+    code, out, err = session.finderctl(*arguments)
     assert (code, out) == (1, "")
     assert "no session bus" in err
 
 
-def test_session_bus_that_does_not_answer(bus, finderctl):
-    bus.signal(signal.SIGSTOP)
-    code, out, err = finderctl("state")
+def test_session_bus_that_does_not_answer(session):
+    session.daemon.send_signal(signal.SIGSTOP)
+    code, out, err = session.finderctl("state")
+    session.daemon.send_signal(signal.SIGCONT)
     assert (code, out) == (1, "")
     assert "the session bus does not answer" in err and "5 seconds" in err
 
@@ -80,50 +66,43 @@ def test_session_bus_that_does_not_answer(bus, finderctl):
 @pytest.mark.parametrize("arguments", [
     [], ["nonsense"], ["--nonsense"], ["state", "surplus"], ["observe"], ["monitor", "x"],
 ])
-def test_wrong_usage(finderctl, arguments):
-    code, out, err = finderctl(*arguments)
+def test_wrong_usage(session, arguments):
+    code, out, err = session.finderctl(*arguments)
     assert (code, out) == (2, "")
     assert err
 
 
-def test_help_and_version(finderctl):
-    code, out, _ = finderctl("--help")
+def test_help_and_version(session):
+    code, out, _ = session.finderctl("--help")
     assert code == 0 and all(name in out for name in ("state", "observe", "unobserve", "monitor"))
-    code, out, _ = finderctl("--version")
+    code, out, _ = session.finderctl("--version")
     assert code == 0 and out.startswith("finderctl ")
 
 
-def test_nothing_starts_the_extension(start, binaries, finderctl, environment, home, tmp_path):
-    services = home / "data" / "dbus-1" / "services"
-    services.mkdir(parents=True)
+def test_nothing_starts_the_extension(session, tmp_path):
     marker = tmp_path / "started"
-    (services / f"{BUS_NAME}.service").write_text(
+    (session.folder / "services" / f"{BUS_NAME}.service").write_text(
         f"[D-BUS Service]\nName={BUS_NAME}\nExec=/usr/bin/touch {marker}\n")
-    daemon = start("dbus-daemon", "--session", "--print-address", "--nofork", "--nopidfile",
-                   environment={**environment, "XDG_DATA_HOME": str(home / "data")},
-                   stdin=subprocess.DEVNULL)
-    address = daemon.out.wait_for(r"(unix:\S+)\n").group(1)
-    environment["DBUS_SESSION_BUS_ADDRESS"] = address
+    session.start_bus()
 
-    watcher = start(binaries / "finderctl", "monitor")
+    watcher = session.start("finderctl", "monitor")
     watcher.out.wait_for("the extension is not running\n")
-    assert [finderctl("state")[0], finderctl("observe", "/x")[0]] == [3, 3]
+    assert [session.finderctl("state")[0], session.finderctl("observe", "/x")[0]] == [3, 3]
     assert not marker.exists()
 
     # The bus would have started it for anybody else.
-    with open_dbus_connection(bus=address) as connection:
-        connection.send(new_method_call(DBusAddress("/FinderSync", BUS_NAME,
-                                                    "findersync.Extension1"), "Any"))
-        wait_until(marker.exists, "activation")
+    with open_dbus_connection(bus=session.address) as connection:
+        connection.send(new_method_call(EXTENSION, "Any"))
+        wait_for(marker.exists, "activation")
 
 
 # state
 
 
-def test_state_as_json(linked, finderctl, binaries):
+def test_state_as_json(session, linked):
     linked.write("add_folder /a b\nadd_folder /ü\n")
     linked.extension.out.wait_for("(?s)add_folder.*server said.*add_folder.*type - add_folder")
-    code, out, err = finderctl("--json", "state")
+    code, out, err = session.finderctl("--json", "state")
     assert (code, err) == (0, "")
     assert out.count("\n") == 1
     state = json.loads(out)
@@ -139,12 +118,12 @@ def test_state_as_json(linked, finderctl, binaries):
         "directoryURLs": ["file:///watched%20dir"]}
 
 
-def test_state_for_people(linked, finderctl):
+def test_state_for_people(session, linked):
     linked.write('raw {"type":"add_folder","path":"/a\\nb\\u009b"}\n')
     linked.extension.out.wait_for("type - add_folder")
     linked.write("add_folder /c\n")
     linked.extension.out.wait_for("(?s)type - add_folder.*type - add_folder")
-    code, out, err = finderctl("state")
+    code, out, err = session.finderctl("state")
     assert (code, err) == (0, "")
     lines = out.splitlines()
     assert [line.split()[0] for line in lines if not line.startswith(" ")] == NAMES
@@ -159,26 +138,26 @@ def test_state_for_people(linked, finderctl):
     assert any(line.startswith("badges") and "FolderIco: " in line for line in lines)
 
 
-def test_state_without_folders(linked, finderctl):
-    assert "pathsOfRootFolders  (none)\n" in finderctl("state")[1]
+def test_state_without_folders(session, linked):
+    assert "pathsOfRootFolders  (none)\n" in session.finderctl("state")[1]
 
 
-def test_json_may_follow_the_subcommand(linked, finderctl):
-    assert list(json.loads(finderctl("state", "--json")[1])) == NAMES
+def test_json_may_follow_the_subcommand(session, linked):
+    assert list(json.loads(session.finderctl("state", "--json")[1])) == NAMES
 
 
-def test_output_that_nobody_reads(linked, start, binaries):
+def test_output_that_nobody_reads(session, linked):
     read_end, write_end = os.pipe()
     os.close(read_end)
-    program = start(binaries / "finderctl", "state", stdout=write_end)
+    program = session.start("finderctl", "state", stdout=write_end)
     os.close(write_end)
     assert program.wait() == 0
     assert program.err.text == ""
 
 
-def test_output_that_cannot_be_written(linked, start, binaries):
+def test_output_that_cannot_be_written(session, linked):
     with open("/dev/full", "wb") as full:
-        program = start(binaries / "finderctl", "state", stdout=full)
+        program = session.start("finderctl", "state", stdout=full)
     assert program.wait() == 1
     assert "No space left" in program.err.text
 
@@ -188,9 +167,9 @@ def test_output_that_cannot_be_written(linked, start, binaries):
 
 @pytest.mark.parametrize("command, callback", [
     ("observe", "beginObservingDirectoryAtURL"), ("unobserve", "endObservingDirectoryAtURL")])
-def test_observe(linked, finderctl, tmp_path, command, callback):
+def test_observe(session, linked, tmp_path, command, callback):
     (tmp_path / "link").symlink_to("/nowhere")
-    code, out, err = finderctl(
+    code, out, err = session.finderctl(
         command, "/a b/ü?#%", "link", "./x/../y//z/.", ".", "/", "file:///as%20is", "file:/short",
         cwd=tmp_path)
     assert (code, out, err) == (0, "", "")
@@ -203,8 +182,8 @@ def test_observe(linked, finderctl, tmp_path, command, callback):
     assert [url.rstrip("/") or url for url in observed] == [url.rstrip("/") for url in expected]
 
 
-def test_refused_urls(linked, finderctl):
-    code, out, err = finderctl("observe", "https://example.com/x", "/good", "file:///a?b",
+def test_refused_urls(session, linked):
+    code, out, err = session.finderctl("observe", "https://example.com/x", "/good", "file:///a?b",
                                "file://elsewhere/x")
     assert (code, out) == (1, "")
     assert len(err.splitlines()) == 3
@@ -215,18 +194,18 @@ def test_refused_urls(linked, finderctl):
 @pytest.mark.parametrize("argument, message", [
     (b"/bad\xff", '"/bad\\xFF" is not valid UTF-8'), (b"file:///\xff", "is not valid UTF-8"),
     (b"", "empty")])
-def test_arguments_that_cannot_be_urls(linked, finderctl, argument, message):
-    code, out, err = finderctl("observe", b"/good", argument)
+def test_arguments_that_cannot_be_urls(session, linked, argument, message):
+    code, out, err = session.finderctl("observe", b"/good", argument)
     assert (code, out) == (1, "")
     assert message in err
     assert "good" not in linked.extension.err.text
 
 
-def test_working_directory_that_is_gone(bus, start, binaries, tmp_path):
+def test_working_directory_that_is_gone(session, tmp_path):
     gone = tmp_path / "gone"
     gone.mkdir()
-    program = start("sh", "-c", 'rmdir "$1" && exec "$2" observe x', "sh", gone,
-                    binaries / "finderctl", cwd=gone)
+    program = session.start("/bin/sh", "-c", 'rmdir "$1" && exec "$2" observe x', "sh", gone,
+                    session.programs / "finderctl", cwd=gone)
     assert program.wait() == 1
     assert '"x" cannot be made an absolute path' in program.err.text
 
@@ -235,24 +214,24 @@ def test_working_directory_that_is_gone(bus, start, binaries, tmp_path):
 
 
 @pytest.mark.parametrize("arguments", [["state"], ["observe", "/x"]])
-def test_extension_that_does_not_answer(linked, finderctl, arguments):
+def test_extension_that_does_not_answer(session, linked, arguments):
     linked.extension.signal(signal.SIGSTOP)
-    code, out, err = finderctl(*arguments)
+    code, out, err = session.finderctl(*arguments)
     assert (code, out) == (1, "")
     assert "does not answer" in err and "5 seconds" in err
 
 
-def test_extension_that_ends_before_it_answers(linked, start, binaries, environment):
+def test_extension_that_ends_before_it_answers(session, linked):
     linked.extension.signal(signal.SIGSTOP)
-    with open_dbus_connection(bus=environment["DBUS_SESSION_BUS_ADDRESS"]) as connection:
+    with open_dbus_connection(bus=session.address) as connection:
         connection.send_and_get_reply(new_method_call(
             DBusAddress("/org/freedesktop/DBus", "org.freedesktop.DBus",
                         "org.freedesktop.DBus.Monitoring"),
             "BecomeMonitor", "asu", (["member='GetAll'"], 0)))
-        program = start(binaries / "finderctl", "state")
+        program = session.start("finderctl", "state")
         while connection.receive(timeout=20).header.fields.get(HeaderFields.member) != "GetAll":
             pass
-    linked.extension.process.kill()
+    linked.extension.popen.kill()
     assert program.wait(4) == 1
     assert "ended before it answered" in program.err.text
 
@@ -300,26 +279,26 @@ def test_monitor_prints_one_line_for_each_property(linked, monitor):
     assert "shareContactTitle: x\\x0Ay\n" in watcher.out.text
 
 
-def test_monitor_before_and_after_the_extension(bus, start_companion, start_extension, monitor):
+def test_monitor_before_and_after_the_extension(session, monitor):
     watcher = monitor()
     assert watcher.out.text == "the extension is not running\n"
-    companion = start_companion()
+    companion = session.start_companion()
     for _ in range(2):
-        extension = start_extension(companion.port)
+        extension = session.start_real_extension(companion.port)
         companion.write("add_folder /a\n")
         extension.out.wait_for("type - add_folder")
         extension.signal(signal.SIGTERM)
         assert extension.wait() == 0
-    wait_until(lambda: watcher.out.text.count("disappeared") == 2, "the end of the second")
+    wait_for(lambda: watcher.out.text.count("disappeared") == 2, "the end of the second")
     lines = [line for line in watcher.out.lines() if "isSocketConnected" not in line]
     assert lines == ["the extension is not running"] + [
         "the extension has appeared", 'pathsOfRootFolders: ["/a"]',
         "the extension has disappeared"] * 2
 
 
-def test_monitor_ends_with_its_reader(bus, start, binaries):
+def test_monitor_ends_with_its_reader(session):
     read_end, write_end = os.pipe()
-    watcher = start(binaries / "finderctl", "monitor", stdout=write_end)
+    watcher = session.start("finderctl", "monitor", stdout=write_end)
     os.close(write_end)
     assert os.read(read_end, 100) == b"the extension is not running\n"
     os.close(read_end)
@@ -327,43 +306,43 @@ def test_monitor_ends_with_its_reader(bus, start, binaries):
     assert watcher.err.text == ""
 
 
-def test_monitor_ends_while_its_reader_sleeps(linked, start, binaries):
+def test_monitor_ends_while_its_reader_sleeps(session, linked):
     """A signal ends it, even when a full pipe holds it up."""
     read_end, write_end = os.pipe()
-    watcher = start(binaries / "finderctl", "monitor", stdout=write_end)
+    watcher = session.start("finderctl", "monitor", stdout=write_end)
     assert os.read(read_end, 100) == b"the extension is running\n"
     linked.write("".join(f"add_folder /{'x' * 900}{number}\n" for number in range(100)))
-    wait_until(lambda: not select.select([], [write_end], [], 0)[1], "a full pipe")
+    wait_for(lambda: not select.select([], [write_end], [], 0)[1], "a full pipe")
     watcher.signal(signal.SIGTERM)
     assert watcher.wait(5) == 0
     os.close(read_end)
     os.close(write_end)
 
 
-def test_monitor_into_a_file(linked, start, binaries, tmp_path):
+def test_monitor_into_a_file(session, linked, tmp_path):
     path = tmp_path / "output"
     with path.open("wb") as file:
-        watcher = start(binaries / "finderctl", "monitor", stdout=file)
-    wait_until(lambda: path.read_text() == "the extension is running\n", "the first line")
+        watcher = session.start("finderctl", "monitor", stdout=file)
+    wait_for(lambda: path.read_text() == "the extension is running\n", "the first line")
     watcher.signal(signal.SIGINT)
     assert watcher.wait(5) == 0
 
 
-def test_monitor_when_the_bus_goes(bus, monitor):
+def test_monitor_when_the_bus_goes(session, monitor):
     watcher = monitor()
-    bus.signal(signal.SIGTERM)
+    session.daemon.terminate()
     assert watcher.wait(5) == 1
     assert "the session bus has gone" in watcher.err.text
 
 
-def test_monitor_misses_nothing_after_its_first_line(linked, monitor, finderctl):
+def test_monitor_misses_nothing_after_its_first_line(session, linked, monitor):
     """Whoever reads the state after the first line gets every later change from the monitor."""
     watcher = monitor("--json")
     linked.write("".join(f"add_folder /{number}\n" for number in range(50)))
-    wait_until(lambda: linked.extension.out.text.count("type - add_folder") == 50, "50 folders")
-    state = json.loads(finderctl("--json", "state")[1])
+    wait_for(lambda: linked.extension.out.text.count("type - add_folder") == 50, "50 folders")
+    state = json.loads(session.finderctl("--json", "state")[1])
     assert len(state["pathsOfRootFolders"]) == 50
-    wait_until(lambda: json.loads(watcher.out.lines()[-1]) ==
+    wait_for(lambda: json.loads(watcher.out.lines()[-1]) ==
                {"pathsOfRootFolders": state["pathsOfRootFolders"]}, "the last change")
 
 
@@ -371,7 +350,7 @@ def test_monitor_misses_nothing_after_its_first_line(linked, monitor, finderctl)
 
 
 @pytest.fixture
-def with_root(linked, finderctl):
+def with_root(linked):
     """The same, with a root folder and titles."""
     linked.type_line = lambda text: linked.write(text + "\n")
     linked.type_line("add_folder /watched dir/root é")
@@ -385,25 +364,25 @@ ROOT = "/watched dir/root é"
 ROOT_URL = "file:///watched%20dir/root%20%C3%A9"
 
 
-def test_badge_prints_a_line_for_each_item(with_root, finderctl):
-    code, out, err = finderctl("badge", ROOT, ROOT + "/", ROOT_URL, ROOT + "/file", "/elsewhere")
+def test_badge_prints_a_line_for_each_item(session, with_root):
+    code, out, err = session.finderctl("badge", ROOT, ROOT + "/", ROOT_URL, ROOT + "/file", "/elsewhere")
     assert (code, err) == (0, "")
     assert out == (f"FolderIco  {ROOT}\nFolderIco  {ROOT}/\nFolderIco  {ROOT_URL}\n"
                    f"(none)     {ROOT}/file\n(none)     /elsewhere\n")
 
 
-def test_badge_as_json_names_the_urls(with_root, finderctl):
-    code, out, _ = finderctl("--json", "badge", ROOT, "/elsewhere")
+def test_badge_as_json_names_the_urls(session, with_root):
+    code, out, _ = session.finderctl("--json", "badge", ROOT, "/elsewhere")
     assert code == 0
     assert json.loads(out) == {ROOT_URL: "FolderIco", "file:///elsewhere": ""}
 
 
-def test_menu_prints_its_entries(with_root, finderctl):
-    code, out, err = finderctl("menu", ROOT + "/file")
+def test_menu_prints_its_entries(session, with_root):
+    code, out, err = session.finderctl("menu", ROOT + "/file")
     assert (code, out, err) == (0, '"Copy link"  createLinkClicked:  icon_URLlink\n', "")
     with_root.type_line("set_menu_usage 1")
-    wait_until(lambda: "backupClicked:" in finderctl("menu", ROOT + "/file")[1], "backup entry")
-    code, out, _ = finderctl("menu", "--json", ROOT + "/file")
+    wait_for(lambda: "backupClicked:" in session.finderctl("menu", ROOT + "/file")[1], "backup entry")
+    code, out, _ = session.finderctl("menu", "--json", ROOT + "/file")
     assert json.loads(out) == {"isOffered": True, "items": [
         {"title": "Copy link", "action": "createLinkClicked:", "image": "icon_URLlink"},
         {"title": "Back up", "action": "backupClicked:", "image": "icon_Backup"}]}
@@ -413,9 +392,9 @@ def test_menu_prints_its_entries(with_root, finderctl):
     [ROOT], [], [ROOT + "/a", ROOT + "/b"], ["/elsewhere"], ["--kind", "container", ROOT + "/a"],
     ["--kind", "sidebar"], ["--kind", "toolbar", ROOT + "/a"],
 ])
-def test_no_menu(with_root, finderctl, arguments):
-    assert finderctl("menu", *arguments) == (0, "(no menu)\n", "")
-    code, out, _ = finderctl("menu", "--json", *arguments)
+def test_no_menu(session, with_root, arguments):
+    assert session.finderctl("menu", *arguments) == (0, "(no menu)\n", "")
+    code, out, _ = session.finderctl("menu", "--json", *arguments)
     assert (code, json.loads(out)) == (0, {"isOffered": False, "items": []})
 
 
@@ -424,14 +403,14 @@ def test_no_menu(with_root, finderctl, arguments):
     ("shareContactsClicked:", "share_contacts"), ("inProgressClicked:", "in_progress"),
     ("notSyncedClicked:", "not_synced"), ("syncedClicked:", "synced"),
 ])
-def test_click_reports_to_the_companion(with_root, finderctl, selector, kind):
-    assert finderctl("click", selector, ROOT + "/a", ROOT_URL) == (0, "", "")
+def test_click_reports_to_the_companion(session, with_root, selector, kind):
+    assert session.finderctl("click", selector, ROOT + "/a", ROOT_URL) == (0, "", "")
     report = json.loads(with_root.out.wait_for(r"(\{.*\})\n").group(1))
     assert report == {"type": "clicked_" + kind, "items": [ROOT + "/a", ROOT]}
 
 
-def test_click_without_a_selection(with_root, finderctl):
-    assert finderctl("click", "syncedClicked:") == (0, "", "")
+def test_click_without_a_selection(session, with_root):
+    assert session.finderctl("click", "syncedClicked:") == (0, "", "")
     assert json.loads(with_root.out.wait_for(r"(\{.*\})\n").group(1))["items"] == []
 
 
@@ -440,20 +419,20 @@ def test_click_without_a_selection(with_root, finderctl):
     (["badge", "http://example.com/"], "http://example.com/"),
     (["menu", "file:///%FF"], "file:///%FF"),
 ])
-def test_refusals_are_told(with_root, finderctl, arguments, named):
-    code, out, err = finderctl(*arguments)
+def test_refusals_are_told(session, with_root, arguments, named):
+    code, out, err = session.finderctl(*arguments)
     assert (code, out) == (1, "")
     assert named in err
 
 
 @pytest.mark.parametrize("arguments", [["badge"], ["click"], ["menu", "--kind", "nonsense", "/a"]])
-def test_wrong_usage_of_badge_menu_and_click(finderctl, arguments):
-    assert finderctl(*arguments)[0] == 2
+def test_wrong_usage_of_badge_menu_and_click(session, arguments):
+    assert session.finderctl(*arguments)[0] == 2
 
 
 @pytest.mark.parametrize("arguments", [["badge", "/a"], ["menu", "/a"],
                                        ["click", "syncedClicked:", "/a"]])
-def test_badge_menu_and_click_do_not_start_the_extension(bus, finderctl, arguments):
-    code, out, err = finderctl(*arguments)
+def test_badge_menu_and_click_do_not_start_the_extension(session, arguments):
+    code, out, err = session.finderctl(*arguments)
     assert (code, out) == (3, "")
     assert "not running" in err
