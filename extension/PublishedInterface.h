@@ -2,8 +2,9 @@
 
 // What the platform can reach of the object by name: selectors and key-value properties.
 //
-// Hosts look names up here instead of naming methods, so that every host publishes the same set.
-// Calls and accesses made through the table go through the object's virtual slots.
+// The Linux host reads and writes properties and performs actions through this table. The macOS
+// host declares its selectors in Objective-C and does not read it; tests compare the members that
+// each host publishes with the table. Calls through the table use the object's virtual methods.
 
 #include "extension/FinderSync.h"
 
@@ -39,9 +40,7 @@ struct PublishedProperty {
 
     /// Whether the property can be written.
     [[nodiscard]] bool isWritable() const;
-    /// Selector of the getter: the property's name.
-    [[nodiscard]] std::string_view getterSelector() const { return name; }
-    /// Selector of the setter, empty for a read-only property.
+    /// Selector of the setter, empty for a read-only property. The getter's is the name.
     [[nodiscard]] std::string setterSelector() const;
 };
 

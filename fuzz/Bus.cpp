@@ -247,8 +247,8 @@ public:
 
 private:
     Caller caller_;
-    findersync::ObservedFinderSync extension_;
-    findersync::ExtensionService service_;
+    hosts::linux_host::ObservedFinderSync extension_;
+    hosts::linux_host::ExtensionService service_;
 };
 
 /// Drains the loop, so that no event of one input, such as a change signal, reaches the next.

@@ -1,21 +1,23 @@
 #pragma once
 
+#include "hosts/linux/Marshalling.h"
 #include "hosts/linux/ObservedFinderSync.h"
+#include "hosts/linux/PropertyChanges.h"
+#include "hosts/linux/QueuedReplies.h"
 #include "platform/linux/FinderSyncController.h"
+#include "process/SystemdHandles.h"
 
 #include <string>
 #include <string_view>
 #include <systemd/sd-bus.h>
-#include <systemd/sd-event.h>
-#include <vector>
 
-namespace findersync {
+namespace hosts::linux_host {
 
-/// The object /FinderSync on the bus: hands the interface findersync.Extension1 on to the
-/// extension. The contract is hosts/linux/findersync.Extension1.xml.
+/// The object /FinderSync on the bus: passes the calls of the interface findersync.Extension1 on to
+/// the extension. The contract is hosts/linux/findersync.Extension1.xml.
 ///
 /// Everything runs on the thread of the bus connection's event loop. Arguments are checked here:
-/// what the Finder would never pass on does not reach the extension, the caller gets an error.
+/// what the Finder would never pass on does not reach the extension, and the caller gets an error.
 class ExtensionService {
 public:
     /// None of the arguments is owned; they outlive the service. The bus is attached to an event
@@ -30,10 +32,11 @@ public:
     [[nodiscard]] int publish();
 
 private:
-    struct Callbacks; ///< sd-bus's view of this object
+    struct Callbacks; ///< what sd-bus calls
     friend struct Callbacks;
 
-    int callWithURL(sd_bus_message* call, std::string_view selector, sd_bus_error* error);
+    int beginObserving(sd_bus_message* call, sd_bus_error* error);
+    int endObserving(sd_bus_message* call, sd_bus_error* error);
     int requestBadge(sd_bus_message* call, sd_bus_error* error);
     int requestBadges(sd_bus_message* call, sd_bus_error* error);
     int provideMenu(sd_bus_message* call, sd_bus_error* error);
@@ -41,22 +44,18 @@ private:
     [[nodiscard]] std::string badgeFor(const platform::NSURL& url);
     [[nodiscard]] bool isWatched(const platform::NSURL& url) const;
 
-    int appendProperty(sd_bus_message* reply, std::string_view name) const;
+    template <typename... Values> int reply(sd_bus_message* call, const Values&... values);
+    template <typename Value> int appendValue(sd_bus_message* reply, const Value& value);
+    int appendProperty(sd_bus_message* reply, std::string_view name);
     int setProperty(sd_bus_message* value, std::string_view name, sd_bus_error* error);
-    int appendDirectoryURLs(sd_bus_message* reply) const;
-    int appendBadges(sd_bus_message* reply) const;
-
-    void noteChange(std::string_view property);
-    int signalChanges();
 
     sd_bus* bus_;
     ObservedFinderSync& extension_;
     platform::linux_backend::FinderSyncController& controller_;
-    sd_bus_slot* slot_ = nullptr;
-    sd_bus_slot* filterSlot_ = nullptr;
-    sd_event_source* signalSource_ = nullptr; ///< fires at the end of a turn that changed something
-    sd_event_source* laterSignalSource_ = nullptr; ///< fires when the bus has had time to read
-    std::vector<std::string> changed_;             ///< names of the properties to signal, each once
+    PropertyChanges changes_;
+    QueuedReplies replies_;
+    process::Slot filterSlot_;
+    process::Slot objectSlot_;
 };
 
-} // namespace findersync
+} // namespace hosts::linux_host

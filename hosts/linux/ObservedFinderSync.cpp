@@ -1,6 +1,6 @@
 #include "hosts/linux/ObservedFinderSync.h"
 
-namespace findersync {
+namespace hosts::linux_host {
 
 void ObservedFinderSync::setMyFolderURL(URL url) {
     compare("myFolderURL", myFolderURL()->description(), url->description());
@@ -47,4 +47,4 @@ void ObservedFinderSync::setBackupTitle(std::string title) {
     FinderSync::setBackupTitle(std::move(title));
 }
 
-} // namespace findersync
+} // namespace hosts::linux_host

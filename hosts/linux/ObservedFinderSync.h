@@ -8,13 +8,13 @@
 #include <utility>
 #include <vector>
 
-namespace findersync {
+namespace hosts::linux_host {
 
-/// A FinderSync that tells when one of its published properties takes another value: key-value
-/// observing for a platform that has none.
-class ObservedFinderSync : public FinderSync {
+/// A FinderSync that reports when one of its published properties changes: key-value observing for
+/// a platform that has none.
+class ObservedFinderSync : public findersync::FinderSync {
 public:
-    /// Called with the property's name before the new value is in force.
+    /// Called with the property's name, before the new value is set.
     using Observer = std::function<void(std::string_view property)>;
 
     /// Replaces the observer; there is none at first.
@@ -40,4 +40,4 @@ private:
     Observer observer_;
 };
 
-} // namespace findersync
+} // namespace hosts::linux_host

@@ -1,35 +1,36 @@
 #pragma once
 
 #include "platform/linux/RunLoop.h"
+#include "process/SystemdHandles.h"
 
 #include <string>
 #include <systemd/sd-bus.h>
 
-namespace findersync {
+namespace hosts::linux_host {
 
-/// The process's connection to the session bus, under the extension's own name.
+/// The process's connection to the session bus, which owns the extension's bus name.
 class SessionBus {
 public:
     SessionBus() = default;
-    ~SessionBus();
     SessionBus(const SessionBus&) = delete;
     SessionBus& operator=(const SessionBus&) = delete;
 
-    /// Connects, takes the name and has the run loop serve the connection.
-    /// On failure, says on standard error what is wrong and what to do, and gives false.
+    /// Connects, takes the name and attaches the connection to the run loop.
+    /// On failure, writes the cause and the remedy to standard error, and gives false.
     [[nodiscard]] bool open(const std::string& name, platform::linux_backend::RunLoop& runLoop);
 
-    /// Whether the bus is there still; otherwise the session is over, which is said on standard
-    /// error. The library tells of it by a message, for which there may be no memory.
+    /// Whether the connection is open. When it is not, the session is over, which is logged to
+    /// standard error. (sd-bus reports a lost connection by a message, which it cannot make when
+    /// memory is short.)
     [[nodiscard]] bool isOpen() const;
 
     /// The connection, null before `open`. Owned by this object.
-    [[nodiscard]] sd_bus* get() const { return bus_; }
+    [[nodiscard]] sd_bus* get() const { return bus_.get(); }
 
 private:
     [[nodiscard]] bool takeName(const std::string& name);
 
-    sd_bus* bus_ = nullptr;
+    process::Bus bus_;
 };
 
-} // namespace findersync
+} // namespace hosts::linux_host

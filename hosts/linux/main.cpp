@@ -23,30 +23,30 @@
 
 namespace {
 
-/// What one large request has taken goes back to the system. Left to itself, the allocator comes to
-/// keep up to 64 MiB of that.
-void keepLittleMemory() {
+/// Has the allocator return the memory of a large request to the system. By default its thresholds
+/// grow, and it keeps up to 64 MiB.
+void returnFreedMemory() {
     constexpr int large = 1024 * 1024; // bytes
     (void)::mallopt(M_MMAP_THRESHOLD, large);
     (void)::mallopt(M_TRIM_THRESHOLD, large);
 }
 
-/// Serves until it is told to end. Gives the exit code of the process.
+/// Runs the extension until a signal or the end of the session. Gives the exit code.
 int serve() {
     auto& runLoop = platform::linux_backend::runLoopOfThisThread();
     if (const int result = process::endOnSignals(runLoop.event()); result < 0)
         platform::fatalError(std::string("signals cannot be watched: ") + std::strerror(-result));
 
-    // The name comes first: a second instance ends before it has touched anything.
-    findersync::SessionBus bus;
+    // The name comes first: a second instance ends before it reads settings or connects.
+    hosts::linux_host::SessionBus bus;
     if (!bus.open(findersync::busName, runLoop))
         return EXIT_FAILURE;
 
-    findersync::ObservedFinderSync extension;
+    hosts::linux_host::ObservedFinderSync extension;
     if (extension.init() == nullptr)
         return EXIT_FAILURE;
-    findersync::ExtensionService service(bus.get(), extension,
-                                         platform::linux_backend::finderSyncController());
+    hosts::linux_host::ExtensionService service(bus.get(), extension,
+                                                platform::linux_backend::finderSyncController());
     if (const int result = service.publish(); result < 0)
         platform::fatalError(std::string("the object cannot be put onto the session bus: ") +
                              std::strerror(-result));
@@ -55,7 +55,7 @@ int serve() {
     return EXIT_SUCCESS;
 }
 
-/// Nothing is caught anywhere: what is thrown is for want of memory, or a mistake.
+/// No exception is caught anywhere else: it means that memory is exhausted, or a bug.
 [[noreturn]] void endOnException() {
     try {
         if (const std::exception_ptr thrown = std::current_exception())
@@ -81,10 +81,11 @@ void printUsage() {
                       group.c_str(), group.c_str());
 }
 
-/// Answers the command line. Gives the exit code of the process, or none when it is to serve.
+/// Handles the command line. Gives the exit code of the process, or none when it is to run the
+/// extension.
 ///
-/// By hand: a command-line parser would take more memory, for the life of the process, than all
-/// the rest of its code.
+/// Written by hand: the code of a command-line parser library would take more memory than all the
+/// rest of the program.
 std::optional<int> answer(int argc, char** argv) {
     if (argc < 2)
         return std::nullopt;
@@ -111,6 +112,6 @@ int main(int argc, char** argv) {
     process::secureStandardDescriptors();
     if (const std::optional<int> code = answer(argc, argv))
         return *code;
-    keepLittleMemory();
+    returnFreedMemory();
     return serve();
 }

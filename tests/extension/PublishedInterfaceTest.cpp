@@ -32,7 +32,6 @@ TEST_F(PublishedInterface, AllButTheServerAddressAreWritable) {
 }
 
 TEST_F(PublishedInterface, AccessorSelectorsFollowThePlatformsNaming) {
-    EXPECT_EQ(publishedProperty("serverPort")->getterSelector(), "serverPort");
     EXPECT_EQ(publishedProperty("serverPort")->setterSelector(), "setServerPort:");
     EXPECT_EQ(publishedProperty("isSocketConnected")->setterSelector(), "setIsSocketConnected:");
     EXPECT_EQ(publishedProperty("serverAddress")->setterSelector(), "");

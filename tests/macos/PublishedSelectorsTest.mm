@@ -79,7 +79,7 @@ Selectors expectedSelectors() {
     Selectors expected;
     for (const PublishedProperty& property : publishedProperties()) {
         const Signature type = std::visit(GetterSignature(), property.accessors);
-        expected.emplace(property.getterSelector(), type);
+        expected.emplace(property.name, type);
         if (property.isWritable())
             expected.emplace(property.setterSelector(), nothing + type);
     }
