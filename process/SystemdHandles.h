@@ -27,7 +27,8 @@ using Slot = std::unique_ptr<sd_bus_slot, Unref>;
 using Credentials = std::unique_ptr<sd_bus_creds, Unref>;
 
 /// Where a function of libsystemd is to put the object that it makes:
-/// `sd_bus_open_user(Out(bus))`. C++23 has std::out_ptr for this.
+/// `sd_bus_open_user(Out(bus))`. The handle has the object once the whole expression that holds the
+/// call is evaluated. C++23 has std::out_ptr for this.
 template <typename T> class Out {
 public:
     explicit Out(std::unique_ptr<T, Unref>& handle) : handle_(handle) {}

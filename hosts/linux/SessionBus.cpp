@@ -19,11 +19,11 @@ void complain(const std::string& text) {
 /// The process that owns a bus name, as ", process 4711"; empty when it cannot be found out.
 std::string processOfOwner(sd_bus* bus, const std::string& name) {
     process::Credentials credentials;
+    const int result =
+        sd_bus_get_name_creds(bus, name.c_str(), SD_BUS_CREDS_PID, process::Out(credentials));
     pid_t process = 0;
     std::string text;
-    if (sd_bus_get_name_creds(bus, name.c_str(), SD_BUS_CREDS_PID, process::Out(credentials)) >=
-            0 &&
-        sd_bus_creds_get_pid(credentials.get(), &process) >= 0)
+    if (result >= 0 && sd_bus_creds_get_pid(credentials.get(), &process) >= 0)
         text = ", process " + std::to_string(process);
     return text;
 }
