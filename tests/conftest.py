@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import re
+import select
 import signal
 import socket
 import subprocess
@@ -62,8 +63,21 @@ class Peer:
         self.connection.settimeout(PATIENCE)
         self.connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
 
+    def nobody_connects(self, within=0):
+        """Whether no connection is there to be accepted, nor comes within so many seconds."""
+        return select.select([self.listener], [], [], within)[0] == []
+
     def send(self, data):
         self.connection.sendall(data)
+
+    def receive(self, length):
+        """So many bytes, however many reads that takes."""
+        received = b""
+        while len(received) < length:
+            part = self.connection.recv(length - len(received))
+            assert part, f"the link has ended after {received}"
+            received += part
+        return received
 
     def reset(self):
         linger_not_at_all = b"\x01\x00\x00\x00\x00\x00\x00\x00"
@@ -242,6 +256,13 @@ class Session:
         if "stdout" not in options:
             extension.wait_output("Sending\n")
         return peer, extension
+
+    def announce(self, peer, *paths):
+        """Has the companion announce folders, one after the other."""
+        for path in map(str, paths):
+            before = self.get("pathsOfRootFolders")
+            peer.send(line(type="add_folder", path=path))
+            self.wait_for_value("pathsOfRootFolders", [*before, path])
 
     def connect_to_bus(self):
         connection = open_dbus_connection(self.address)

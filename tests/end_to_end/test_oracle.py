@@ -36,7 +36,6 @@ class Play:
         self.peer, self.extension = session.start_connected(settings)
         session.wait_for_name()
         self.answers = []
-        self.received = b""
 
     def perform(self, name, *arguments):
         if name == "send":
@@ -47,10 +46,6 @@ class Play:
             answer = ask(self.session, name, *arguments)
             if answer is not None:
                 self.answers.append(answer)
-
-    def receive(self, length):
-        while len(self.received) < length:
-            self.received += self.peer.connection.recv(length - len(self.received))
 
 
 @pytest.mark.parametrize("number", range(SESSIONS))
@@ -76,10 +71,10 @@ def test_a_session_goes_as_the_model_says(session, number):
         assert play.extension.wait() == -signal.SIGABRT
         assert play.extension.error().endswith(f"{death}\n")
 
-    play.receive(len(world.received))
+    received = play.peer.receive(len(world.received))
     assert play.extension.output() == printed(world.records)
     assert play.answers == answers_of(world.records)
-    assert compare.parse_reports(play.received) == compare.parse_reports(world.received)
+    assert compare.parse_reports(received) == compare.parse_reports(world.received)
     if death:
         return
     state = session.get_all()

@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import select
 import shutil
 import signal
 import subprocess
@@ -13,15 +14,11 @@ from jeepney import message_bus
 
 
 @pytest.mark.parametrize("with_signal", [signal.SIGTERM, signal.SIGINT])
-def test_signals_end_it_with_zero(session, with_signal):
-    _, extension = session.start_connected()
-    assert extension.end(with_signal) == 0
-    assert "fatal" not in extension.error()
-
-
-def test_the_end_closes_the_link_and_frees_the_name(session):
+def test_a_signal_ends_it_closes_the_link_and_frees_the_name(session, with_signal):
     peer, extension = session.start_connected()
-    assert extension.end() == 0
+    log = extension.error()
+    assert extension.end(with_signal) == 0
+    assert extension.error() == log
     assert peer.connection.recv(1) == b""
     session.start_extension()
     session.wait_for_name()
@@ -37,9 +34,7 @@ def test_without_a_session_bus_it_says_what_to_do_and_connects_nowhere(session):
     assert extension.error().count("\n") == 1
     assert "no session bus" in extension.error()
     assert "dbus-run-session" in extension.error()
-    peer.listener.settimeout(0.2)
-    with pytest.raises(TimeoutError):
-        peer.accept()
+    assert peer.nobody_connects()
 
 
 def test_a_second_instance_says_who_is_first_and_connects_nowhere(session):
@@ -51,9 +46,7 @@ def test_a_second_instance_says_who_is_first_and_connects_nowhere(session):
     assert BUS_NAME in second.error()
     if not session.wrapper:
         assert f"process {first.popen.pid}" in second.error()
-    peer.listener.settimeout(0.2)
-    with pytest.raises(TimeoutError):
-        peer.accept()
+    assert peer.nobody_connects()
     assert first.popen.poll() is None
 
 
@@ -64,61 +57,53 @@ def test_it_ends_with_the_session_bus(session):
     assert "the session bus has gone" in extension.error()
 
 
-def test_nobody_reads_standard_output_any_more(session):
+@pytest.mark.parametrize("stream", ["stdout", "stderr"])
+def test_nobody_reads_its_output_any_more(session, stream):
     reading, writing = os.pipe()
-    peer, extension = session.start_connected(stdout=writing)
+    peer, extension = session.start_connected(**{stream: writing})
     os.close(writing)
     os.close(reading)
-    peer.send(line(type="add_folder", path="/a"))
-    session.wait_for_value("pathsOfRootFolders", ["/a"])
-    assert extension.end() == 0
-
-
-def test_nobody_reads_standard_error_any_more(session):
-    reading, writing = os.pipe()
-    _, extension = session.start_connected(stderr=writing)
-    os.close(writing)
-    os.close(reading)
+    session.announce(peer, "/a")
     session.method("BeginObservingDirectoryAtURL", "s", "file:///a")
     session.method("EndObservingDirectoryAtURL", "s", "file:///a")
     assert extension.end() == 0
 
 
 def test_without_its_images_it_says_which_one_is_missing(session):
-    session.programs = session.folder / "elsewhere" / "bin"
+    original = session.programs / "finder-sync-extension"
+    session.programs = session.folder / "elsewhere/bin"
     session.programs.mkdir(parents=True)
-    original = pathlib.Path(os.environ["FINDER_SYNC_BIN"]) / "finder-sync-extension"
     shutil.copy(original, session.programs)
     peer = session.listen()
     extension = session.start_extension({"ServerPort": peer.port})
     assert extension.wait() == -signal.SIGABRT
     assert extension.error().endswith(
         'fatal error: the image "icon_Folder" is missing from the resources\n')
-    peer.listener.settimeout(0.2)
-    with pytest.raises(TimeoutError):
-        peer.accept()
+    assert peer.nobody_connects()
+
+
+def fill_standard_output(session, non_blocking=False):
+    """Has 100 kB of trace written, more than the pipe holds, and waits until it is full."""
+    reading, writing = os.pipe()
+    if non_blocking:
+        os.set_blocking(writing, False)  # shared with the process: it has to wait by itself
+    peer, extension = session.start_connected(stdout=writing)
+    for number in range(100):
+        peer.send(line(type="hello", number=number)[:-1].ljust(1023) + b"\n")
+    wait_for(lambda: not select.select([], [writing], [], 0)[1] and extension.state() == "S",
+             "a full pipe")
+    os.close(writing)
+    return peer, extension, reading
 
 
 def test_a_full_standard_output_does_not_keep_it_from_ending(session):
-    reading, writing = os.pipe()
-    peer, extension = session.start_connected(stdout=writing)
-    os.close(writing)
-    # 66 kB of trace: more than a pipe holds.
-    for number in range(64):
-        peer.send(line(type="hello", number=number)[:-1].ljust(1023) + b"\n")
-    wait_for(lambda: extension.state() == "S")
+    _, extension, reading = fill_standard_output(session)
     assert extension.end() == 0
     os.close(reading)
 
 
 def test_a_slow_reader_of_standard_output_gets_everything(session):
-    reading, writing = os.pipe()
-    peer, extension = session.start_connected(stdout=writing)
-    os.set_blocking(writing, False)  # shared with the process: it has to wait by itself
-    os.close(writing)
-    for number in range(100):
-        peer.send(line(type="hello", number=number)[:-1].ljust(1023) + b"\n")
-    time.sleep(0.2)
+    peer, extension, reading = fill_standard_output(session, non_blocking=True)
     peer.connection.close()
     with os.fdopen(reading, "rb") as pipe:
         output = b""
@@ -128,25 +113,14 @@ def test_a_slow_reader_of_standard_output_gets_everything(session):
     assert extension.end() == 0
 
 
-@pytest.mark.parametrize("closed", [[0], [1], [2], [0, 1, 2]])
+@pytest.mark.parametrize("closed", ["0>&-", "1>&-", "2>&-", "0>&- 1>&- 2>&-"])
 def test_closed_standard_descriptors_do_not_turn_into_the_link(session, closed):
-    peer = session.listen()
-    session.store_settings({"ServerPort": peer.port})
-    close = " ".join(f"{descriptor}>&-" for descriptor in closed)
-    program = session.programs / "finder-sync-extension"
-    process = subprocess.Popen(["sh", "-c", f"exec {program} {close}"], env=session.environment,
-                               stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    try:
-        peer.accept()
-        peer.send(line(type="add_folder", path="/a"))
-        session.wait_for_value("pathsOfRootFolders", ["/a"])
-        session.method("BeginObservingDirectoryAtURL", "s", "file:///a")
-        process.terminate()
-        assert process.wait() == 0
-        assert peer.connection.recv(100) == b""
-    finally:
-        process.kill()
-        process.wait()
+    session.wrapper = ["sh", "-c", f'exec "$@" {closed}', "sh", *session.wrapper]
+    peer, extension = session.start_connected(stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    session.announce(peer, "/a")
+    session.method("BeginObservingDirectoryAtURL", "s", "file:///a")
+    assert extension.end() == 0
+    assert peer.connection.recv(100) == b""
 
 
 def test_a_flooding_peer_does_not_keep_it_from_ending(session):
@@ -165,30 +139,33 @@ def test_a_flooding_peer_does_not_keep_it_from_ending(session):
     assert extension.wait() == 0
 
 
-def test_log_lines_for_a_journal_carry_their_level(session):
-    folder = session.folder
-    with open(folder / "journal", "wb") as journal:
-        status = os.fstat(journal.fileno())
-        extension = session.start(
-            "finder-sync-extension", stderr=journal,
-            environment={"JOURNAL_STREAM": f"{status.st_dev}:{status.st_ino}"})
-        session.wait_for_name()
-        session.method("BeginObservingDirectoryAtURL", "s", "file:///a")
-        extension.end()
-    lines = (folder / "journal").read_text().splitlines()
-    assert lines[-1] == "<6>beginObservingDirectoryAtURL: file:///a"
-    assert lines[0].startswith("<6>FinderSync() launched from /")
+@pytest.fixture
+def journal(session):
+    """A file that takes standard error as the system's journal does."""
+    with open(session.folder / "journal", "wb") as file:
+        status = os.fstat(file.fileno())
+        session.environment["JOURNAL_STREAM"] = f"{status.st_dev}:{status.st_ino}"
+        yield file
 
 
-def test_fatal_errors_in_a_journal_are_critical(session):
-    session.store_settings("no JSON")
-    with open(session.folder / "journal", "wb") as journal:
-        status = os.fstat(journal.fileno())
-        extension = session.start(
-            "finder-sync-extension", stderr=journal,
-            environment={"JOURNAL_STREAM": f"{status.st_dev}:{status.st_ino}"})
-        assert extension.wait() == -signal.SIGABRT
-    assert (session.folder / "journal").read_text().startswith("<2>fatal error: ")
+def lines_of(journal):
+    return pathlib.Path(journal.name).read_text().splitlines()
+
+
+def test_log_lines_for_a_journal_carry_their_level(session, journal):
+    extension = session.start_extension(stderr=journal)
+    session.wait_for_name()
+    session.method("BeginObservingDirectoryAtURL", "s", "file:///a")
+    assert extension.end() == 0
+    first, last = lines_of(journal)
+    assert first.startswith("<6>FinderSync() launched from /")
+    assert last == "<6>beginObservingDirectoryAtURL: file:///a"
+
+
+def test_fatal_errors_in_a_journal_are_critical(session, journal):
+    extension = session.start_extension("no JSON", stderr=journal)
+    assert extension.wait() == -signal.SIGABRT
+    assert lines_of(journal)[0].startswith("<2>fatal error: ")
 
 
 @pytest.mark.parametrize("arguments, code, expected", [
@@ -223,8 +200,7 @@ def test_the_bus_starts_it_and_starts_it_anew(session):
     for _ in range(2):
         assert session.get("pathsOfRootFolders") == []  # the question starts it
         peer.accept()
-        peer.send(line(type="add_folder", path="/a"))
-        session.wait_for_value("pathsOfRootFolders", ["/a"])
+        session.announce(peer, "/a")
         process = session.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
         os.kill(process, signal.SIGTERM)
         assert peer.connection.recv(1) == b""

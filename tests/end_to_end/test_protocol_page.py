@@ -27,10 +27,7 @@ def test_the_examples_of_the_protocol_page(session):
                 session.method("PerformAction", "sas", selector, urls)
         elif kind == "receive":
             expected = text.removesuffix("\n").encode()
-            received = b""
-            while len(received) < len(expected):
-                received += peer.connection.recv(len(expected) - len(received))
-            assert received == expected
+            assert peer.receive(len(expected)) == expected
         else:
             for expectation in text.splitlines():
                 name, value = expectation.split(" ", 1)
