@@ -6,6 +6,7 @@ import os
 import pathlib
 import re
 import select
+import shutil
 import signal
 import socket
 import subprocess
@@ -24,12 +25,12 @@ PATIENCE = 20  # seconds; far more than anything here takes, sanitizers and valg
 KEPT_VARIABLES = ("PATH", "ASAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS",
                   "GCOV_PREFIX", "GCOV_PREFIX_STRIP")
 SYSTEM_BUS_CONFIGURATION = pathlib.Path("/usr/share/dbus-1/session.conf")
-# Unlike the system's, it starts no service but those that are in `services`.
+# Unlike the system's, it names no folder in which the machine's services are.
 BUS_CONFIGURATION = """<busconfig><type>session</type><listen>unix:tmpdir=/tmp</listen>
-<servicedir>{services}</servicedir>
 <policy context="default"><allow send_destination="*" eavesdrop="true"/><allow eavesdrop="true"/>
 <allow own="*"/></policy>
-{limits}</busconfig>
+{}
+</busconfig>
 """
 
 
@@ -173,42 +174,45 @@ class Session:
         """Where the build, or the installation, has its data files."""
         return self.programs.parent / "share"
 
-    def start_bus(self, *services, configuration=None, limits=None, **environment):
+    def start_bus(self, *services, folders=(), limits=None):
         """A bus of our own, in place of the one before. It can start these services, by their
-        names, and has the limits of every session's bus but for those given here."""
+        names, later those in these folders, and no other that the machine has. Its limits are
+        those of every session's bus, but for those given here."""
         self.end_bus()
-        configuration = configuration or self.configure_bus(services, limits or {})
+        self.configure_bus(services, folders, limits or {})
         with open(self.bus_log, "wb") as log:
             self.daemon = subprocess.Popen(
                 ["setpriv", "--pdeathsig", "KILL",  # even if the tests are killed
-                 "dbus-daemon", f"--config-file={configuration}", "--print-address", "--nofork",
-                 "--nopidfile", *self.bus_options],
-                stdout=subprocess.PIPE, stderr=log, text=True, env=self.environment | environment,
+                 "dbus-daemon", f"--config-file={self.bus_configuration}", "--print-address",
+                 "--nofork", "--nopidfile"],
+                stdout=subprocess.PIPE, stderr=log, text=True, env=self.environment,
                 start_new_session=True)  # or Ctrl-C would end it before us
         self.address = self.daemon.stdout.readline().strip()
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = self.address
+        assert startable_services(self.address) == {*services}
 
-    def configure_bus(self, services, limits):
-        folder = self.folder / "services"
-        folder.mkdir(exist_ok=True)
+    def configure_bus(self, services, folders, limits):
+        links = self.folder / "services"
+        shutil.rmtree(links, ignore_errors=True)
+        links.mkdir()
         for name in services:
-            places = (self.share, pathlib.Path("/usr/share"))
-            files = (place / "dbus-1/services" / f"{name}.service" for place in places)
-            link = folder / f"{name}.service"
-            if not link.is_symlink():
-                link.symlink_to(next(file for file in files if file.exists()))
-        lines = re.findall("<limit .*</limit>", SYSTEM_BUS_CONFIGURATION.read_text())
+            file = f"dbus-1/services/{name}.service"
+            places = (place / file for place in (self.share, pathlib.Path("/usr/share")))
+            (links / f"{name}.service").symlink_to(next(filter(pathlib.Path.exists, places)))
+        lines = [f"<servicedir>{folder}</servicedir>" for folder in (links, *folders)]
+        lines += re.findall("<limit .*</limit>", SYSTEM_BUS_CONFIGURATION.read_text())
         lines += [f'<limit name="{name}">{value}</limit>' for name, value in limits.items()]
-        configuration = self.folder / "bus.conf"
-        configuration.write_text(
-            BUS_CONFIGURATION.format(services=folder, limits="\n".join(lines)))
-        return configuration
+        self.bus_configuration.write_text(BUS_CONFIGURATION.format("\n".join(lines)))
 
     def end_bus(self):
         if self.daemon:
             self.daemon.terminate()  # and not killed: it removes its socket
             self.daemon.wait()
             self.daemon.stdout.close()
+
+    @property
+    def bus_configuration(self):
+        return self.folder / "bus.conf"
 
     @property
     def bus_log(self):
@@ -283,6 +287,9 @@ class Session:
         wait_for(lambda: self.call(message_bus.NameHasOwner(BUS_NAME))[0], BUS_NAME)
         self.get("serverAddress")
 
+    def process_of_extension(self):
+        return self.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
+
     def get(self, name):
         return self.call(Properties(EXTENSION).get(name))[0][1]
 
@@ -327,6 +334,13 @@ class BusError(Exception):
     def __init__(self, reply):
         self.name = reply.header.fields.get(4)
         super().__init__(f"{self.name}: {reply.body[0] if reply.body else ''}")
+
+
+def startable_services(address):
+    """Names of the services that a bus can start."""
+    with open_dbus_connection(address) as connection:
+        names, = connection.send_and_get_reply(message_bus.ListActivatableNames()).body
+    return {*names} - {"org.freedesktop.DBus"}
 
 
 def valgrind(folder):

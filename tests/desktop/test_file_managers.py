@@ -5,22 +5,18 @@ import os
 import signal
 
 from conftest import BUS_NAME, line, wait_for
-from desktops import BACKUP, ENTRY_ICON, LINK, desktop, file_manager, with_badges, with_named_entries  # noqa: F401
+from desktops import (BACKUP, ENTRY_ICON, LINK, desktop, file_manager,  # noqa: F401
+                      with_badges, with_named_entries)
 from jeepney import message_bus
-
-
-def demonstration(desktop):
-    folder = desktop.home / "demonstration"
-    (folder / "Sync").mkdir(parents=True)
-    (folder / "Other").mkdir()
-    (folder / "Sync/Letter.txt").write_text("Dear you,\n")
-    return folder
 
 
 def opened(desktop, file_manager, where="."):
     """A window on the demonstration, or on a folder in it, and the companion's end of the link of
     the extension, which the file manager has had the bus start."""
-    folder = demonstration(desktop)
+    folder = desktop.home / "demonstration"
+    (folder / "Sync").mkdir(parents=True)
+    (folder / "Other").mkdir()
+    (folder / "Sync/Letter.txt").write_text("Dear you,\n")
     peer = desktop.listen()
     desktop.store_settings(
         {"ServerPort": peer.port, "ShareViaUrlTitle": LINK, "BackupTitle": BACKUP})
@@ -31,11 +27,6 @@ def opened(desktop, file_manager, where="."):
         wait_for(lambda: "requestBadgeIdentifierForURL" in desktop.bus_log.read_text(),
                  "a question for a badge")
     return folder, peer
-
-
-def announce(desktop, peer, folder):
-    peer.send(line(type="add_folder", path=str(folder)))
-    desktop.wait_for_value("pathsOfRootFolders", [str(folder)])
 
 
 @with_badges
@@ -51,7 +42,7 @@ def test_a_root_folder_gets_its_badge_in_the_open_window(desktop, file_manager):
 
 def test_an_entry_is_picked_and_reported(desktop, file_manager):
     folder, peer = opened(desktop, file_manager, "Sync")
-    announce(desktop, peer, folder / "Sync")
+    desktop.announce(peer, folder / "Sync")
     file_manager.icon("Letter.txt", "menu")
     entry = file_manager.entry(LINK)
     assert desktop.shows(ENTRY_ICON, entry) == file_manager.has_entry_icons
@@ -91,8 +82,7 @@ def test_an_extension_that_dies_takes_its_badges_along(desktop, file_manager):
     folder, peer = opened(desktop, file_manager)
     peer.send(line(type="add_folder", path=str(folder / "Sync")))
     wait_for(lambda: file_manager.has_badge("Sync"), "the badge")
-    process = desktop.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
-    os.kill(process, signal.SIGKILL)
+    os.kill(desktop.process_of_extension(), signal.SIGKILL)
     wait_for(lambda: not file_manager.has_badge("Sync"), "no badge")
     # The next time that something is asked for, it is started anew.
     file_manager.icon("Sync", "menu")
@@ -104,12 +94,11 @@ def test_an_extension_that_dies_takes_its_badges_along(desktop, file_manager):
 
 def test_a_menu_starts_an_extension_that_has_died(desktop, file_manager):
     folder, peer = opened(desktop, file_manager, "Sync")
-    process = desktop.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
-    os.kill(process, signal.SIGKILL)
+    os.kill(desktop.process_of_extension(), signal.SIGKILL)
     wait_for(lambda: not desktop.call(message_bus.NameHasOwner(BUS_NAME))[0], "its end")
     file_manager.icon("Letter.txt", "menu")
     peer.accept()
-    announce(desktop, peer, folder / "Sync")
+    desktop.announce(peer, folder / "Sync")
     file_manager.close_menu()
     file_manager.icon("Letter.txt", "menu")
     file_manager.entry(LINK)

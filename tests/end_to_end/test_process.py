@@ -201,7 +201,6 @@ def test_the_bus_starts_it_and_starts_it_anew(session):
         assert session.get("pathsOfRootFolders") == []  # the question starts it
         peer.accept()
         session.announce(peer, "/a")
-        process = session.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
-        os.kill(process, signal.SIGTERM)
+        os.kill(session.process_of_extension(), signal.SIGTERM)
         assert peer.connection.recv(1) == b""
         wait_for(lambda: not session.call(message_bus.NameHasOwner(BUS_NAME))[0])

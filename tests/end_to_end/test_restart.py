@@ -3,8 +3,6 @@
 import signal
 
 import pytest
-from jeepney import message_bus
-
 from conftest import BUS_NAME, line, wait_for
 
 
@@ -20,16 +18,12 @@ def restart(session):
     return process.wait(), process.error()
 
 
-def process_of_extension(session):
-    return session.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
-
-
 def test_a_companion_that_starts_later_is_found_after_a_restart(activating):
     peer = activating.listen()
     peer.close()  # nobody listens there now
     activating.store_settings({"ServerPort": peer.port})
     assert activating.get("pathsOfRootFolders") == []  # the question starts it
-    before = process_of_extension(activating)
+    before = activating.process_of_extension()
 
     companion = activating.listen(peer.port)
     assert companion.nobody_connects(within=0.3)  # a process tries once
@@ -38,7 +32,7 @@ def test_a_companion_that_starts_later_is_found_after_a_restart(activating):
     companion.send(line(type="add_folder", path="/sync"))
     wait_for(lambda: activating.method("RequestBadgeIdentifierForURL", "s", "file:///sync")
              == ("FolderIco",))
-    assert process_of_extension(activating) != before
+    assert activating.process_of_extension() != before
 
 
 def test_without_an_extension_it_is_started(activating):

@@ -5,7 +5,7 @@ import pathlib
 import subprocess
 
 import pytest
-from conftest import BUS_NAME, GROUP, SYSTEM_BUS_CONFIGURATION, line, wait_for
+from conftest import BUS_NAME, GROUP, line, wait_for
 from jeepney import message_bus
 
 from .installation import BUILD, run
@@ -34,9 +34,8 @@ def tree(home):
 
 
 def test_the_bus_starts_what_is_installed_and_nothing_is_left(session):
-    # The bus takes the home from the list of users, and not from HOME.
-    session.start_bus(configuration=SYSTEM_BUS_CONFIGURATION, XDG_DATA_DIRS=str(session.folder),
-                      XDG_DATA_HOME=str(session.home / ".local/share"))
+    # Where every session's bus looks in a home.
+    session.start_bus(folders=[session.home / ".local/share/dbus-1/services"])
     peer = session.listen()
     session.store_settings({"ServerPort": peer.port})
     before = tree(session.home)
@@ -47,8 +46,7 @@ def test_the_bus_starts_what_is_installed_and_nothing_is_left(session):
     programs = session.home / ".local/bin"
     session.get("serverAddress")  # the question starts it
     peer.accept()
-    process = session.call(message_bus.GetConnectionUnixProcessID(BUS_NAME))[0]
-    assert os.readlink(f"/proc/{process}/exe") == str(programs / "finder-sync-extension")
+    assert os.readlink(f"/proc/{session.process_of_extension()}/exe") == str(programs / "finder-sync-extension")
     peer.send(line(type="add_folder", path="/sync"))
     wait_for(lambda: "FolderIco" in run(str(programs / "finderctl"), "badge", "/sync",
                                         env=session.environment), "the badge")
