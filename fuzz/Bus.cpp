@@ -6,7 +6,6 @@
 #include "hosts/linux/ExtensionService.h"
 #include "hosts/linux/ObservedFinderSync.h"
 #include "platform/linux/RunLoop.h"
-#include "platform/linux/URL.h"
 #include "platform/text/Unicode.h"
 #include "process/SystemdHandles.h"
 
@@ -203,20 +202,6 @@ public:
                 "wrong arguments are taken");
     }
 
-    /// A badge is answered for the URL of a file, and for nothing else.
-    void requestBadge() {
-        const std::string url = caller_.text();
-        const Message call =
-            caller_.call(findersync::interfaceName, "RequestBadgeIdentifierForURL");
-        if (sd_bus_message_append_basic(call.get(), 's', url.c_str()) < 0)
-            return;
-        const Message answer = caller_.answer(call);
-        std::string failure;
-        const auto known = platform::linux_backend::fileURLWithString(url.c_str(), failure);
-        require((sd_bus_message_is_method_error(answer.get(), nullptr) == 0) == (known != nullptr),
-                "a URL is taken, or is not");
-    }
-
     void setProperty() {
         const Member& property = caller_.bytes().PickValueInArray(propertiesOfObject);
         const Message call = caller_.call(properties, "Set");
@@ -266,8 +251,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Session session(connection, bytes);
     for (int count = 0; count < 20 && bytes.remaining_bytes() > 0; ++count) {
         using Step = void (Session::*)();
-        static constexpr Step steps[] = {&Session::announceFolders, &Session::requestBadge,
-                                         &Session::requestBadge,    &Session::setProperty,
+        static constexpr Step steps[] = {&Session::announceFolders, &Session::setProperty,
                                          &Session::getProperties,   &Session::callMember,
                                          &Session::callMember,      &Session::callMember};
         (session.*bytes.PickValueInArray(steps))();

@@ -3,7 +3,6 @@
 
 #include <csignal>
 
-using findersync::FinderSync;
 using platform::recording::makeURL;
 using tests::CountingFetches;
 using tests::Strings;
@@ -40,10 +39,6 @@ TEST_F(BadgeAssignment, WithoutRootFoldersOneLineIsLoggedAndNothingElseIsAsked) 
     EXPECT_TRUE(calls("path: ").empty());
 }
 
-TEST_F(BadgeAssignment, WithoutRootFoldersAnItemWithoutAPathIsNoFailure) {
-    EXPECT_EQ(badgeOf(*makeURL("file:///x", std::nullopt)), "");
-}
-
 TEST_F(BadgeAssignment, ARootFolderGetsTheBadge) {
     setRoots({"/Users/a/Sync"});
     EXPECT_EQ(badgeOf(*makeURL("file:///Users/a/Sync/", "/Users/a/Sync")), "FolderIco");
@@ -61,34 +56,6 @@ TEST_F(BadgeAssignment, TheURLIsPassedOnExactlyAsItCame) {
     EXPECT_EQ(world().assignments.size(), 1U);
 }
 
-TEST_F(BadgeAssignment, AccentsMatchHoweverTheyAreWritten) {
-    setRoots({"/caf\u00e9"});
-    EXPECT_EQ(badgeOf("/cafe\u0301"), "FolderIco");
-    setRoots({"/\ud55c"});
-    EXPECT_EQ(badgeOf("/\u1112\u1161\u11ab"), "FolderIco");
-    setRoots({"/\u212b"});
-    EXPECT_EQ(badgeOf("/\u00c5"), "FolderIco");
-    EXPECT_EQ(badgeOf("/A\u030a"), "FolderIco");
-    EXPECT_EQ(badgeOf("/A"), "");
-}
-
-TEST_F(BadgeAssignment, PathsAreNotNormalised) {
-    setRoots({"/a/../b", "~/Sync", "/a/./c", "", "/Users/b/Sync/", "/Users/b/case"});
-    EXPECT_EQ(badgeOf(*makeURL("file:///Users/b/Sync/", "/Users/b/Sync")), "");
-    EXPECT_EQ(badgeOf("/Users/b/Case"), "");
-    EXPECT_EQ(badgeOf("/b"), "");
-    EXPECT_EQ(badgeOf("/Users/a/Sync"), "");
-    EXPECT_EQ(badgeOf("/a/c"), "");
-    EXPECT_EQ(badgeOf("/"), "");
-    EXPECT_EQ(badgeOf("/a/../b"), "FolderIco");
-}
-
-TEST_F(BadgeAssignment, APathThatHoldsANulIsComparedToItsEnd) {
-    setRoots({std::string("/a\0b", 4)});
-    EXPECT_EQ(badgeOf("/a"), "");
-    EXPECT_EQ(badgeOf(std::string("/a\0b", 4)), "FolderIco");
-}
-
 TEST_F(BadgeAssignment, ExaminationStopsAtTheFirstMatch) {
     setRoots({"/r0", "/r1", "/r2", "/r3", "/r4"});
     EXPECT_EQ(badgeOf("/r2"), "FolderIco");
@@ -97,36 +64,6 @@ TEST_F(BadgeAssignment, ExaminationStopsAtTheFirstMatch) {
                        "path: %@ <- /r2", "curpath: %@ <- /r1", "path: %@ <- /r2",
                        "curpath: %@ <- /r2", "path: %@ <- /r2"}));
     EXPECT_EQ(calls("setBadgeIdentifier:forURL: "), Strings{"FolderIco file:///r2"});
-}
-
-TEST_F(BadgeAssignment, ARequestLogsOneLineAndTwoForEachEntryExamined) {
-    for (std::size_t count = 0; count < 8; ++count) {
-        Strings roots;
-        for (std::size_t index = 0; index < count; ++index)
-            roots.push_back("/r" + std::to_string(index));
-        setRoots(roots);
-        EXPECT_EQ(badgeOf("/elsewhere"), "");
-        EXPECT_EQ(calls("NSLog: ").size(), 1 + 2 * count);
-        for (std::size_t index = 0; index < count; ++index) {
-            EXPECT_EQ(badgeOf("/r" + std::to_string(index)), "FolderIco");
-            EXPECT_EQ(calls("NSLog: ").size(), 1 + 2 * (index + 1));
-        }
-    }
-}
-
-TEST_F(BadgeAssignment, RemovingARootFolderChangesNoBadgeThatIsShown) {
-    receive("{\"type\":\"add_folder\",\"path\":\"/a\"}\n");
-    EXPECT_EQ(badgeOf("/a"), "FolderIco");
-    const auto shown = world().assignments.size();
-    receive("{\"type\":\"del_folder\",\"path\":\"/a\"}\n");
-    EXPECT_EQ(world().assignments.size(), shown);
-    EXPECT_EQ(badgeOf("/a"), "");
-}
-
-TEST_F(BadgeAssignment, BadgesGoOnWhenTheLinkIsDown) {
-    setRoots({"/a"});
-    closeLink();
-    EXPECT_EQ(badgeOf("/a"), "FolderIco");
 }
 
 TEST_F(BadgeAssignment, TheListIsFetchedThroughItsGetterAtEachStep) {
@@ -151,25 +88,15 @@ TEST_F(BadgeAssignmentDeath, AListThatBecomesShorter) {
 TEST_F(BadgeAssignmentDeath, TheFilePathIsLoggedBeforeTheListIsFetched) {
     startConnected<TellingOfFetches>();
     const auto url = makeURL("https://example.com/a", "/a", false);
-    EXPECT_EXIT(badgeOf(*url), testing::KilledBySignal(SIGABRT), "print: Sending\nfatal error");
+    EXPECT_EXIT(badgeOf(*url), testing::KilledBySignal(SIGABRT),
+                "print: Sending\nfatal error: a URL has no file path: https://example.com/a\n$");
 }
 
 TEST_F(BadgeAssignmentDeath, TheRootIsLoggedBeforeThePathIsAskedFor) {
     setRoots({"/a"});
     const auto url = makeURL("file:///x", std::nullopt);
     EXPECT_EXIT(badgeOf(*url), testing::KilledBySignal(SIGABRT),
-                "NSLog: curpath: %@ <- /a\nfatal error");
-}
-
-TEST_F(BadgeAssignmentDeath, AURLWithoutAFilePath) {
-    const auto url = makeURL("https://example.com/a", "/a", false);
-    expectFatal([&] { (void)badgeOf(*url); }, "a URL has no file path: https://example.com/a");
-}
-
-TEST_F(BadgeAssignmentDeath, AURLWithoutAPathOnceThereIsARootFolder) {
-    setRoots({"/a"});
-    const auto url = makeURL("file:///x", std::nullopt);
-    expectFatal([&] { (void)badgeOf(*url); }, "a URL has no path: file:///x");
+                "NSLog: curpath: %@ <- /a\nfatal error: a URL has no path: file:///x\n$");
 }
 
 } // namespace

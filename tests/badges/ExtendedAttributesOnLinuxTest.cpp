@@ -55,10 +55,6 @@ protected:
     findersync::FinderSync extension;
 };
 
-TEST_F(ExtendedAttributesOnLinux, AFileWithoutAttributes) {
-    EXPECT_EQ(namesAt(item()), Strings());
-}
-
 TEST_F(ExtendedAttributesOnLinux, NamesAreListed) {
     set(item(), "user.b");
     set(item(), "user.caf\u00e9");

@@ -194,11 +194,6 @@ TEST(MemoryContract, BuffersOfEverySizeAreGiven) {
 
 using FatalErrorContract = contract::ContractTest;
 
-TEST_F(FatalErrorContract, EndsTheProcessBySIGABRTWithTheReason) {
-    EXPECT_EXIT(platform::fatalError("the reason"), testing::KilledBySignal(SIGABRT),
-                "fatal error: the reason\n");
-}
-
 TEST_F(FatalErrorContract, TheReasonIsOneLine) {
     EXPECT_EXIT(platform::fatalError("one\ntwo"), testing::KilledBySignal(SIGABRT),
                 "fatal error: one[^\n]*two\n$");

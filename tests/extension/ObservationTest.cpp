@@ -21,15 +21,6 @@ protected:
 };
 class ObservationDeath : public Observation {};
 
-TEST_F(Observation, EachCallbackIsLoggedOnceWithTheFilePathURL) {
-    const auto url = makeURL("file:///Users/u/", "/Users/u");
-    extension->beginObservingDirectoryAtURL(*url);
-    extension->endObservingDirectoryAtURL(*url);
-    EXPECT_EQ(calls("NSLog: "), (Strings{"beginObservingDirectoryAtURL: %@ <- file:///Users/u/",
-                                         "endObservingDirectoryAtURL: %@ <- file:///Users/u/"}));
-    EXPECT_EQ(calls("filePathURL: "), (Strings{"file:///Users/u/", "file:///Users/u/"}));
-}
-
 TEST_F(Observation, AReferenceIsLoggedAsThePathThatItStandsFor) {
     extension->beginObservingDirectoryAtURL(FileReference());
     EXPECT_EQ(calls("NSLog: "), Strings{"beginObservingDirectoryAtURL: %@ <- file:///Users/u/"});

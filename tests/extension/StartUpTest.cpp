@@ -117,58 +117,12 @@ TEST_F(StartUp, EveryKeyIsReadInOrderAndConvertedAfterwards) {
                        "fileURLWithPath: /Users/u/Sync"}));
 }
 
-TEST_F(StartUp, ARootFolderIsTheOnlyWatchedDirectoryAndNoRootFolderOfTheCompanion) {
-    const auto& started = startWith("RootFolder", text("/Users/u/Sync"));
-    ASSERT_EQ(world().directoryURLs.size(), 1U);
-    EXPECT_EQ(world().directoryURLs.front(), started.myFolderURL());
-    EXPECT_EQ(started.myFolderURL()->description(), "file:///Users/u/Sync");
-    EXPECT_TRUE(started.pathsOfRootFolders().empty());
-}
-
-TEST_F(StartUp, ARootFolderIsTakenAsItStands) {
-    for (const char* path :
-         {"", "/no/such/folder", "/Users/u/", "/Users/./u/..", "~/Sync", "Sync"}) {
-        startWith("RootFolder", text(path));
-        EXPECT_EQ(calls("fileURLWithPath: ").back(), path);
+TEST_F(StartUp, EveryPortOfThirtyTwoBitsIsPassedOn) {
+    for (const std::uint32_t port : {0U, 70000U, 4294967295U}) {
+        EXPECT_EQ(startWith("ServerPort", number(port)).serverPort(), port);
+        EXPECT_EQ(calls("CFStreamCreatePairWithSocketToHost: ").back(),
+                  "127.0.0.1 " + std::to_string(port));
     }
-}
-
-TEST_F(StartUp, APresentPortOfZeroWinsOverTheDefault) {
-    EXPECT_EQ(startWith("ServerPort", number(0)).serverPort(), 0U);
-    EXPECT_EQ(calls("CFStreamCreatePairWithSocketToHost: "), Strings{"127.0.0.1 0"});
-}
-
-TEST_F(StartUp, APortOfAnotherTypeIsConverted) {
-    EXPECT_EQ(startWith("ServerPort", text("5000")).serverPort(), 5000U);
-    EXPECT_EQ(startWith("ServerPort", text("letters")).serverPort(), 0U);
-    EXPECT_EQ(startWith("ServerPort", {true}).serverPort(), 1U);
-    EXPECT_EQ(startWith("ServerPort", {NSArray()}).serverPort(), 0U);
-}
-
-TEST_F(StartUp, APortAboveSixteenBitsIsPassedOn) {
-    EXPECT_EQ(startWith("ServerPort", number(70000)).serverPort(), 70000U);
-    EXPECT_EQ(calls("CFStreamCreatePairWithSocketToHost: "), Strings{"127.0.0.1 70000"});
-    EXPECT_EQ(startWith("ServerPort", number(4294967295)).serverPort(), 4294967295U);
-}
-
-TEST_F(StartUp, ADisplayValueIsStoredAsTheIntegerThatItGives) {
-    EXPECT_EQ(startWith("DisplayBackup", number(2)).displayBackup(), 2);
-    EXPECT_EQ(startWith("DisplayUrlLink", text("no")).displayUrlLink(), 0);
-}
-
-TEST_F(StartUp, AnEmptyTitleLeavesTheTitleEmpty) {
-    EXPECT_EQ(startWith("BackupTitle", text("")).backupTitle(), "");
-}
-
-TEST_F(StartUp, KeysAreMatchedWithCase) {
-    EXPECT_EQ(startWith("serverport", number(5000)).serverPort(), 61842U);
-}
-
-TEST_F(StartUp, LaunchIsLoggedExactlyOnce) {
-    start();
-    platform::recording::runAll();
-    EXPECT_EQ(calls("NSLog: "),
-              Strings{"FinderSync() launched from %@ <- /Extensions/FinderSync.appex"});
 }
 
 TEST_F(StartUp, WithoutABaseObjectThereIsNoneAndNothingIsStarted) {
@@ -176,14 +130,6 @@ TEST_F(StartUp, WithoutABaseObjectThereIsNoneAndNothingIsStarted) {
     findersync::FinderSync object;
     EXPECT_EQ(object.init(), nullptr);
     EXPECT_EQ(calls(), (Strings{"fileURLWithPath: /", "FIFinderSync init"}));
-}
-
-TEST_F(StartUp, TheFieldsHaveTheirInitialValuesBeforeTheBaseIsInitialised) {
-    const findersync::FinderSync object;
-    EXPECT_EQ(object.myFolderURL()->path(), "/");
-    EXPECT_EQ(object.serverPort(), 61842U);
-    EXPECT_TRUE(object.isSocketConnected());
-    EXPECT_EQ(object.displayUrlLink(), 1);
 }
 
 TEST_F(StartUp, OwnedFieldsAreReleasedInDeclaredOrderAndTheStreamsAreNotClosedBefore) {

@@ -1,7 +1,6 @@
 #include "tests/RecordingTest.h"
 
 using findersync::FinderSync;
-using platform::recording::makeURL;
 using tests::script;
 using tests::Strings;
 using tests::world;
@@ -26,42 +25,6 @@ TEST_F(ClickReports, OneSelectedItemIsReportedByItsPath) {
     EXPECT_EQ(reportOn({"/Users/u/Sync/a.txt"}),
               R"({"items":["/Users/u/Sync/a.txt"],"type":"clicked_backup"})");
     EXPECT_EQ(reportOn({"/b"}), R"({"items":["/b"],"type":"clicked_backup"})"); // read afresh
-}
-
-TEST_F(ClickReports, ItemsStandInTheFindersOrder) {
-    EXPECT_EQ(reportOn({"/c", "/a", "/b", "/a"}),
-              R"({"items":["/c","/a","/b","/a"],"type":"clicked_backup"})");
-}
-
-TEST_F(ClickReports, AnEmptySelectionIsReportedToo) {
-    EXPECT_EQ(reportOn({}), R"({"items":[],"type":"clicked_backup"})");
-}
-
-TEST_F(ClickReports, CharactersOutsideASCIIStandForThemselves) {
-    EXPECT_EQ(reportOn({"/caf\u00e9/e\u0301/\U0001f517"}),
-              "{\"items\":[\"/caf\u00e9/e\u0301/\U0001f517\"],\"type\":\"clicked_backup\"}");
-}
-
-TEST_F(ClickReports, WhatJSONRequiresIsEscaped) {
-    EXPECT_EQ(reportOn({std::string("/\"\\\n\t\x01\0", 7)}),
-              R"({"items":["/\"\\\n\t\u0001\u0000"],"type":"clicked_backup"})");
-}
-
-TEST_F(ClickReports, AnyTypeIsTakenAsItIs) {
-    select({});
-    extension->sendClickedData("");
-    extension->sendClickedData("\u00e9\"");
-    EXPECT_EQ(world().received,
-              "{\"items\":[],\"type\":\"\"}{\"items\":[],\"type\":\"\u00e9\\\"\"}");
-}
-
-TEST_F(ClickReports, TwoReportsFollowEachOtherWithNothingBetween) {
-    select({"/a"});
-    extension->sendClickedData("clicked_backup");
-    extension->sendClickedData("clicked_synced");
-    EXPECT_EQ(world().received, R"({"items":["/a"],"type":"clicked_backup"})"
-                                R"({"items":["/a"],"type":"clicked_synced"})");
-    EXPECT_EQ(calls("outputStream write").size(), 2U);
 }
 
 TEST_F(ClickReports, TheCallsAreMadeInTheExactOrder) {
@@ -90,20 +53,6 @@ TEST_F(ClickReports, ThereIsOneWriteWhateverItGives) {
     }
 }
 
-TEST_F(ClickReports, AWriteIsTriedAfterTheLinkHasGoneDown) {
-    closeLink();
-    EXPECT_FALSE(extension->isSocketConnected());
-    (void)reportOn({"/a"});
-    EXPECT_EQ(calls("outputStream write").size(), 1U);
-}
-
-TEST_F(ClickReports, AWriteOnABrokenLinkFailsQuietly) {
-    platform::recording::peerResets();
-    platform::recording::runAll();
-    EXPECT_EQ(reportOn({"/a"}), "");
-    EXPECT_TRUE(extension->isSocketConnected());
-}
-
 TEST_F(ClickReports, AReportThatCannotBeWrittenAsJSONIsAWriteOfNothing) {
     select({"/a"});
     for (const int failure : {0, 1, 2}) {
@@ -130,17 +79,6 @@ TEST_F(ClickReports, TheTextIsMadeThroughItsSlot) {
 TEST_F(ClickReportsDeath, NoSelection) {
     script().selection = std::nullopt;
     expectFatal([&] { extension->sendClickedData("t"); }, "there is no selection to report");
-}
-
-TEST_F(ClickReportsDeath, ASelectedURLWithoutAPath) {
-    script().selection = {makeURL("file:///a", "/a"), makeURL("file:///x", std::nullopt)};
-    expectFatal([&] { extension->sendClickedData("t"); }, "a URL has no path: file:///x");
-}
-
-TEST_F(ClickReportsDeath, ATextThatCannotBeEncoded) {
-    select({"/a"});
-    script().encoding = false;
-    expectFatal([&] { extension->sendClickedData("t"); }, "a click report cannot be encoded");
 }
 
 TEST_F(ClickReportsDeath, TheTextIsEncodedBeforeTheStreamIsLookedFor) {

@@ -5,7 +5,6 @@
 using findersync::FinderSync;
 using platform::NSStreamEvent;
 using tests::Strings;
-using tests::world;
 
 namespace {
 
@@ -28,14 +27,6 @@ TEST_F(Connection, ANormalStartTracesItsSteps) {
     EXPECT_TRUE(extension->isSocketConnected());
 }
 
-TEST_F(Connection, WithoutAListenerBothStreamsReportAnErrorAndTheLinkStillCountsAsUp) {
-    extension = std::make_unique<FinderSync>();
-    EXPECT_EQ(extension->init(), extension.get());
-    platform::recording::runAll();
-    EXPECT_EQ(trace(), "connecting...\nStream open error\nStream open error\n");
-    EXPECT_TRUE(extension->isSocketConnected());
-}
-
 TEST_F(Connection, TheEndTakesTheLinkDownForGood) {
     auto& started = startConnected();
     closeLink();
@@ -43,25 +34,6 @@ TEST_F(Connection, TheEndTakesTheLinkDownForGood) {
     EXPECT_FALSE(started.isSocketConnected());
     started.stream(*platform::recording::inputStream(), NSStreamEvent::OpenCompleted);
     EXPECT_FALSE(started.isSocketConnected());
-}
-
-TEST_F(Connection, TheEndOfEitherStreamHasTheSameEffect) {
-    auto& started = startConnected();
-    EXPECT_EQ(traceOf(started, *platform::recording::outputStream(), 16), "ignore\n");
-    EXPECT_FALSE(started.isSocketConnected());
-    EXPECT_EQ(traceOf(started, *platform::recording::inputStream(), 16), "ignore\n");
-    EXPECT_FALSE(started.isSocketConnected());
-}
-
-TEST_F(Connection, TheEndIsTracedBeforeTheLinkGoesDown) {
-    class TellingOfTheLink : public FinderSync {
-        void setIsSocketConnected(bool isConnected) override {
-            platform::print(isConnected ? "up" : "down");
-        }
-    };
-    startConnected<TellingOfTheLink>();
-    closeLink();
-    EXPECT_EQ(trace(), "ignore\ndown\n");
 }
 
 TEST_F(Connection, TheEndNeitherClosesNorReleasesTheStreams) {
@@ -89,30 +61,6 @@ TEST_F(Connection, EventsAreComparedAsWholeValues) {
     }
     EXPECT_TRUE(started.isSocketConnected());
     EXPECT_TRUE(started.pathsOfRootFolders().empty());
-}
-
-TEST_F(Connection, BytesOfTheOutputStreamAreTracedAndNotRead) {
-    auto& started = startConnected();
-    tests::script().reads = {{.count = 2, .bytes = "{}"}};
-    EXPECT_EQ(traceOf(started, *platform::recording::outputStream(), 2), "receiving\n");
-    EXPECT_TRUE(calls("malloc: ").empty());
-    EXPECT_EQ(tests::script().reads.size(), 1U);
-}
-
-TEST_F(Connection, SpaceIsTracedAndNothingIsSent) {
-    auto& started = startConnected();
-    EXPECT_EQ(traceOf(started, *platform::recording::outputStream(), 4), "Sending\n");
-    EXPECT_EQ(traceOf(started, *platform::recording::inputStream(), 4), "Sending\n");
-    EXPECT_EQ(world().received, "");
-    EXPECT_TRUE(calls("outputStream write").empty());
-}
-
-TEST_F(Connection, AnOpenedStreamAndAnErrorAreTracedAndChangeNothing) {
-    auto& started = startConnected();
-    EXPECT_EQ(traceOf(started, *platform::recording::outputStream(), 1), "Opened connection\n");
-    EXPECT_EQ(traceOf(started, *platform::recording::inputStream(), 8), "Stream open error\n");
-    EXPECT_TRUE(started.isSocketConnected());
-    EXPECT_TRUE(calls("CFStreamCreatePair").empty());
 }
 
 TEST_F(Connection, ConnectingAgainMakesAFreshPairAndDropsTheOldOne) {

@@ -45,25 +45,6 @@ TEST_F(Link, WithoutACompanionEachStreamTellsOnce) {
     }
 }
 
-TEST_F(Link, EventsOfOtherStreamsAreTracedToo) {
-    FinderSync* const extension = connected();
-    NSStream* const other = [NSInputStream inputStreamWithData:[NSData data]];
-    for (const auto& [event, trace] :
-         std::vector<std::pair<NSUInteger, std::string>>{{0, "default\n"},
-                                                         {1, "Opened connection\n"},
-                                                         {2, "receiving\n"},
-                                                         {3, "default\n"},
-                                                         {4, "Sending\n"},
-                                                         {8, "Stream open error\n"},
-                                                         {32, "default\n"},
-                                                         {16, "ignore\n"}}) {
-        EXPECT_TRUE([extension isSocketConnected]);
-        [extension stream:other handleEvent:static_cast<NSStreamEvent>(event)];
-        EXPECT_EQ(printed(), trace) << event;
-    }
-    EXPECT_FALSE([extension isSocketConnected]);
-}
-
 TEST_F(Link, ConnectMakesAFreshPair) {
     FinderSync* const extension = connected();
     tests::LoopbackPeer second;

@@ -7,7 +7,6 @@
 using findersync::Action;
 using findersync::publishedMethod;
 using tests::script;
-using tests::Strings;
 
 namespace {
 

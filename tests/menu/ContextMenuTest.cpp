@@ -3,7 +3,6 @@
 
 #include <csignal>
 
-using findersync::FinderSync;
 using platform::FIMenuKind;
 using platform::recording::makeURL;
 using platform::recording::MenuItem;
@@ -126,26 +125,6 @@ TEST_F(ContextMenu, OtherKindsGetNoMenuAndTheSelectionIsReadBeforeTheKindIsTeste
     }
 }
 
-TEST_F(ContextMenu, OtherKindsNeedNoSelection) {
-    script().selection = std::nullopt;
-    EXPECT_EQ(menu(FIMenuKind::ToolbarItemMenu), std::nullopt);
-}
-
-TEST_F(ContextMenu, NothingOrSeveralItemsSelectedGetNoMenuAndNoTrace) {
-    setRoots({"/a"});
-    for (const Strings& paths : {Strings{}, Strings{"/a/x", "/a/y"}, Strings{"/a/x", "/a/x"}}) {
-        select(paths);
-        EXPECT_EQ(menu(), std::nullopt);
-        EXPECT_EQ(trace(), "");
-    }
-}
-
-TEST_F(ContextMenu, TheRootFolderItselfGetsNoMenu) {
-    setRoots({"/a/Sync"});
-    EXPECT_FALSE(isOfferedOn("/a/Sync"));
-    EXPECT_EQ(trace(), "path: Optional(\"/a/Sync\")\n");
-}
-
 TEST_F(ContextMenu, ARootFolderInsideAnotherGetsTheMenu) {
     setRoots({"/a/Sync", "/a/Sync/Team"});
     EXPECT_TRUE(isOfferedOn("/a/Sync/Team"));
@@ -160,95 +139,6 @@ TEST_F(ContextMenu, TheFirstRootThatQualifiesEndsTheWalk) {
     EXPECT_TRUE(menu().has_value());
     EXPECT_EQ(calls("rangeOfString: "), (Strings{"/a/b/c /x", "/a/b/c /a"}));
     EXPECT_EQ(calls("isEqualToString: "), Strings{"/a/b/c /a"});
-}
-
-TEST_F(ContextMenu, ContainmentIsOfTexts) {
-    setRoots({"/a/Sync"});
-    EXPECT_TRUE(isOfferedOn("/a/SyncOld/x"));
-    EXPECT_TRUE(isOfferedOn("/a/SyncOld"));
-    EXPECT_TRUE(isOfferedOn("/Volumes/other/a/Sync/x"));
-    EXPECT_FALSE(isOfferedOn("/A/sync/x"));
-    EXPECT_FALSE(isOfferedOn("/a/Syn"));
-    EXPECT_FALSE(isOfferedOn("/a"));
-}
-
-TEST_F(ContextMenu, ContainmentAndEqualityKnowCanonicalEquivalence) {
-    setRoots({"/caf\u00e9"});
-    EXPECT_TRUE(isOfferedOn("/cafe\u0301/x"));
-    EXPECT_FALSE(isOfferedOn("/cafe\u0301"));
-    setRoots({"/\u212b"});
-    EXPECT_TRUE(isOfferedOn("/A\u030a/x"));
-    EXPECT_FALSE(isOfferedOn("/\u00c5"));
-}
-
-TEST_F(ContextMenu, ARootThatEndsInTheMiddleOfACombinedCharacterIsNotFound) {
-    setRoots({"/cafe"});
-    EXPECT_FALSE(isOfferedOn("/caf\u00e9/x"));
-    EXPECT_FALSE(isOfferedOn("/cafe\u0301/x"));
-    EXPECT_TRUE(isOfferedOn("/cafes"));
-}
-
-TEST_F(ContextMenu, AnEmptyRootNeverYieldsAMenu) {
-    receive("{\"type\":\"add_folder\",\"path\":\"\"}\n");
-    EXPECT_EQ(extension->pathsOfRootFolders(), Strings{""});
-    EXPECT_FALSE(isOfferedOn("/a/x"));
-    EXPECT_FALSE(isOfferedOn(""));
-}
-
-TEST_F(ContextMenu, PathsThatHoldANulAreComparedToTheirEnd) {
-    const std::string root("/a\0b", 4);
-    setRoots({root});
-    EXPECT_TRUE(isOfferedOn(root + "/x"));
-    EXPECT_EQ(trace(), "path: Optional(\"/a\\0b/x\")\n");
-    EXPECT_FALSE(isOfferedOn(root));
-    EXPECT_FALSE(isOfferedOn("/a"));
-    EXPECT_FALSE(isOfferedOn(std::string("/a\0c", 4)));
-}
-
-TEST_F(ContextMenu, WithoutRootFoldersThereIsNoMenuEvenForAnItemWithoutAPath) {
-    EXPECT_FALSE(isOfferedOn("/a"));
-    EXPECT_EQ(trace(), "path: Optional(\"/a\")\n");
-    script().selection = {makeURL("file:///x", std::nullopt)};
-    EXPECT_EQ(menu(), std::nullopt);
-    EXPECT_EQ(trace(), "path: nil\n");
-}
-
-TEST_F(ContextMenu, EmptyTitlesAreTakenAsTheyStand) {
-    extension->setShareViaUrlTitle("");
-    extension->setBackupTitle("");
-    extension->setDisplayBackup(1);
-    setRoots({"/a"});
-    select({"/a/x"});
-    EXPECT_EQ(menu(), (std::vector{linkEntry(""), backupEntry("")}));
-}
-
-TEST_F(ContextMenu, AMissingImageLeavesTheEntryWithoutOne) {
-    script().images = {"icon_Folder"};
-    extension->setDisplayBackup(1);
-    setRoots({"/a"});
-    select({"/a/x"});
-    EXPECT_EQ(menu(), (std::vector{linkEntry("Link", ""), backupEntry("Back up", "")}));
-}
-
-TEST_F(ContextMenu, EveryMenuIsBuiltAfresh) {
-    setRoots({"/a"});
-    select({"/a/x"});
-    EXPECT_EQ(menu(), std::vector{link});
-    receive(R"({"type":"set_locale","shareContactTitle":"","shareViaUrlTitle":"L\u00e4nk",)"
-            R"("backupTitle":"S\u00e4kra"})"
-            "\n"
-            R"({"type":"set_menu_usage","displayBackup":"1"})"
-            "\n");
-    EXPECT_EQ(menu(), (std::vector{linkEntry("L\u00e4nk"), backupEntry("S\u00e4kra")}));
-}
-
-TEST_F(ContextMenu, AMenuIsOfferedAfterARefusedConnection) {
-    platform::recording::reset();
-    extension = std::make_unique<FinderSync>();
-    EXPECT_EQ(extension->init(), extension.get());
-    platform::recording::runAll();
-    setRoots({"/a"});
-    EXPECT_TRUE(isOfferedOn("/a/x"));
 }
 
 TEST_F(ContextMenu, ThePathIsTracedInItsLiteralForm) {

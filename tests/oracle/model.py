@@ -701,7 +701,7 @@ class Run:
         for key in sorted(value, key=str.encode):
             self.answer(key)
             member = value[key]
-            self.answer("text " + member if isinstance(member, str) else kind_of(member))
+            self.answer("text " + member if isinstance(member, str) else KINDS[type(member)])
 
     def stringify(self, value, is_pretty):
         text = self.extension.stringify(value, is_pretty)
@@ -710,16 +710,8 @@ class Run:
         self.answer("JSON " + text)
 
 
-def kind_of(value):
-    if value is None:
-        return "null"
-    if isinstance(value, bool):
-        return "bool"
-    if isinstance(value, (int, float)):
-        return "number"
-    return "array" if isinstance(value, list) else "dictionary"
-
-
+KINDS = {type(None): "null", bool: "bool", int: "number", float: "number", list: "array",
+         dict: "dictionary"}
 EVENTS = {
     "script": Run.script,
     "setting": Run.setting,

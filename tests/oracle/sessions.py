@@ -14,14 +14,13 @@ NAMES = ["a", "b", "A", "Sync", "sync", "SyncOld", "Team", "x.txt", "u", "Home",
          "a\u0301\u0323", "\u1ea1\u0301", "\u00e1\u0323", "\uac01", "\u1100\u1161\u11a8", "\uac00",
          "\u1100\u1161", "\uac00\u11a8", "\u1100", "\u212b", "\u00c5", "A\u030a", "\u212a", "K",
          "\u2126", "\u03a9", "\u037e", ";", "nul\0nul", "nul", "tab\t", "cr\r", "\u00e9\r", "\x7f", "\u0085",
-         "\U0001f468\u200d\U0001f469", "\U0001f468", "\U0001f469", "\U0001f1e6\U0001f1e7",
-         "\U0001f1e7\U0001f1e6", "\U0001f1e6", "\u0915\u0903", "\u0915", "\u4e2d", "\uf900",
+         "\U0001f468", "\u0915\u0903", "\u0915", "\u4e2d", "\uf900",
          "\u8c48", "\ufb01", "fi", "\u1e9b\u0323", "\u017f\u0323\u0307", "\u0344", "\u0308\u0301",
          "\U0001d15e", "\U0001d157\U0001d165", "\ufeff", " ", "\u2028", "o\u0338", "\u226e", "<",
          "\u0301"]
 PLAIN_NAMES = NAMES[:13]
-FOLLOWING = ["/x", "/a", "/a/b.txt", "Old", "/", "\u0301", "\u0323", "\u11a8", "\u200d", "\u0903",
-             "\U0001f1e7", "e", "\n", "\n/x", "/caf\u00e9", "/cafe\u0301", "\0", "\u200d\U0001f469", "\u030a"]
+FOLLOWING = ["/x", "/a", "/a/b.txt", "Old", "/", "\u0301", "\u0323", "\u11a8", "\u0903", "e",
+              "\n", "\n/x", "/caf\u00e9", "/cafe\u0301", "\0", "\u030a"]
 TYPES = ["hello", "", "Add_folder", "add_folder ", "del_folder\0", "add_folder\u0301", "typ\u00e9",
          "set_locale2", "1"]
 WRONG_VALUES = ["1", "0", "null", "true", "[]", "{}", "1.5", '["1"]', '{"a":"1"}', "-0", "1e5"]
@@ -66,6 +65,10 @@ USAGES = ["1", "1", "1", "0", "", "true", "01", " 1", "1 ", "2", "1\u0301", "\uf
 VALUES = [{}, [], {"a": "b"}, ["a", 1, None, True], {"k": {"n": [1, 2, {"m": "/x"}]}}, "text", 1,
           None, True, [[]], {"\u00e9": "\0\x1f\x7f\u2028\"\\/"}, [-1, 0, 1 << 62], [b"data"],
           {"x": [b""]}, ["\U0001f600"]]
+EVENT_CODES = [0, 1, 2, 2, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 24, 31, 32, 1 << 32, (1 << 32) + 2,
+               (1 << 64) - 1]
+FAILURES = [("encodes", False), ("is_valid_json", False), ("writes_json", False),
+            ("written_json", b"[\xff]"), ("written_json", b"")]
 
 
 class Maker:
@@ -84,6 +87,11 @@ class Maker:
     def pick(self, choices):
         return choices[int(self.chance() * len(choices))]
 
+    def call_one(self, *alternatives):
+        """Calls the first whose number exceeds a random one between 0 and 1."""
+        chance = self.chance()
+        return next(call for limit, call in alternatives if chance < limit)()
+
     # Paths
 
     def folder(self, names):
@@ -92,24 +100,14 @@ class Maker:
     def path(self):
         """A root folder, or a path that resembles one."""
         root = self.pick(self.roots)
-        chance = self.chance()
-        if chance < 0.35:
-            return root
-        if chance < 0.5:
-            return self.other_form(root)
-        if chance < 0.75:
-            return root + self.pick(FOLLOWING)
-        if chance < 0.85:
-            return self.other_form(root) + self.pick(FOLLOWING)
-        if chance < 0.9:
-            return "/Volumes" + root + self.pick(FOLLOWING)
-        if chance < 0.93:
-            return root.swapcase()
-        if chance < 0.95:
-            return root[:-1]
-        if chance < 0.97:
-            return root[1:]
-        return self.pick(("", "/", self.folder(NAMES)))
+        return self.call_one(
+            (0.35, lambda: root),
+            (0.5, lambda: self.other_form(root)),
+            (0.75, lambda: root + self.pick(FOLLOWING)),
+            (0.85, lambda: self.other_form(root) + self.pick(FOLLOWING)),
+            (0.9, lambda: "/Volumes" + root + self.pick(FOLLOWING)),
+            (0.97, lambda: self.pick((root.swapcase(), root[:-1], root[1:]))),
+            (1, lambda: self.pick(("", "/", self.folder(NAMES)))))
 
     def other_form(self, text):
         return unicodedata.normalize(self.pick(("NFC", "NFD")), text)
@@ -135,42 +133,29 @@ class Maker:
 
     def text(self, value):
         """A text as a JSON string, escaped in one of several ways."""
-        chance = self.chance()
-        if chance < 0.7:
-            return json.dumps(value, ensure_ascii=False)
-        if chance < 0.85:
-            return json.dumps(value)
-        if chance < 0.95:
-            return json.dumps(value, ensure_ascii=False).replace("/", "\\/")
-        return '"' + "".join(f"\\u{unit:04X}" for unit in utf16(value)) + '"'
+        return self.call_one(
+            (0.7, lambda: json.dumps(value, ensure_ascii=False)),
+            (0.85, lambda: json.dumps(value)),
+            (0.95, lambda: json.dumps(value, ensure_ascii=False).replace("/", "\\/")),
+            (1, lambda: '"' + "".join(f"\\u{unit:04X}" for unit in utf16(value)) + '"'))
 
     def member(self, key, value):
         """A member of a JSON object, in rare cases a wrong one."""
-        chance = self.chance()
-        if chance < 0.98:
-            return f'{self.text(key)}:{self.text(value)}'
-        if chance < 0.985:
-            return f'"{key}":{self.pick(WRONG_VALUES)}'
-        if chance < 0.9875:
-            return '"other":1'
-        if chance < 0.99:
-            return f'"{key.upper()}":{self.text(value)}'
-        return f'"{key}":{self.pick(WRONG_VALUES)},"{key}":{self.text(value)}'
+        return self.call_one(
+            (0.98, lambda: f'{self.text(key)}:{self.text(value)}'),
+            (0.985, lambda: f'"{key}":{self.pick(WRONG_VALUES)}'),
+            (0.9875, lambda: '"other":1'),
+            (0.99, lambda: f'"{key.upper()}":{self.text(value)}'),
+            (1, lambda: f'"{key}":{self.pick(WRONG_VALUES)},"{key}":{self.text(value)}'))
 
     def message(self):
-        chance = self.chance()
-        if chance < 0.5:
-            members = [self.member("type", "add_folder"), self.member("path", self.path())]
-        elif chance < 0.68:
-            members = [self.member("type", "del_folder"), self.member("path", self.path())]
-        elif chance < 0.78:
-            members = [self.member("type", "set_locale")]
-            members += [self.member(key, self.pick(TEXTS)) for key in TITLES]
-        elif chance < 0.92:
-            members = [self.member("type", "set_menu_usage"),
-                       self.member("displayBackup", self.pick(USAGES))]
-        else:
-            members = [self.member("type", self.pick(TYPES))]
+        values = self.call_one(
+            (0.5, lambda: {"type": "add_folder", "path": self.path()}),
+            (0.68, lambda: {"type": "del_folder", "path": self.path()}),
+            (0.78, lambda: {"type": "set_locale"} | {key: self.pick(TEXTS) for key in TITLES}),
+            (0.92, lambda: {"type": "set_menu_usage", "displayBackup": self.pick(USAGES)}),
+            (1, lambda: {"type": self.pick(TYPES)}))
+        members = [self.member(key, value) for key, value in values.items()]
         if self.chance() < 0.2:
             members.append(self.pick(EXTRA))
         if self.chance() < 0.2:
@@ -181,16 +166,12 @@ class Maker:
         return line
 
     def line(self):
-        chance = self.chance()
-        if chance < 0.97:
-            return self.message()
-        if chance < 0.98:
-            return ""
-        if chance < 0.989:
-            return self.pick(BROKEN)
-        if chance < 0.998:
-            return self.damaged(self.message())
-        return self.nested(300 + self.below(200))
+        return self.call_one(
+            (0.97, self.message),
+            (0.98, lambda: ""),
+            (0.989, lambda: self.pick(BROKEN)),
+            (0.998, lambda: self.damaged(self.message())),
+            (1, lambda: self.nested(300 + self.below(200))))
 
     def nested(self, depth):
         return '{"type":"deep","k":' + "[" * depth + "]" * depth + "}"
@@ -220,27 +201,21 @@ class Maker:
         return data + self.inbound() + self.inbound()
 
     def send(self):
-        chance = self.chance()
-        if chance < 0.04:
-            self.events.append(("send", self.padded()))
-        elif chance < 0.07:
-            self.send_in_pieces()
-        elif chance < 0.1:
-            self.events.append(("read", *self.outcome()))
-            self.events.append(("send", self.inbound()))
-        elif chance < 0.11:
-            self.events.append(("send", b""))
-        else:
-            self.events.append(("send", self.inbound()))
+        self.events += self.call_one(
+            (0.04, lambda: [("send", self.padded())]),
+            (0.07, self.pieces),
+            (0.1, lambda: [("read", *self.outcome()), ("send", self.inbound())]),
+            (0.11, lambda: [("send", b"")]),
+            (1, lambda: [("send", self.inbound())]))
         self.events.append(("turn",) if self.chance() < 0.05 else ("turns",))
 
-    def send_in_pieces(self):
+    def pieces(self):
         """Cut anywhere, or where it does no harm: at the end of a line, before its line feed."""
         data = self.inbound() + self.inbound()
         at = self.below(len(data))
         if self.chance() < 0.8:
             at = data.find(b"\n", at) % len(data) + self.below(2)
-        self.events += [("send", data[:at]), ("send", data[at:])]
+        return [("send", data[:at]), ("send", data[at:])]
 
     def outcome(self):
         chance = self.chance()
@@ -302,37 +277,20 @@ class Maker:
         self.events.append(("click", self.pick(tuple(CLICK_TYPES)), self.selection()))
 
     def rare(self):
-        chance = self.chance()
-        if chance < 0.35:
-            code = self.pick((0, 1, 2, 2, 2, 3, 4, 5, 7, 8, 9, 15, 16, 17, 24, 31, 32,
-                              1 << 32, (1 << 32) + 2, (1 << 64) - 1))
-            self.events.append(("event", self.pick(("input", "output", "foreign")), code))
-        elif chance < 0.5:
-            self.events.append((self.pick(("close", "reset")),))
-            self.events.append(("turns",))
-        elif chance < 0.6:
-            which = self.pick(("begin", "end"))
-            self.events.append(("observe", which, self.url()))
-        elif chance < 0.75:
-            self.set_property()
-        elif chance < 0.8:
-            self.events += [("connect",), ("turns",)]
-        elif chance < 0.85:
+        self.events += self.call_one(
+            (0.35, lambda: [("event", self.pick(("input", "output", "foreign")),
+                             self.pick(EVENT_CODES))]),
+            (0.5, lambda: [(self.pick(("close", "reset")),), ("turns",)]),
+            (0.6, lambda: [("observe", self.pick(("begin", "end")), self.url())]),
+            (0.75, self.set_property),
+            (0.8, lambda: [("connect",), ("turns",)]),
             # A read is too short for a text that exceeds the nesting limit.
-            is_deep = self.chance() < 0.1
-            self.events.append(("parse", self.nested(506 + self.below(10)) if is_deep
-                                else self.line()))
-        elif chance < 0.9:
-            self.events.append(("stringify", self.pick(VALUES), self.chance() < 0.5))
-        elif chance < 0.93:
-            self.events.append(("report", self.pick(TEXTS), self.selection()))
-        elif chance < 0.96:
-            self.events += [("answer", self.chance() < 0.7) for _ in range(1 + self.below(3))]
-        else:
-            self.events.append(self.pick((
-                ("script", "encodes", False), ("script", "is_valid_json", False),
-                ("script", "writes_json", False), ("script", "written_json", b"[\xff]"),
-                ("script", "written_json", b""))))
+            (0.805, lambda: [("parse", self.nested(506 + self.below(10)))]),
+            (0.85, lambda: [("parse", self.line())]),
+            (0.9, lambda: [("stringify", self.pick(VALUES), self.chance() < 0.5)]),
+            (0.93, lambda: [("report", self.pick(TEXTS), self.selection())]),
+            (0.96, lambda: [("answer", self.chance() < 0.7) for _ in range(1 + self.below(3))]),
+            (1, lambda: [("script", *self.pick(FAILURES))]))
 
     def set_property(self):
         name = self.pick(PROPERTIES)
@@ -348,7 +306,7 @@ class Maker:
             value = self.pick((1, 0, 2, -1, -(1 << 63), (1 << 63) - 1, 0x100000001))
         else:
             value = self.path() if name == "myFolderURL" else self.pick(TEXTS)
-        self.events.append(("set", name, value))
+        return [("set", name, value)]
 
     def announce(self):
         """Sends the root folders, as a companion does once it is connected."""
@@ -362,17 +320,8 @@ class Maker:
         if self.chance() < 0.5:
             self.announce()
         for _ in range(2 + self.below(6)):
-            chance = self.chance()
-            if chance < 0.42:
-                self.send()
-            elif chance < 0.6:
-                self.menu()
-            elif chance < 0.78:
-                self.badge()
-            elif chance < 0.85:
-                self.click()
-            else:
-                self.rare()
+            self.call_one((0.42, self.send), (0.6, self.menu), (0.78, self.badge),
+                          (0.85, self.click), (1, self.rare))
         return self.events
 
 

@@ -5,17 +5,17 @@ only characters that both know.
 """
 
 import functools
+import itertools
 import json
-import unicodedata
+import re
+from unicodedata import category, normalize
 
 DEEPEST_NESTING = 512
-
-ZERO_WIDTH_JOINER = "\u200d"
 
 
 @functools.lru_cache(maxsize=1 << 14)
 def decomposed(text):
-    return text if text.isascii() else unicodedata.normalize("NFD", text)
+    return text if text.isascii() else normalize("NFD", text)
 
 
 def equal(one, other):
@@ -35,123 +35,55 @@ def contains(text, searched):
     return False
 
 
-def cluster_class(character):
-    """The grapheme-cluster class of a character; complete for those that sessions use."""
-    code = ord(character)
-    if 0x1100 <= code <= 0x115f or 0xa960 <= code <= 0xa97c:
-        return "L"
-    if 0x1160 <= code <= 0x11a7 or 0xd7b0 <= code <= 0xd7c6:
-        return "V"
-    if 0x11a8 <= code <= 0x11ff or 0xd7cb <= code <= 0xd7fb:
-        return "T"
-    if 0x1f1e6 <= code <= 0x1f1ff:
-        return "flag"
-    if character == ZERO_WIDTH_JOINER:
-        return "joiner"
-    if 0x1f466 <= code <= 0x1f469:
-        return "picture"
-    category = unicodedata.category(character)
-    if category in ("Mn", "Me"):
-        return "extend"
-    if category == "Mc":
-        return "spacing"
-    return "control" if category in ("Cc", "Cf", "Zl", "Zp") else "other"
-
-
-HANGUL = {("L", "L"), ("L", "V"), ("V", "V"), ("V", "T"), ("T", "T")}
-
-
 def is_boundary(text, at):
-    """Whether a position in a decomposed text is a grapheme boundary."""
-    if at == len(text):
+    """Whether a grapheme ends here in a decomposed text. Knows marks and Hangul: sessions have
+    neither joined pictures nor flags."""
+    if at == len(text) or category(text[at - 1]) in ("Cc", "Cf", "Zl", "Zp"):
         return True
-    before, after = cluster_class(text[at - 1]), cluster_class(text[at])
-    if "control" in (before, after):  # a carriage return and a line feed are two characters
-        return True
-    if after in ("extend", "spacing", "joiner") or (before, after) in HANGUL:
+    if category(text[at]) in ("Mn", "Me", "Mc"):
         return False
-    if before == "joiner" and after == "picture":
-        start = at - 2
-        while start >= 0 and cluster_class(text[start]) == "extend":
-            start -= 1
-        return not (start >= 0 and cluster_class(text[start]) == "picture")
-    if before == after == "flag":
-        flags = 0
-        while flags < at and cluster_class(text[at - 1 - flags]) == "flag":
-            flags += 1
-        return flags % 2 == 0
-    return True
+    return jamo(text[at - 1]) + jamo(text[at]) not in ("LL", "LV", "VV", "VT", "TT")
 
 
-class NoJSON(Exception):
-    pass
+def jamo(character):
+    """Whether a character begins (L), continues (V) or ends (T) a Hangul syllable."""
+    if not "\u1100" <= character <= "\u11ff":
+        return ""
+    return "L" if character < "\u1160" else "V" if character < "\u11a8" else "T"
 
 
 def refuse(_):
-    raise NoJSON
+    raise ValueError
 
 
 def finite(digits):
     value = float(digits)
-    if value in (float("inf"), float("-inf")):
-        raise NoJSON
-    return value
+    return refuse(digits) if value in (float("inf"), float("-inf")) else value
 
 
-def checked_pairs(pairs):
-    """An object: the last of equal keys wins, but a lone surrogate in any of them is an error."""
-    for key, value in pairs:
-        check_surrogates(key)
-        check_surrogates(value)
-    return dict(pairs)
+STRICT = json.JSONDecoder(parse_float=finite, parse_constant=refuse)
+SURROGATE_PAIR = re.compile(r"\\u[dD][89abAB]..\\u[dD][c-fC-F]..")
+SURROGATE = re.compile(r"\\u[dD][89a-fA-F]")
+STRING = re.compile(r'"(?:[^"\\]|\\.)*"')
 
 
-def check_surrogates(value):
-    if isinstance(value, str):
-        if any("\ud800" <= character <= "\udfff" for character in value):
-            raise NoJSON
-    elif isinstance(value, list):
-        for element in value:
-            check_surrogates(element)
+def has_lone_surrogate(text):
+    return SURROGATE.search(SURROGATE_PAIR.sub("", text.replace(r"\\", "")))
 
 
 def nesting(text):
     """How deep a valid JSON text is nested."""
-    depth = deepest = 0
-    in_string = escaped = False
-    for character in text:
-        if in_string:
-            if escaped:
-                escaped = False
-            elif character == "\\":
-                escaped = True
-            elif character == '"':
-                in_string = False
-        elif character == '"':
-            in_string = True
-        elif character in "[{":
-            depth += 1
-            deepest = max(deepest, depth)
-        elif character in "]}":
-            depth -= 1
-    return deepest
-
-
-PLAIN = json.JSONDecoder(parse_float=finite, parse_constant=refuse)
-WITH_ESCAPES = json.JSONDecoder(parse_float=finite, parse_constant=refuse,
-                                object_pairs_hook=checked_pairs)
+    steps = ((part in "[{") - (part in "]}") for part in STRING.sub("", text))
+    return max(itertools.accumulate(steps))
 
 
 def parse_json(text):
     """What a JSON text holds; none when it is not strict JSON with a container at its top."""
-    decoder = WITH_ESCAPES if "\\u" in text else PLAIN
     try:
-        value = decoder.decode(text)
-        if decoder is WITH_ESCAPES:
-            check_surrogates(value)
-    except (ValueError, NoJSON, RecursionError):
+        value = STRICT.decode(text)
+    except (ValueError, RecursionError):
         return None
-    if not isinstance(value, (dict, list)):
+    if not isinstance(value, (dict, list)) or ("\\u" in text and has_lone_surrogate(text)):
         return None
     if text.count("[") + text.count("{") > DEEPEST_NESTING and nesting(text) > DEEPEST_NESTING:
         return None

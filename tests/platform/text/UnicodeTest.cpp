@@ -25,6 +25,17 @@ TEST(Unicode, ALinesEndIsTwoCharactersWhateverStandsBesideIt) {
     }
 }
 
+TEST(Unicode, AMatchEndsAtAGraphemeBoundary) {
+    const std::string pair = "\U0001f468\u200d\U0001f469"; // joined pictures
+    EXPECT_TRUE(contains(pair, pair));
+    EXPECT_FALSE(contains(pair, "\U0001f468"));
+    EXPECT_FALSE(contains(pair, "\U0001f468\u200d"));
+    const std::string flags = "\U0001f1e6\U0001f1e7\U0001f1e6\U0001f1e7"; // two flags
+    EXPECT_TRUE(contains(flags, "\U0001f1e6\U0001f1e7"));
+    EXPECT_FALSE(contains(flags, "\U0001f1e6"));
+    EXPECT_FALSE(contains("\u0915\u0903", "\u0915")); // a spacing mark follows
+}
+
 TEST(Unicode, AMatchMayEndBetweenACarriageReturnAndALineFeed) {
     EXPECT_TRUE(contains("/;/cr\r\n/x", "/;/cr\r"));
     EXPECT_TRUE(contains("/;/cr\r\n/x", "/\u037e/cr\r")); // the same search
