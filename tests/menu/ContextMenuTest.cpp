@@ -125,6 +125,15 @@ TEST_F(ContextMenu, OtherKindsGetNoMenuAndTheSelectionIsReadBeforeTheKindIsTeste
     }
 }
 
+TEST_F(ContextMenu, NothingOrSeveralItemsSelectedGetNoMenuAndNoTrace) {
+    setRoots({"/a"});
+    for (const Strings& paths : {Strings{}, Strings{"/a/x", "/a/y"}, Strings{"/a/x", "/a/x"}}) {
+        select(paths);
+        EXPECT_EQ(menu(), std::nullopt);
+        EXPECT_EQ(trace(), "");
+    }
+}
+
 TEST_F(ContextMenu, ARootFolderInsideAnotherGetsTheMenu) {
     setRoots({"/a/Sync", "/a/Sync/Team"});
     EXPECT_TRUE(isOfferedOn("/a/Sync/Team"));
