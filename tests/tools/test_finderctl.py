@@ -6,7 +6,7 @@ import select
 import signal
 
 import pytest
-from conftest import BUS_NAME, EXTENSION, wait_for
+from conftest import BUS_NAME, EXTENSION, startable_services, wait_for
 from jeepney import DBusAddress, HeaderFields, new_method_call
 from jeepney.io.blocking import open_dbus_connection
 
@@ -81,9 +81,12 @@ def test_help_and_version(session):
 
 def test_nothing_starts_the_extension(session, tmp_path):
     marker = tmp_path / "started"
-    (session.folder / "services" / f"{BUS_NAME}.service").write_text(
+    services = tmp_path / "later services"
+    services.mkdir()
+    session.start_bus(folders=[services])
+    (services / f"{BUS_NAME}.service").write_text(
         f"[D-BUS Service]\nName={BUS_NAME}\nExec=/usr/bin/touch {marker}\n")
-    session.start_bus()
+    wait_for(lambda: BUS_NAME in startable_services(session.address), "the service")
 
     watcher = session.start("finderctl", "monitor")
     watcher.out.wait_for("the extension is not running\n")
