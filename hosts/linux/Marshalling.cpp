@@ -6,6 +6,7 @@
 #include "platform/text/Unicode.h"
 
 #include <cerrno>
+#include <cstring>
 
 namespace hosts::linux_host {
 
@@ -108,8 +109,10 @@ int read(sd_bus_message* message, std::string& text) {
     const int result = sd_bus_message_read_basic(message, 's', &value);
     if (result <= 0)
         return result;
+    if (std::strlen(value) > longestArgument)
+        return -ENOBUFS; // before a copy doubles the memory that the message takes
     text = value;
-    return text.size() > longestArgument ? -ENOBUFS : result;
+    return result;
 }
 
 int read(sd_bus_message* message, std::uint32_t& number) {

@@ -5,6 +5,8 @@ import collections
 import contextlib
 import json
 import os
+import pathlib
+import re
 import select
 import signal
 import subprocess
@@ -20,6 +22,8 @@ TITLE = "Copy link"
 # A plug-in waits for a menu for at most a tenth of a second; then the system has to wake it.
 MENU_TIMEOUT, ALLOWANCE = 100.0, 25.0  # milliseconds
 GROWTH = 4096  # kilobytes; the allocator keeps what the largest request has taken
+UNIT = pathlib.Path(__file__).parents[2] / "hosts/linux/FinderSync.systemd.service.in"
+MEMORY_MAX = int(re.search(r"^MemoryMax=(\d+)M$", UNIT.read_text(), re.MULTILINE)[1]) << 10
 
 longest = collections.defaultdict(collections.Counter)  # milliseconds, by attack and file manager
 
@@ -156,9 +160,11 @@ class Scene:
     # The end
 
     def stays_level(self, growth=0):
-        """The extension has not grown by more than so many kilobytes, nor kept a descriptor."""
+        """The extension has not grown by more than so many kilobytes, nor kept a descriptor, nor
+        ever taken more memory than its unit allows."""
         assert self.extension.popen.poll() is None
         grown = own_memory(self.extension) - self.memory
+        assert memory(self.extension, "VmHWM") < MEMORY_MAX
         wait_for(lambda: descriptors(self.extension) <= self.descriptors, "closed descriptors")
         assert grown <= growth + GROWTH
 
@@ -229,13 +235,17 @@ class Scene:
 
 
 def own_memory(process):
-    """Kilobytes that are the process's own; none where a sanitizer keeps its own account of it."""
-    folder = f"/proc/{process.popen.pid}"
-    with open(f"{folder}/maps", encoding="ascii") as maps, \
-            open(f"{folder}/status", encoding="ascii") as status:
-        if "libasan" in maps.read():
-            return 0
-        return next(int(each.split()[1]) for each in status if each.startswith("RssAnon:"))
+    """Kilobytes that are the process's own."""
+    return memory(process, "RssAnon")
+
+
+def memory(process, kind):
+    """Kilobytes of one kind, as the kernel names it; none where a sanitizer keeps its own
+    account of memory."""
+    folder = pathlib.Path("/proc", str(process.popen.pid))
+    if "libasan" in (folder / "maps").read_text():
+        return 0
+    return int(re.search(rf"^{kind}:\s*(\d+)", (folder / "status").read_text(), re.MULTILINE)[1])
 
 
 def descriptors(process):
