@@ -55,8 +55,8 @@ struct Script {
     std::optional<NSData> writtenJSON; ///< replaces the text of the value
 
     std::optional<std::vector<std::shared_ptr<const NSURL>>> selection; ///< `selectedItemURLs`
-    std::deque<AttributeList> attributeLists;            ///< next outcomes; then an empty list
-    std::string errorText = "No such file or directory"; ///< result of `strerror`
+    std::deque<AttributeList> attributeLists; ///< next outcomes; then an empty list
+    std::optional<std::string> errorText;     ///< result of `strerror`; by default the C library's
 
     std::deque<bool> hasBytesAvailable; ///< next results; then the connection's
     std::deque<Read> reads;             ///< next outcomes; then the connection's

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 namespace platform {
@@ -34,7 +35,8 @@ int errorNumber() {
 
 const char* strerror(int number) {
     recording::record("strerror: " + std::to_string(number));
-    return recording::script().errorText.c_str();
+    const auto& text = recording::script().errorText;
+    return text ? text->c_str() : std::strerror(number);
 }
 
 void print(std::string_view text, std::string_view value) {

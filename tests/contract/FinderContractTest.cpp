@@ -151,7 +151,7 @@ TEST_F(AttributeContract, AnItemWithoutAttributesHasAnEmptyList) {
 TEST_F(AttributeContract, AFailureSetsTheErrorNumber) {
     EXPECT_EQ(platform::listxattr(contract::missingItem(), nullptr, 0), -1);
     EXPECT_EQ(platform::errorNumber(), ENOENT);
-    EXPECT_STREQ(platform::strerror(ENOENT), "No such file or directory");
+    EXPECT_STREQ(platform::strerror(EACCES), "Permission denied"); // whatever the last error was
 }
 
 using LogContract = contract::ContractTest;
