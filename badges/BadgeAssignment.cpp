@@ -1,4 +1,4 @@
-// Which items carry the extension's one badge: the root folders themselves, and nothing else.
+// Assigns the extension's only badge: root folders have it, and no other item.
 
 #include "extension/FinderSync.h"
 #include "extension/URLParts.h"

@@ -1,4 +1,4 @@
-// The names of an item's extended attributes. No badge depends on them.
+// Lists the names of an item's extended attributes. No badge depends on them.
 
 #include "extension/FinderSync.h"
 #include "platform/System.h"
@@ -12,19 +12,19 @@ AttributesNames FinderSync::attributesNamesAtPath(const std::string& path) {
     if (size == -1)
         return {.error = errnoDescription(), .names = std::nullopt};
 
-    // Held for the rest of the process's life, on purpose.
+    // Leaked on purpose.
     const auto length = static_cast<std::size_t>(size);
     auto* const buffer = static_cast<char*>(platform::malloc(length));
     if (platform::listxattr(path, buffer, length) == -1)
         // NOLINTNEXTLINE(clang-analyzer-unix.Malloc)
         return {.error = errnoDescription(), .names = std::nullopt};
 
-    // The first length counts, even if the list has become shorter meanwhile.
+    // Uses the first length, even if the list has become shorter since.
     const std::optional<std::string> text = platform::stringWithUTF8Bytes(buffer, length);
     if (!text)
         return {.error = "Unknown error", .names = std::nullopt};
     auto parts = platform::componentsSeparatedByString(*text, std::string_view("\0", 1));
-    // What follows the last terminator; dropped without a look.
+    // Drops what follows the last NUL, which is normally empty.
     parts.pop_back();
     return {.error = std::nullopt, .names = std::vector<std::string>(parts.begin(), parts.end())};
 }

@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::int64_t defaultPort = 61842;
 
-/// The string under a key, or none when the key is absent. Once a key is present its value is
-/// trusted to be a string.
+/// Returns the string stored under a key, or none when the key is absent. A value of another type
+/// is fatal.
 std::optional<std::string> stringForKey(const platform::NSUserDefaults& settings,
                                         std::string_view key) {
     const std::optional<platform::Object> object = settings.objectForKey(key);
@@ -52,7 +52,7 @@ void registerBadge() {
 } // namespace
 
 FinderSync::~FinderSync() {
-    // The language would release the members in reverse order.
+    // By default, members are destroyed in reverse order of declaration.
     const auto release = [](auto& field) {
         std::remove_reference_t<decltype(field)>().swap(field);
     };
@@ -110,7 +110,7 @@ void FinderSync::endObservingDirectoryAtURL(const platform::NSURL& url) {
     platform::NSLog("endObservingDirectoryAtURL: %@", filePathDescription(url));
 }
 
-// Accessors: each getter returns the field and each setter replaces it; neither does anything else.
+// Accessors. They have no side effects.
 
 const FinderSync::URL& FinderSync::myFolderURL() const {
     return myFolderURL_;

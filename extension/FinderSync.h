@@ -3,14 +3,15 @@
 // The principal object of the extension: all of its state and all of its logic.
 //
 // Threads: everything runs on the thread that called `init()`. Its run loop carries the stream
-// events, and the Finder's callbacks arrive there too, so no method ever overlaps another and no
-// field is locked.
+// events, and the Finder's callbacks arrive there too, so methods never run concurrently and no
+// field needs a lock.
 //
-// Errors: a value that is taken as certain and is missing or of the wrong type ends the process
-// (`platform::fatalError`). Everything else fails quietly. No exception leaves a method.
+// Errors: a required value that is missing or of the wrong type aborts the process
+// (`platform::fatalError`). Other errors are ignored. No method throws.
 //
-// Sources: extension/ has start-up, accessors and observation callbacks; link/ the connection to
-// the companion application, what arrives on it and what is sent; badges/ and menu/ what they say.
+// Sources: extension/ implements start-up, accessors and observation callbacks; link/ the
+// connection to the companion application and its messages; badges/ the badge and extended
+// attributes; menu/ the context menu and its actions.
 
 #include "platform/AppKit.h"
 #include "platform/FinderSync.h"
@@ -25,9 +26,9 @@
 
 namespace findersync {
 
-/// Names of extended attributes, or why they cannot be had: exactly one of the two is present.
+/// Names of extended attributes, or an error message: exactly one of the two is present.
 struct AttributesNames {
-    std::optional<std::string> error; ///< the reason, in words
+    std::optional<std::string> error; ///< why the names cannot be listed
     std::optional<std::vector<std::string>> names;
 };
 
@@ -35,18 +36,17 @@ class FinderSync : public platform::FIFinderSync, public platform::NSStreamDeleg
 public:
     using URL = std::shared_ptr<const platform::NSURL>;
 
-    /// Gives every field its initial value. The object is in service after `init()`.
+    /// Initializes every field. Call `init()` before any other method.
     FinderSync() = default;
 
-    /// Releases the owned fields in their declared order. The link is neither closed in any orderly
-    /// way nor told.
+    /// Releases the fields in the order of their declaration. The streams are not closed first.
     ~FinderSync() override;
 
     FinderSync(const FinderSync&) = delete;
     FinderSync& operator=(const FinderSync&) = delete;
 
-    // Virtual operations, in slot order. The object's own methods call each other, and the property
-    // accessors, through these slots, so that a subclass sees every call.
+    // Virtual methods, in vtable order. The object calls its own methods and accessors virtually,
+    // so that a subclass can override each of them.
 
     /// The single directory that the Finder is told to watch; never null.
     [[nodiscard]] virtual const URL& myFolderURL() const;
@@ -60,12 +60,12 @@ public:
     [[nodiscard]] virtual std::uint32_t serverPort() const;
     virtual void setServerPort(std::uint32_t port);
 
-    /// Whether the link counts as up: true before any connection exists, so that the menu is
-    /// offered from the start, and false for good once a stream has reported its end.
+    /// Whether the link is considered up: true before any connection exists, so that the menu is
+    /// offered from the start, and false permanently once a stream has reported its end.
     [[nodiscard]] virtual bool isSocketConnected() const;
     virtual void setIsSocketConnected(bool isConnected);
 
-    /// Kept for the companion application and the platform to read. Nothing here consults it.
+    /// Read from the settings and published, but not used by this object.
     [[nodiscard]] virtual std::int64_t displayUrlLink() const;
     virtual void setDisplayUrlLink(std::int64_t value);
 
@@ -81,48 +81,48 @@ public:
     [[nodiscard]] virtual const std::string& backupTitle() const;
     virtual void setBackupTitle(std::string title);
 
-    /// Makes a fresh stream pair to `serverAddress`:`serverPort` and starts opening it. Returns at
-    /// once; the outcome arrives through `stream()`. A second call drops the earlier pair.
+    /// Creates a pair of streams to `serverAddress`:`serverPort` and starts to open them. Does not
+    /// block; the outcome is reported to `stream()`. A second call replaces the earlier pair.
     virtual void connect();
 
-    /// `stream:handleEvent:`: takes every event of both streams, one trace line each.
+    /// `stream:handleEvent:`: handles the events of both streams, and traces each.
     void stream(platform::NSStream& stream, platform::NSStreamEvent event) override;
 
-    /// The platform's text for the calling thread's last system error, or its bare number when that
-    /// text is not valid UTF-8.
+    /// The platform's message for the calling thread's `errno`, or the number when that message is
+    /// not valid UTF-8.
     [[nodiscard]] virtual std::string errnoDescription();
 
-    /// Lists the extended attributes of a file-system item; a symbolic link is followed.
+    /// Lists the extended attributes of a file-system item. Follows symbolic links.
     [[nodiscard]] virtual AttributesNames attributesNamesAtPath(const std::string& path);
 
-    /// Starts a fresh object; called once. Reads the shared settings, tells the Finder what to
-    /// watch, registers the badge and connects. Gives this object, or null when the base class
-    /// yields none.
+    /// Starts the object; call it once. Reads the shared settings, tells the Finder which directory
+    /// to watch, registers the badge and connects. Returns this object, or null when the base
+    /// class's `init` returns null.
     [[nodiscard]] virtual FinderSync* init();
 
-    /// The user starts or stops viewing a directory inside the watched one. Logged, nothing more.
+    /// Called when the user opens or leaves a directory inside the watched one. Only logs the URL.
     virtual void beginObservingDirectoryAtURL(const platform::NSURL& url);
     virtual void endObservingDirectoryAtURL(const platform::NSURL& url);
 
-    /// The Finder wants to know an item's badge: root folders get it, by equality of paths, while
-    /// this runs.
+    /// Called when the Finder needs an item's badge. Assigns it, before returning, if the item's
+    /// path equals the path of a root folder.
     virtual void requestBadgeIdentifierForURL(const platform::NSURL& url);
 
-    /// The menu for the present selection, or null for none.
+    /// The menu for the current selection, or null for none.
     [[nodiscard]] virtual std::shared_ptr<platform::NSMenu>
     menuForMenuKind(platform::FIMenuKind kind);
 
-    /// A value as JSON text; empty when it is none that JSON knows.
+    /// A value as JSON text; empty when JSON cannot represent the value.
     [[nodiscard]] virtual std::string JSONStringify(const platform::Object& value,
                                                     bool prettyPrinted);
 
-    /// The dictionary that a JSON text holds, or the empty one when it is not a JSON object.
+    /// Parses a JSON object. For any other text the dictionary is empty.
     [[nodiscard]] virtual platform::NSDictionary JSONParseDictionary(std::string_view text);
 
-    /// Sends one click report, with the paths of what is selected now, in one write.
+    /// Sends a click report, with the paths of the selected items, in a single write.
     virtual void sendClickedData(const std::string& clickType);
 
-    /// Actions of menu entries: each sends its report. The sender is not looked at and can be null.
+    /// Actions of menu entries: each sends its click report. The sender is ignored and may be null.
     virtual void createLinkClicked(const platform::NSMenuItem* sender);
     virtual void backupClicked(const platform::NSMenuItem* sender);
     virtual void shareContactsClicked(const platform::NSMenuItem* sender);
@@ -130,7 +130,7 @@ public:
     virtual void notSyncedClicked(const platform::NSMenuItem* sender);
     virtual void syncedClicked(const platform::NSMenuItem* sender);
 
-    // No slot: a constant of the object.
+    // Not virtual, because it never changes.
 
     /// Host of the companion link.
     [[nodiscard]] const std::string& serverAddress() const { return serverAddress_; }

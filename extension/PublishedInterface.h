@@ -1,6 +1,6 @@
 #pragma once
 
-// What the platform can reach of the object by name: selectors and key-value properties.
+// The members that the platform can use by name: selectors and key-value properties.
 //
 // The Linux host reads and writes properties and performs actions through this table. The macOS
 // host declares its selectors in Objective-C and does not read it; tests compare the members that
@@ -66,13 +66,13 @@ struct PublishedMethod {
 /// All published properties, in the order of the object's fields.
 [[nodiscard]] std::span<const PublishedProperty> publishedProperties();
 
-/// All published methods, in slot order.
+/// All published methods, in vtable order.
 [[nodiscard]] std::span<const PublishedMethod> publishedMethods();
 
-/// The property of that name, null when none is published under it.
+/// The published property with a name, or null.
 [[nodiscard]] const PublishedProperty* publishedProperty(std::string_view name);
 
-/// The method of that selector, null when none is published under it.
+/// The published method with a selector, or null.
 [[nodiscard]] const PublishedMethod* publishedMethod(std::string_view selector);
 
 } // namespace findersync

@@ -6,10 +6,10 @@
 
 namespace findersync {
 
-/// The description of a URL's file-path form, as the log shows it. A URL that has none is fatal.
+/// The description of a URL's file-path URL, for the log. It is fatal if there is none.
 [[nodiscard]] std::string filePathDescription(const platform::NSURL& url);
 
-/// The path of a URL. A URL that has none is fatal.
+/// The path of a URL. It is fatal if there is none.
 [[nodiscard]] std::string requiredPath(const platform::NSURL& url);
 
 } // namespace findersync

@@ -1,5 +1,5 @@
-// What the extension tells the companion application: one compact JSON object for each click, with
-// nothing between one and the next.
+// Click reports to the companion application: one compact JSON object for each click, without
+// separators.
 
 #include "extension/FinderSync.h"
 #include "extension/URLParts.h"
@@ -11,7 +11,7 @@ namespace findersync {
 
 namespace {
 
-/// The paths of what the Finder has selected now, in its order.
+/// The paths of the items that are selected in the Finder, in its order.
 platform::NSArray selectedPaths() {
     const auto selection = platform::defaultController().selectedItemURLs();
     if (!selection)
@@ -33,7 +33,7 @@ void FinderSync::sendClickedData(const std::string& clickType) {
         platform::fatalError("a click report cannot be encoded");
     if (!outputStream_)
         platform::fatalError("there is no output stream to report to");
-    // One attempt: what the stream does not take is lost.
+    // There is no retry: bytes that the stream does not accept are lost.
     (void)outputStream_->write(data->bytes.data(), data->bytes.size());
 }
 

@@ -1,5 +1,5 @@
-// The extension's end of the loopback link to the companion application. There is one attempt to
-// connect in the life of a process: a lost link stays lost until the extension is started anew.
+// The extension's end of the loopback link to the companion application. The extension connects
+// only when it starts: a lost link stays lost until the extension is restarted.
 
 #include "extension/FinderSync.h"
 #include "platform/CoreFoundation.h"
@@ -49,7 +49,7 @@ void FinderSync::stream(platform::NSStream& stream, NSStreamEvent event) {
         platform::print("Sending");
         break;
     case NSStreamEvent::ErrorOccurred:
-        // The link still counts as up: the menu stays on offer after a refused connection.
+        // `isSocketConnected` stays true: the menu is still offered after a refused connection.
         platform::print("Stream open error");
         break;
     case NSStreamEvent::EndEncountered:

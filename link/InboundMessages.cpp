@@ -1,7 +1,7 @@
 // Commands of the companion application: one JSON object per line, each with a "type".
 //
-// A message must arrive whole within one read of at most 1,024 bytes, because nothing is carried
-// over from one read to the next.
+// A message must arrive complete in one read of at most 1,024 bytes, because incomplete messages
+// are not kept between reads.
 
 #include "extension/FinderSync.h"
 #include "platform/System.h"
@@ -35,13 +35,13 @@ auto findPath(const std::vector<std::string>& paths, std::string_view path) {
 } // namespace
 
 void FinderSync::readInboundMessages() {
-    // Held for the rest of the process's life, on purpose: one buffer for each event.
+    // Leaked on purpose, once for each event.
     auto* const buffer = static_cast<std::uint8_t*>(platform::malloc(readSize));
     if (buffer == nullptr)
         platform::fatalError("no memory for the inbound buffer");
 
     const auto bytesAvailable = [this] {
-        if (!inputStream_) // never, once `connect` has run
+        if (!inputStream_) // cannot happen after `connect`
             platform::fatalError("the input stream is gone while it is being read");
         return inputStream_->hasBytesAvailable();
     };
@@ -60,7 +60,7 @@ void FinderSync::readInboundMessages() {
 
 void FinderSync::handleInboundText(std::string_view text) {
     for (const std::string_view line : platform::componentsSeparatedByString(text, "\n")) {
-        // Whatever follows an empty line in the same read is dropped, messages included.
+        // Drops everything after an empty line in the same read, messages included.
         if (line.empty())
             return;
         handleInboundMessage(JSONParseDictionary(line));
@@ -113,7 +113,7 @@ void FinderSync::deleteFolder(const platform::NSDictionary& message) {
 }
 
 void FinderSync::setLocale(const platform::NSDictionary& message) {
-    // All three are looked up before the first is set: a message that lacks one changes none.
+    // Reads all three before setting the first: a message that lacks one changes none.
     const std::string& shareContact = requiredString(message, "shareContactTitle");
     const std::string& shareViaUrl = requiredString(message, "shareViaUrlTitle");
     const std::string& backup = requiredString(message, "backupTitle");

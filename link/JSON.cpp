@@ -1,4 +1,4 @@
-// JSON texts of the link, by way of the platform's serialiser.
+// Converts between values and JSON, with the platform's parser and writer.
 
 #include "extension/FinderSync.h"
 

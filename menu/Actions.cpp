@@ -1,5 +1,5 @@
-// What the menu entries do. Two of the six are reachable from the menu as it is built; any caller
-// that names their selector can invoke the others.
+// The actions of the menu entries. The menu offers only two of the six; the others can be invoked
+// by their selectors.
 
 #include "extension/FinderSync.h"
 

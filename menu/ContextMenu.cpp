@@ -1,4 +1,4 @@
-// The menu on one selected item inside a root folder.
+// The context menu of a single selected item inside a root folder.
 
 #include "extension/FinderSync.h"
 #include "platform/AppKit.h"
@@ -45,7 +45,7 @@ void appendEscaped(std::string& text, char character) {
     text += escape;
 }
 
-/// The form in which a debugger shows an optional string.
+/// Formats an optional string as a debugger shows it.
 std::string debugDescription(const OptionalPath& path) {
     if (!path)
         return "nil";
@@ -79,8 +79,8 @@ std::shared_ptr<platform::NSMenu> FinderSync::menuForMenuKind(platform::FIMenuKi
     return isInsideRootFolder(path) ? buildMenu() : nullptr;
 }
 
-/// Containment is of texts: what merely holds a root's text counts as inside too. The root folder
-/// itself does not, unless it lies in another one.
+/// Whether the path contains the path of a root folder anywhere, as a substring. The root folder
+/// itself is not inside, unless its path contains that of another one.
 bool FinderSync::isInsideRootFolder(const OptionalPath& path) const {
     const std::size_t count = pathsOfRootFolders().size();
     for (std::size_t index = 0; index < count; ++index) {
@@ -98,7 +98,7 @@ bool FinderSync::isInsideRootFolder(const OptionalPath& path) const {
 
 std::shared_ptr<platform::NSMenu> FinderSync::buildMenu() const {
     auto menu = platform::menuWithTitle("");
-    // Prepared like the others, and never offered.
+    // Created like the others, but never added to the menu.
     (void)menuItem(shareContactTitle(), "shareContactsClicked:", "icon_share");
     menu->addItem(menuItem(shareViaUrlTitle(), "createLinkClicked:", "icon_URLlink"));
     auto backup = menuItem(backupTitle(), "backupClicked:", "icon_Backup");

@@ -19,7 +19,7 @@ using process::Out;
 
 namespace {
 
-/// Has the Finder's selection be the given one for as long as this object lives.
+/// Sets the Finder's selection for the lifetime of this object.
 class Selection {
 public:
     Selection(platform::linux_backend::FinderSyncController& controller, std::vector<URL> urls)
@@ -37,7 +37,7 @@ private:
 } // namespace
 
 struct ExtensionService::Callbacks {
-    // Nothing may be thrown through sd-bus; an exception here ends the process.
+    // Exceptions must not unwind through sd-bus: in a noexcept function they abort the process.
 
     template <int (ExtensionService::*method)(sd_bus_message*, sd_bus_error*)>
     static int call(sd_bus_message* call, void* self, sd_bus_error* error) noexcept {
@@ -199,7 +199,8 @@ int ExtensionService::performAction(sd_bus_message* call, sd_bus_error* error) {
     return reply(call);
 }
 
-/// The extension is not asked about what lies outside the watched directories.
+/// Returns an item's badge identifier, "" for none. The extension is not asked about items outside
+/// the watched directories.
 std::string ExtensionService::badgeFor(const platform::NSURL& url) {
     if (!isWatched(url))
         return {};
@@ -207,7 +208,7 @@ std::string ExtensionService::badgeFor(const platform::NSURL& url) {
     return controller_.takeAssignedBadge();
 }
 
-/// Whether an item is a watched directory or lies in one.
+/// Whether an item is a watched directory or inside one.
 bool ExtensionService::isWatched(const platform::NSURL& url) const {
     const std::string path = url.path().value_or("");
     return std::ranges::any_of(controller_.directoryURLs(), [&path](const auto& directory) {
@@ -215,7 +216,7 @@ bool ExtensionService::isWatched(const platform::NSURL& url) const {
     });
 }
 
-/// Sends the reply to a call, after the trace and log lines that the call has caused.
+/// Sends the reply to a call, after writing the trace and log lines of the call.
 template <typename... Values>
 int ExtensionService::reply(sd_bus_message* call, const Values&... values) {
     platform::linux_backend::flushStandardStreams();

@@ -1,7 +1,7 @@
 #pragma once
 
-// The principal class of the app extension: what the Finder creates and talks to. It publishes the
-// selectors and key-value properties of the extension's object, and passes everything on to it.
+// The principal class of the app extension, which the Finder instantiates. It publishes the
+// selectors and key-value properties of the C++ object, and forwards everything to it.
 //
 // Everything runs on the thread that created the object: the extension's main thread.
 
@@ -21,14 +21,15 @@ class HostedFinderSync;
 
 /// The directory that the Finder was told to watch. Never nil; setting nil is fatal.
 @property (nonatomic, strong) NSURL* myFolderURL;
-/// Paths of the companion application's root folders, all of them strings. Nil sets none.
+/// Paths of the companion application's root folders. Setting nil sets an empty array; setting an
+/// array with an element that is not a string is fatal.
 @property (nonatomic, copy) NSArray* pathsOfRootFolders;
 @property (nonatomic, readonly) CFStringRef serverAddress;
 @property (nonatomic, assign) uint32_t serverPort;
 @property (nonatomic, assign) BOOL isSocketConnected;
 @property (nonatomic, assign) NSInteger displayUrlLink;
 @property (nonatomic, assign) NSInteger displayBackup;
-/// Titles of the menu entries. Nil sets the empty text.
+/// Titles of the menu entries. Setting nil sets the empty string.
 @property (nonatomic, copy) NSString* shareContactTitle;
 @property (nonatomic, copy) NSString* shareViaUrlTitle;
 @property (nonatomic, copy) NSString* backupTitle;

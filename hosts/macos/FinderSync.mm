@@ -20,7 +20,7 @@ using platform::macos::utf8Text;
 
 namespace hosts::macos {
 
-/// The extension's object, which has its Objective-C half told of the events of the link.
+/// The C++ object. Its streams send their events to the principal object, which forwards them.
 class HostedFinderSync : public findersync::FinderSync, public platform::macos::ObjectDelegate {
 public:
     /// The principal object is not owned; it owns this one.
@@ -58,14 +58,14 @@ std::vector<std::string> stringsOf(NSArray* array) {
 @implementation FinderSync
 
 - (instancetype)init {
-    // The fields have their initial values before the base class's initializer runs.
+    // First, so that the fields are initialized when the base class's initializer runs.
     extension_ = new hosts::macos::HostedFinderSync(self);
     self = [super init];
     if (self == nil)
         return nil;
-    // Neither a companion that goes away nor a reader of the trace is to end the process.
+    // Writing to a closed socket or pipe must not end the process.
     (void)std::signal(SIGPIPE, SIG_IGN);
-    (void)extension_->init(); // gives none only when the base class does
+    (void)extension_->init(); // null only if the base class's initializer returns nil
     return self;
 }
 
@@ -154,7 +154,7 @@ std::vector<std::string> stringsOf(NSArray* array) {
     extension_->setBackupTitle(utf8Text(title));
 }
 
-/// Key-value coding has no boxing of its own for Core Foundation's types. This one is bridged.
+/// Key-value coding cannot box a Core Foundation string; it is bridged to an NSString here.
 - (id)valueForKey:(NSString*)key {
     if ([key isEqualToString:@"serverAddress"])
         return stringObject(extension_->serverAddress()).autoreleased();
@@ -185,7 +185,7 @@ std::vector<std::string> stringsOf(NSArray* array) {
     extension_->sendClickedData(utf8Text(clickType));
 }
 
-// What the Finder asks for.
+// Requests of the Finder.
 
 - (void)beginObservingDirectoryAtURL:(NSURL*)url {
     extension_->beginObservingDirectoryAtURL(URL(url));
@@ -211,7 +211,7 @@ std::vector<std::string> stringsOf(NSArray* array) {
 }
 
 // Actions of menu entries. Entries have no target: the Finder sends their actions to this object.
-// The extension does not look at the sender.
+// The sender is ignored.
 
 - (void)createLinkClicked:(id)sender {
     extension_->createLinkClicked(nullptr);

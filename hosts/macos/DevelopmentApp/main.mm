@@ -1,5 +1,5 @@
-// An app that only exists to contain the extension: macOS takes app extensions from apps. It stands
-// in for the companion application where that is not at hand, and does nothing when it is opened.
+// An app that does nothing but contain the extension, because macOS loads app extensions only from
+// apps. It replaces the companion application during development.
 
 #import <AppKit/AppKit.h>
 
