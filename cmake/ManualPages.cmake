@@ -1,0 +1,28 @@
+# add_manual_page(<component> <source>)
+#
+# Makes a manual page below share/man in the build folder from its scdoc source, with the names of
+# this configuration in it, and installs it. Without scdoc there are no manual pages.
+find_program(SCDOC scdoc)
+if(NOT SCDOC)
+  report_component(Parts "manual pages" "no (scdoc not found)")
+endif()
+
+# A lone underscore starts underlined text in the pages' source.
+string(REPLACE "_" "\\_" ESCAPED_GROUP "${FINDER_SYNC_GROUP}")
+
+function(add_manual_page component source)
+  if(NOT SCDOC)
+    return()
+  endif()
+  get_filename_component(page ${source} NAME_WLE)
+  set(configured ${CMAKE_CURRENT_BINARY_DIR}/${page}.scd)
+  configure_file(${source} ${configured} @ONLY)
+  set(folder ${PROJECT_BINARY_DIR}/share/man/man1)
+  file(MAKE_DIRECTORY ${folder})
+  add_custom_command(
+    OUTPUT ${folder}/${page}
+    COMMAND sh -c "\"$1\" <\"$2\" >\"$3\"" sh ${SCDOC} ${configured} ${folder}/${page}
+    DEPENDS ${configured}
+    VERBATIM)
+  install_compressed(${component} ${folder}/${page} ${CMAKE_INSTALL_MANDIR}/man1/${page})
+endfunction()
