@@ -101,7 +101,7 @@ public:
     static inline const std::string badge = std::string(findersync::iconPrefix) + "FolderIco";
     static inline const std::string label = "Copy __link & go";
     static constexpr milliseconds leastTimeout{99};
-    static constexpr milliseconds mostTimeout{500};
+    static constexpr milliseconds mostTimeout{250};
 
     GtkFileManager() = default;
     virtual ~GtkFileManager() {
