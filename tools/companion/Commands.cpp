@@ -17,7 +17,7 @@ constexpr std::string_view blanks = " \t";
 
 using Member = std::pair<std::string_view, std::string_view>;
 
-/// Has a message of this type go out, with members that are all strings.
+/// A message of this type, whose members are all strings; a refusal when it is too long.
 Command sendMessage(std::string_view type, std::initializer_list<Member> members) {
     std::vector<console::JSONMember> object = {{"type", console::jsonString(type)}};
     for (const auto& [name, value] : members)
@@ -37,7 +37,7 @@ std::string_view withoutTrailingBlanks(std::string_view text) {
     return text.substr(0, last == std::string_view::npos ? 0 : last + 1);
 }
 
-/// Removes the word, quoted as in a shell, that the text starts with, and gives it. Gives none when
+/// Removes the word, quoted as in a shell, that the text starts with, and returns it, none when
 /// a quote or an escape has no end.
 std::optional<std::string> takeWord(std::string_view& text) {
     std::string word;

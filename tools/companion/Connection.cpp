@@ -34,7 +34,7 @@ bool hasSegmentsOfLineSize(int socket) {
 Connection::Connection(process::Descriptor socket, Outbox& outbox, ConnectionObserver& observer)
     : socket_(std::move(socket)), outbox_(outbox), observer_(observer) {
     setOption(socket_.get(), TCP_NODELAY, 1);
-    // Has the socket count as writable only once all that was written before has been sent.
+    // Makes the socket count as writable only once all that was written before has been sent.
     setOption(socket_.get(), TCP_NOTSENT_LOWAT, 1);
     setOnlyWholeSegments(hasSegmentsOfLineSize(socket_.get()));
 }
@@ -92,7 +92,7 @@ void Connection::setSending(bool isSending) {
     (void)sd_event_source_set_io_events(source_.get(), isSending ? EPOLLIN | EPOLLOUT : EPOLLIN);
 }
 
-/// Has the system send only segments of full size, or everything at once. When a segment has the
+/// Makes the system send only segments of full size, or everything at once. When a segment has the
 /// size of a padded line, a receive window that fills up cannot cut such a line in two.
 void Connection::setOnlyWholeSegments(bool isOn) {
     hasOnlyWholeSegments_ = isOn;

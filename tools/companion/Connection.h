@@ -9,13 +9,13 @@
 
 namespace companion {
 
-/// Hears of what happens on a connection. Only `connectionLost`, which is the last call, may
+/// Is told what happens on a connection. Only `connectionLost`, which is the last call, may
 /// destroy the connection.
 class ConnectionObserver {
 public:
     virtual ~ConnectionObserver() = default;
 
-    /// Bytes have arrived. Gives false when they make no sense, which ends the connection.
+    /// Bytes have arrived. Returns false when they make no sense, which ends the connection.
     [[nodiscard]] virtual bool bytesArrived(std::string_view bytes) = 0;
 
     /// The system has accepted some of the waiting lines.
@@ -34,7 +34,7 @@ public:
     /// The socket is non-blocking.
     Connection(process::Descriptor socket, Outbox& outbox, ConnectionObserver& observer);
 
-    /// Has the event loop serve the connection. Gives 0 or a negative errno.
+    /// Makes the event loop serve the connection. Returns 0 or a negative errno.
     [[nodiscard]] int serve(sd_event* event);
 
     /// Sends the lines of the outbox as soon as the socket is writable.

@@ -17,8 +17,8 @@ public:
 
     explicit Follower(Observer observer) : observer_(std::move(observer)) {}
 
-    /// Has the event loop read the pipe from now on, even when one writer closes it and another one
-    /// opens it. Gives false on failure; `failure` then says what is wrong.
+    /// Makes the event loop read the pipe from now on, even when one writer closes it and another
+    /// one opens it. Returns false on failure; `failure` then says what is wrong.
     [[nodiscard]] bool follow(sd_event* event, const std::string& path, std::string& failure);
 
 private:

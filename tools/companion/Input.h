@@ -7,7 +7,7 @@
 
 namespace companion {
 
-/// Hears what comes in on standard input.
+/// Is told what comes in on standard input.
 class InputObserver {
 public:
     virtual ~InputObserver() = default;
@@ -27,7 +27,7 @@ class Input {
 public:
     explicit Input(InputObserver& observer) : observer_(observer) {}
 
-    /// Has the event loop read standard input. Gives 0 or a negative errno.
+    /// Makes the event loop read standard input. Returns 0 or a negative errno.
     [[nodiscard]] int serve(sd_event* event);
 
     /// Stops reading until it is resumed. Meanwhile the system keeps what is typed or piped.

@@ -16,7 +16,7 @@ namespace companion {
 
 namespace {
 
-/// Has each segment carry exactly one padded line, besides the time stamp of every segment.
+/// Segments of this size carry exactly one padded line, besides the time stamp of every segment.
 constexpr int segmentSize = static_cast<int>(lineLimit) + TCPOLEN_TSTAMP_APPA;
 
 std::string portFailure(std::uint16_t port, int number) {

@@ -17,14 +17,14 @@ public:
 
     explicit Listener(ConnectionHandler handler) : handler_(std::move(handler)) {}
 
-    /// Binds to a port of 127.0.0.1, to a free one for 0. Nobody can connect yet. Gives false on
+    /// Binds to a port of 127.0.0.1, to a free one for 0. Nobody can connect yet. Returns false on
     /// failure; `failure` then says what is wrong and what to do.
     [[nodiscard]] bool bind(std::uint16_t port, std::string& failure);
 
     /// The port that it is bound to.
     [[nodiscard]] std::uint16_t port() const { return port_; }
 
-    /// Has the event loop accept connections from now on.
+    /// Makes the event loop accept connections from now on.
     [[nodiscard]] bool listen(sd_event* event, std::string& failure);
 
 private:

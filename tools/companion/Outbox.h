@@ -21,7 +21,7 @@ public:
     /// The next line to send; the outbox is not empty.
     [[nodiscard]] const std::string& first() const { return lines_.front(); }
 
-    /// Sends the first line, or the rest of it, with one call. Gives 0 when the socket accepted
+    /// Sends the first line, or the rest of it, with one call. Returns 0 when the socket accepted
     /// some of it, EAGAIN when it accepts nothing for now, or the errno of a lost connection.
     [[nodiscard]] int writeFirst(int socket);
 

@@ -36,7 +36,7 @@ bool ReportParser::take(std::string_view bytes, const ReportHandler& handler,
     return true;
 }
 
-/// Gives how many of the bytes belong to the current report, 0 on failure.
+/// Returns how many of the bytes belong to the current report, 0 on failure.
 std::size_t ReportParser::takeSome(std::string_view bytes, std::string& failure) {
     if (!isWithinReport() && bytes.front() != '{') {
         failure = "it does not start with \"{\"";

@@ -26,7 +26,7 @@ public:
     /// More bytes than this in one report are an error.
     static constexpr std::size_t sizeLimit = std::size_t{64} * 1024 * 1024;
 
-    /// Takes the next bytes and hands on every report that they complete. Gives false for bytes
+    /// Takes the next bytes and hands on every report that they complete. Returns false for bytes
     /// that are no report; `failure` then says in words why, and `reset` has to follow.
     [[nodiscard]] bool take(std::string_view bytes, const ReportHandler& handler,
                             std::string& failure);

@@ -12,7 +12,7 @@ class Screen {
 public:
     explicit Screen(Color color);
 
-    /// One click report, as one line. Gives false when it cannot be written any more.
+    /// One click report, as one line. Returns false when it cannot be written any more.
     [[nodiscard]] bool report(const std::string& text);
 
     /// What the program does.

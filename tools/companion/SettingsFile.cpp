@@ -79,7 +79,7 @@ std::optional<std::string> settingsDirectory() {
     return base;
 }
 
-/// Reads a whole file. Gives 0 or an errno.
+/// Reads a whole file. Returns 0 or an errno.
 int readFile(const std::string& path, std::string& text) {
     // Opening does not wait for a writer if it is a named pipe.
     const process::Descriptor file(
@@ -115,7 +115,7 @@ std::optional<json::object> readSettings(const std::string& path, std::string& f
     return std::nullopt;
 }
 
-/// Writes a temporary file in the same directory and renames it. Gives 0 or an errno.
+/// Writes a temporary file in the same directory and renames it. Returns 0 or an errno.
 int replaceFile(const std::string& path, std::string_view text) {
     std::string temporary = path + ".XXXXXX";
     process::Descriptor file(::mkostemp(temporary.data(), O_CLOEXEC)); // with mode 0600
@@ -133,7 +133,7 @@ int replaceFile(const std::string& path, std::string_view text) {
     return result;
 }
 
-/// Adds a setting of the form KEY=VALUE. Gives what is wrong with it, empty for nothing.
+/// Adds a setting of the form KEY=VALUE. Returns what is wrong with it, empty for nothing.
 std::string addSetting(json::object& settings, std::string_view keyAndValue) {
     const std::size_t separator = keyAndValue.find('=');
     const std::string_view key = keyAndValue.substr(0, separator);

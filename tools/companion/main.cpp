@@ -63,8 +63,7 @@ void printHelp() {
 }
 
 [[noreturn]] void exitWithUsageError(const std::string& message) {
-    (void)process::writeFully(STDERR_FILENO, "companion: " + message +
-                                                 " (\"companion --help\" shows the usage)\n");
+    (void)process::writeFully(STDERR_FILENO, "companion: " + message + "; see companion --help\n");
     std::exit(usageError);
 }
 
@@ -121,8 +120,8 @@ void take(int letter, Options& options) {
         (void)process::writeFully(STDOUT_FILENO,
                                   std::string("companion ") + findersync::version + "\n");
         std::exit(EXIT_SUCCESS);
-    default: // getopt_long has said what is wrong
-        std::exit(usageError);
+    default: // getopt_long has named the option
+        exitWithUsageError("wrong usage");
     }
 }
 
@@ -140,10 +139,12 @@ Options parse(int argc, char** argv) {
                                 {"version", no_argument, nullptr, 'v'},
                                 {}};
     Options options;
+    char name[] = "companion"; // not the path, in getopt_long's messages
+    argv[0] = name;
     for (int letter = 0; (letter = ::getopt_long(argc, argv, "c:h", known, nullptr)) != -1;)
         take(letter, options);
     if (optind < argc)
-        exitWithUsageError(std::string("surplus argument \"") + argv[optind] + "\"");
+        exitWithUsageError(std::string("unknown argument '") + argv[optind] + "'");
     if (options.isPadded && options.isNotPadded)
         exitWithUsageError("--pad and --no-pad exclude each other");
     if (!options.settings.empty() && !options.writesSettings)
@@ -154,7 +155,7 @@ Options parse(int argc, char** argv) {
     return options;
 }
 
-/// Serves until the input has ended, or a signal ends it. Gives the exit code; on failure
+/// Serves until the input has ended, or a signal ends it. Returns the exit code; on failure
 /// `failure` says what is wrong.
 int serve(sd_event* event, const Options& options, companion::Screen& screen,
           std::string& failure) {

@@ -30,7 +30,7 @@ class Monitor {
 public:
     explicit Monitor(Form form) : form_(form) {}
 
-    /// Prints until a signal or the reader ends it. Gives the exit code.
+    /// Prints until a signal or the reader ends it. Returns the exit code.
     [[nodiscard]] int run();
 
 private:
@@ -75,7 +75,7 @@ int Monitor::busGone(sd_bus_message*, void* self, sd_bus_error*) noexcept {
     return 0;
 }
 
-/// Has an exception end the event loop, since nothing may be thrown through it.
+/// Ends the event loop and keeps the exception, which may not be thrown through it.
 void Monitor::fail(std::exception_ptr failure) {
     failure_ = std::move(failure);
     (void)sd_event_exit(event_.get(), EXIT_FAILURE);
@@ -97,7 +97,7 @@ int Monitor::run() {
     return exitCode;
 }
 
-/// Has the loop end when the reader of standard output goes, even if there is nothing to print.
+/// Makes the loop end when the reader of standard output goes, even if there is nothing to print.
 void Monitor::watchOutput() {
     const auto end = [](sd_event_source* source, int, std::uint32_t, void*) {
         return sd_event_exit(sd_event_source_get_event(source), EXIT_SUCCESS);

@@ -100,14 +100,14 @@ std::string help() {
 }
 
 [[noreturn]] void exitWithUsageError(const std::string& message) {
-    finderctl::complain(message + " (\"finderctl --help\" shows the usage)");
+    finderctl::complain(message + "; see finderctl --help");
     std::exit(codeOf(ExitCode::Usage));
 }
 
 void takeKind(Arguments& arguments, const char* kind) {
     if (std::ranges::find(finderctl::menuKinds, std::string_view(kind)) ==
         finderctl::menuKinds.end())
-        exitWithUsageError(std::string("--kind is not \"") + kind + "\"");
+        exitWithUsageError(std::string("unknown kind '") + kind + "'");
     arguments.kind = kind;
 }
 
@@ -118,6 +118,8 @@ const Subcommand& parse(int argc, char** argv, Arguments& arguments) {
                                   {"help", no_argument, nullptr, 'h'},
                                   {"version", no_argument, nullptr, 'v'},
                                   {}};
+    char name[] = "finderctl"; // not the path, in getopt_long's messages
+    argv[0] = name;
     for (int found = 0; (found = ::getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
         switch (found) {
         case 'j':
@@ -132,24 +134,24 @@ const Subcommand& parse(int argc, char** argv, Arguments& arguments) {
         case 'v':
             finderctl::print(std::string("finderctl ") + findersync::version);
             std::exit(EXIT_SUCCESS);
-        default: // getopt_long has said what is wrong
-            std::exit(codeOf(ExitCode::Usage));
+        default: // getopt_long has named the option
+            exitWithUsageError("wrong usage");
         }
     }
     if (optind == argc)
-        exitWithUsageError("a subcommand is needed");
-    const std::string name = argv[optind];
-    const auto* const subcommand = std::ranges::find(subcommands, name, &Subcommand::name);
+        exitWithUsageError("a command is missing");
+    const std::string command = argv[optind];
+    const auto* const subcommand = std::ranges::find(subcommands, command, &Subcommand::name);
     if (subcommand == std::end(subcommands))
-        exitWithUsageError("there is no subcommand \"" + name + "\"");
+        exitWithUsageError("unknown command '" + command + "'");
     arguments.items.assign(argv + optind + 1, argv + argc);
     if (arguments.items.size() < subcommand->minimum ||
         arguments.items.size() > subcommand->maximum)
-        exitWithUsageError("\"" + name + "\" has too " +
+        exitWithUsageError(std::string("too ") +
                            (arguments.items.size() < subcommand->minimum ? "few" : "many") +
-                           " arguments");
-    if (!arguments.kind.empty() && name != "menu")
-        exitWithUsageError("--kind is for \"menu\" only");
+                           " arguments for '" + command + "'");
+    if (!arguments.kind.empty() && command != "menu")
+        exitWithUsageError("--kind is for 'menu' only");
     return *subcommand;
 }
 
