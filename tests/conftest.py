@@ -19,7 +19,7 @@ from jeepney.io.blocking import open_dbus_connection
 GROUP = os.environ.get("FINDER_SYNC_GROUP", "com.example.companion")
 BUS_NAME = GROUP + ".FinderSync"
 EXTENSION = DBusAddress("/FinderSync", bus_name=BUS_NAME, interface="findersync.Extension1")
-PATIENCE = 20  # seconds; far more than anything here takes, sanitizers and valgrind included
+TIMEOUT = 20  # seconds; far more than anything here takes, sanitizers and valgrind included
 
 # All that programs see of the environment in which the tests run.
 KEPT_VARIABLES = ("PATH", "ASAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS",
@@ -36,13 +36,13 @@ BUS_CONFIGURATION = """<busconfig><type>session</type><listen>unix:tmpdir=/tmp</
 
 def wait_for(condition, what="the condition"):
     """Waits until the condition gives something true, and gives that."""
-    deadline = time.monotonic() + PATIENCE
+    deadline = time.monotonic() + TIMEOUT
     while time.monotonic() < deadline:
         result = condition()
         if result:
             return result
         time.sleep(0.01)
-    raise AssertionError(f"{what} did not come about within {PATIENCE} s")
+    raise AssertionError(f"{what} did not come about within {TIMEOUT} s")
 
 
 def line(**message):
@@ -55,13 +55,13 @@ class Peer:
 
     def __init__(self, port=0):
         self.listener = socket.create_server(("127.0.0.1", port))
-        self.listener.settimeout(PATIENCE)
+        self.listener.settimeout(TIMEOUT)
         self.port = self.listener.getsockname()[1]
         self.connection = None
 
     def accept(self):
         self.connection, _ = self.listener.accept()
-        self.connection.settimeout(PATIENCE)
+        self.connection.settimeout(TIMEOUT)
         self.connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
 
     def nobody_connects(self, within=0):
@@ -116,7 +116,7 @@ class Process:
             return file.read().rsplit(")", 1)[1].split()[0]
 
     def wait(self):
-        return self.popen.wait(PATIENCE)
+        return self.popen.wait(TIMEOUT)
 
     def end(self, with_signal=signal.SIGTERM):
         self.popen.send_signal(with_signal)
@@ -277,7 +277,7 @@ class Session:
         """Sends a method call on a connection of its own and gives the reply's body; an error
         reply raises with its name and text."""
         with open_dbus_connection(self.address) as connection:
-            reply = connection.send_and_get_reply(message, timeout=PATIENCE)
+            reply = connection.send_and_get_reply(message, timeout=TIMEOUT)
         if reply.header.message_type.name == "error":
             raise BusError(reply)
         return reply.body

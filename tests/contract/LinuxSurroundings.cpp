@@ -22,10 +22,10 @@ void writeSettings(const std::string& text) {
     std::ofstream(folder / "settings.json") << text;
 }
 
-bool deliverWithin(std::chrono::milliseconds patience) {
+bool deliverWithin(std::chrono::milliseconds timeout) {
     flushOutput();
     return sd_event_run(platform::linux_backend::runLoopOfThisThread().event(),
-                        static_cast<std::uint64_t>(patience.count()) * 1000) > 0;
+                        static_cast<std::uint64_t>(timeout.count()) * 1000) > 0;
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 """Finds things on the screen by their names, as assistive technologies do, and uses the mouse.
 
-usage: accessible.py PATIENCE find|click|menu|press|gone APPLICATION ROLE NAME
+usage: accessible.py TIMEOUT find|click|menu|press|gone APPLICATION ROLE NAME
 
-Waits until the thing is shown, or for "gone" until it is not, for at most PATIENCE seconds; writes
+Waits until the thing is shown, or for "gone" until it is not, for at most TIMEOUT seconds; writes
 where it is: x, y, width, height. "click" and "menu" press the left or the right button on it, and
 "press" has it pressed without a mouse."""
 
@@ -59,8 +59,8 @@ def find(application, role, name):
 
 
 def main():
-    patience, action, application, role, name = sys.argv[1:]
-    deadline = time.monotonic() + float(patience)
+    timeout, action, application, role, name = sys.argv[1:]
+    deadline = time.monotonic() + float(timeout)
     before = None
     while True:
         node, now = find(application, role, name)
@@ -70,7 +70,7 @@ def main():
         if action != "gone" and now is not None and now == before:
             break
         if time.monotonic() > deadline:
-            print(f"{role} {name!r} of {application}: not {action} in {patience} s", file=sys.stderr)
+            print(f"{role} {name!r} of {application}: not {action} in {timeout} s", file=sys.stderr)
             return 1
         before = now
         time.sleep(0.05)

@@ -90,9 +90,9 @@ class Desktop(Session):
         self.screen.terminate()
         self.screen.wait()
 
-    def accessible(self, action, *thing, patience=20):
+    def accessible(self, action, *thing, timeout=20):
         script = pathlib.Path(__file__).parent / "accessible.py"
-        found = subprocess.run(["/usr/bin/python3", "-B", script, str(patience), action, *thing],
+        found = subprocess.run(["/usr/bin/python3", "-B", script, str(timeout), action, *thing],
                                env=self.environment, capture_output=True, text=True)
         assert found.returncode == 0, found.stderr + self.look("failed")
         return [int(number) for number in found.stdout.split()]
@@ -156,7 +156,7 @@ class FileManager:
         """Once more when the menu stays: while it opens, it may take no notice of a click."""
         self.entry(title, self.press)
         try:
-            self.entry(title, "gone", patience=3)
+            self.entry(title, "gone", timeout=3)
         except AssertionError:
             self.entry(title, self.press)
 

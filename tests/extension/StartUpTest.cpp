@@ -1,3 +1,4 @@
+#include "Names.h"
 #include "tests/RecordingTest.h"
 
 #include <algorithm>
@@ -58,7 +59,7 @@ TEST_F(StartUp, MakesItsCallsInTheExactOrder) {
     EXPECT_EQ(calls(), (Strings{
                            "fileURLWithPath: /",
                            "FIFinderSync init",
-                           "initWithSuiteName: " FINDER_SYNC_GROUP,
+                           std::string("initWithSuiteName: ") + findersync::applicationGroup,
                            "objectForKey: RootFolder",
                            "objectForKey: ServerPort",
                            "objectForKey: DisplayUrlLink",

@@ -14,7 +14,7 @@ import threading
 import time
 
 import pytest
-from conftest import BUS_NAME, PATIENCE, line, wait_for
+from conftest import BUS_NAME, TIMEOUT, line, wait_for
 
 NAMES = ["caja", "nemo", "nautilus", "thunar", "dolphin"]
 ROOT, FILE = "file:///sync", "file:///sync/a"
@@ -44,16 +44,16 @@ class FileManager:
         self.popen.stdin.flush()
 
     def answer(self):
-        readable, _, _ = select.select([self.popen.stdout], [], [], PATIENCE)
+        readable, _, _ = select.select([self.popen.stdout], [], [], TIMEOUT)
         assert readable, f"{self.name} hangs"
         answer = self.popen.stdout.readline().decode(errors="replace")
-        assert answer, f"{self.name} has ended with {self.popen.wait(PATIENCE)}"
+        assert answer, f"{self.name} has ended with {self.popen.wait(TIMEOUT)}"
         return answer.rstrip("\n")
 
     def end(self):
         self.popen.stdin.close()
         try:
-            assert self.popen.wait(PATIENCE) == 0, self.name
+            assert self.popen.wait(TIMEOUT) == 0, self.name
         finally:
             self.popen.kill()
             self.popen.stdout.close()
@@ -282,7 +282,7 @@ def meanwhile(*works):
     finally:
         stop.set()
         for thread in threads:
-            thread.join(PATIENCE)
+            thread.join(TIMEOUT)
 
 
 @pytest.fixture

@@ -6,7 +6,7 @@ import struct
 import threading
 import time
 
-from conftest import BUS_NAME, PATIENCE
+from conftest import BUS_NAME, TIMEOUT
 from jeepney import HeaderFields, MessageType, message_bus, new_error, new_method_return
 from jeepney.low_level import Endianness, parse_signature
 
@@ -76,7 +76,7 @@ class Impostor:
 
     def end(self):
         self.connection.sock.shutdown(socket.SHUT_RDWR)
-        self.thread.join(PATIENCE)
+        self.thread.join(TIMEOUT)
 
     def answer(self, call):
         if call.header.message_type != MessageType.method_call:

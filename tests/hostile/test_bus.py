@@ -7,7 +7,7 @@ import socket
 import struct
 
 import pytest
-from conftest import BUS_NAME, EXTENSION, PATIENCE, BusError, wait_for
+from conftest import BUS_NAME, EXTENSION, TIMEOUT, BusError, wait_for
 from jeepney import (DBusAddress, HeaderFields, MessageFlag, MessageType, Properties, message_bus,
                      new_method_call, new_signal)
 from jeepney.io.blocking import open_dbus_connection
@@ -30,7 +30,7 @@ def without_reply(message):
 def answer_to(connection):
     """The next answer, which is not a signal."""
     while True:
-        message = connection.receive(timeout=PATIENCE)
+        message = connection.receive(timeout=TIMEOUT)
         if message.header.message_type != MessageType.signal:
             return message.header.fields.get(HeaderFields.error_name, "no error")
 
@@ -126,7 +126,7 @@ def test_floods_of_calls_whose_answers_are_read(scene):
         connection = scene.session.connect_to_bus()
         call = new_method_call(EXTENSION, "RequestBadgeIdentifiersForURLs", "as",
                                (["file:///sync"] * 100,))
-        return lambda: connection.send_and_get_reply(call, timeout=PATIENCE) and None
+        return lambda: connection.send_and_get_reply(call, timeout=TIMEOUT) and None
 
     scene.withstands(client(), client(), client(), seconds=0.5)
 
@@ -177,7 +177,7 @@ def test_changes_while_the_bus_takes_nothing_go_into_one_signal(scene, reader):
     watch, rule = scene.session.subscribe()
     with watch.filter(rule) as received:
         reader.close()
-        watch.recv_until_filtered(received, timeout=PATIENCE)
+        watch.recv_until_filtered(received, timeout=TIMEOUT)
         more = 0
         with contextlib.suppress(TimeoutError):
             while watch.recv_until_filtered(received, timeout=0.5):
@@ -267,7 +267,7 @@ def test_calls_of_every_wrong_kind(scene):
         for path, interface, member, signature in calls:
             call = new_method_call(DBusAddress(path, BUS_NAME, interface), member, signature,
                                    SIGNATURES[signature])
-            connection.send_and_get_reply(call, timeout=PATIENCE)
+            connection.send_and_get_reply(call, timeout=TIMEOUT)
         return False
 
     with meanwhile(send):

@@ -9,7 +9,7 @@ import termios
 import time
 
 import pytest
-from conftest import PATIENCE, line
+from conftest import TIMEOUT, line
 
 from hostile.conftest import meanwhile
 
@@ -38,7 +38,7 @@ def test_never_reads_the_reports(scene):
     with contextlib.suppress(TimeoutError):
         while connection.recv(1 << 20):
             pass
-    connection.settimeout(PATIENCE)
+    connection.settimeout(TIMEOUT)
     scene.is_as_before()
 
 

@@ -16,7 +16,7 @@ import subprocess
 import time
 import urllib.parse
 
-from conftest import BUS_NAME, PATIENCE, BusError, Session, line, wait_for
+from conftest import BUS_NAME, TIMEOUT, BusError, Session, line, wait_for
 from jeepney import message_bus
 from jeepney.io.blocking import open_dbus_connection
 from oracle import compare, model
@@ -63,7 +63,7 @@ class Written:
     def expect(self, expected, without=None):
         """Waits until exactly this has been appended, and returns it with what matched `without`,
         which is ignored in the comparison."""
-        deadline = time.monotonic() + PATIENCE
+        deadline = time.monotonic() + TIMEOUT
         while time.monotonic() < deadline:
             self.unread += self.file.read()
             counted = without.sub(b"", self.unread) if without else self.unread[:len(expected)]
@@ -105,7 +105,7 @@ class WatchedSession(Session):
         self.process = None
 
     def call(self, message):
-        reply = self.bus.send_and_get_reply(message, timeout=PATIENCE)
+        reply = self.bus.send_and_get_reply(message, timeout=TIMEOUT)
         if reply.header.message_type.name == "error":
             raise BusError(reply)
         return reply.body
@@ -125,7 +125,7 @@ class WatchedSession(Session):
 
     def wait_for_end(self, code):
         """Waits until the process has ended in the way that it must, and its name is free."""
-        require(code, self.process.wait(PATIENCE), "exit code")
+        require(code, self.process.wait(TIMEOUT), "exit code")
         wait_for(lambda: not self.call(message_bus.NameHasOwner(BUS_NAME))[0], "the free name")
 
     def settled_heap(self):

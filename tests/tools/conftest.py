@@ -6,7 +6,7 @@ import socket
 import subprocess
 
 import pytest
-from conftest import PATIENCE, Process, Session, wait_for
+from conftest import TIMEOUT, Process, Session, wait_for
 
 
 class Output:
@@ -48,9 +48,9 @@ class Program(Process):
     def signal(self, number):
         self.popen.send_signal(number)
 
-    def wait(self, patience=PATIENCE):
+    def wait(self, timeout=TIMEOUT):
         """Waits for the end; gives the exit code."""
-        return self.popen.wait(patience)
+        return self.popen.wait(timeout)
 
 
 class Peer:
@@ -61,7 +61,7 @@ class Peer:
         self.socket.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         if receive_buffer:
             self.socket.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
-        self.socket.settimeout(PATIENCE)
+        self.socket.settimeout(TIMEOUT)
         self.socket.connect(("127.0.0.1", port))
 
     def read(self, count):

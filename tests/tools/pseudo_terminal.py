@@ -28,9 +28,9 @@ class Terminal:
     def type(self, text):
         os.write(self.master, text.encode())
 
-    def wait_for(self, pattern, patience=20.0):
+    def wait_for(self, pattern, timeout=20.0):
         """Waits until the regular expression is found in what was printed; gives the match."""
-        deadline = time.monotonic() + patience
+        deadline = time.monotonic() + timeout
         while not (match := re.search(pattern, self.output)):
             left = deadline - time.monotonic()
             assert left > 0, f"no {pattern!r} in {self.output!r}"
