@@ -23,7 +23,8 @@ LET_BE = {
         __libc_start_main __cxa_atexit __cxa_finalize __gmon_start__ __memcpy_chk __memmove_chk
         __stack_chk_fail __tls_get_addr _ITM_deregisterTMCloneTable _ITM_registerTMCloneTable
         sd_bus_creds_unref sd_bus_flush_close_unref sd_bus_get_event sd_bus_is_open
-        sd_bus_message_get_bus sd_bus_message_get_member sd_bus_message_unref sd_bus_slot_unref
+        sd_bus_message_get_bus sd_bus_message_get_expect_reply sd_bus_message_unref
+        sd_bus_slot_unref
         sd_event_exit sd_event_get_exit_code sd_event_source_disable_unref
         sd_event_source_get_event sd_event_unref u_errorName_??""",
     "it fails only for want of memory, which fails underneath it": """

@@ -42,6 +42,7 @@ FILES = {
         "usr/share/dbus-1/interfaces/findersync.Extension1.xml",
         "usr/share/man/man1/companion.1.gz",
         "usr/share/man/man1/finderctl.1.gz",
+        "usr/share/rlwrap/completions/companion",
     ],
 } | {package: [f"{LIBRARIES}/{file}" for file in files] for package, files in PLUGINS.items()}
 
