@@ -38,7 +38,7 @@ private:
 
 /// The AppKit menu in `menu`, which this back end has made. Autoreleased.
 [[nodiscard]] inline ::NSMenu* menuObject(const NSMenu& menu) {
-    return [[static_cast<const Menu&>(menu).object() retain] autorelease];
+    return retain(static_cast<const Menu&>(menu).object()).autoreleased();
 }
 
 } // namespace platform::macos

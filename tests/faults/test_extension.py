@@ -43,7 +43,6 @@ def matching(names, patterns):
     return {name for name in names for pattern in patterns if fnmatch.fnmatchcase(name, pattern)}
 
 
-@pytest.mark.quick
 def test_every_function_that_is_called_can_fail_here_or_is_known_not_to():
     called = played.functions_called_by(PROGRAM)
     failing = matching(called, played.functions_that_can_fail())
@@ -99,7 +98,6 @@ def play_failing(clean, play, function, way=":1"):
     return outcomes
 
 
-@pytest.mark.quick
 def test_a_session_in_which_nothing_fails(clean):
     assert len(clean.report.calls) > 300
     assert len(clean.report.allocations) > 900
@@ -110,7 +108,6 @@ def test_each_call_fails_in_turn(clean, play):
     assert sum(have_failed) > 0.95 * len(have_failed)
 
 
-@pytest.mark.quick
 def test_a_second_instance_gives_way_whatever_fails(stages):
     stage = stages.all[0]
     steps = [("wait_for_end",)]
@@ -130,7 +127,6 @@ def test_functions_fail_from_some_call_on(clean, play):
     play(sample(played.each_call(clean.report, "+"), 60), bool)
 
 
-@pytest.mark.quick
 def test_allocations_fail(clean, play):
     play(sample(played.each_allocation(clean.report), 100), bool)
 
@@ -159,7 +155,6 @@ def test_a_fatal_error_is_not_joined_to_half_a_line(clean, play):
     assert {outcome.code for outcome in outcomes} >= {-6}
 
 
-@pytest.mark.quick
 @pytest.mark.parametrize("function", [
     "unorm_compare_??", "_ZN6icu_??11Normalizer214getNFDInstanceER10UErrorCode",
     "_ZN6icu_??13BreakIterator23createCharacterInstanceERKNS_6LocaleER10UErrorCode",
@@ -170,7 +165,6 @@ def test_without_this_the_process_cannot_go_on(clean, play, function):
     assert {outcome.code for outcome in play_failing(clean, play, function)} == {-6}
 
 
-@pytest.mark.quick
 def test_ICU_without_memory_neither_crashes_nor_hangs_nor_errs(clean, play):
     """It asks for some by way of the program, whose own calls are redirected."""
     numbers = [number for number, maker in enumerate(clean.report.allocations, 1)
@@ -179,7 +173,6 @@ def test_ICU_without_memory_neither_crashes_nor_hangs_nor_errs(clean, play):
     play([f"memory:{number}:1" for number in numbers], bool)
 
 
-@pytest.mark.quick
 def test_a_failed_connection_that_cannot_be_told_of_ends_the_process(play):
     # These have the run loop tell of it, for one stream and for the other.
     outcomes = play(["socket:1:1 sd_event_add_defer:1:1",
@@ -187,7 +180,6 @@ def test_a_failed_connection_that_cannot_be_told_of_ends_the_process(play):
     assert [outcome.code for outcome in outcomes] == [-6, -6]
 
 
-@pytest.mark.quick
 def test_nothing_is_available_after_a_failed_read(clean, play):
     outcomes = play_failing(clean, play, "recv", "+:3")
     assert all("Stream open error" in outcome.output for outcome in outcomes)

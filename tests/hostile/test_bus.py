@@ -52,7 +52,6 @@ def flood(session, *messages):
     return send
 
 
-@pytest.mark.quick
 def test_nothing(scene):
     """What a menu takes without an attack."""
     scene.begin()
@@ -60,7 +59,6 @@ def test_nothing(scene):
     scene.is_as_before()
 
 
-@pytest.mark.quick
 def test_a_stopped_extension(scene):
     """What the longest wait takes without an attack."""
     scene.begin()
@@ -96,7 +94,6 @@ TOLD = new_signal(EXTENSION, "PropertiesChanged")
 TOLD.header.fields[HeaderFields.destination] = BUS_NAME
 
 
-@pytest.mark.quick
 @pytest.mark.parametrize("messages", [
     pytest.param([Properties(EXTENSION).get_all()], id="calls_whose_answers_nobody_reads"),
     pytest.param([unwanted(MessageType.method_return),
@@ -131,7 +128,6 @@ def test_floods_of_calls_whose_answers_are_read(scene):
     scene.withstands(client(), client(), client(), seconds=0.5)
 
 
-@pytest.mark.quick
 def test_answers_that_nobody_reads_until_the_bus_takes_no_more(scene):
     scene.start_bus(max_incoming_bytes=8 << 20)  # of the extension; a session has a gigabyte
     scene.begin()
@@ -254,7 +250,6 @@ INTERFACES = [INTERFACE, "org.freedesktop.DBus.Properties", "org.freedesktop.DBu
               "org.freedesktop.DBus.Peer", "no.such.Interface", None]
 
 
-@pytest.mark.quick
 def test_calls_of_every_wrong_kind(scene):
     scene.begin()
     before = scene.session.get_all()

@@ -68,7 +68,6 @@ def test_menus_that_come_late(scene, answer):
     scene.recovers_from(impostor)
 
 
-@pytest.mark.quick
 def test_invalid_menus(scene):
     impostor = begin(scene, {})
     wait_for(scene.are_badged)

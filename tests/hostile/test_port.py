@@ -26,7 +26,6 @@ def click(session, count):
                    [f"file:///sync/{number:060}" for number in range(count)])
 
 
-@pytest.mark.quick
 def test_never_reads_the_reports(scene):
     connection = scene.begin(stdout=subprocess.DEVNULL)
     with meanwhile(lambda: click(scene.session, 2000)):  # 150 kB each
@@ -42,7 +41,6 @@ def test_never_reads_the_reports(scene):
     scene.is_as_before()
 
 
-@pytest.mark.quick
 @pytest.mark.parametrize(("data", "flags", "pause", "outcome"), [
     pytest.param(b"{", 0, 0.01, "has_ended", id="single_bytes"),  # the first is no message
     pytest.param(b"\n" * BLOCK * 64, 0, 0, "is_as_before", id="empty_lines"),
@@ -91,7 +89,6 @@ def test_resets_in_the_middle_of_a_line(scene):
     scene.has_ended()  # what had arrived is read
 
 
-@pytest.mark.quick
 def test_resets_in_the_middle_of_a_report(scene):
     connection = scene.begin()
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, BLOCK)
