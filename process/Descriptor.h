@@ -11,6 +11,8 @@ public:
     Descriptor() = default;
     explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
     ~Descriptor() { reset(); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
     Descriptor(Descriptor&& other) noexcept : descriptor_(other.release()) {}
     Descriptor& operator=(Descriptor&& other) noexcept {
         reset(other.release());

@@ -97,7 +97,7 @@ ExtensionProxy::ExtensionProxy(std::function<void(Change)> changed) : changed_(s
         auto* const proxy = finder_sync_extension1_proxy_new_for_bus_finish(result, Out(error));
         if (proxy != nullptr)
             static_cast<ExtensionProxy*>(self)->connected(proxy);
-        else if (!g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_CANCELLED))
+        else if (g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_CANCELLED) == FALSE)
             g_message("Finder Sync: no session bus: %s", error ? error->message : "");
     };
     finder_sync_extension1_proxy_new_for_bus(G_BUS_TYPE_SESSION,
@@ -183,7 +183,7 @@ void ExtensionProxy::requestBadges(const std::vector<std::string>& urls, BadgesA
             const Variant list(g_variant_get_child_value(reply.get(), 0));
             badges = badgesIn(list.get(), request->items);
         }
-        if (!g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_CANCELLED))
+        if (g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_CANCELLED) == FALSE)
             request->answer(std::move(badges));
     };
     // Without a timeout: an extension that hangs may still answer, and when it ends, GDBus fails
@@ -202,7 +202,7 @@ std::vector<MenuEntry> ExtensionProxy::menuForItems(const std::vector<std::strin
     (void)finder_sync_extension1_call_menu_for_menu_kind_sync(
         proxy_.get(), itemsKind, pointersTo(urls).data(), G_DBUS_CALL_FLAGS_NO_AUTO_START,
         int(menuTimeout.count()), &isOffered, Out(items), nullptr, Out(error));
-    if (g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_TIMED_OUT))
+    if (g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_TIMED_OUT) != FALSE)
         menuBackoffEnd_ = endOf(menuBackoff);
     if (!items || isOffered == FALSE)
         return {};

@@ -16,6 +16,7 @@ class PropertyChanges {
 public:
     /// The connection is not owned. It is attached to an event loop already.
     explicit PropertyChanges(sd_bus* bus) : bus_(bus) {}
+    ~PropertyChanges() = default;
     PropertyChanges(const PropertyChanges&) = delete;
     PropertyChanges& operator=(const PropertyChanges&) = delete;
 

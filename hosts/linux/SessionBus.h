@@ -11,10 +11,6 @@ namespace hosts::linux_host {
 /// The process's connection to the session bus, which owns the extension's bus name.
 class SessionBus {
 public:
-    SessionBus() = default;
-    SessionBus(const SessionBus&) = delete;
-    SessionBus& operator=(const SessionBus&) = delete;
-
     /// Connects, takes the name and attaches the connection to the run loop.
     /// On failure, writes the cause and the remedy to standard error, and gives false.
     [[nodiscard]] bool open(const std::string& name, platform::linux_backend::RunLoop& runLoop);

@@ -16,6 +16,7 @@ RunLoop::RunLoop() {
         fatalError(std::string("no run loop: ") + std::strerror(-result));
 }
 
+// NOLINTNEXTLINE(readability-make-member-function-const): what it delivers changes the loop
 bool RunLoop::runOnce() {
     flushStandardStreams();
     if (const int result = sd_event_run(event(), UINT64_MAX); result < 0)

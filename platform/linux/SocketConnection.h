@@ -35,6 +35,7 @@ struct Direction {
 class SocketConnection : public std::enable_shared_from_this<SocketConnection> {
 public:
     SocketConnection(std::string host, std::uint32_t port) : host_(std::move(host)), port_(port) {}
+    ~SocketConnection() = default;
     SocketConnection(const SocketConnection&) = delete;
     SocketConnection& operator=(const SocketConnection&) = delete;
 
