@@ -3,6 +3,7 @@
 #include "Names.h"
 #include "extension/PublishedInterface.h"
 #include "platform/linux/BufferedOutput.h"
+#include "platform/text/FileURL.h"
 #include "platform/text/Paths.h"
 
 #include <algorithm>
@@ -53,7 +54,7 @@ struct ExtensionService::Callbacks {
     }
     static int getDirectoryURLs(sd_bus*, const char*, const char*, const char*,
                                 sd_bus_message* reply, void* self, sd_bus_error*) noexcept {
-        return service(self).appendValue(reply, service(self).controller_.directoryURLs());
+        return service(self).appendValue(reply, service(self).watchedDirectories());
     }
     static int getBadges(sd_bus*, const char*, const char*, const char*, sd_bus_message* reply,
                          void* self, sd_bus_error*) noexcept {
@@ -134,7 +135,8 @@ int ExtensionService::beginObserving(sd_bus_message* call, sd_bus_error* error) 
     URL url;
     if (const int result = read(call, url, error); result < 0)
         return result;
-    extension_.beginObservingDirectoryAtURL(*url);
+    if (isWatched(*url))
+        extension_.beginObservingDirectoryAtURL(*url);
     return reply(call);
 }
 
@@ -142,7 +144,8 @@ int ExtensionService::endObserving(sd_bus_message* call, sd_bus_error* error) {
     URL url;
     if (const int result = read(call, url, error); result < 0)
         return result;
-    extension_.endObservingDirectoryAtURL(*url);
+    if (isWatched(*url))
+        extension_.endObservingDirectoryAtURL(*url);
     return reply(call);
 }
 
@@ -206,6 +209,15 @@ std::string ExtensionService::badgeFor(const platform::NSURL& url) {
         return {};
     extension_.requestBadgeIdentifierForURL(url);
     return controller_.takeAssignedBadge();
+}
+
+/// The URLs of the watched directories, each spelled in the one way that file managers spell URLs.
+std::vector<std::string> ExtensionService::watchedDirectories() const {
+    std::vector<std::string> urls;
+    for (const URL& url : controller_.directoryURLs())
+        urls.push_back(platform::text::fileURLFromPath(
+            platform::text::resolvedPath(url->path().value_or(""))));
+    return urls;
 }
 
 /// Whether an item is a watched directory or inside one.

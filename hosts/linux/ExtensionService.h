@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <systemd/sd-bus.h>
+#include <vector>
 
 namespace hosts::linux_host {
 
@@ -42,6 +43,7 @@ private:
     int provideMenu(sd_bus_message* call, sd_bus_error* error);
     int performAction(sd_bus_message* call, sd_bus_error* error);
     [[nodiscard]] std::string badgeFor(const platform::NSURL& url);
+    [[nodiscard]] std::vector<std::string> watchedDirectories() const;
     [[nodiscard]] bool isWatched(const platform::NSURL& url) const;
 
     template <typename... Values> int reply(sd_bus_message* call, const Values&... values);

@@ -19,14 +19,6 @@ constexpr std::size_t longestList = std::size_t{32} * 1024 * 1024;    // bytes, 
 constexpr std::size_t textOverhead = 8;                               // bytes, of a text in a list
 constexpr std::size_t longestQuotation = 1024;                        // bytes, in an error message
 
-std::size_t sizeOf(const std::string& text) {
-    return text.size();
-}
-
-std::size_t sizeOf(const URL& url) {
-    return url->description().size();
-}
-
 int checkURL(const std::string& text, URL& url, sd_bus_error* error) {
     std::string failure;
     url = platform::linux_backend::fileURLWithString(text, failure);
@@ -50,23 +42,15 @@ int MessageWriter::append(bool value) {
     return appendBasic('b', &number);
 }
 
-template <typename Element> int MessageWriter::appendList(const std::vector<Element>& list) {
+int MessageWriter::append(const std::vector<std::string>& list) {
     std::size_t length = 0;
     int result = sd_bus_message_open_container(message_, 'a', "s");
     for (auto element = list.begin(); result >= 0 && element != list.end(); ++element) {
-        length += sizeOf(*element) + textOverhead;
+        length += element->size() + textOverhead;
         result = length > longestList ? -ENOBUFS : append(*element);
     }
     size_ += textOverhead * list.size();
     return result < 0 ? result : sd_bus_message_close_container(message_);
-}
-
-int MessageWriter::append(const std::vector<std::string>& list) {
-    return appendList(list);
-}
-
-int MessageWriter::append(const std::vector<URL>& list) {
-    return appendList(list);
 }
 
 int MessageWriter::append(const platform::NSMenu* menu) {

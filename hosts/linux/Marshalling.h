@@ -31,7 +31,6 @@ public:
     int append(std::int64_t number) { return appendBasic('x', &number); }
     int append(bool value);
     int append(const std::vector<std::string>& list);
-    int append(const std::vector<URL>& list);
     /// Whether there is a menu, and its entries. Null stands for none.
     int append(const platform::NSMenu* menu);
     int
@@ -44,7 +43,6 @@ private:
     int appendBasic(char type, const void* value) {
         return sd_bus_message_append_basic(message_, type, value);
     }
-    template <typename Element> int appendList(const std::vector<Element>& list);
     int appendItem(const platform::NSMenuItem& item);
 
     sd_bus_message* message_;

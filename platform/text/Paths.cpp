@@ -24,6 +24,13 @@ std::vector<std::string_view> resolvedComponents(std::string_view path) {
 
 } // namespace
 
+std::string resolvedPath(std::string_view path) {
+    std::string resolved;
+    for (const std::string_view component : resolvedComponents(path))
+        resolved.append("/").append(component);
+    return resolved.empty() ? "/" : resolved;
+}
+
 bool isInFolder(std::string_view path, std::string_view folder) {
     const std::vector<std::string_view> item = resolvedComponents(path);
     const std::vector<std::string_view> parent = resolvedComponents(folder);

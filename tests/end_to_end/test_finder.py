@@ -63,6 +63,8 @@ def test_what_lies_outside_the_watched_directory_does_not_reach_the_extension(se
     for url in ("file:///", "file:///watched2", "file:///watche", "file:///elsewhere/watched"):
         assert badge(session, url) == ""
         assert menu(session, [url]) == (False, [])
+        for method in ("BeginObservingDirectoryAtURL", "EndObservingDirectoryAtURL"):
+            assert session.method(method, "s", url) == ()
     assert menu(session, ["file:///watched/a/x", "file:///elsewhere"]) == (False, [])
     assert (extension.error(), extension.output()) == (log, trace)
     assert badge(session, "file:///watched") == "FolderIco"

@@ -4,6 +4,7 @@ import os
 import pathlib
 import re
 import signal
+import urllib.parse
 
 import pytest
 from conftest import GROUP
@@ -65,6 +66,21 @@ def test_a_relative_root_folder_resolves_against_the_working_directory(session, 
     session.start_extension({"RootFolder": root}, cwd=session.home)
     session.wait_for_name()
     assert session.get("myFolderURL") == f"file://{session.home}{url}"
+
+
+@pytest.mark.parametrize("root, path", [
+    ("/home/u//", "/home/u"), ("/srv/./", "/srv"), ("/srv/x/..", "/srv"), ("//srv", "/srv"),
+    ("/..", "/"), ("/home/u/cafe\u0301/", "/home/u/cafe%CC%81")])
+def test_every_spelling_of_the_root_folder_watches_the_same_directory(session, root, path):
+    extension = session.start_extension({"RootFolder": root})
+    session.wait_for_name()
+    # Names are shown as they came, but compared by canonical equivalence.
+    inside = f"file://{path.rstrip('/')}/x".replace("e%CC%81", "%C3%A9")
+    assert session.get("directoryURLs") == [f"file://{path}"]
+    session.set("pathsOfRootFolders", "as", [urllib.parse.unquote(inside[7:])])
+    assert session.method("RequestBadgeIdentifierForURL", "s", inside) == ("FolderIco",)
+    session.method("BeginObservingDirectoryAtURL", "s", inside)
+    assert f"beginObservingDirectoryAtURL: {inside}\n" in extension.error()
 
 
 def test_server_ports_of_every_type(session):

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 using platform::text::isInFolder;
+using platform::text::resolvedPath;
 
 namespace {
 
@@ -24,6 +25,14 @@ TEST(Paths, AFolderMayBeSpelledInOtherWays) {
     EXPECT_FALSE(isInFolder("/tmp/y/../z", "/tmp/y"));
     EXPECT_TRUE(isInFolder("/cafe\u0301/x", "/caf\u00e9"));
     EXPECT_FALSE(isInFolder("/cafe\u0301/x", "/cafe"));
+}
+
+TEST(Paths, ResolvingAPathGivesItOneSpelling) {
+    for (const char* path : {"/home/u", "/home/u//", "//home/./u/.", "/../home/x/../u"})
+        EXPECT_EQ(resolvedPath(path), "/home/u") << path;
+    for (const char* path : {"/", "//", "/a/..", "/.."})
+        EXPECT_EQ(resolvedPath(path), "/") << path;
+    EXPECT_EQ(resolvedPath("/cafe\u0301"), "/cafe\u0301") << "names keep their form";
 }
 
 } // namespace
