@@ -19,6 +19,7 @@ from jeepney.io.blocking import open_dbus_connection
 GROUP = os.environ.get("FINDER_SYNC_GROUP", "com.example.companion")
 BUS_NAME = GROUP + ".FinderSync"
 EXTENSION = DBusAddress("/FinderSync", bus_name=BUS_NAME, interface="findersync.Extension1")
+PROCESS = EXTENSION.with_interface("findersync.Process1")
 TIMEOUT = 20  # seconds; far more than anything here takes, sanitizers and valgrind included
 
 # All that programs see of the environment in which the tests run.
@@ -306,11 +307,15 @@ class Session:
     def wait_for_value(self, name, value):
         wait_for(lambda: self.get(name) == value, f"{name} = {value!r}")
 
-    def subscribe(self):
+    def link_state(self):
+        return self.call(Properties(PROCESS).get("linkState"))[0][1]
+
+    def subscribe(self, interface=EXTENSION.interface):
         """A connection that receives the extension's change signals."""
         connection = self.connect_to_bus()
         rule = MatchRule(type="signal", interface="org.freedesktop.DBus.Properties",
                          member="PropertiesChanged", path="/FinderSync")
+        rule.add_arg_condition(0, interface)
         connection.send_and_get_reply(message_bus.AddMatch(rule))
         return connection, rule
 

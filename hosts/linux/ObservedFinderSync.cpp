@@ -47,4 +47,27 @@ void ObservedFinderSync::setBackupTitle(std::string title) {
     FinderSync::setBackupTitle(std::move(title));
 }
 
+void ObservedFinderSync::connect() {
+    setLinkState(LinkState::Connecting);
+    FinderSync::connect();
+}
+
+void ObservedFinderSync::stream(platform::NSStream& stream, platform::NSStreamEvent event) {
+    FinderSync::stream(stream, event);
+    // Both streams report, one after the other.
+    if (event == platform::NSStreamEvent::OpenCompleted && linkState_ == LinkState::Connecting)
+        setLinkState(LinkState::Open);
+    else if (event == platform::NSStreamEvent::ErrorOccurred)
+        setLinkState(linkState_ == LinkState::Connecting || linkState_ == LinkState::Refused
+                         ? LinkState::Refused
+                         : LinkState::Ended);
+    else if (event == platform::NSStreamEvent::EndEncountered)
+        setLinkState(LinkState::Ended);
+}
+
+void ObservedFinderSync::setLinkState(LinkState state) {
+    if (std::exchange(linkState_, state) != state && linkObserver_)
+        linkObserver_();
+}
+
 } // namespace hosts::linux_host

@@ -10,8 +10,12 @@
 
 namespace hosts::linux_host {
 
-/// A FinderSync that reports when one of its published properties changes: key-value observing for
-/// a platform that has none.
+/// The connection to the companion, as the streams have reported it. `isSocketConnected` stays true
+/// when the connection is refused, so it does not tell.
+enum class LinkState { NeverTried, Connecting, Open, Refused, Ended };
+
+/// A FinderSync that reports when one of its published properties or the state of its link changes:
+/// key-value observing for a platform that has none.
 class ObservedFinderSync : public findersync::FinderSync {
 public:
     /// Called with the property's name, before the new value is set.
@@ -19,6 +23,14 @@ public:
 
     /// Replaces the observer; there is none at first.
     void setObserver(Observer observer) { observer_ = std::move(observer); }
+
+    [[nodiscard]] LinkState linkState() const { return linkState_; }
+
+    /// Replaces what is called after each change of the link's state; there is nothing at first.
+    void setLinkObserver(std::function<void()> observer) { linkObserver_ = std::move(observer); }
+
+    void connect() override;
+    void stream(platform::NSStream& stream, platform::NSStreamEvent event) override;
 
     void setMyFolderURL(URL url) override;
     void setPathsOfRootFolders(std::vector<std::string> paths) override;
@@ -37,7 +49,11 @@ private:
             observer_(property);
     }
 
+    void setLinkState(LinkState state);
+
     Observer observer_;
+    LinkState linkState_ = LinkState::NeverTried;
+    std::function<void()> linkObserver_;
 };
 
 } // namespace hosts::linux_host

@@ -4,6 +4,7 @@
 #include "Names.h"
 #include "hosts/linux/ExtensionService.h"
 #include "hosts/linux/ObservedFinderSync.h"
+#include "hosts/linux/ProcessService.h"
 #include "hosts/linux/SessionBus.h"
 #include "platform/System.h"
 #include "platform/linux/FinderSyncController.h"
@@ -47,7 +48,11 @@ int serve() {
         return EXIT_FAILURE;
     hosts::linux_host::ExtensionService service(bus.get(), extension,
                                                 platform::linux_backend::finderSyncController());
-    if (const int result = service.publish(); result < 0)
+    hosts::linux_host::ProcessService processService(bus.get(), extension);
+    int result = service.publish();
+    if (result >= 0)
+        result = processService.publish();
+    if (result < 0)
         platform::fatalError(std::string("the object cannot be put onto the session bus: ") +
                              std::strerror(-result));
     while (bus.isOpen() && runLoop.runOnce()) {

@@ -8,16 +8,15 @@ from conftest import EXTENSION, BusError, line, wait_for
 from jeepney import DBusAddress, new_method_call
 
 INTERFACE = "findersync.Extension1"
-CONTRACT = pathlib.Path(__file__).parents[2] / "hosts/linux/findersync.Extension1.xml"
+CONTRACTS = pathlib.Path(__file__).parents[2] / "hosts/linux"
 INVALID_ARGUMENTS = "org.freedesktop.DBus.Error.InvalidArgs"
 
 
-def members(xml):
+def members(xml, interface):
     """The interface's members as comparable tuples. Hints for a generator of proxies are not the
     object's to tell."""
-    interface = ElementTree.fromstring(xml).find(f"interface[@name='{INTERFACE}']")
     found = set()
-    for member in interface:
+    for member in ElementTree.fromstring(xml).find(f"interface[@name='{interface}']"):
         arguments = tuple((argument.get("name"), argument.get("type"),
                            argument.get("direction", "in")) for argument in member.findall("arg"))
         notes = tuple(sorted((note.get("name"), note.get("value"))
@@ -28,13 +27,15 @@ def members(xml):
     return found
 
 
-def test_the_object_is_what_the_interface_file_says(session):
+@pytest.mark.parametrize("interface", [INTERFACE, "findersync.Process1"])
+def test_the_object_is_what_the_interface_file_says(session, interface):
     session.start_extension()
     session.wait_for_name()
     introspectable = DBusAddress("/FinderSync", bus_name=EXTENSION.bus_name,
                                  interface="org.freedesktop.DBus.Introspectable")
     xml = session.call(new_method_call(introspectable, "Introspect"))[0]
-    assert members(xml) == members(CONTRACT.read_text(encoding="utf-8"))
+    contract = (CONTRACTS / f"{interface}.xml").read_text(encoding="utf-8")
+    assert members(xml, interface) == members(contract, interface)
 
 
 def test_observation_is_logged_with_the_url_as_it_came(session):

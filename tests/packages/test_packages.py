@@ -40,6 +40,7 @@ FILES = {
         "usr/share/bash-completion/completions/companion",
         "usr/share/bash-completion/completions/finderctl",
         "usr/share/dbus-1/interfaces/findersync.Extension1.xml",
+        "usr/share/dbus-1/interfaces/findersync.Process1.xml",
         "usr/share/man/man1/companion.1.gz",
         "usr/share/man/man1/finderctl.1.gz",
         "usr/share/rlwrap/completions/companion",

@@ -140,4 +140,9 @@ TEST_F(PublishedMembers, PerformActionTakesTheActionsOfTheTableAndNoOtherSelecto
     }
 }
 
+TEST(LinkState, IsNeverTriedBeforeTheExtensionConnects) {
+    EXPECT_EQ(hosts::linux_host::ObservedFinderSync().linkState(),
+              hosts::linux_host::LinkState::NeverTried);
+}
+
 } // namespace
