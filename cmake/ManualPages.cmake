@@ -1,7 +1,7 @@
-# add_manual_page(<component> <source>)
+# add_manual_page(<component> <program> <source>)
 #
-# Makes a manual page below share/man in the build folder from its scdoc source, with the names of
-# this configuration in it, and installs it. Without scdoc there are no manual pages.
+# Makes a program's manual page below share/man in the build folder from its scdoc source, with the
+# names of this configuration in it, and installs it. Without scdoc there are no manual pages.
 find_program(SCDOC scdoc)
 if(NOT SCDOC)
   report_component(Parts "manual pages" "no (scdoc not found)")
@@ -10,11 +10,11 @@ endif()
 # A lone underscore starts underlined text in the pages' source.
 string(REPLACE "_" "\\_" ESCAPED_GROUP "${FINDER_SYNC_GROUP}")
 
-function(add_manual_page component source)
+function(add_manual_page component program source)
   if(NOT SCDOC)
     return()
   endif()
-  get_filename_component(page ${source} NAME_WLE)
+  set(page ${program}.1)
   set(configured ${CMAKE_CURRENT_BINARY_DIR}/${page}.scd)
   configure_file(${source} ${configured} @ONLY)
   set(folder ${PROJECT_BINARY_DIR}/share/man/man1)

@@ -1,4 +1,6 @@
-# The names that the extension goes by. Everything branded is derived from the application group.
+# The names that the extension goes by: a product has an application group, from which the names of
+# the bus, the unit, the settings and the icons are derived, and a name, by which its programs,
+# packages, pages and folders are called. Products that differ in both install beside each other.
 #
 # On a Mac, a suite of settings may not be called like the application that opens it, so the group
 # has something before the companion's identifier.
@@ -11,6 +13,9 @@ set(FINDER_SYNC_GROUP ${default_group} CACHE STRING
   "Application-group identifier shared with the companion application; names the settings, the bus name and the bundle")
 set(FINDER_SYNC_COMPANION_IDENTIFIER "" CACHE STRING
   "Bundle identifier of the companion application on macOS; when empty, the group without its team prefix or \"group.\"")
+
+set(FINDER_SYNC_NAME finder-sync CACHE STRING
+  "Name of the product: the programs, packages, manual pages and the folder of images are called after it")
 
 block(PROPAGATE companion_identifier extension_identifier)
   string(REPEAT "[A-Z0-9]" 10 team)
@@ -43,5 +48,17 @@ block(PROPAGATE companion_identifier extension_identifier)
   # An extension's identifier begins with that of the app that contains it.
   set(extension_identifier "${companion_identifier}.FinderSync")
 endblock()
+
+# What Debian allows in the name of a package, without the "+" that scdoc refuses in a page's name.
+if(NOT FINDER_SYNC_NAME MATCHES "^[a-z0-9][a-z0-9.-]+$")
+  message(FATAL_ERROR "FINDER_SYNC_NAME must be a package's name such as example-sync (lower-case letters, digits, \".\" and \"-\"; two at least, the first a letter or a digit), not \"${FINDER_SYNC_NAME}\"")
+endif()
+set(FINDER_SYNC_EXTENSION_PROGRAM ${FINDER_SYNC_NAME}-extension)
+set(FINDER_SYNC_CONTROL_PROGRAM ${FINDER_SYNC_NAME}-finderctl)
+set(FINDER_SYNC_COMPANION_PROGRAM ${FINDER_SYNC_NAME}-companion)
+if(FINDER_SYNC_NAME STREQUAL "finder-sync") # short ones, where no second product has to be told apart
+  set(FINDER_SYNC_CONTROL_PROGRAM finderctl)
+  set(FINDER_SYNC_COMPANION_PROGRAM companion)
+endif()
 
 set(FINDER_SYNC_BUS_NAME ${FINDER_SYNC_GROUP}.FinderSync)

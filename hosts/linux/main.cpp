@@ -1,5 +1,4 @@
-// finder-sync-extension: the extension in a process of its own, for file managers on the session
-// bus.
+// The extension in a process of its own, for file managers on the session bus.
 
 #include "Names.h"
 #include "hosts/linux/ExtensionService.h"
@@ -74,16 +73,16 @@ int serve() {
 }
 
 void printUsage() {
-    const std::string group(findersync::applicationGroup);
     (void)std::printf("Finder Sync extension: gives the folders of a sync client a badge and a "
                       "context menu.\n\n"
                       "Started by the session bus when a file manager asks for it; runs until "
                       "SIGTERM or SIGINT.\n\n"
-                      "Usage: finder-sync-extension [--help | --version]\n\n"
+                      "Usage: %s [--help | --version]\n\n"
                       "Bus name:  %s.FinderSync\n"
                       "Settings:  $XDG_CONFIG_HOME/%s/settings.json\n"
-                      "Look inside with: finderctl state\n",
-                      group.c_str(), group.c_str());
+                      "Look inside with: %s state\n",
+                      findersync::extensionProgram, findersync::applicationGroup,
+                      findersync::applicationGroup, findersync::controlProgram);
 }
 
 /// Handles the command line. Gives the exit code of the process, or none when it is to run the
@@ -100,7 +99,7 @@ std::optional<int> answer(int argc, char** argv) {
         return EXIT_SUCCESS;
     }
     if (argc == 2 && option == "--version") {
-        (void)std::puts("finder-sync-extension " FINDER_SYNC_VERSION);
+        (void)std::printf("%s %s\n", findersync::extensionProgram, findersync::version);
         return EXIT_SUCCESS;
     }
     (void)std::fprintf(stderr,

@@ -1,6 +1,7 @@
-// The extension's bundle is ../share/finder-sync, relative to the program's folder, in the build
-// and under an install prefix alike.
+// The extension's bundle is ../share/<name of the product>, relative to the program's folder, in
+// the build and under an install prefix alike.
 
+#include "Names.h"
 #include "platform/Foundation.h"
 #include "platform/System.h"
 
@@ -27,7 +28,7 @@ std::string bundlePath() {
     if (length < 0)
         fatalError(std::string("/proc/self/exe cannot be read: ") + std::strerror(errno));
     const std::string_view program(path, static_cast<std::size_t>(length));
-    return std::string(parentFolder(parentFolder(program))) + "/share/finder-sync";
+    return std::string(parentFolder(parentFolder(program))) + "/share/" + findersync::productName;
 }
 
 } // namespace

@@ -7,7 +7,7 @@ import subprocess
 
 import pytest
 
-DIRECTORY = pathlib.Path(__file__).resolve().parents[2] / "tools" / "completion"
+SHARE = pathlib.Path(os.environ["FINDER_SYNC_BIN"]).parent / "share"
 FRAMEWORK = pathlib.Path("/usr/share/bash-completion/bash_completion")
 
 # The words are split as readline splits them: "=" is a word of its own.
@@ -23,7 +23,8 @@ printf '%s\n' "${COMPREPLY[@]}"
 
 def complete(*words, directory=None):
     done = subprocess.run(
-        ["bash", "--norc", "-c", SCRIPT, "bash", FRAMEWORK, DIRECTORY / words[0], *words],
+        ["bash", "--norc", "-c", SCRIPT, "bash", FRAMEWORK,
+         SHARE / "bash-completion/completions" / words[0], *words],
         capture_output=True, text=True, check=True, cwd=directory)
     assert not done.stderr
     return sorted(done.stdout.split())
@@ -74,4 +75,4 @@ def test_commands_of_the_companion(programs):
     text = subprocess.run([programs / "companion", "--help"], capture_output=True, text=True,
                           check=True).stdout
     listed = re.findall(r"(?m)^([a-z_]+) ", text.partition("Commands:\n")[2])
-    assert (DIRECTORY / "companion.rlwrap").read_text().split() == listed
+    assert (SHARE / "rlwrap/completions/companion").read_text().split() == listed
