@@ -1,4 +1,5 @@
-# Debian packages: the extension, a plug-in for each file manager, and the tools for developers.
+# Debian packages: a product's extension and its tools for developers, and a plug-in for each file
+# manager. A plug-in serves every product, so its package carries no product's name and needs none.
 # Included after the tools and the plug-ins, since only what is built is packaged.
 set(FINDER_SYNC_MAINTAINER "Finder Sync extension developers <maintainers@example.com>" CACHE STRING
   "Maintainer of the packages: name and mail address")
@@ -19,19 +20,19 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS OFF)
 set(this_version "= ${PROJECT_VERSION}-${CPACK_DEBIAN_PACKAGE_RELEASE}")
 
-# package(<component> SECTION <section> DEPENDS <packages> SUMMARY <line> DESCRIPTION <text>)
+# package(<component> <name> SECTION <section> DEPENDS <packages> SUMMARY <line> DESCRIPTION <text>)
 #
-# Describes the package finder-sync-<component> and installs the documents that every package has.
+# Describes the package of a component and installs the documents that every package has.
 # A macro, since CPack reads the variables that it sets.
-macro(package component)
+macro(package component name)
   cmake_parse_arguments(arg "" "SECTION;DEPENDS;SUMMARY;DESCRIPTION" "" ${ARGN})
   string(TOUPPER ${component} upper)
   list(APPEND CPACK_COMPONENTS_ALL ${component})
-  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME finder-sync-${component})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${name})
   set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${arg_SECTION})
   set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${arg_DEPENDS}")
   set(CPACK_DEBIAN_${upper}_DESCRIPTION "${arg_SUMMARY}\n${arg_DESCRIPTION}")
-  install_documents(finder-sync-${component} ${component})
+  install_documents(${name} ${component})
 endmacro()
 
 function(install_documents FINDER_SYNC_PACKAGE component)
@@ -52,7 +53,7 @@ function(install_documents FINDER_SYNC_PACKAGE component)
   install_compressed(${component} ${PROJECT_SOURCE_DIR}/CHANGELOG.md ${documents}/changelog)
 endfunction()
 
-package(extension
+package(extension ${FINDER_SYNC_EXTENSION_PROGRAM}
   SECTION utils
   DEPENDS "hicolor-icon-theme, default-dbus-session-bus | dbus-session-bus"
   SUMMARY "badges and menu entries for the folders of a sync client"
@@ -60,25 +61,26 @@ package(extension
 the folders of a sync client get, and tells the sync client what the user has
 picked. The session bus starts it when a file manager asks for it.
 .
-Install the package of your file manager as well.")
+File managers need a plug-in, such as the package caja-finder-sync.
+${FINDER_SYNC_CONTROL_PROGRAM} shows in a terminal what they get.")
 if(TARGET finderctl)
-  package(tools
+  package(tools ${FINDER_SYNC_NAME}-tools
     SECTION devel
-    DEPENDS "finder-sync-extension (${this_version})"
+    DEPENDS "${FINDER_SYNC_EXTENSION_PROGRAM} (${this_version})"
     SUMMARY "Finder Sync extension: tools for developers"
     DESCRIPTION "What the developers of sync clients and of plug-ins for file managers need:
-finderctl plays a file manager in the terminal, companion plays a sync client,
-and a file describes the interface of the extension on the session bus.")
+${FINDER_SYNC_COMPANION_PROGRAM} plays a sync client in the terminal, and a file
+describes the interface of the extension on the session bus.")
 endif()
 
 get_property(file_managers GLOBAL PROPERTY FINDER_SYNC_BUILT_Plug-ins)
 foreach(file_manager IN LISTS file_managers)
-  package(${file_manager}
+  package(${file_manager} ${file_manager}-finder-sync
     SECTION utils
-    DEPENDS "finder-sync-extension (${this_version}), ${file_manager}"
-    SUMMARY "Finder Sync extension: plug-in for ${file_manager}"
-    DESCRIPTION "Shows the badges of the Finder Sync extension in the file manager ${file_manager},
-and its entries in the menu.")
+    DEPENDS ${file_manager}
+    SUMMARY "badges and menu entries of sync clients in ${file_manager}"
+    DESCRIPTION "Shows the badges of every installed Finder Sync extension in the file manager
+${file_manager}, and their entries in the menu.")
 endforeach()
 
 include(CPack)

@@ -11,17 +11,19 @@ from .installation import BUILD, run
 UNIT = f"{GROUP}.FinderSync.service"
 LIBRARIES = "usr/lib/" + run("dpkg-architecture", "-qDEB_HOST_MULTIARCH").strip()
 PLUGINS = {
-    "finder-sync-caja": ["caja/extensions-2.0/libfinder-sync-caja.so"],
-    "finder-sync-dolphin": ["qt5/plugins/kf5/kfileitemaction/finder-sync-menu.so",
+    "caja-finder-sync": ["caja/extensions-2.0/libfinder-sync-caja.so"],
+    "dolphin-finder-sync": ["qt5/plugins/kf5/kfileitemaction/finder-sync-menu.so",
                             "qt5/plugins/kf5/overlayicon/finder-sync-badges.so"],
-    "finder-sync-nautilus": ["nautilus/extensions-4/libfinder-sync-nautilus.so"],
-    "finder-sync-nemo": ["nemo/extensions-3.0/libfinder-sync-nemo.so"],
-    "finder-sync-thunar": ["thunarx-3/libfinder-sync-thunar.so"],
+    "nautilus-finder-sync": ["nautilus/extensions-4/libfinder-sync-nautilus.so"],
+    "nemo-finder-sync": ["nemo/extensions-3.0/libfinder-sync-nemo.so"],
+    "thunar-finder-sync": ["thunarx-3/libfinder-sync-thunar.so"],
 }
 FILES = {
     "finder-sync-extension": [
         "usr/bin/finder-sync-extension",
+        "usr/bin/finderctl",
         "usr/share/bash-completion/completions/finder-sync-extension",
+        "usr/share/bash-completion/completions/finderctl",
         f"usr/share/dbus-1/services/{UNIT}",
         "usr/share/finder-sync/icon_Backup.svg",
         "usr/share/finder-sync/icon_Folder.svg",
@@ -32,17 +34,15 @@ FILES = {
         f"usr/share/icons/hicolor/scalable/actions/{GROUP}.icon_share.svg",
         f"usr/share/icons/hicolor/scalable/emblems/emblem-{GROUP}.FolderIco.svg",
         "usr/share/man/man1/finder-sync-extension.1.gz",
+        "usr/share/man/man1/finderctl.1.gz",
         f"usr/share/systemd/user/{UNIT}",
     ],
     "finder-sync-tools": [
         "usr/bin/companion",
-        "usr/bin/finderctl",
         "usr/share/bash-completion/completions/companion",
-        "usr/share/bash-completion/completions/finderctl",
-        "usr/share/dbus-1/interfaces/findersync.Extension1.xml",
-        "usr/share/dbus-1/interfaces/findersync.Process1.xml",
+        "usr/share/finder-sync/findersync.Extension1.xml",
+        "usr/share/finder-sync/findersync.Process1.xml",
         "usr/share/man/man1/companion.1.gz",
-        "usr/share/man/man1/finderctl.1.gz",
         "usr/share/rlwrap/completions/companion",
     ],
 } | {package: [f"{LIBRARIES}/{file}" for file in files] for package, files in PLUGINS.items()}
@@ -111,15 +111,16 @@ def test_needed_libraries_come_with_the_packages_asked_for(packages, unpacked, p
             assert owners & set(asked), f"{library} of {program.name} is in {owners}"
 
 
-@pytest.mark.parametrize("package", [name for name in FILES if name != "finder-sync-extension"])
-def test_a_package_asks_for_the_extension_of_its_version(packages, package):
-    version = run("dpkg-deb", "-f", str(packages[package]), "Version").strip()
-    assert depends(packages[package])["finder-sync-extension"] == f"= {version}"
+def test_the_tools_ask_for_the_extension_of_their_version(packages):
+    version = run("dpkg-deb", "-f", str(packages["finder-sync-tools"]), "Version").strip()
+    assert depends(packages["finder-sync-tools"])["finder-sync-extension"] == f"= {version}"
 
 
 @pytest.mark.parametrize("package", PLUGINS)
-def test_a_plugin_asks_for_its_file_manager(packages, package):
-    assert package.removeprefix("finder-sync-") in depends(packages[package])
+def test_a_plugin_asks_for_its_file_manager_and_for_no_product(packages, package):
+    asked = depends(packages[package])
+    assert package.removesuffix("-finder-sync") in asked
+    assert not [name for name in asked if name.startswith("finder-sync")]
 
 
 def test_no_file_knows_where_it_was_built(unpacked):
