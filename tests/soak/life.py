@@ -3,7 +3,6 @@ line, every answer, every report and the heap must be as the model says."""
 
 import collections
 import copy
-import json
 import mmap
 import os
 import pathlib
@@ -27,7 +26,6 @@ BUFFER = 1024  # bytes that stay for each has-bytes-available event, on purpose
 # KiB of resident memory beyond the buffers: the allocator's bookkeeping, and gaps between blocks.
 RESIDENT_SLACK, RESIDENT_BUFFER = 2048, 1.1
 IDLE = 5  # times in a row that the process must sleep with an unchanged heap to count as idle
-RECEIVING = re.compile(rb"^receiving\n", re.MULTILINE)
 CONTROL_CHARACTER = re.compile(rb"[\x00-\x1f\x7f]")
 JOURNAL_PREFIX = b"<6>"
 
@@ -60,23 +58,17 @@ class Written:
         self.file = open(path, "rb")
         self.unread = b""
 
-    def expect(self, expected, without=None):
-        """Waits until exactly this has been appended, and returns it with what matched `without`,
-        which is ignored in the comparison."""
+    def expect(self, expected):
+        """Waits until exactly this has been appended."""
         deadline = time.monotonic() + TIMEOUT
-        while time.monotonic() < deadline:
+        while len(self.unread) < len(expected) and time.monotonic() < deadline:
             self.unread += self.file.read()
-            counted = without.sub(b"", self.unread) if without else self.unread[:len(expected)]
-            if counted == expected:
-                taken = self.unread if without else expected
-                self.unread = self.unread[len(taken):]
-                return taken
-            if len(counted) == len(expected) and not without:
-                break
             time.sleep(0.0002)
-        at = len(os.path.commonprefix([counted, expected]))
-        raise Different(f"{self.path.name}: expected ...{expected[at:at + 600]!r}\n"
-                        f"     but got ...{counted[at:at + 600]!r}")
+        if not self.unread.startswith(expected):
+            at = len(os.path.commonprefix([self.unread, expected]))
+            raise Different(f"{self.path.name}: expected ...{expected[at:at + 600]!r}\n"
+                            f"     but got ...{self.unread[at:at + 600]!r}")
+        self.unread = self.unread[len(expected):]
 
     def require_nothing(self):
         self.unread += self.file.read()
@@ -103,6 +95,8 @@ class WatchedSession(Session):
         self.store_settings({})
         self.bus = open_dbus_connection(self.address)
         self.process = None
+        self.known = {}
+        self.tally = collections.Counter()
 
     def call(self, message):
         reply = self.bus.send_and_get_reply(message, timeout=TIMEOUT)
@@ -153,6 +147,13 @@ class WatchedSession(Session):
         files = {str(file.relative_to(self.folder)) for file in self.folder.rglob("*")}
         return files.union(self.call(message_bus.ListNames())[0])
 
+    def require_same(self, kind, actual):
+        """The first measurement of each kind is the one that all later ones must equal."""
+        known = self.known.setdefault(kind, actual)
+        if isinstance(actual, set) and actual != known:
+            raise Different(f"{kind}: {actual - known} more, and {known - actual} less")
+        require(known, actual, kind)
+
     def end(self):
         if self.process:
             self.process.kill()
@@ -161,28 +162,14 @@ class WatchedSession(Session):
         super().end()
 
 
-class Levels:
-    """The first measurement of each kind, which all later ones must equal."""
-
-    def __init__(self):
-        self.known = {}
-
-    def expect(self, kind, actual):
-        known = self.known.setdefault(kind, actual)
-        if isinstance(actual, set) and actual != known:
-            raise Different(f"{kind}: {actual - known} more, and {known - actual} less")
-        require(known, actual, kind)
-
-
 class Life:
     """`peer` is the companion; without one, nobody listens on the port."""
 
-    def __init__(self, session, levels, tally, port, peer=None, settings=None):
-        self.session, self.levels, self.tally, self.peer = session, levels, tally, peer
-        self.settings = {"ServerPort": port} | (settings or {})
+    def __init__(self, session, port, peer, settings):
+        self.session, self.peer = session, peer
+        self.settings = {"ServerPort": port} | settings
         self.run = model.Run()
         self.extension, self.world = self.run.extension, self.run.world
-        self.buffers = 0
         self.link = "up" if peer else "refused"
         self.is_peer_gone = False
         self.resident_at_first = None
@@ -200,7 +187,7 @@ class Life:
         self.name_length = len(session.call(message_bus.GetNameOwner(BUS_NAME))[0])
         self.require_state()
         self.require_level("fresh")
-        self.tally["lives"] += 1
+        session.tally["lives"] += 1
 
     # The process and the model
 
@@ -211,7 +198,8 @@ class Life:
 
     def perform(self, name, *arguments):
         """Gives an event to both."""
-        self.tally["events"] += 1
+        self.session.tally["events"] += 1
+        self.session.tally[f"    {name}"] += 1
         try:
             if hasattr(self, name):
                 getattr(self, name)(*arguments)
@@ -228,18 +216,14 @@ class Life:
     def match(self):
         """Compares the trace, the log and the reports with the model's."""
         records, world = self.world.records, self.world
-        self.count_buffers(self.session.trace.expect(printed(records).encode()))
+        self.session.trace.expect(printed(records).encode())
         self.session.log.expect(b"".join(map(self.logged, filter(is_logged, records))))
         if world.received:
-            self.receive(world.received)
+            reports = compare.parse_reports(self.peer.receive(len(world.received)))
+            require(compare.parse_reports(world.received), reports, "reports")
         records.clear()
         world.assignments.clear()
         world.received = b""
-
-    def count_buffers(self, trace):
-        count = len(RECEIVING.findall(trace))
-        self.buffers += count
-        self.tally["has-bytes-available events"] += count
 
     def logged(self, record):
         form, argument = record.removeprefix("NSLog: ").split(" <- ", 1)
@@ -247,33 +231,11 @@ class Life:
             argument = str(self.session.share / "finder-sync")
         return JOURNAL_PREFIX + log_line(form.replace("%@", argument)) + b"\n"
 
-    def receive(self, expected):
-        received = b""
-        while len(received) < len(expected):
-            piece = self.peer.connection.recv(len(expected) - len(received))
-            if not piece:
-                raise Different("the link has ended before a report came")
-            received += piece
-        reports = compare.parse_reports(expected)
-        require(reports, compare.parse_reports(received), "reports")
-        self.tally["reports"] += len(reports)
-
     # Events. `perform` handles those without an answer.
 
     def send(self, data):
         self.peer.send(data)
-        self.tally["bytes"] += len(data)
         self.play("send", data)
-
-    def burst(self, blocks):
-        """Sends blocks in one write. How many of them one event reads is not specified."""
-        self.peer.send(b"".join(blocks))
-        self.tally["bytes"] += sum(map(len, blocks))
-        for block in blocks:
-            self.play("send", block)
-        expected = RECEIVING.sub(b"", printed(self.world.records).encode())
-        self.count_buffers(self.session.trace.expect(expected, without=RECEIVING))
-        self.world.records[:] = filter(is_logged, self.world.records)
 
     def close(self):
         self.peer.connection.shutdown(socket.SHUT_WR)
@@ -298,7 +260,11 @@ class Life:
             self.play("menu", kind, selection)
             expected, = answers_of(self.world.records)
         require(expected, answer, ("menu", selection))
-        self.tally["menus"] += 1
+
+    def observe(self, which, url):
+        ask(self.session, "observe", which, url)
+        if self.is_watched(url[1]):
+            self.play("observe", which, url)
 
     def badge(self, url):
         badges = ask(self.session, "badge", url)
@@ -319,8 +285,7 @@ class Life:
                 self.world.records[first:])
             expected.append("FolderIco" if is_badged else "")
         require(expected, badges, urls)
-        self.tally["badge requests"] += len(urls)
-        self.tally["badges shown"] += expected.count("FolderIco")
+        self.session.tally["badges shown"] += expected.count("FolderIco")
 
     def is_watched(self, path):
         folder = resolved(self.world.watched[0])
@@ -349,18 +314,19 @@ class Life:
     def heap(self):
         """Bytes and blocks on the heap, without the buffers and the name on the bus, which vary."""
         size, blocks = self.session.settled_heap()
-        return size - self.buffers * BUFFER - self.name_length, blocks - self.buffers
+        buffers = self.world.buffers
+        return size - buffers * BUFFER - self.name_length, blocks - buffers
 
     def require_level(self, stage):
         """Compares descriptors, threads and heap with those of other lives at the same stage."""
         kind = (stage, self.link, *(value for value in sorted(self.settings.items())
                                     if value[0] != "ServerPort"))
-        self.levels.expect(("bytes and blocks on the heap", *kind), self.heap())
-        self.levels.expect("levels", self.session.levels())
+        self.session.require_same(("bytes and blocks on the heap", *kind), self.heap())
+        self.session.require_same("levels", self.session.levels())
 
     def require_little_memory(self):
         """Notices what the count of the heap misses, such as mapped memory."""
-        resident = self.session.resident() - self.buffers * RESIDENT_BUFFER
+        resident = self.session.resident() - self.world.buffers * RESIDENT_BUFFER
         self.resident_at_first = self.resident_at_first or resident
         if resident > self.resident_at_first + RESIDENT_SLACK:
             raise Different(f"{resident - self.resident_at_first} KiB of memory more")
@@ -381,7 +347,7 @@ class Life:
         if self.peer and select.select([self.peer.listener], [], [], 0)[0]:
             raise Different("a second connection within one life")
         self.perform("set", "isSocketConnected", is_connected)
-        self.tally["moments compared"] += 1
+        self.session.tally["moments compared"] += 1
 
     def require_nothing_written(self):
         self.session.trace.require_nothing()
@@ -394,7 +360,7 @@ class Life:
     def warm_up(self):
         """Makes the process allocate what it keeps for its life: room for the longest lines,
         images, tables."""
-        self.perform("observe", "begin", sent_over_bus(("", "/" + "long" * 10_000)))
+        self.perform("observe", "begin", self.item("/" + "long" * 10_000))
         self.perform("set", "pathsOfRootFolders", ["K"])
         self.perform("menu", 0, [self.item("/" + CHARACTERS)])
         self.perform("set", "pathsOfRootFolders", ["Ko\u0308", "a\u0323\u0301"])
@@ -418,7 +384,7 @@ class Life:
     def finish(self, code):
         self.session.wait_for_end(code)
         self.require_nothing_written()
-        self.levels.expect("left behind", self.session.left_behind())
+        self.session.require_same("left behind", self.session.left_behind())
         if self.peer and not self.is_peer_gone:
             try:
                 require(b"", self.peer.connection.recv(1), "beside the reports")
@@ -456,8 +422,3 @@ def resolved(path):
         elif component not in ("", "."):
             components.append(component)
     return components
-
-
-def padded(**message):
-    """A message as long as a read."""
-    return json.dumps(message).encode().ljust(BUFFER - 1) + b"\n"
