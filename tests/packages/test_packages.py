@@ -29,6 +29,7 @@ FILES = {
         "usr/share/finder-sync/icon_Folder.svg",
         "usr/share/finder-sync/icon_URLlink.svg",
         "usr/share/finder-sync/icon_share.svg",
+        "usr/share/finder-sync/less-sandbox.conf",
         f"usr/share/icons/hicolor/scalable/actions/{GROUP}.icon_Backup.svg",
         f"usr/share/icons/hicolor/scalable/actions/{GROUP}.icon_URLlink.svg",
         f"usr/share/icons/hicolor/scalable/actions/{GROUP}.icon_share.svg",

@@ -1,5 +1,5 @@
 """A user's real systemd, with a session bus that it has started: the bus has it start the
-extension, and its sandbox is in force."""
+extension, and its sandbox is in force, the whole of it or what works without user namespaces."""
 
 import os
 import pathlib
@@ -9,6 +9,7 @@ import subprocess
 import pytest
 from conftest import GROUP
 
+PAGE = pathlib.Path(__file__).parents[2] / "docs/installing.md"
 UNIT = f"{GROUP}.FinderSync.service"
 READ_ONLY = ("", "/home", "/tmp", "/var/tmp", "/run", "$XDG_RUNTIME_DIR", "$HOME", "$HOME/Sync",
              f"$HOME/.config/{GROUP}", "/dev")
@@ -17,7 +18,6 @@ READ_ONLY = ("", "/home", "/tmp", "/var/tmp", "/run", "$XDG_RUNTIME_DIR", "$HOME
 PREPARE = r"""
 set -e
 mount -t proc proc /proc
-umount -R /sys/fs/cgroup
 mount -t cgroup2 cgroup2 /sys/fs/cgroup
 mount -t tmpfs -o mode=755 tmpfs /run
 mkdir -p /run/systemd/system /run/systemd/unit-root /run/user/4242 /run/home /sys/fs/cgroup/user
@@ -50,8 +50,8 @@ companion --port 0 --write-settings --command "add_folder $HOME/Sync" \
     <"$HOME/commands" >"$HOME/reports" 2>"$HOME/companion.log" &
 exec 3>"$HOME/commands"
 wait_for grep -q listening "$HOME/companion.log"
-busctl --user call GROUP.FinderSync /FinderSync findersync.Extension1 \
-    RequestBadgeIdentifierForURL s "file://$HOME" >/dev/null
+FIRST_START
+echo "= description"; systemctl --user show -P Description UNIT
 wait_for sh -c 'finderctl badge "$HOME/Sync" | grep -q FolderIco'
 finderctl click createLinkClicked: "$HOME/Sync/a.txt"
 wait_for grep -q clicked "$HOME/reports"
@@ -70,13 +70,19 @@ echo "= restarted"; systemctl --user show -P MainPID UNIT
 extension=$(systemctl --user show -P MainPID UNIT)
 kill -ABRT "$extension"
 wait_for sh -c '! systemctl --user is-active UNIT'
-busctl --user call GROUP.FinderSync /FinderSync findersync.Extension1 \
-    RequestBadgeIdentifierForURL s "file://$HOME" >/dev/null
+REQUEST
 echo "= again"; systemctl --user is-active UNIT
 exec 3>&-
 kill "$manager"
 wait
 """
+
+REQUEST = """busctl --user call GROUP.FinderSync /FinderSync findersync.Extension1 \\
+    RequestBadgeIdentifierForURL s "file://$HOME" >/dev/null"""
+# What the page tells a user to do where there are no user namespaces.
+RELAX = """systemctl --user start UNIT
+echo "= refused"; systemctl --user is-failed UNIT; systemctl --user show -P ExecMainStatus UNIT
+""" + re.search(r"```sh\n(unit=.*?)```", PAGE.read_text(), re.DOTALL)[1]
 
 
 @pytest.fixture
@@ -103,12 +109,28 @@ def control_group():
 
 
 @pytest.fixture
-def answers(root, control_group):
+def no_user_namespaces():
+    """The words before a command that has it run where no user namespace can be made: as root of one
+    that allows none below it."""
+    with subprocess.Popen(["unshare", "--user", "sh", "-c", "echo; exec sleep infinity"],
+                          stdout=subprocess.PIPE) as holder:
+        holder.stdout.readline()
+        for ids in ("uid_map", "gid_map"):
+            pathlib.Path(f"/proc/{holder.pid}/{ids}").write_text("0 0 65536\n")
+        yield ["nsenter", "--user", f"--target={holder.pid}", "--setuid=0", "--setgid=0", "sh", "-c",
+               'echo 0 >/proc/sys/user/max_user_namespaces && exec "$@"', "sh"]
+        holder.kill()
+
+
+def answers(root, control_group, first_start, surroundings=()):
+    """What the user's systemd and the extension that it has started answer, by question."""
     ask = ASK.replace("READ_ONLY", " ".join(f'"{folder}"' for folder in READ_ONLY))
+    ask = ask.replace("FIRST_START", first_start).replace("REQUEST", REQUEST)
     ask = ask.replace("GROUP", GROUP).replace("UNIT", UNIT)
     enter = f'echo $$ >"{control_group}/cgroup.procs" && exec "$@"'
     outcome = subprocess.run(
-        ["sh", "-c", enter, "sh", "unshare", "--pid", "--fork", "--cgroup", "--kill-child",
+        ["sh", "-c", enter, "sh", *surroundings,
+         "unshare", "--pid", "--fork", "--cgroup", "--kill-child",
          *root.command("sh", "-c", PREPARE, "sh", ask)],
         capture_output=True, text=True, timeout=60)
     answers = dict(part.split("\n", 1) for part in outcome.stdout.split("= ")[1:])
@@ -116,14 +138,30 @@ def answers(root, control_group):
     return answers
 
 
-def test_the_extension_works_in_its_sandbox(answers):
+def check_whole_life(answers):
+    """What holds with and without user namespaces. Gives the process's status."""
     assert answers["program"] == "/usr/bin/finder-sync-extension\n"
     assert '"items":["/run/home/Sync/a.txt"]' in answers["report"]
     status = dict(re.findall(r"^(\w+):\s*(\S*)", answers["status"], re.MULTILINE))
-    assert {name: status[name] for name in ("NoNewPrivs", "Seccomp", "CapBnd", "Umask")} == \
-        {"NoNewPrivs": "1", "Seccomp": "2", "CapBnd": "0" * 16, "Umask": "0077"}
+    assert {name: status[name] for name in ("NoNewPrivs", "Seccomp", "Umask")} == \
+        {"NoNewPrivs": "1", "Seccomp": "2", "Umask": "0077"}
     assert answers["core"].split()[4:6] == ["0", "0"]
-    assert answers["write"].count("Read-only file system") == len(READ_ONLY), answers["write"]
-    assert "Permission denied" in answers["shared memory"]
     assert answers["restarted"] not in ("0\n", answers["first"])
     assert answers["again"] == "active\n"  # a fatal error is followed by a fresh start
+    return status
+
+
+def test_the_extension_works_in_its_sandbox(root, control_group):
+    found = answers(root, control_group, "REQUEST")
+    assert check_whole_life(found)["CapBnd"] == "0" * 16
+    assert found["write"].count("Read-only file system") == len(READ_ONLY), found["write"]
+    assert "Permission denied" in found["shared memory"]
+    assert found["description"].endswith("(full sandbox)\n")
+
+
+def test_without_user_namespaces_it_fails_openly_and_a_command_helps(
+        root, control_group, no_user_namespaces):
+    found = answers(root, control_group, RELAX, no_user_namespaces)
+    assert found["refused"] == "failed\n217\n"
+    assert "0" * 16 != check_whole_life(found)["CapBnd"]
+    assert found["description"].endswith("(sandbox without namespaces)\n")
