@@ -23,10 +23,10 @@ def home(tmp_path):
     return home
 
 
-def script(name, home, **more):
+def script(name, home, *arguments, **more):
     environment = {key: value for key, value in os.environ.items() if not key.startswith(("XDG_", "DBUS_"))}
     environment |= {"HOME": str(home), "FINDER_SYNC_BUILD": str(BUILD)} | more
-    return subprocess.run([SCRIPTS / name], env=environment, capture_output=True, text=True)
+    return subprocess.run([SCRIPTS / name, *arguments], env=environment, capture_output=True, text=True)
 
 
 def tree(home):
@@ -68,7 +68,18 @@ def test_installed_twice_it_is_as_installed_once(home):
     assert script("uninstall", home).returncode == 0
     assert tree(home) == before
     again = script("uninstall", home)
-    assert (again.returncode, again.stdout) == (0, "Nothing is installed in your home.\n")
+    assert (again.returncode, again.stdout) == (0, "Nothing of finder-sync is installed in your home.\n")
+
+
+@pytest.mark.parametrize("part, there, missing", [("extension", "bin/finder-sync-extension", "lib"),
+                                                  ("caja", "lib", "bin")])
+def test_a_product_is_installed_without_plugins_and_they_without_it(home, part, there, missing):
+    before = tree(home)
+    assert script("install", home).returncode == 0
+    assert script("install", home, part).returncode == 0
+    assert (home / ".local" / there).exists() and not (home / ".local" / missing).exists()
+    assert script("uninstall", home).returncode == 0
+    assert tree(home) == before
 
 
 def test_a_strangers_file_is_left_alone(home):
