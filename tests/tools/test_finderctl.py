@@ -12,16 +12,19 @@ from jeepney.io.blocking import open_dbus_connection
 
 NAMES = ["myFolderURL", "pathsOfRootFolders", "serverAddress", "serverPort", "isSocketConnected",
          "displayUrlLink", "displayBackup", "shareContactTitle", "shareViaUrlTitle", "backupTitle",
-         "directoryURLs", "badges"]
+         "directoryURLs", "badges", "linkState"]
 
 
 @pytest.fixture
-def linked(session, companion):
+def linked(session, companion, request):
     """A companion and an extension that is connected to it."""
     companion.extension = session.start_real_extension(
-        companion.port, RootFolder="/watched dir", DisplayBackup=2**62,
+        companion.port, RootFolder=getattr(request, "param", "/watched dir"), DisplayBackup=2**62,
         ShareContactTitle='Share "with"\nall', BackupTitle="Sichern ü")
     return companion
+
+
+watching_all = pytest.mark.parametrize("linked", ["/"], indirect=True, ids=[""])
 
 
 @pytest.fixture
@@ -63,6 +66,7 @@ def test_session_bus_that_does_not_answer(session):
     (["observe"], "too few arguments for 'observe'"),
     (["badge"], "too few arguments for 'badge'"), (["click"], "too few arguments for 'click'"),
     (["menu", "--kind", "frob", "/a"], "unknown kind 'frob'"),
+    (["--group", "a/\n", "state"], "'a/\\x0A' is no application group"),
     (["state", "--kind", "items"], "--kind is for 'menu' only"),
 ])
 def test_wrong_usage(session, arguments, message):
@@ -72,7 +76,7 @@ def test_wrong_usage(session, arguments, message):
 
 def test_help_and_version(session):
     code, out, _ = session.finderctl("--help")
-    assert code == 0 and all(name in out for name in ("state", "observe", "unobserve", "monitor"))
+    assert code == 0 and "\n  menu [--kind KIND] [ITEM...]  " in out
     code, out, _ = session.finderctl("--version")
     assert code == 0 and out.startswith("finderctl ")
 
@@ -93,7 +97,7 @@ def test_nothing_starts_the_extension(session, tmp_path):
         code, out, err = session.finderctl(*arguments)
         assert (code, out) == (3, "")
         assert f"the extension is not running (nobody owns {BUS_NAME} on the session bus)" in err
-        assert "start finder-sync-extension" in err
+        assert '"finderctl restart" starts it' in err
     assert not marker.exists()
 
     # The bus would have started it for anybody else.
@@ -121,7 +125,7 @@ def test_state_as_json(session, linked):
         "serverAddress": "127.0.0.1", "serverPort": linked.port, "isSocketConnected": True,
         "displayUrlLink": 1, "displayBackup": 2**62, "shareContactTitle": 'Share "with"\nall',
         "shareViaUrlTitle": "", "backupTitle": "Sichern ü",
-        "directoryURLs": ["file:///watched%20dir"]}
+        "directoryURLs": ["file:///watched%20dir"], "linkState": "open"}
 
 
 def test_state_for_people(session, linked):
@@ -151,44 +155,49 @@ def test_state_without_folders(session, linked):
 def test_output_that_nobody_reads(session, linked):
     read_end, write_end = os.pipe()
     os.close(read_end)
-    program = session.start("finderctl", "state", stdout=write_end)
+    assert session.finderctl("state", stdout=write_end) == (0, "", "")
     os.close(write_end)
-    assert program.wait() == 0
-    assert program.err.text == ""
 
 
 def test_output_that_cannot_be_written(session, linked):
     with open("/dev/full", "wb") as full:
-        program = session.start("finderctl", "state", stdout=full)
-    assert program.wait() == 1
-    assert "No space left" in program.err.text
+        code, _, err = session.finderctl("state", stdout=full)
+    assert code == 1 and "No space left" in err
+
+
+def test_another_product_is_asked(session, linked):
+    """Which does not run, and which is told by its name."""
+    code, out, err = session.finderctl("--group", "org.example.other", "state")
+    assert (code, out) == (3, "") and "nobody owns org.example.other.FinderSync " in err
+    group = BUS_NAME.removesuffix(".FinderSync")
+    assert session.finderctl("--group", group, "state") == session.finderctl("state")
 
 
 # observe and unobserve
 
 
+@watching_all
 @pytest.mark.parametrize("command, callback", [
     ("observe", "beginObservingDirectoryAtURL"), ("unobserve", "endObservingDirectoryAtURL")])
 def test_observe(session, linked, tmp_path, command, callback):
     (tmp_path / "link").symlink_to("/nowhere")
-    code, out, err = session.finderctl(
+    assert session.finderctl(
         command, "/a b/ü?#%", "link", "./x/../y//z/.", ".", "/", "file:///as%20is", "file:/short",
-        cwd=tmp_path)
-    assert (code, out, err) == (0, "", "")
+        cwd=tmp_path) == (0, "", "")
     here = f"file://{tmp_path}"
-    expected = ["file:///a%20b/%C3%BC%3F%23%25", f"{here}/link", f"{here}/y/z", here, "file:///",
-                "file:///as%20is", "file:/short"]
     linked.extension.err.wait_for("short")
     observed = [line.split(f"{callback}: ")[1] for line in linked.extension.err.lines()
                 if callback in line]
-    assert [url.rstrip("/") or url for url in observed] == [url.rstrip("/") for url in expected]
+    assert [url.rstrip("/") for url in observed] == [
+        "file:///a%20b/%C3%BC%3F%23%25", f"{here}/link", f"{here}/y/z", here, "file:",
+        "file:///as%20is", "file:/short"]
 
 
+@watching_all
 def test_refused_urls(session, linked):
     code, out, err = session.finderctl("observe", "https://example.com/x", "/good", "file:///a?b",
-                               "file://elsewhere/x")
-    assert (code, out) == (1, "")
-    assert len(err.splitlines()) == 3
+                                       "file://elsewhere/x")
+    assert (code, out, len(err.splitlines())) == (1, "", 3)
     assert '"https://example.com/x" is not the URL of a local file' in err
     linked.extension.err.wait_for("beginObservingDirectoryAtURL: file:///good")
 
@@ -197,7 +206,7 @@ def test_refused_urls(session, linked):
     (b"/bad\xff", '"/bad\\xFF" is not valid UTF-8'), (b"file:///\xff", "is not valid UTF-8"),
     (b"", "empty")])
 def test_arguments_that_cannot_be_urls(session, linked, argument, message):
-    code, out, err = session.finderctl("observe", b"/good", argument)
+    code, out, err = session.finderctl("observe", b"/watched dir/good", argument)
     assert (code, out) == (1, "")
     assert message in err
     assert "good" not in linked.extension.err.text
@@ -207,7 +216,7 @@ def test_working_directory_that_is_gone(session, tmp_path):
     gone = tmp_path / "gone"
     gone.mkdir()
     program = session.start("/bin/sh", "-c", 'rmdir "$1" && exec "$2" observe x', "sh", gone,
-                    session.programs / "finderctl", cwd=gone)
+                            session.programs / "finderctl", cwd=gone)
     assert program.wait() == 1
     assert '"x" cannot be made an absolute path' in program.err.text
 
@@ -255,7 +264,8 @@ def test_monitor(linked, monitor):
     assert "shareViaUrlTitle: b\n" in watcher.out.text
     linked.end_input()
     watcher.out.wait_for("isSocketConnected: false\n")
-    assert len(watcher.out.lines()) == 7
+    assert "linkState: ended\n" in watcher.out.text
+    assert len(watcher.out.lines()) == 8
     watcher.signal(signal.SIGINT)
     assert watcher.wait(5) == 0
     assert watcher.err.text == ""
@@ -285,7 +295,7 @@ def test_monitor_before_and_after_the_extension(session, monitor):
         extension.signal(signal.SIGTERM)
         assert extension.wait() == 0
     wait_for(lambda: watcher.out.text.count("disappeared") == 2, "the end of the second")
-    lines = [line for line in watcher.out.lines() if "isSocketConnected" not in line]
+    lines = [line for line in watcher.out.lines() if "Connected" not in line and "link" not in line]
     assert lines == ["the extension is not running"] + [
         "the extension has appeared", 'pathsOfRootFolders: ["/a"]',
         "the extension has disappeared"] * 2
@@ -366,10 +376,10 @@ def test_badge_prints_a_line_for_each_item(session, with_root):
                    f"(none)     {ROOT}/file\n(none)     /elsewhere\n")
 
 
-def test_badge_as_json_names_the_urls(session, with_root):
-    code, out, _ = session.finderctl("--json", "badge", ROOT, "/elsewhere")
-    assert code == 0
-    assert json.loads(out) == {ROOT_URL: "FolderIco", "file:///elsewhere": ""}
+def test_badge_as_json_is_keyed_by_path(session, with_root):
+    code, out, _ = session.finderctl("--json", "badge", ROOT + "/.", ROOT_URL, "elsewhere", cwd="/usr")
+    assert code == 0 and out.count("FolderIco") == 1
+    assert json.loads(out) == {ROOT: "FolderIco", "/usr/elsewhere": ""}
 
 
 def test_menu_prints_its_entries(session, with_root):

@@ -78,16 +78,26 @@ std::optional<std::vector<std::string>> splitIntoWords(std::string_view text) {
     }
 }
 
+/// A message with the path of a folder. A path that is not absolute is sent all the same.
+Command sendFolder(std::string_view type, std::string_view path) {
+    Command command = sendMessage(type, {{"path", path}});
+    if (auto* const message = std::get_if<Send>(&command); message && !path.starts_with('/'))
+        message->warning = path.starts_with('~')
+                               ? "\"~\" is not replaced by your home here"
+                               : "the path is not absolute; the extension takes it as it stands";
+    return command;
+}
+
 // The commands. `rest` is what follows the name and one blank.
 
 Command addFolder(std::string_view rest) {
-    return sendMessage("add_folder", {{"path", rest}});
+    return sendFolder("add_folder", rest);
 }
 
 Command deleteFolder(std::string_view rest) {
     if (rest.empty())
         return Refusal{"del_folder needs the path of a folder"};
-    return sendMessage("del_folder", {{"path", rest}});
+    return sendFolder("del_folder", rest);
 }
 
 Command setLocale(std::string_view rest) {

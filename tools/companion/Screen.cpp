@@ -1,9 +1,8 @@
 #include "tools/companion/Screen.h"
 
 #include "process/StandardStreams.h"
+#include "tools/console/Text.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <unistd.h>
 
 namespace companion {
@@ -16,19 +15,12 @@ constexpr std::string_view errorColor = "\033[31m";
 constexpr std::string_view otherColor = "\033[2m";
 constexpr std::string_view noColor = "\033[0m";
 
-bool wantsColor(int descriptor) {
-    const char* const refused = std::getenv("NO_COLOR");
-    const char* const terminal = std::getenv("TERM");
-    return ::isatty(descriptor) == 1 && (refused == nullptr || *refused == '\0') &&
-           terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
-}
-
 } // namespace
 
 Screen::Screen(Color color) {
     for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO})
-        hasColor_[descriptor] =
-            color == Color::Always || (color == Color::Automatic && wantsColor(descriptor));
+        hasColor_[descriptor] = color == Color::Always ||
+                                (color == Color::Automatic && console::wantsColor(descriptor));
 }
 
 bool Screen::report(const std::string& text) {

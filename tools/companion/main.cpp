@@ -33,11 +33,11 @@ struct Options {
     std::string follow; ///< Path of a named pipe, empty for none.
 };
 
-constexpr const char* helpOnOptions = R"(usage: companion [OPTION]...
+constexpr const char* helpOnOptions = R"( [OPTION]...
 
 A companion application for development: listens on 127.0.0.1 for the extension, sends it what the
 commands on standard input say, and prints the click reports that come back, one JSON object a line.
-"rlwrap companion" edits lines on a terminal and keeps a history.
+"rlwrap" before its name edits lines on a terminal and keeps a history.
 
 Options:
   --port N               Port to listen on; 0 takes a free one (default 61842)
@@ -56,14 +56,16 @@ Options:
 )";
 
 void printHelp() {
-    const std::string text = std::string(helpOnOptions) + "Settings:  $XDG_CONFIG_HOME/" +
-                             findersync::applicationGroup + "/settings.json\n\nCommands:\n" +
-                             companion::helpOnCommands();
+    const std::string text = std::string("usage: ") + findersync::companionProgram + helpOnOptions +
+                             "Settings:  $XDG_CONFIG_HOME/" + findersync::applicationGroup +
+                             "/settings.json\n\nCommands:\n" + companion::helpOnCommands();
     (void)process::writeFully(STDOUT_FILENO, text);
 }
 
 [[noreturn]] void exitWithUsageError(const std::string& message) {
-    (void)process::writeFully(STDERR_FILENO, "companion: " + message + "; see companion --help\n");
+    (void)process::writeFully(STDERR_FILENO, std::string(findersync::companionProgram) + ": " +
+                                                 message + "; see " + findersync::companionProgram +
+                                                 " --help\n");
     std::exit(usageError);
 }
 
@@ -117,8 +119,8 @@ void take(int letter, Options& options) {
         printHelp();
         std::exit(EXIT_SUCCESS);
     case 'v':
-        (void)process::writeFully(STDOUT_FILENO,
-                                  std::string("companion ") + findersync::version + "\n");
+        (void)process::writeFully(STDOUT_FILENO, std::string(findersync::companionProgram) + " " +
+                                                     findersync::version + "\n");
         std::exit(EXIT_SUCCESS);
     default: // getopt_long has named the option
         exitWithUsageError("wrong usage");
@@ -139,8 +141,8 @@ Options parse(int argc, char** argv) {
                                 {"version", no_argument, nullptr, 'v'},
                                 {}};
     Options options;
-    char name[] = "companion"; // not the path, in getopt_long's messages
-    argv[0] = name;
+    std::string name = findersync::companionProgram; // not the path, in getopt_long's messages
+    argv[0] = name.data();
     for (int letter = 0; (letter = ::getopt_long(argc, argv, "c:h", known, nullptr)) != -1;)
         take(letter, options);
     if (optind < argc)
@@ -202,6 +204,6 @@ int main(int argc, char** argv) {
     else
         exitCode = serve(event.get(), options, screen, failure);
     if (!failure.empty())
-        screen.error("companion: " + failure);
+        screen.error(std::string(findersync::companionProgram) + ": " + failure);
     return exitCode < 0 ? EXIT_FAILURE : exitCode;
 }

@@ -1,6 +1,9 @@
 #include "tools/console/Text.h"
 
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unistd.h>
 
 namespace console {
 
@@ -73,6 +76,13 @@ void appendEscaped(std::string& line, std::string_view bytes) {
 }
 
 } // namespace
+
+bool wantsColor(int descriptor) {
+    const char* const refused = std::getenv("NO_COLOR");
+    const char* const terminal = std::getenv("TERM");
+    return ::isatty(descriptor) == 1 && (refused == nullptr || *refused == '\0') &&
+           terminal != nullptr && std::strcmp(terminal, "dumb") != 0;
+}
 
 bool isUTF8(std::string_view text) {
     while (!text.empty()) {

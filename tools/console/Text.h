@@ -12,4 +12,8 @@ namespace console {
 /// escapes, so that no text can move the cursor or pose as a second line.
 [[nodiscard]] std::string printable(std::string_view text);
 
+/// Whether output to a descriptor is to be colored: on a terminal that can, unless the user has
+/// refused.
+[[nodiscard]] bool wantsColor(int descriptor);
+
 } // namespace console

@@ -12,13 +12,15 @@
 #include <cstdlib>
 #include <set>
 #include <string_view>
+#include <utility>
 
 namespace finderctl {
 
 namespace {
 
-std::vector<std::string> badgesOf(const std::vector<std::string>& urls) {
-    const ExtensionProxy extension;
+std::vector<std::string> badgesOf(const std::string& busName,
+                                  const std::vector<std::string>& urls) {
+    const ExtensionProxy extension(busName);
     const process::Message call = extension.newCall("RequestBadgeIdentifiersForURLs");
     appendList(call, urls);
     std::vector<std::string> badges = readList(extension.call(call).get());
@@ -43,23 +45,24 @@ std::string table(const std::vector<std::string>& items, const std::vector<std::
     return text;
 }
 
-/// An item that was named twice is one member.
+/// The badges by the paths of their items. An item that was named twice is one member.
 std::string object(const std::vector<std::string>& urls, const std::vector<std::string>& badges) {
     std::vector<console::JSONMember> members;
-    std::set<std::string_view> named;
+    std::set<std::string> named;
     for (std::size_t index = 0; index < urls.size(); ++index) {
-        if (named.insert(urls[index]).second)
-            members.emplace_back(urls[index], console::jsonString(badges[index]));
+        std::string path = pathOfURL(urls[index]);
+        if (named.insert(path).second)
+            members.emplace_back(std::move(path), console::jsonString(badges[index]));
     }
     return console::jsonObject(members);
 }
 
 } // namespace
 
-int badge(const Items& items, Form form) {
-    const std::vector<std::string> urls = urlsOfArguments(items);
-    const std::vector<std::string> badges = badgesOf(urls);
-    print(form == Form::JSON ? object(urls, badges) : table(items, badges));
+int badge(const Arguments& arguments) {
+    const std::vector<std::string> urls = urlsOfArguments(arguments.items);
+    const std::vector<std::string> badges = badgesOf(arguments.busName, urls);
+    print(arguments.form == Form::JSON ? object(urls, badges) : table(arguments.items, badges));
     return EXIT_SUCCESS;
 }
 

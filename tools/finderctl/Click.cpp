@@ -8,9 +8,11 @@
 
 namespace finderctl {
 
-int click(const std::string& selector, const Items& items) {
-    const std::vector<std::string> urls = urlsOfArguments(items);
-    const ExtensionProxy extension;
+int click(const Arguments& arguments) {
+    const std::string& selector = arguments.items.front();
+    const std::vector<std::string> urls =
+        urlsOfArguments({arguments.items.begin() + 1, arguments.items.end()});
+    const ExtensionProxy extension(arguments.busName);
     const process::Message call = extension.newCall("PerformAction");
     check(sd_bus_message_append_basic(call.get(), 's', selector.c_str()),
           "the call cannot be made");

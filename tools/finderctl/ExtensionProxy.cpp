@@ -7,7 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstring>
-#include <string_view>
+#include <utility>
 
 namespace finderctl {
 
@@ -38,11 +38,11 @@ private:
     sd_bus_error error_{};
 };
 
-[[noreturn]] void throwFailureOfCall(const Error& error, int result) {
+[[noreturn]] void throwFailureOfCall(const std::string& name, const Error& error, int result) {
     if (error.has(SD_BUS_ERROR_SERVICE_UNKNOWN) || error.has(SD_BUS_ERROR_NAME_HAS_NO_OWNER))
-        throw Failure("the extension is not running (nobody owns " +
-                          std::string(findersync::busName) +
-                          " on the session bus): start finder-sync-extension, then try again",
+        throw Failure("the extension is not running (nobody owns " + name +
+                          " on the session bus): \"" + findersync::controlProgram +
+                          " restart\" starts it",
                       ExitCode::NotRunning);
     if (error.has(SD_BUS_ERROR_NO_REPLY))
         throw Failure("the extension has ended before it answered; its own last words on standard "
@@ -78,7 +78,7 @@ void check(int result, const char* whatFailed) {
         throw Failure(std::string(whatFailed) + ": " + std::strerror(-result));
 }
 
-ExtensionProxy::ExtensionProxy() {
+ExtensionProxy::ExtensionProxy(std::string busName) : name_(std::move(busName)) {
     int result = sd_bus_open_user(process::Out(bus_));
     if (result >= 0)
         result = waitUntilReady(bus_.get());
@@ -94,10 +94,18 @@ ExtensionProxy::ExtensionProxy() {
 
 process::Message ExtensionProxy::newCall(const char* member, const char* interface) const {
     process::Message call;
-    check(sd_bus_message_new_method_call(bus_.get(), process::Out(call), findersync::busName,
+    check(sd_bus_message_new_method_call(bus_.get(), process::Out(call), name_.c_str(),
                                          findersync::objectPath, interface, member),
           callFailed);
     check(sd_bus_message_set_auto_start(call.get(), 0), callFailed);
+    return call;
+}
+
+process::Message ExtensionProxy::newCallOfBus(const char* member) const {
+    process::Message call;
+    check(sd_bus_message_new_method_call(bus_.get(), process::Out(call), busDriver,
+                                         "/org/freedesktop/DBus", busDriver, member),
+          callFailed);
     return call;
 }
 
@@ -107,8 +115,50 @@ process::Message ExtensionProxy::call(const process::Message& message) const {
     const int result =
         sd_bus_call(bus_.get(), message.get(), timeout.count(), error.get(), process::Out(reply));
     if (result < 0)
-        throwFailureOfCall(error, result);
+        throwFailureOfCall(name_, error, result);
     return reply;
+}
+
+bool ExtensionProxy::isRunning() const {
+    const process::Message question = newCallOfBus("NameHasOwner");
+    check(sd_bus_message_append_basic(question.get(), 's', name_.c_str()), callFailed);
+    int hasOwner = 0;
+    check(sd_bus_message_read_basic(call(question).get(), 'b', &hasOwner), replyFailed);
+    return hasOwner != 0;
+}
+
+void ExtensionProxy::start() const {
+    const process::Message request = newCallOfBus("StartServiceByName");
+    check(sd_bus_message_append(request.get(), "su", name_.c_str(), 0U), callFailed);
+    Error error;
+    process::Message reply;
+    const int result =
+        sd_bus_call(bus_.get(), request.get(), timeout.count(), error.get(), process::Out(reply));
+    if (result < 0)
+        throw Failure(
+            "the bus cannot start the extension: " +
+            (result == -ETIMEDOUT ? "it has not come within 5 seconds" : error.message()));
+}
+
+unsigned ExtensionProxy::serverPort() const {
+    unsigned port = 0;
+    check(sd_bus_message_read(property(findersync::interfaceName, "serverPort").get(), "v", "u",
+                              &port),
+          replyFailed);
+    return port;
+}
+
+std::string ExtensionProxy::linkState() const {
+    const process::Message reply = property(findersync::processInterfaceName, "linkState");
+    const char* state = nullptr;
+    check(sd_bus_message_read(reply.get(), "v", "s", &state), replyFailed);
+    return console::printable(state);
+}
+
+process::Message ExtensionProxy::property(const char* interface, const char* property) const {
+    const process::Message question = newCall("Get", propertiesInterface);
+    check(sd_bus_message_append(question.get(), "ss", interface, property), callFailed);
+    return call(question);
 }
 
 void appendList(const process::Message& call, const std::vector<std::string>& list) {

@@ -8,27 +8,47 @@
 
 namespace finderctl {
 
+inline constexpr const char* busDriver = "org.freedesktop.DBus";
 inline constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 
-/// Stands for the running extension, which it reaches over the session bus. Nothing here starts the
-/// extension when it is not running.
+/// Stands for the running extension of a product, which it reaches over the session bus. Nothing
+/// but `start` starts the extension when it is not running.
 class ExtensionProxy {
 public:
     /// Connects to the session bus. Throws `Failure` when there is none, or when it has not
     /// answered after 5 seconds.
-    ExtensionProxy();
+    explicit ExtensionProxy(std::string busName);
 
     [[nodiscard]] sd_bus* bus() const { return bus_.get(); }
+    /// The extension's name on the bus.
+    [[nodiscard]] const std::string& name() const { return name_; }
 
     /// A call to one of the extension's methods, still without arguments.
     [[nodiscard]] process::Message newCall(const char* member,
                                            const char* interface = findersync::interfaceName) const;
 
+    /// A call to one of the bus's own methods, still without arguments.
+    [[nodiscard]] process::Message newCallOfBus(const char* member) const;
+
     /// Makes the call and waits for the reply, for at most 5 seconds. Throws `Refused` when the
     /// extension refuses it, and another `Failure` when it is not running or does not reply.
     [[nodiscard]] process::Message call(const process::Message& message) const;
 
+    /// Whether anybody owns the extension's name on the bus.
+    [[nodiscard]] bool isRunning() const;
+
+    /// Has the bus start the extension, and waits for it, for at most 5 seconds. Does nothing when
+    /// it is running. Throws `Failure` when it does not come.
+    void start() const;
+
+    /// Properties of the running extension. Throw `Failure`.
+    [[nodiscard]] unsigned serverPort() const;
+    [[nodiscard]] std::string linkState() const;
+
 private:
+    [[nodiscard]] process::Message property(const char* interface, const char* property) const;
+
+    std::string name_;
     process::Bus bus_;
 };
 

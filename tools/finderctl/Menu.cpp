@@ -44,8 +44,8 @@ std::vector<Entry> readEntries(sd_bus_message* reply) {
     return entries;
 }
 
-Menu menuOn(std::uint32_t kind, const std::vector<std::string>& urls) {
-    const ExtensionProxy extension;
+Menu menuOn(const std::string& busName, std::uint32_t kind, const std::vector<std::string>& urls) {
+    const ExtensionProxy extension(busName);
     const process::Message call = extension.newCall("MenuForMenuKind");
     check(sd_bus_message_append_basic(call.get(), 'u', &kind), "the call cannot be made");
     appendList(call, urls);
@@ -81,10 +81,13 @@ std::string jsonOf(const Menu& menu) {
 
 } // namespace
 
-int menu(const std::string& kind, const Items& items, Form form) {
-    const auto place = std::ranges::find(menuKinds, kind) - menuKinds.begin();
-    const Menu found = menuOn(static_cast<std::uint32_t>(place), urlsOfArguments(items));
-    print(form == Form::JSON ? jsonOf(found) : textOf(found));
+int menu(const Arguments& arguments) {
+    const auto place = arguments.kind.empty()
+                           ? 0
+                           : std::ranges::find(menuKinds, arguments.kind) - menuKinds.begin();
+    const Menu found = menuOn(arguments.busName, static_cast<std::uint32_t>(place),
+                              urlsOfArguments(arguments.items));
+    print(arguments.form == Form::JSON ? jsonOf(found) : textOf(found));
     return EXIT_SUCCESS;
 }
 

@@ -12,7 +12,6 @@
 #include <cstdlib>
 #include <exception>
 #include <optional>
-#include <string_view>
 #include <sys/epoll.h>
 #include <systemd/sd-event.h>
 #include <unistd.h>
@@ -23,12 +22,12 @@ namespace finderctl {
 
 namespace {
 
-constexpr const char* driver = "org.freedesktop.DBus";
 constexpr const char* whatFailed = "the session bus cannot be watched";
 
 class Monitor {
 public:
-    explicit Monitor(Form form) : form_(form) {}
+    explicit Monitor(const Arguments& arguments)
+        : form_(arguments.form), extension_(arguments.busName) {}
 
     /// Prints until a signal or the reader ends it. Returns the exit code.
     [[nodiscard]] int run();
@@ -113,10 +112,10 @@ void Monitor::watchBus() {
                                   "path='/org/freedesktop/DBus',"
                                   "interface='org.freedesktop.DBus',member='NameOwnerChanged',"
                                   "arg0='" +
-                                  std::string(findersync::busName) + "'";
+                                  extension_.name() + "'";
     check(sd_bus_add_match(bus, nullptr, ownerRule.c_str(), handle<&Monitor::ownerChanged>, this),
           whatFailed);
-    check(sd_bus_match_signal(bus, nullptr, findersync::busName, findersync::objectPath,
+    check(sd_bus_match_signal(bus, nullptr, extension_.name().c_str(), findersync::objectPath,
                               propertiesInterface, "PropertiesChanged",
                               handle<&Monitor::propertiesChanged>, this),
           whatFailed);
@@ -127,9 +126,9 @@ void Monitor::watchBus() {
 }
 
 void Monitor::askForOwner() {
-    check(sd_bus_call_method_async(extension_.bus(), nullptr, driver, "/org/freedesktop/DBus",
-                                   driver, "NameHasOwner", handle<&Monitor::ownerTold>, this, "s",
-                                   findersync::busName),
+    check(sd_bus_call_method_async(extension_.bus(), nullptr, busDriver, "/org/freedesktop/DBus",
+                                   busDriver, "NameHasOwner", handle<&Monitor::ownerTold>, this,
+                                   "s", extension_.name().c_str()),
           whatFailed);
 }
 
@@ -165,10 +164,7 @@ void Monitor::setRunning(bool isRunning) {
 }
 
 void Monitor::propertiesChanged(sd_bus_message* signal) {
-    const char* interface = nullptr;
-    check(sd_bus_message_read(signal, "s", &interface), whatFailed);
-    if (std::string_view(interface) != findersync::interfaceName)
-        return;
+    check(sd_bus_message_skip(signal, "s"), whatFailed); // the interface
     const std::vector<Property> properties = readProperties(signal);
     if (form_ == Form::JSON) {
         show(jsonOf(properties));
@@ -185,8 +181,8 @@ void Monitor::show(const std::string& text) {
 
 } // namespace
 
-int monitor(Form form) {
-    return Monitor(form).run();
+int monitor(const Arguments& arguments) {
+    return Monitor(arguments).run();
 }
 
 } // namespace finderctl

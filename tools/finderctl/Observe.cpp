@@ -13,9 +13,9 @@ namespace finderctl {
 namespace {
 
 /// Calls the method for each argument. A refused one does not keep the others from being told.
-int callForEach(const char* member, const Items& items) {
-    const std::vector<std::string> urls = urlsOfArguments(items);
-    const ExtensionProxy extension;
+int callForEach(const char* member, const Arguments& arguments) {
+    const std::vector<std::string> urls = urlsOfArguments(arguments.items);
+    const ExtensionProxy extension(arguments.busName);
     int exitCode = EXIT_SUCCESS;
     for (const std::string& url : urls) {
         const process::Message call = extension.newCall(member);
@@ -32,12 +32,12 @@ int callForEach(const char* member, const Items& items) {
 
 } // namespace
 
-int observe(const Items& items) {
-    return callForEach("BeginObservingDirectoryAtURL", items);
+int observe(const Arguments& arguments) {
+    return callForEach("BeginObservingDirectoryAtURL", arguments);
 }
 
-int unobserve(const Items& items) {
-    return callForEach("EndObservingDirectoryAtURL", items);
+int unobserve(const Arguments& arguments) {
+    return callForEach("EndObservingDirectoryAtURL", arguments);
 }
 
 } // namespace finderctl

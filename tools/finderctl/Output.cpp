@@ -1,5 +1,6 @@
 #include "tools/finderctl/Output.h"
 
+#include "Names.h"
 #include "process/StandardStreams.h"
 #include "tools/finderctl/Failure.h"
 
@@ -18,7 +19,8 @@ bool print(std::string text) {
 }
 
 void complain(const std::string& message) {
-    (void)process::writeFully(STDERR_FILENO, "finderctl: " + message + "\n");
+    (void)process::writeFully(STDERR_FILENO,
+                              std::string(findersync::controlProgram) + ": " + message + "\n");
 }
 
 } // namespace finderctl

@@ -2,6 +2,7 @@
 
 #include "tools/finderctl/ExtensionProxy.h"
 #include "tools/finderctl/Failure.h"
+#include "tools/finderctl/Output.h"
 #include "tools/finderctl/Subcommands.h"
 
 #include <cerrno>
@@ -9,7 +10,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <thread>
+#include <unistd.h>
 
 namespace finderctl {
 
@@ -17,41 +20,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// An extension that has not ended by then is killed.
-constexpr auto terminationTimeout = std::chrono::seconds(3);
+constexpr auto timeout = std::chrono::seconds(3);
+constexpr const char* callFailed = "the call cannot be made";
 
-/// Calls a method of the bus itself, with the extension's name as the argument.
-process::Message callBus(const ExtensionProxy& extension, const char* member,
-                         bool withFlags = false) {
-    process::Message call;
-    check(sd_bus_message_new_method_call(extension.bus(), process::Out(call),
-                                         "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                         "org.freedesktop.DBus", member),
-          "the call cannot be made");
-    check(sd_bus_message_append(call.get(), "s", findersync::busName), "the call cannot be made");
-    if (withFlags)
-        check(sd_bus_message_append(call.get(), "u", 0U), "the call cannot be made");
-    return extension.call(call);
-}
-
-bool isRunning(const ExtensionProxy& extension) {
-    int hasOwner = 0;
-    check(sd_bus_message_read(callBus(extension, "NameHasOwner").get(), "b", &hasOwner),
-          "the bus has answered something else");
-    return hasOwner != 0;
-}
-
-pid_t processOf(const ExtensionProxy& extension) {
-    unsigned process = 0;
-    check(
-        sd_bus_message_read(callBus(extension, "GetConnectionUnixProcessID").get(), "u", &process),
-        "the bus has answered something else");
-    return static_cast<pid_t>(process);
-}
-
-bool endsWithin(const ExtensionProxy& extension, Clock::duration time) {
-    const auto deadline = Clock::now() + time;
-    while (isRunning(extension)) {
+/// Waits until the condition holds, for no longer than the timeout. Returns whether it does.
+bool waitUntil(const std::function<bool()>& condition) {
+    const auto deadline = Clock::now() + timeout;
+    while (!condition()) {
         if (Clock::now() > deadline)
             return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
@@ -59,35 +34,67 @@ bool endsWithin(const ExtensionProxy& extension, Clock::duration time) {
     return true;
 }
 
-void end(const ExtensionProxy& extension) {
-    const pid_t process = processOf(extension);
-    for (const int signal : {SIGTERM, SIGKILL}) {
-        if (::kill(process, signal) != 0 && errno != ESRCH)
-            throw Failure("process " + std::to_string(process) +
-                          " cannot be ended: " + std::strerror(errno));
-        if (endsWithin(extension, terminationTimeout))
-            return;
-    }
-    throw Failure("process " + std::to_string(process) + " does not end");
+/// The process of a connection, as the bus numbers it.
+pid_t processOf(const ExtensionProxy& extension, const char* name) {
+    const process::Message question = extension.newCallOfBus("GetConnectionUnixProcessID");
+    check(sd_bus_message_append_basic(question.get(), 's', name), callFailed);
+    unsigned process = 0;
+    check(sd_bus_message_read_basic(extension.call(question).get(), 'u', &process),
+          "the bus has answered something else");
+    return static_cast<pid_t>(process);
 }
 
-void start(const ExtensionProxy& extension) {
-    try {
-        (void)callBus(extension, "StartServiceByName", true);
-    } catch (const Failure& failure) {
-        throw Failure("the bus cannot start the extension again (" + std::string(failure.what()) +
-                      "): is it installed where the bus looks for services?");
-    }
+/// Kills an extension that hangs. In a sandbox with a proxy for the bus, the bus's numbers are not
+/// those of the processes that can be seen.
+void kill(const ExtensionProxy& extension) {
+    const char* own = nullptr;
+    check(sd_bus_get_unique_name(extension.bus(), &own), callFailed);
+    if (processOf(extension, own) != ::getpid())
+        throw Failure("the extension does not end, and nobody can kill it from this sandbox");
+    const pid_t process = processOf(extension, extension.name().c_str());
+    if (::kill(process, SIGKILL) != 0 && errno != ESRCH)
+        throw Failure("process " + std::to_string(process) +
+                      " cannot be killed: " + std::strerror(errno));
+}
+
+void end(const ExtensionProxy& extension) {
+    const auto hasEnded = [&extension] { return !extension.isRunning(); };
+    // Whether it ends tells more than its answer would.
+    const process::Message quit = extension.newCall("Quit", findersync::processInterfaceName);
+    check(sd_bus_message_set_expect_reply(quit.get(), 0), callFailed);
+    check(sd_bus_send(extension.bus(), quit.get(), nullptr), callFailed);
+    if (waitUntil(hasEnded))
+        return;
+    kill(extension);
+    if (!waitUntil(hasEnded))
+        throw Failure("the extension does not end");
+}
+
+/// Returns the exit code: a failure if the extension does not reach the companion.
+int reportLink(const ExtensionProxy& extension) {
+    std::string state;
+    (void)waitUntil([&] { return (state = extension.linkState()) != "connecting"; });
+    if (state == "open")
+        return EXIT_SUCCESS;
+    complain("the extension has started anew, but its link to port " +
+             std::to_string(extension.serverPort()) + " is not open (" + state +
+             "): start the companion application first, then restart again");
+    return EXIT_FAILURE;
 }
 
 } // namespace
 
-int restart() {
-    const ExtensionProxy extension;
-    if (isRunning(extension))
+int restart(const Arguments& arguments) {
+    const ExtensionProxy extension(arguments.busName);
+    if (extension.isRunning())
         end(extension);
-    start(extension);
-    return EXIT_SUCCESS;
+    try {
+        extension.start();
+    } catch (const Failure& failure) {
+        throw Failure(std::string(failure.what()) + "; \"" + findersync::controlProgram +
+                      " doctor\" looks for the cause");
+    }
+    return reportLink(extension);
 }
 
 } // namespace finderctl

@@ -7,18 +7,24 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <vector>
 
 namespace finderctl {
 
 namespace {
 
-std::vector<Property> readState() {
-    const ExtensionProxy extension;
-    const process::Message call = extension.newCall("GetAll", propertiesInterface);
-    check(sd_bus_message_append(call.get(), "s", findersync::interfaceName),
-          "the call cannot be made");
-    return readProperties(extension.call(call).get());
+std::vector<Property> readState(const std::string& busName) {
+    const ExtensionProxy extension(busName);
+    std::vector<Property> properties;
+    for (const char* const interface :
+         {findersync::interfaceName, findersync::processInterfaceName}) {
+        const process::Message call = extension.newCall("GetAll", propertiesInterface);
+        check(sd_bus_message_append_basic(call.get(), 's', interface), "the call cannot be made");
+        std::ranges::move(readProperties(extension.call(call).get()),
+                          std::back_inserter(properties));
+    }
+    return properties;
 }
 
 std::string table(const std::vector<Property>& properties) {
@@ -46,9 +52,9 @@ std::string table(const std::vector<Property>& properties) {
 
 } // namespace
 
-int state(Form form) {
-    const std::vector<Property> properties = readState();
-    print(form == Form::JSON ? jsonOf(properties) : table(properties));
+int state(const Arguments& arguments) {
+    const std::vector<Property> properties = readState(arguments.busName);
+    print(arguments.form == Form::JSON ? jsonOf(properties) : table(properties));
     return EXIT_SUCCESS;
 }
 

@@ -52,4 +52,9 @@ std::vector<std::string> urlsOfArguments(const std::vector<std::string>& argumen
     return urls;
 }
 
+std::string pathOfURL(const std::string& url) {
+    std::string failure;
+    return platform::text::pathFromFileURL(url, failure).value_or(url);
+}
+
 } // namespace finderctl

@@ -10,4 +10,7 @@ namespace finderctl {
 /// system. Throws `Failure` for an argument that cannot become a URL.
 [[nodiscard]] std::vector<std::string> urlsOfArguments(const std::vector<std::string>& arguments);
 
+/// The path of a file URL that the extension has accepted.
+[[nodiscard]] std::string pathOfURL(const std::string& url);
+
 } // namespace finderctl

@@ -3,6 +3,7 @@
 
 #include "Names.h"
 #include "process/StandardStreams.h"
+#include "tools/console/Text.h"
 #include "tools/finderctl/Failure.h"
 #include "tools/finderctl/Output.h"
 #include "tools/finderctl/Subcommands.h"
@@ -16,30 +17,15 @@
 #include <limits>
 #include <string>
 #include <string_view>
+#include <systemd/sd-bus.h>
 
 namespace {
 
+using finderctl::Arguments;
 using finderctl::ExitCode;
 
 constexpr int codeOf(ExitCode exitCode) {
     return static_cast<int>(exitCode);
-}
-
-/// The command line, apart from the name of the subcommand.
-struct Arguments {
-    finderctl::Form form = finderctl::Form::Text;
-    std::string kind;       ///< Empty when --kind was not given.
-    finderctl::Items items; ///< With the selector as the first one for "click".
-};
-
-int runMenu(const Arguments& arguments) {
-    return finderctl::menu(arguments.kind.empty() ? finderctl::menuKinds.front() : arguments.kind,
-                           arguments.items, arguments.form);
-}
-
-int runClick(const Arguments& arguments) {
-    return finderctl::click(arguments.items.front(),
-                            {arguments.items.begin() + 1, arguments.items.end()});
 }
 
 constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
@@ -54,30 +40,30 @@ struct Subcommand {
 };
 
 constexpr Subcommand subcommands[] = {
-    {"state", "", "Print all properties of the extension", 0, 0,
-     [](const Arguments& arguments) { return finderctl::state(arguments.form); }},
-    {"badge", "ITEM...", "Print which badge items carry", 1, unlimited,
-     [](const Arguments& arguments) { return finderctl::badge(arguments.items, arguments.form); }},
-    {"menu", "[ITEM...]", "Print what the extension adds to the menu on a selection", 0, unlimited,
-     runMenu},
+    {"state", "", "Print all properties of the extension", 0, 0, finderctl::state},
+    {"badge", "ITEM...", "Print which badge items carry", 1, unlimited, finderctl::badge},
+    {"menu", "[--kind KIND] [ITEM...]", "Print what it adds to the menu on a selection", 0,
+     unlimited, finderctl::menu},
     {"click", "SELECTOR [ITEM...]", "Pick the entry of an action, with a selection", 1, unlimited,
-     runClick},
+     finderctl::click},
     {"observe", "ITEM...", "Tell that the user starts viewing directories", 1, unlimited,
-     [](const Arguments& arguments) { return finderctl::observe(arguments.items); }},
+     finderctl::observe},
     {"unobserve", "ITEM...", "Tell that the user stops viewing directories", 1, unlimited,
-     [](const Arguments& arguments) { return finderctl::unobserve(arguments.items); }},
-    {"monitor", "", "Print changes of the extension's properties until interrupted", 0, 0,
-     [](const Arguments& arguments) { return finderctl::monitor(arguments.form); }},
-    {"restart", "", "End the extension and have the bus start it anew, so that it connects anew", 0,
-     0, [](const Arguments&) { return finderctl::restart(); }},
+     finderctl::unobserve},
+    {"monitor", "", "Print what changes until interrupted", 0, 0, finderctl::monitor},
+    {"restart", "", "End the extension and start it anew, so that it connects anew", 0, 0,
+     finderctl::restart},
+    {"doctor", "", "Find out what keeps badges and menus from being shown", 0, 0,
+     finderctl::doctor},
 };
 
-constexpr const char* helpOnOptions = R"(usage: finderctl [OPTION]... SUBCOMMAND [ARGUMENT]...
+constexpr const char* helpOnOptions = R"( [OPTION]... SUBCOMMAND [ARGUMENT]...
 
 A Finder for the terminal: drives the running extension as a file manager would.
 An ITEM is a path or a URL. A SELECTOR is that of an action, such as backupClicked:.
 
 Options:
+  --group GROUP  Ask another product's extension, GROUP.FinderSync on the session bus
   --json         Print JSON
   --kind KIND    Where the menu opens: items (default), container, sidebar or toolbar
   -h, --help     Show this help
@@ -87,8 +73,8 @@ Subcommands:
 )";
 
 std::string help() {
-    constexpr std::size_t column = 32;
-    std::string text = helpOnOptions;
+    constexpr std::size_t column = 34;
+    std::string text = std::string("usage: ") + findersync::controlProgram + helpOnOptions;
     for (const Subcommand& subcommand : subcommands) {
         std::string synopsis = "  ";
         synopsis.append(subcommand.name).append(" ").append(subcommand.operands);
@@ -100,7 +86,7 @@ std::string help() {
 }
 
 [[noreturn]] void exitWithUsageError(const std::string& message) {
-    finderctl::complain(message + "; see finderctl --help");
+    finderctl::complain(message + "; see " + findersync::controlProgram + " --help");
     std::exit(codeOf(ExitCode::Usage));
 }
 
@@ -111,17 +97,25 @@ void takeKind(Arguments& arguments, const char* kind) {
     arguments.kind = kind;
 }
 
+void takeGroup(Arguments& arguments, const char* group) {
+    arguments.busName = std::string(group) + ".FinderSync";
+    if (sd_bus_service_name_is_valid(arguments.busName.c_str()) <= 0)
+        exitWithUsageError("'" + console::printable(group) + "' is no application group");
+}
+
 /// Reads the command line; ends the process when that is all there is to do.
 const Subcommand& parse(int argc, char** argv, Arguments& arguments) {
-    constexpr option options[] = {{"json", no_argument, nullptr, 'j'},
-                                  {"kind", required_argument, nullptr, 'k'},
-                                  {"help", no_argument, nullptr, 'h'},
-                                  {"version", no_argument, nullptr, 'v'},
-                                  {}};
-    char name[] = "finderctl"; // not the path, in getopt_long's messages
-    argv[0] = name;
+    constexpr option options[] = {
+        {"group", required_argument, nullptr, 'g'}, {"json", no_argument, nullptr, 'j'},
+        {"kind", required_argument, nullptr, 'k'},  {"help", no_argument, nullptr, 'h'},
+        {"version", no_argument, nullptr, 'v'},     {}};
+    std::string name = findersync::controlProgram; // not the path, in getopt_long's messages
+    argv[0] = name.data();
     for (int found = 0; (found = ::getopt_long(argc, argv, "h", options, nullptr)) != -1;) {
         switch (found) {
+        case 'g':
+            takeGroup(arguments, optarg);
+            break;
         case 'j':
             arguments.form = finderctl::Form::JSON;
             break;
@@ -132,7 +126,7 @@ const Subcommand& parse(int argc, char** argv, Arguments& arguments) {
             finderctl::print(help());
             std::exit(EXIT_SUCCESS);
         case 'v':
-            finderctl::print(std::string("finderctl ") + findersync::version);
+            finderctl::print(std::string(findersync::controlProgram) + " " + findersync::version);
             std::exit(EXIT_SUCCESS);
         default: // getopt_long has named the option
             exitWithUsageError("wrong usage");
@@ -162,7 +156,7 @@ int main(int argc, char** argv) {
     // Writing to a pipe that nobody reads fails with EPIPE instead.
     (void)std::signal(SIGPIPE, SIG_IGN);
     try {
-        Arguments arguments;
+        Arguments arguments{.busName = findersync::busName, .kind = {}, .items = {}};
         const Subcommand& subcommand = parse(argc, argv, arguments);
         return subcommand.run(arguments);
     } catch (const finderctl::Failure& failure) {
