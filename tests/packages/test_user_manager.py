@@ -82,6 +82,7 @@ REQUEST = """busctl --user call GROUP.FinderSync /FinderSync findersync.Extensio
 # What the page tells a user to do where there are no user namespaces.
 RELAX = """systemctl --user start UNIT
 echo "= refused"; systemctl --user is-failed UNIT; systemctl --user show -P ExecMainStatus UNIT
+echo "= doctor"; finderctl doctor
 """ + re.search(r"```sh\n(unit=.*?)```", PAGE.read_text(), re.DOTALL)[1]
 
 
@@ -163,5 +164,6 @@ def test_without_user_namespaces_it_fails_openly_and_a_command_helps(
         root, control_group, no_user_namespaces):
     found = answers(root, control_group, RELAX, no_user_namespaces)
     assert found["refused"] == "failed\n217\n"
+    assert "bad start: " in found["doctor"] and "ln -sf /usr/share/finder-sync/" in found["doctor"]
     assert "0" * 16 != check_whole_life(found)["CapBnd"]
     assert found["description"].endswith("(sandbox without namespaces)\n")

@@ -155,7 +155,7 @@ def test_everything_is_well(healthy):
 @pytest.mark.parametrize("damage, subject, text, remedy", [
     (without_service, "service", "does not know how to start", "install its package"),
     (with_failing_service, "start", "the bus cannot start the extension: ", "read its log"),
-    (without_user_namespaces, "start", "cannot start", "sandbox needs user namespaces"),
+    (without_user_namespaces, "start", "cannot start", "/less-sandbox.conf ~/.config/"),
     (without_companion, "port", "nobody listens on port", "start the companion application"),
     (with_companion_of_another_user, "port", "a program of nobody listens", "another \"ServerPort\""),
     (with_companion_that_starts_later, "link", "is not open: refused", "finderctl restart"),

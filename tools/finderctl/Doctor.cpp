@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <iterator>
 #include <sched.h>
@@ -43,6 +44,20 @@ bool hasUserNamespaces() {
     return child > 0 && ::waitpid(child, &status, 0) == child && status == EXIT_SUCCESS;
 }
 
+/// The command that has a unit do without user namespaces, by the drop-in that is installed with
+/// this program.
+std::string lessSandbox(const std::string& unit) {
+    std::error_code error;
+    const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+    const std::string dropIn = program.parent_path().parent_path() / "share" /
+                               findersync::productName / "less-sandbox.conf";
+    const std::string folder = "~/.config/systemd/user/" + unit + ".d";
+    return "its sandbox needs user namespaces, which this system denies you; to give up that part "
+           "of it: mkdir -p " +
+           folder + " && ln -sf " + dropIn + " " + folder +
+           " && systemctl --user daemon-reload && systemctl --user restart " + unit;
+}
+
 /// Names on the bus, from one of its methods that list them.
 std::vector<std::string> namesOnBus(const ExtensionProxy& extension, const char* member) {
     return readList(extension.call(extension.newCallOfBus(member)).get());
@@ -69,8 +84,7 @@ Finding examineStart(const ExtensionProxy& extension) {
         return {"start", failure.what(),
                 hasUserNamespaces()
                     ? "read its log: journalctl --user -u " + extension.name() + ".service"
-                    : "its sandbox needs user namespaces, which this system denies: see "
-                      "\"sandbox\" in docs/installing.md"};
+                    : lessSandbox(extension.name() + ".service")};
     }
     return {"start", "the extension was not running, and has been started", ""};
 }
