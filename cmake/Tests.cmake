@@ -1,5 +1,16 @@
 # Sets HAS_TESTS: whether tests and benches are built. PYTEST_PYTHON is the Python that runs pytest,
 # the system's, since distributions package the modules for that one.
+#
+# The tests call the programs by their names, and there is one set of names that they know.
+if(NOT FINDER_SYNC_NAME STREQUAL "finder-sync")
+  if(FINDER_SYNC_TESTS STREQUAL ON)
+    message(FATAL_ERROR "FINDER_SYNC_TESTS=ON needs the default FINDER_SYNC_NAME, finder-sync")
+  endif()
+  set(HAS_TESTS FALSE)
+  report_component(Parts tests "no (FINDER_SYNC_NAME is not finder-sync)")
+  return()
+endif()
+
 find_package(GTest QUIET)
 find_program(PYTEST_PYTHON NAMES python3 PATHS /usr/bin NO_DEFAULT_PATH)
 set(needs
