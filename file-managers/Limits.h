@@ -6,7 +6,7 @@
 
 namespace file_managers {
 
-/// How long a menu waits for the extension's entries.
+/// How long a menu waits for entries, those of all products together.
 inline constexpr std::chrono::milliseconds menuTimeout(100);
 
 /// How long no menu asks an extension that let one time out.
@@ -18,10 +18,13 @@ inline constexpr std::chrono::milliseconds startBackoff(1000);
 /// Badges asked for in one request: a folder of any size keeps neither side busy for long.
 inline constexpr int batchSize = 1000;
 
-// The extension stays below these. Another program can own its name on the bus and send more, which
-// the file manager is not to spend its time on.
-inline constexpr int maxMenuItems = 16;
+// Products stay below these. Any program can own such names on the bus and send more, which the
+// file manager is not to spend its time on.
+inline constexpr int maxProducts = 32;
+inline constexpr int maxMenuItems = 16;      ///< of one product
+inline constexpr int maxMenuSize = 16 << 20; ///< of one product, in bytes of a message
 inline constexpr int maxDirectories = 16;
-inline constexpr int maxTextLength = 1024; ///< in code units of the toolkit's strings
+/// In code units of the toolkit's strings. A title that is longer is cut.
+inline constexpr int maxTextLength = 1024;
 
 } // namespace file_managers

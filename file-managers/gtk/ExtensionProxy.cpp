@@ -1,13 +1,12 @@
 #include "file-managers/gtk/ExtensionProxy.h"
 
-#include "Names.h"
+#include "file-managers/Interface.h"
 #include "file-managers/Limits.h"
-#include "finder-sync-extension1.h"
 
 #include <algorithm>
 #include <chrono>
 #include <initializer_list>
-#include <memory>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -15,207 +14,200 @@ namespace file_managers {
 
 namespace {
 
-using findersync::busName;
-using findersync::objectPath;
+using std::chrono::microseconds;
 
+constexpr char propertiesInterface[] = "org.freedesktop.DBus.Properties";
 constexpr guint itemsKind = 0;
+constexpr std::string_view ellipsis = "…";
 
-/// On the monotonic clock, in microseconds.
-gint64 endOf(std::chrono::microseconds backoff) {
-    return g_get_monotonic_time() + backoff.count();
+/// A file's path as it is compared, so that canonically equivalent texts are equal. Nothing unless
+/// the URL is one of a file on this machine whose path is UTF-8: a single other one makes the
+/// extension refuse the whole request.
+std::optional<std::string> composedPath(const char* url) {
+    Text host;
+    const Text path(g_filename_from_uri(url, Out(host), nullptr));
+    if (!path || host || g_utf8_validate(path.get(), -1, nullptr) == FALSE)
+        return {};
+    if (g_str_is_ascii(path.get()) != FALSE)
+        return path.get();
+    const Text composed(g_utf8_normalize(path.get(), -1, G_NORMALIZE_NFC));
+    return composed.get();
 }
 
-/// A null-terminated array, as GLib takes it. It points into the texts.
-std::vector<const char*> pointersTo(const std::vector<std::string>& texts) {
-    std::vector<const char*> pointers;
-    pointers.reserve(texts.size() + 1);
-    for (const std::string& text : texts)
-        pointers.push_back(text.c_str());
-    pointers.push_back(nullptr);
-    return pointers;
+/// `directory` has no "/" at the end.
+bool isWithin(std::string_view path, std::string_view directory) {
+    return path.starts_with(directory) &&
+           (path.size() == directory.size() || path[directory.size()] == '/');
 }
 
-/// A folder's URL as GLib spells it, without a "/" at the end, which only the root has.
-std::string folderPrefix(const char* url) {
-    const Object<GFile> file(g_file_new_for_uri(url));
-    const Text spelt(g_file_get_uri(file.get()));
-    std::string prefix = spelt ? spelt.get() : url;
-    if (prefix.ends_with('/'))
-        prefix.pop_back();
-    return prefix;
-}
-
-bool isWithin(std::string_view url, std::string_view prefix) {
-    return url.starts_with(prefix) && (url.size() == prefix.size() || url[prefix.size()] == '/');
-}
-
-/// Whether a URL's path is UTF-8. A single URL that is not makes the extension refuse the whole
-/// request.
-bool hasTextPath(const char* url) {
-    if (std::string_view(url).find('%') == std::string_view::npos)
-        return true;
-    const Text text(g_uri_unescape_string(url, nullptr));
-    return text != nullptr && g_utf8_validate(text.get(), -1, nullptr) != FALSE;
+/// The paths of watched directories, without a "/" at the end, which only the root has.
+std::vector<std::string> directoriesIn(GVariant* list) {
+    std::vector<std::string> directories;
+    GVariantIter each;
+    (void)g_variant_iter_init(&each, list);
+    const char* url = nullptr;
+    while (directories.size() < maxDirectories && g_variant_iter_next(&each, "&s", &url) != FALSE) {
+        auto path = composedPath(url);
+        if (!path)
+            continue;
+        if (path->ends_with('/'))
+            path->pop_back();
+        directories.push_back(*std::move(path));
+    }
+    return directories;
 }
 
 bool areWithinLimit(std::initializer_list<std::string_view> texts) {
     return std::ranges::all_of(texts, [](auto text) { return text.size() <= maxTextLength; });
 }
 
-/// The badges in a list; none when it has not one for each requested item.
-std::vector<std::string> badgesIn(GVariant* list, std::size_t requested) {
+/// Cuts a title that is too long, and not between a letter and its marks. GDBus lets only UTF-8
+/// pass.
+std::string shownTitle(const char* title) {
+    if (areWithinLimit({title}))
+        return title;
+    const char* end = g_utf8_find_prev_char(title, title + maxTextLength - ellipsis.size() + 1);
+    while (end > title && g_unichar_ismark(g_utf8_get_char(end)) != FALSE)
+        end = g_utf8_prev_char(end);
+    return std::string(title, end).append(ellipsis);
+}
+
+/// Nothing when there is not one for each requested item.
+std::optional<std::vector<std::string>> badgesIn(GVariant* reply, std::size_t requested) {
+    const Variant list(g_variant_get_child_value(reply, 0));
     std::vector<std::string> badges;
     GVariantIter each;
-    if (g_variant_iter_init(&each, list) != requested)
-        return badges;
+    if (g_variant_iter_init(&each, list.get()) != requested)
+        return {};
     const char* badge = nullptr;
     while (g_variant_iter_next(&each, "&s", &badge) != FALSE)
         badges.emplace_back(areWithinLimit({badge}) ? badge : "");
     return badges;
 }
 
-std::vector<MenuEntry> entriesIn(GVariant* list) {
+/// Nothing when there are too many, or they are too large.
+std::optional<std::vector<MenuEntry>> entriesIn(GVariant* reply) {
+    gboolean isOffered = FALSE;
+    Variant list;
+    g_variant_get(reply, "(b@a(sss))", &isOffered, static_cast<GVariant**>(Out(list)));
     std::vector<MenuEntry> entries;
     GVariantIter each;
-    if (g_variant_iter_init(&each, list) > maxMenuItems)
-        return entries;
+    if (g_variant_iter_init(&each, list.get()) > maxMenuItems ||
+        g_variant_get_size(list.get()) > maxMenuSize)
+        return {};
     const char* title = nullptr;
     const char* selector = nullptr;
     const char* image = nullptr;
-    while (g_variant_iter_next(&each, "(&s&s&s)", &title, &selector, &image) != FALSE) {
-        if (areWithinLimit({title, selector, image}))
-            entries.push_back({.title = title, .selector = selector, .image = image});
+    while (isOffered != FALSE &&
+           g_variant_iter_next(&each, "(&s&s&s)", &title, &selector, &image) != FALSE) {
+        if (areWithinLimit({selector, image}))
+            entries.push_back({.title = shownTitle(title), .selector = selector, .image = image});
     }
     return entries;
 }
 
+bool isOfAnotherType(const GError* error) {
+    return g_error_matches(error, G_IO_ERROR, G_IO_ERROR_INVALID_ARGUMENT) != FALSE;
+}
+
 } // namespace
 
-ExtensionProxy::ExtensionProxy(std::function<void(Change)> changed) : changed_(std::move(changed)) {
-    const auto done = [](GObject*, GAsyncResult* result, void* self) {
-        Error error;
-        auto* const proxy = finder_sync_extension1_proxy_new_for_bus_finish(result, Out(error));
-        if (proxy != nullptr)
-            static_cast<ExtensionProxy*>(self)->connected(proxy);
-        else if (g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_CANCELLED) == FALSE)
-            g_message("Finder Sync: no session bus: %s", error ? error->message : "");
+GVariant* newTexts(const std::vector<std::string>& texts) {
+    std::vector<const char*> pointers;
+    pointers.reserve(texts.size());
+    for (const std::string& text : texts)
+        pointers.push_back(text.c_str());
+    return g_variant_new_strv(pointers.data(), gssize(pointers.size()));
+}
+
+ExtensionProxy::ExtensionProxy(GDBusConnection* bus, std::string busName, std::string owner,
+                               Changed changed)
+    : bus_(bus),
+      busName_(std::move(busName)),
+      iconPrefix_(busName_, 0, busName_.size() + 1 - std::string_view(busNameEnd).size()),
+      owner_(std::move(owner)),
+      changed_(std::move(changed)) {
+    const auto changedProperties = [](GDBusConnection*, const char*, const char*, const char*,
+                                      const char*, GVariant* arguments, void* self) {
+        static_cast<ExtensionProxy*>(self)->propertiesChanged(arguments);
     };
-    finder_sync_extension1_proxy_new_for_bus(G_BUS_TYPE_SESSION,
-                                             G_DBUS_PROXY_FLAGS_DO_NOT_AUTO_START, busName,
-                                             objectPath, cancellable_.get(), done, this);
+    subscription_ = g_dbus_connection_signal_subscribe(
+        bus_, owner_.c_str(), propertiesInterface, "PropertiesChanged", objectPath, interfaceName,
+        G_DBUS_SIGNAL_FLAGS_NONE, changedProperties, this, nullptr);
+    requestProperties();
 }
 
 ExtensionProxy::~ExtensionProxy() {
     g_cancellable_cancel(cancellable_.get());
-    if (proxy_)
-        g_signal_handlers_disconnect_by_data(proxy_.get(), this);
+    g_dbus_connection_signal_unsubscribe(bus_, subscription_);
 }
 
-void ExtensionProxy::connected(FinderSyncExtension1* proxy) {
-    proxy_.reset(proxy);
-    const auto ownerNotified = [](GObject*, GParamSpec*, void* self) {
-        static_cast<ExtensionProxy*>(self)->ownerChanged();
+Method ExtensionProxy::method(const char* name) const {
+    return {owner_.c_str(), objectPath, interfaceName, name};
+}
+
+/// A process that does not have the property has not the interface either, and is left alone.
+void ExtensionProxy::requestProperties() {
+    const auto got = [this](GVariant* reply, const GError*) {
+        const Variant properties(reply != nullptr ? g_variant_get_child_value(reply, 0) : nullptr);
+        const Variant directories(properties
+                                      ? g_variant_lookup_value(properties.get(), "directoryURLs",
+                                                               G_VARIANT_TYPE_STRING_ARRAY)
+                                      : nullptr);
+        if (!directories)
+            return;
+        watchedDirectories_ = directoriesIn(directories.get());
+        isReady_ = true;
+        changed_(*this, Change::Appeared);
     };
-    const auto propertiesNotified = [](GDBusProxy*, GVariant* changed, char**, void* self) {
-        static_cast<ExtensionProxy*>(self)->propertiesChanged(changed);
-    };
-    g_signal_connect(proxy, "notify::g-name-owner", G_CALLBACK(+ownerNotified), this);
-    g_signal_connect(proxy, "g-properties-changed", G_CALLBACK(+propertiesNotified), this);
-    ownerChanged();
-    if (isWanted_)
-        start();
+    callMethod(bus_, {owner_.c_str(), objectPath, propertiesInterface, "GetAll"},
+               g_variant_new("(s)", interfaceName), "(a{sv})", cancellable_.get(), got);
 }
 
-void ExtensionProxy::ownerChanged() {
-    const Text owner(g_dbus_proxy_get_name_owner(G_DBUS_PROXY(proxy_.get())));
-    menuBackoffEnd_ = 0;
-    if (std::exchange(isRunning_, owner != nullptr))
-        changed_(Change::Gone);
-    if (!isRunning_)
+void ExtensionProxy::propertiesChanged(GVariant* arguments) {
+    if (!isReady_ || g_variant_is_of_type(arguments, G_VARIANT_TYPE("(sa{sv}as)")) == FALSE)
         return;
-    watchedDirectories_.clear();
-    const auto* url = finder_sync_extension1_get_directory_urls(proxy_.get());
-    for (; url != nullptr && *url != nullptr && watchedDirectories_.size() < maxDirectories; ++url)
-        watchedDirectories_.push_back(folderPrefix(*url));
-    changed_(Change::Appeared);
-}
-
-void ExtensionProxy::propertiesChanged(GVariant* changed) {
-    if (!isRunning_)
-        return;
-    const Variant paths(g_variant_lookup_value(changed, "pathsOfRootFolders", nullptr));
-    changed_(paths ? Change::RootFolders : Change::Menus);
-}
-
-void ExtensionProxy::start() {
-    isWanted_ = true;
-    if (!proxy_ || isRunning_ || startLater_.isActive())
-        return;
-    const gint64 now = g_get_monotonic_time();
-    if (now < startBackoffEnd_) {
-        startLater_.start(guint(1 + (startBackoffEnd_ - now) / 1000));
-        return;
-    }
-    startBackoffEnd_ = endOf(startBackoff);
-    // The reply does not matter: the name gets an owner, or it does not.
-    g_dbus_connection_call(g_dbus_proxy_get_connection(G_DBUS_PROXY(proxy_.get())),
-                           "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
-                           "StartServiceByName", g_variant_new("(su)", busName, 0U), nullptr,
-                           G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr, nullptr);
+    const Variant changed(g_variant_get_child_value(arguments, 1));
+    const Variant paths(g_variant_lookup_value(changed.get(), "pathsOfRootFolders", nullptr));
+    changed_(*this, paths ? Change::RootFolders : Change::Menus);
 }
 
 bool ExtensionProxy::watches(const char* url) const {
-    const auto isAround = [url](const std::string& prefix) { return isWithin(url, prefix); };
-    return std::ranges::any_of(watchedDirectories_, isAround) && hasTextPath(url);
+    const auto path = composedPath(url);
+    const auto holds = [&path](const std::string& directory) { return isWithin(*path, directory); };
+    return !isNonsense_ && path && std::ranges::any_of(watchedDirectories_, holds);
 }
 
 void ExtensionProxy::requestBadges(const std::vector<std::string>& urls, BadgesAnswer answer) {
-    struct Request {
-        std::size_t items;
-        BadgesAnswer answer;
+    const auto got = [this, count = urls.size(), answer = std::move(answer)](GVariant* reply,
+                                                                             const GError* error) {
+        const auto badges = reply != nullptr ? badgesIn(reply, count) : std::nullopt;
+        isNonsense_ = isNonsense_ || isOfAnotherType(error) || (reply != nullptr && !badges);
+        answer(badges.value_or(std::vector<std::string>()));
     };
-    const auto done = [](GObject* proxy, GAsyncResult* result, void* data) {
-        const std::unique_ptr<Request> request(static_cast<Request*>(data));
-        Error error;
-        const Variant reply(g_dbus_proxy_call_finish(G_DBUS_PROXY(proxy), result, Out(error)));
-        std::vector<std::string> badges;
-        if (reply) { // GDBus has checked its type
-            const Variant list(g_variant_get_child_value(reply.get(), 0));
-            badges = badgesIn(list.get(), request->items);
-        }
-        if (g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_CANCELLED) == FALSE)
-            request->answer(std::move(badges));
-    };
-    // Without a timeout: an extension that hangs may still answer, and when it ends, GDBus fails
-    // the call.
-    finder_sync_extension1_call_request_badge_identifiers_for_urls(
-        proxy_.get(), pointersTo(urls).data(), G_DBUS_CALL_FLAGS_NO_AUTO_START, G_MAXINT,
-        cancellable_.get(), done, new Request{urls.size(), std::move(answer)});
+    callMethod(bus_, method("RequestBadgeIdentifiersForURLs"),
+               g_variant_new("(@as)", newTexts(urls)), "(as)", cancellable_.get(), got);
 }
 
-std::vector<MenuEntry> ExtensionProxy::menuForItems(const std::vector<std::string>& urls) {
-    if (!isRunning_ || g_get_monotonic_time() < menuBackoffEnd_)
-        return {};
-    gboolean isOffered = FALSE;
-    Variant items;
-    Error error;
-    (void)finder_sync_extension1_call_menu_for_menu_kind_sync(
-        proxy_.get(), itemsKind, pointersTo(urls).data(), G_DBUS_CALL_FLAGS_NO_AUTO_START,
-        int(menuTimeout.count()), &isOffered, Out(items), nullptr, Out(error));
-    if (g_error_matches(error.get(), G_IO_ERROR, G_IO_ERROR_TIMED_OUT) != FALSE)
-        menuBackoffEnd_ = endOf(menuBackoff);
-    if (!items || isOffered == FALSE)
-        return {};
-    return entriesIn(items.get());
+bool ExtensionProxy::takesMenuRequests() const {
+    return !isNonsense_ && !isMenuPending_ && g_get_monotonic_time() >= menuBackoffEnd_;
 }
 
-void ExtensionProxy::performAction(const std::string& selector,
-                                   const std::vector<std::string>& urls) {
-    if (!proxy_)
-        return;
-    finder_sync_extension1_call_perform_action(proxy_.get(), selector.c_str(),
-                                               pointersTo(urls).data(), G_DBUS_CALL_FLAGS_NONE, -1,
-                                               nullptr, nullptr, nullptr);
+void ExtensionProxy::requestMenu(const std::vector<std::string>& urls, MenuAnswer answer) {
+    const gint64 begin = g_get_monotonic_time();
+    const auto got = [this, begin, answer = std::move(answer)](GVariant* reply,
+                                                               const GError* error) {
+        isMenuPending_ = false;
+        if (g_get_monotonic_time() < begin + microseconds(menuTimeout).count())
+            menuBackoffEnd_ = 0;
+        const auto entries = reply != nullptr ? entriesIn(reply) : std::nullopt;
+        isNonsense_ = isNonsense_ || isOfAnotherType(error) || (reply != nullptr && !entries);
+        answer(entries.value_or(std::vector<MenuEntry>()));
+    };
+    isMenuPending_ = true;
+    menuBackoffEnd_ = begin + microseconds(menuBackoff).count(); // unless it answers in time
+    callMethod(bus_, method("MenuForMenuKind"), g_variant_new("(u@as)", itemsKind, newTexts(urls)),
+               "(ba(sss))", cancellable_.get(), got);
 }
 
 } // namespace file_managers

@@ -1,77 +1,86 @@
 #pragma once
 
-// The extension's process, seen from a file manager's main thread. No call blocks that thread,
-// except that a menu waits for the extension's answer until `menuTimeout`.
+// A running extension, seen from a file manager's main thread. No call blocks that thread.
 
+#include "file-managers/gtk/BusCall.h"
 #include "file-managers/gtk/Handles.h"
-#include "file-managers/gtk/SingleShotTimer.h"
 
 #include <functional>
 #include <gio/gio.h>
 #include <string>
 #include <vector>
 
-// Generated from the interface.
-struct _FinderSyncExtension1; // NOLINT(bugprone-reserved-identifier)
-
 namespace file_managers {
 
 struct MenuEntry {
-    std::string title;
+    std::string title;    ///< cut if it was too long
     std::string selector; ///< of the action
-    std::string image;    ///< the icon's name in the theme, without its prefix
+    std::string image;    ///< the icon's name in the theme, without the product's prefix
 };
 
-/// Stands for the extension on the session bus. Belongs to the main thread.
+/// Stands for the process that owns a product's name on the session bus. Belongs to the main
+/// thread. Destroying it cancels its requests: their answers do not come any more.
 class ExtensionProxy {
 public:
     /// What has changed. Appeared and Gone concern badges and menus, as do RootFolders; Menus
     /// concerns menus alone.
     enum class Change { Appeared, Gone, RootFolders, Menus };
+    using Changed = std::function<void(ExtensionProxy&, Change)>;
 
-    /// `changed` is called from the main loop, never from within a call of this class.
-    explicit ExtensionProxy(std::function<void(Change)> changed);
+    /// `owner` is the unique name of the process. `changed` is called from the main loop, never
+    /// from within a call of this class, and does not report Gone.
+    ExtensionProxy(GDBusConnection* bus, std::string busName, std::string owner, Changed changed);
     ~ExtensionProxy();
     ExtensionProxy(const ExtensionProxy&) = delete;
     ExtensionProxy& operator=(const ExtensionProxy&) = delete;
 
-    [[nodiscard]] bool isRunning() const { return isRunning_; }
+    [[nodiscard]] const std::string& busName() const { return busName_; }
 
-    /// Has the bus start the extension unless it runs, at most once per `startBackoff`. Returns at
-    /// once.
-    void start();
+    /// How the names of the product's icons begin: "com.example.companion." for
+    /// com.example.companion.FinderSync.
+    [[nodiscard]] const std::string& iconPrefix() const { return iconPrefix_; }
 
-    /// Whether an item lies in a watched directory and its path is UTF-8. URLs are spelt as GLib
-    /// spells them.
+    /// Whether the process offers the interface, and Appeared was reported. Only then may it be
+    /// asked for anything.
+    [[nodiscard]] bool isReady() const { return isReady_; }
+
+    /// Whether to ask for an item's badge: it lies in a watched directory, and its path is UTF-8.
     [[nodiscard]] bool watches(const char* url) const;
 
-    /// Asks for the badges of items. Returns at once. `answer` is called from the main loop with
-    /// one identifier for each URL, in their order, "" for no badge; or with an empty list when the
-    /// request failed.
+    /// Asks for the badges of items. `answer` gets one identifier for each URL, in their order, ""
+    /// for no badge; or an empty list when the request failed.
     using BadgesAnswer = std::function<void(std::vector<std::string>)>;
     void requestBadges(const std::vector<std::string>& urls, BadgesAnswer answer);
 
-    /// The entries that the extension offers for selected items. Empty when it does not run, does
-    /// not answer within `menuTimeout`, or did not answer within the last `menuBackoff`.
-    [[nodiscard]] std::vector<MenuEntry> menuForItems(const std::vector<std::string>& urls);
+    /// Whether to ask for a menu: each was answered, and none took longer than `menuTimeout` within
+    /// the last `menuBackoff`.
+    [[nodiscard]] bool takesMenuRequests() const;
 
-    /// Tells the extension which entry was picked. Returns at once.
-    void performAction(const std::string& selector, const std::vector<std::string>& urls);
+    /// Asks for the entries offered for selected items. `answer` is called from the main context
+    /// that is the thread's default now.
+    using MenuAnswer = std::function<void(std::vector<MenuEntry>)>;
+    void requestMenu(const std::vector<std::string>& urls, MenuAnswer answer);
 
 private:
-    void connected(_FinderSyncExtension1* proxy);
-    void ownerChanged();
-    void propertiesChanged(GVariant* changed);
+    void requestProperties();
+    void propertiesChanged(GVariant* arguments);
+    [[nodiscard]] Method method(const char* name) const;
 
-    std::function<void(Change)> changed_;
+    GDBusConnection* bus_;
+    std::string busName_;
+    std::string iconPrefix_;
+    std::string owner_;
+    Changed changed_;
     Object<GCancellable> cancellable_{g_cancellable_new()};
-    Object<_FinderSyncExtension1> proxy_;
-    bool isRunning_ = false;
-    bool isWanted_ = false; ///< start() was called, maybe before the bus was connected
-    std::vector<std::string> watchedDirectories_;
-    gint64 startBackoffEnd_ = 0; ///< on the monotonic clock, in microseconds
-    gint64 menuBackoffEnd_ = 0;
-    SingleShotTimer startLater_{[this] { start(); }};
+    guint subscription_ = 0; ///< to changes of properties
+    bool isReady_ = false;
+    std::vector<std::string> watchedDirectories_; ///< paths without a "/" at the end
+    bool isNonsense_ = false;                     ///< what it answers: it is not asked again
+    bool isMenuPending_ = false;
+    gint64 menuBackoffEnd_ = 0; ///< on the monotonic clock, in microseconds
 };
+
+/// An array of texts, as an argument of a call. It is floating.
+[[nodiscard]] GVariant* newTexts(const std::vector<std::string>& texts);
 
 } // namespace file_managers

@@ -1,21 +1,39 @@
 #include "file-managers/gtk/MenuItems.h"
 
-#include "Names.h"
-
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace file_managers {
 
 namespace {
 
+struct Selection {
+    std::vector<Object<GObject>> files;
+    char* (*url)(void* file);
+};
+
 /// What an item sends when it is picked.
 struct Action {
-    ExtensionProxy& extension;
+    Products& products;
+    std::string busName;
     std::string selector;
-    std::vector<std::string> urls;
+    std::shared_ptr<const Selection> selection;
 };
+
+/// Nothing if a file has no URL: an extension could not tell which file this is.
+std::optional<std::vector<std::string>> urlsOf(const Selection& selection) {
+    std::vector<std::string> urls;
+    for (const Object<GObject>& file : selection.files) {
+        const Text url(selection.url(file.get()));
+        if (!url)
+            return {};
+        urls.emplace_back(url.get());
+    }
+    return urls;
+}
 
 /// Doubles underscores, so that none marks an access key.
 std::string escapedLabel(const std::string& title) {
@@ -25,36 +43,39 @@ std::string escapedLabel(const std::string& title) {
     return label;
 }
 
-void performWhenPicked(GObject* item, std::unique_ptr<Action> action) {
+void performWhenPicked(GObject* item, Action action) {
     const auto picked = [](GObject*, void* data) {
-        const auto& [extension, selector, urls] = *static_cast<Action*>(data);
-        extension.performAction(selector, urls);
+        const auto& [products, busName, selector, selection] = *static_cast<Action*>(data);
+        if (const auto urls = urlsOf(*selection))
+            products.performAction(busName, selector, *urls);
     };
     const auto destroy = [](void* data, GClosure*) { delete static_cast<Action*>(data); };
-    g_signal_connect_data(item, "activate", G_CALLBACK(+picked), action.release(), +destroy,
-                          GConnectFlags(0));
+    g_signal_connect_data(item, "activate", G_CALLBACK(+picked), new Action(std::move(action)),
+                          +destroy, GConnectFlags(0));
 }
 
 } // namespace
 
-GList* menuItems(ExtensionProxy& extension, GList* files, const MenuFunctions& functions) {
-    std::vector<std::string> urls;
-    for (GList* file = files; file != nullptr; file = file->next) {
-        const Text url(functions.url(file->data));
-        if (!url)
-            return nullptr; // the extension could not tell which file this is
-        urls.emplace_back(url.get());
-    }
-    if (!extension.isRunning())
-        extension.start();
+GList* menuItems(Products& products, GList* files, const MenuFunctions& functions) {
+    const auto selection =
+        std::make_shared<Selection>(Selection{.files = {}, .url = functions.url});
+    for (GList* file = files; file != nullptr; file = file->next)
+        selection->files.push_back(reference(static_cast<GObject*>(file->data)));
+    const auto urls = urlsOf(*selection);
+    if (!urls)
+        return nullptr;
+    products.start();
     GList* items = nullptr;
-    for (const MenuEntry& entry : extension.menuForItems(urls)) {
-        const std::string name = "FinderSync::" + entry.selector;
-        const std::string icon = findersync::iconPrefix + entry.image;
-        GObject* const item =
-            functions.newItem(name.c_str(), escapedLabel(entry.title).c_str(), "", icon.c_str());
-        performWhenPicked(item, std::make_unique<Action>(Action{extension, entry.selector, urls}));
-        items = g_list_append(items, item);
+    for (const auto& [busName, iconPrefix, entries] : products.menusForItems(*urls)) {
+        for (const MenuEntry& entry : entries) {
+            // File managers tell items apart by their names.
+            const std::string name = busName + "::" + std::to_string(g_list_length(items));
+            const std::string icon = iconPrefix + entry.image;
+            GObject* const item = functions.newItem(name.c_str(), escapedLabel(entry.title).c_str(),
+                                                    "", icon.c_str());
+            performWhenPicked(item, {products, busName, entry.selector, selection});
+            items = g_list_append(items, item);
+        }
     }
     return items;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "file-managers/gtk/ExtensionProxy.h"
+#include "file-managers/gtk/Products.h"
 
 #include <glib-object.h>
 
@@ -15,10 +15,10 @@ struct MenuFunctions {
     GObject* (*newItem)(const char* name, const char* label, const char* tip, const char* icon);
 };
 
-/// The extension's entries for selected files: a list of new menu items, which the caller owns, and
-/// which the extension has to outlive. If the extension does not run, it is started, for the next
-/// menu.
-[[nodiscard]] GList* menuItems(ExtensionProxy& extension, GList* files,
-                               const MenuFunctions& functions);
+/// The products' entries for selected files, which are GObjects: a list of new menu items, which
+/// the caller owns, and which the products have to outlive. They keep the files: when one is
+/// picked, it reports what these are called then. Products that do not run are started, for the
+/// next menu.
+[[nodiscard]] GList* menuItems(Products& products, GList* files, const MenuFunctions& functions);
 
 } // namespace file_managers

@@ -1,8 +1,8 @@
 #include "file-managers/gtk/Provider.h"
 
-#include "file-managers/gtk/ExtensionProxy.h"
 #include "file-managers/gtk/FileManager.h"
 #include "file-managers/gtk/MenuItems.h"
+#include "file-managers/gtk/Products.h"
 #include "file-managers/gtk/ShownItems.h"
 
 namespace file_managers {
@@ -18,18 +18,18 @@ public:
     GList* menuItems(GList* files);
 
 private:
-    void changed(ExtensionProxy::Change change);
+    using Change = ExtensionProxy::Change;
+
+    void changed(ExtensionProxy& extension, Change change);
 
     MenuProvider* provider_; ///< owns this object
-    ExtensionProxy extension_{[this](ExtensionProxy::Change change) { changed(change); }};
-    ShownItems shown_{extension_};
+    Products products_{
+        [this](ExtensionProxy& extension, Change change) { changed(extension, change); }};
+    ShownItems shown_{products_};
 };
 
-void Service::changed(ExtensionProxy::Change change) {
-    if (change == ExtensionProxy::Change::Gone)
-        shown_.removeBadges();
-    else if (change != ExtensionProxy::Change::Menus)
-        shown_.requestAll();
+void Service::changed(ExtensionProxy& extension, Change change) {
+    shown_.productChanged(extension, change);
     // File managers cache the entries until the selection changes.
     FM_CALL(menu_provider_emit_items_updated_signal)(provider_);
 }
@@ -42,7 +42,7 @@ GList* Service::menuItems(GList* files) {
                             const char* icon) {
         return G_OBJECT(FM_CALL(menu_item_new)(name, label, tip, icon));
     };
-    return file_managers::menuItems(extension_, files, {.url = url, .newItem = newItem});
+    return file_managers::menuItems(products_, files, {.url = url, .newItem = newItem});
 }
 
 struct Provider {
@@ -112,8 +112,8 @@ GType registerProvider(GTypeModule* module) {
     type.instance_init = &initialize;
     const GInterfaceInfo info = {&initializeInfoProvider, nullptr, nullptr};
     const GInterfaceInfo menu = {&initializeMenuProvider, nullptr, nullptr};
-    const GType provider = g_type_module_register_type(module, G_TYPE_OBJECT, "FinderSyncProvider",
-                                                       &type, GTypeFlags(0));
+    const GType provider = g_type_module_register_type(
+        module, G_TYPE_OBJECT, "FinderSyncProductsProvider", &type, GTypeFlags(0));
     g_type_module_add_interface(module, provider, FM_TYPE(INFO_PROVIDER), &info);
     g_type_module_add_interface(module, provider, FM_TYPE(MENU_PROVIDER), &menu);
     return provider;

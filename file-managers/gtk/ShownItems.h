@@ -2,57 +2,41 @@
 
 // The items that a file manager shows, and their badges.
 
-#include "file-managers/gtk/ExtensionProxy.h"
 #include "file-managers/gtk/FileManager.h"
-#include "file-managers/gtk/SingleShotTimer.h"
+#include "file-managers/gtk/ProductBadges.h"
+#include "file-managers/gtk/Products.h"
 
+#include <map>
 #include <string>
 #include <unordered_map>
-#include <vector>
 
 namespace file_managers {
 
-/// Tracks the items that the file manager shows, requests their badges in batches, and has the file
-/// manager update an item whose badge has changed.
+/// Tracks the items that the file manager shows, with the badges that all products give them, and
+/// has the file manager update an item whose badges have changed.
 class ShownItems {
 public:
-    explicit ShownItems(ExtensionProxy& extension) : extension_(extension) {}
+    explicit ShownItems(Products& products) : products_(products) {}
     ~ShownItems();
     ShownItems(const ShownItems&) = delete;
     ShownItems& operator=(const ShownItems&) = delete;
 
-    /// The file manager shows or updates an item. Adds the emblem of its last known badge, and
-    /// requests the badge unless this update shows one that has just arrived.
+    /// The file manager shows or updates an item. Adds the emblems of its last known badges, and
+    /// requests them from all products, unless a badge that has just arrived causes this update.
     void show(FileInfo* file);
 
-    void requestAll();
-    void removeBadges();
+    void productChanged(ExtensionProxy& extension, ExtensionProxy::Change change);
 
 private:
-    struct Item {
-        std::string badge;
-        bool isQueued = false;
-        bool hasNewBadge = false; ///< since the file manager updated it last
-    };
-    struct Batch {
-        std::vector<Object<FileInfo>> files;
-        std::vector<std::string> urls;
-    };
-
     static void itemGone(void* self, GObject* file);
 
-    void request(FileInfo* file, Item& item);
-    void sendLater();
-    void send();
-    [[nodiscard]] Batch nextBatch();
-    void setBadges(const Batch& batch, const std::vector<std::string>& badges);
-    void setBadge(FileInfo* file, const std::string& badge);
+    void update(FileInfo* file);
+    void requestAll(ExtensionProxy& extension);
+    void removeBadges(const std::string& busName);
 
-    ExtensionProxy& extension_;
-    std::unordered_map<FileInfo*, Item> items_;
-    std::vector<FileInfo*> queue_; ///< to be requested; may hold items that are gone
-    SingleShotTimer sendTimer_{[this] { send(); }};
-    bool isPending_ = false; ///< a request is; the next is sent once it is answered
+    Products& products_;
+    std::unordered_map<FileInfo*, bool> files_;   ///< whether update() was called for it
+    std::map<std::string, ProductBadges> badges_; ///< by bus name, of the extensions that are ready
 };
 
 } // namespace file_managers

@@ -137,11 +137,9 @@ constexpr Group groups[] = {
     {"_ZN6icu_??13BreakIterator23createCharacterInstanceERKNS_6LocaleER10UErrorCode", {status(1)}},
     {"unorm_compare_??", {status(5)}},
     // GLib, the file managers' own libraries, and Qt.
-    {"g_async_initable_new_finish", {error(2, failed), error(2, noSpace)}},
-    {"g_dbus_proxy_call_finish", {error(2, failed), error(2, closed), error(2, timedOut)}},
-    {"g_dbus_proxy_call_sync", {error(6, failed), error(6, closed), error(6, timedOut)}},
-    {"g_dbus_proxy_get_cached_property g_dbus_proxy_get_name_owner g_file_get_uri "
-     "g_uri_unescape_string g_utf8_validate g_variant_lookup_value caja_file_info_get_uri "
+    {"g_bus_get_finish", {error(1, failed), error(1, noSpace)}},
+    {"g_dbus_connection_call_finish", {error(2, failed), error(2, closed), error(2, timedOut)}},
+    {"g_filename_from_uri g_utf8_validate g_variant_lookup_value caja_file_info_get_uri "
      "nemo_file_info_get_uri nautilus_file_info_get_uri thunarx_file_info_get_uri "
      "_ZN15QDBusConnection7connectERK7QStringS2_S2_S2_P7QObjectPKc",
      {answer(0)}},

@@ -34,6 +34,27 @@ TEST_F(Plugin, RequestsNoBadgeOfWhatIsNoFile) {
     EXPECT_EQ(extension.requestedBadges(), 2) << extension.output();
 }
 
+#if !defined(FM_DOLPHIN)
+TEST_F(Plugin, FindsWhatIsInAWatchedDirectoryHoweverItsAccentsAreWritten) {
+    const std::string composed = "file:///s%C3%A9";
+    const std::string decomposed = "file:///se%CC%81";
+    for (const auto& [watched, item] :
+         {std::pair(composed, decomposed), std::pair(decomposed, composed),
+          std::pair(decomposed + "/", composed)}) {
+        ExtensionProcess extension(
+            {"--directory", "file:///x", "--directory", watched, "/s\u00e9", "/se\u0301"});
+        manager.show(composed + "ance");
+        manager.show("file:///se");
+        manager.show(item);
+        EXPECT_TRUE(getsBadge(item));
+        EXPECT_EQ(extension.requestedBadges(), 1) << "of what is in the directory";
+        extension.end();
+        EXPECT_TRUE(losesBadge(item));
+        manager.forget(item);
+    }
+}
+#endif
+
 TEST_F(Plugin, FollowsTheRootFolders) {
     ExtensionProcess extension({"/sync", "--then", "/other"});
     manager.show(other);

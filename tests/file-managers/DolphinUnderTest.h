@@ -40,8 +40,8 @@ private:
 class FileManager {
 public:
     static constexpr bool hasBadges = true;
-    static inline const std::string badge =
-        std::string("emblem-") + findersync::iconPrefix + "FolderIco";
+    static inline const std::string badgePrefix = "emblem-";
+    static inline const std::string badge = badgePrefix + findersync::iconPrefix + "FolderIco";
     static inline const std::string label = "Copy _link && go";
     static constexpr milliseconds leastTimeout{100};
     static constexpr milliseconds mostTimeout{250};

@@ -5,11 +5,13 @@
 //
 //     hasBadges, badge, label       whether it shows badges; the badge of a root folder, and the
 //                                   entry of ScriptedExtension, in its notation
+//     badgePrefix                   what it puts before a badge's icon
 //     leastTimeout, mostTimeout     bounds of what a menu takes when the extension does not answer
 //     notFiles                      URLs of items that the extension is not to be asked about
 //     show(url), forget(url)        shows an item; shows it no longer
 //     badges(url), changes(url)     what is shown now; how often the plug-in has changed that
 //     keepsNoFile()                 whether the plug-in holds no reference to an item
+//     rename(url, new URL)          if its files are objects: gives one another URL
 //     menu(urls)                    opens a menu: the labels of the plug-in's entries
 //     menuTook(), icons()           of the menu that was opened last
 //     pickFirst()                   picks its first entry

@@ -98,6 +98,7 @@ inline Object<GObject> newFile(GType fileInfo, GInterfaceInitFunc initialize, co
 
 class GtkFileManager {
 public:
+    static inline const std::string badgePrefix;
     static inline const std::string badge = std::string(findersync::iconPrefix) + "FolderIco";
     static inline const std::string label = "Copy __link & go";
     static constexpr milliseconds leastTimeout{99};
@@ -131,6 +132,11 @@ public:
         return std::ranges::all_of(files_, [](auto& each) { return each.second->ref_count == 1; });
     }
 
+    /// Gives a file another URL. Tests go on naming it by its first.
+    void rename(const std::string& url, const std::string& newUrl) {
+        fileOf(file(url)).url = newUrl;
+    }
+
     Texts menu(const Texts& urls) {
         g_list_free_full(std::exchange(items_, nullptr), &g_object_unref);
         GList* selection = nullptr;
@@ -144,6 +150,7 @@ public:
     }
     [[nodiscard]] microseconds menuTook() const { return menuTook_; }
     [[nodiscard]] Texts icons() const { return properties("icon"); }
+    [[nodiscard]] Texts names() const { return properties("name"); }
     void pickFirst() const { g_signal_emit_by_name(items_->data, "activate"); }
 
     static void processEvents() {

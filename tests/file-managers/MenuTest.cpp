@@ -32,6 +32,25 @@ TEST_F(Plugin, GoesWithoutEntriesWhenTheExtensionIsSlowAndThenLeavesItAlone) {
     expectNothingAtOnce(manager.menu({root}));
 }
 
+#if !defined(FM_DOLPHIN)
+TEST_F(Plugin, CutsATitleThatIsTooLongBetweenTwoCharacters) {
+    const std::string accented = "e\u0301";
+    std::string title(1020, 'x');
+    for (int times = 0; times < 100; ++times)
+        title += accented;
+    ExtensionProcess extension({"--title", title, "/sync"});
+    ASSERT_TRUE(knowsExtension());
+    const Texts shown = manager.menu({root});
+    ASSERT_EQ(shown.size(), 1U);
+    std::string begin = shown.front();
+    ASSERT_TRUE(begin.ends_with("…"));
+    begin.resize(begin.size() - std::string("…").size());
+    EXPECT_GE(begin.size(), 1020U);
+    EXPECT_LT(begin.size(), 1030U);
+    EXPECT_TRUE(begin.ends_with('x') || begin.ends_with(accented)) << begin.substr(1000);
+}
+#endif
+
 TEST_F(Plugin, OffersTheEntriesAgainWhenTheExtensionIsBack) {
     ExtensionProcess extension({"/sync"});
     ASSERT_TRUE(knowsExtension());
@@ -43,8 +62,10 @@ TEST_F(Plugin, OffersTheEntriesAgainWhenTheExtensionIsBack) {
 
 TEST_F(Plugin, StartsTheExtensionForAMenu) {
     const ActivatableExtension extension;
-    EXPECT_EQ(manager.menu({root}), Texts());
-    EXPECT_TRUE(runUntil([&] { return extension.starts() == 1; }));
+    EXPECT_TRUE(runUntil([&] {
+        EXPECT_EQ(manager.menu({root}), Texts());
+        return extension.starts() == 1;
+    }));
 }
 
 TEST_F(Plugin, WithoutAnExtensionThereIsNothingToWaitFor) {

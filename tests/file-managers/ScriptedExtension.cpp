@@ -1,7 +1,13 @@
 // An extension on the bus that follows its command line:
-//     scripted-extension [--delay MILLISECONDS] ROOT… [--then ROOT…]
-// Menus take the delay, and SIGUSR1 replaces the root folders by those after --then. It writes a
-// line for each request: "badges COUNT", "menu URL…", "action SELECTOR URL…".
+//     scripted-extension [OPTION…] ROOT… [--then ROOT…]
+//     --name NAME           another bus name than the build's; several, several names
+//     --directory URL       another watched directory than "file:///"; several, several directories
+//     --title TITLE         another title than "Copy _link & go"
+//     --delay MILLISECONDS  what menus take
+//     --nonsense            menus have 30,000 entries, and badges come in lists of another length
+//     --without-interface   the names have a process, but nothing to offer
+// SIGUSR1 replaces the root folders by those after --then. It writes a line for each request:
+// "badges COUNT", "menu URL…", "action SELECTOR URL…"; without the interface, "call MEMBER".
 
 #include "Names.h"
 #include "file-managers/gtk/Handles.h"
@@ -17,7 +23,12 @@
 namespace {
 
 struct Script {
+    std::vector<const char*> names;
+    std::vector<const char*> directories;
+    const char* title = "Copy _link & go";
     unsigned delay = 0; // milliseconds
+    bool isNonsense = false;
+    bool hasInterface = true;
     std::vector<const char*> roots;
     std::vector<const char*> laterRoots;
 };
@@ -44,7 +55,9 @@ gboolean answerBadges(FinderSyncExtension1* extension, GDBusMethodInvocation* ca
     for (const char* const* url = urls; *url != nullptr; ++url)
         badges.push_back(isRoot(extension, *url) ? "FolderIco" : "");
     say("badges", std::vector<const char*>{std::to_string(badges.size()).c_str(), nullptr}.data());
-    badges.push_back(nullptr);
+    if (!script.isNonsense)
+        badges.push_back("");
+    badges.back() = nullptr;
     finder_sync_extension1_complete_request_badge_identifiers_for_urls(extension, call,
                                                                        badges.data());
     return TRUE;
@@ -56,7 +69,8 @@ gboolean answerMenu(FinderSyncExtension1* extension, GDBusMethodInvocation* call
     say("menu", urls);
     GVariantBuilder items;
     g_variant_builder_init(&items, G_VARIANT_TYPE("a(sss)"));
-    g_variant_builder_add(&items, "(sss)", "Copy _link & go", "createLinkClicked:", "icon_URLlink");
+    for (int entries = script.isNonsense ? 30000 : 1; entries > 0; --entries)
+        g_variant_builder_add(&items, "(sss)", script.title, "createLinkClicked:", "icon_URLlink");
     finder_sync_extension1_complete_menu_for_menu_kind(extension, call, TRUE,
                                                        g_variant_builder_end(&items));
     return TRUE;
@@ -69,10 +83,23 @@ gboolean answerAction(FinderSyncExtension1* extension, GDBusMethodInvocation* ca
     return TRUE;
 }
 
-void publish(GDBusConnection* bus, const char*, void*) {
+/// In the bus's thread.
+GDBusMessage* sayCall(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, void*) {
+    if (isIncoming != FALSE &&
+        g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
+        const char* const member[] = {g_dbus_message_get_member(message), nullptr};
+        say("call", member);
+    }
+    return message;
+}
+
+void publish(GDBusConnection* bus) {
+    if (!script.hasInterface) {
+        (void)g_dbus_connection_add_filter(bus, &sayCall, nullptr, nullptr);
+        return;
+    }
     FinderSyncExtension1* const extension = finder_sync_extension1_skeleton_new();
-    const char* const everything[] = {"file:///", nullptr};
-    finder_sync_extension1_set_directory_urls(extension, everything);
+    finder_sync_extension1_set_directory_urls(extension, script.directories.data());
     finder_sync_extension1_set_paths_of_root_folders(extension, script.roots.data());
     const auto useLaterRoots = [](void* published) -> gboolean {
         finder_sync_extension1_set_paths_of_root_folders(
@@ -93,17 +120,37 @@ void publish(GDBusConnection* bus, const char*, void*) {
 int main(int argc, char** argv) {
     auto* roots = &script.roots;
     for (int index = 1; index < argc; ++index) {
-        if (std::string_view(argv[index]) == "--delay" && index + 1 < argc)
+        const std::string_view word = argv[index];
+        if (word == "--name")
+            script.names.push_back(argv[++index]);
+        else if (word == "--directory")
+            script.directories.push_back(argv[++index]);
+        else if (word == "--title")
+            script.title = argv[++index];
+        else if (word == "--delay")
             script.delay = static_cast<unsigned>(std::atoi(argv[++index]));
-        else if (std::string_view(argv[index]) == "--then")
+        else if (word == "--nonsense")
+            script.isNonsense = true;
+        else if (word == "--without-interface")
+            script.hasInterface = false;
+        else if (word == "--then")
             roots = &script.laterRoots;
         else
             roots->push_back(argv[index]);
     }
-    script.roots.push_back(nullptr);
-    script.laterRoots.push_back(nullptr);
+    if (script.names.empty())
+        script.names.push_back(findersync::busName);
+    if (script.directories.empty())
+        script.directories.push_back("file:///");
+    for (auto* texts : {&script.directories, &script.roots, &script.laterRoots})
+        texts->push_back(nullptr);
+    GDBusConnection* const bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, nullptr);
+    if (bus == nullptr)
+        return 1;
+    publish(bus);
     const auto lost = [](GDBusConnection*, const char*, void*) { std::exit(0); };
-    (void)g_bus_own_name(G_BUS_TYPE_SESSION, findersync::busName, G_BUS_NAME_OWNER_FLAGS_NONE,
-                         &publish, nullptr, lost, nullptr, nullptr);
+    for (const char* name : script.names)
+        (void)g_bus_own_name_on_connection(bus, name, G_BUS_NAME_OWNER_FLAGS_NONE, nullptr, lost,
+                                           nullptr, nullptr);
     g_main_loop_run(g_main_loop_new(nullptr, FALSE));
 }

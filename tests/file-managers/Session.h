@@ -159,8 +159,8 @@ inline std::unique_ptr<Session> session;
 /// A service for the bus to start. It leaves a line behind and fails.
 class ActivatableExtension {
 public:
-    ActivatableExtension() {
-        std::ofstream(service_) << "[D-BUS Service]\nName=" << findersync::busName
+    explicit ActivatableExtension(const std::string& name = findersync::busName) {
+        std::ofstream(service_) << "[D-BUS Service]\nName=" << name
                                 << "\nExec=/bin/sh -c 'echo >>" << starts_.string()
                                 << "; exit 1'\n";
     }
