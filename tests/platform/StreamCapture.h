@@ -26,6 +26,8 @@ public:
             return;
         (void)std::fflush(nullptr);
         (void)::dup2(original_, descriptor_);
+        if (testing::Test::HasFailure()) // whose description was captured as well
+            (void)std::fputs(text().c_str(), stderr);
         (void)::close(original_);
         (void)std::fclose(captured_);
     }
