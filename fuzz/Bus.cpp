@@ -9,7 +9,6 @@
 #include "platform/text/Unicode.h"
 #include "process/SystemdHandles.h"
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
@@ -29,30 +28,18 @@ using process::Out;
 
 namespace {
 
-constexpr const char* properties = "org.freedesktop.DBus.Properties";
-
 /// A member, the arguments that it takes, and what it answers.
 struct Member {
     const char* name;
-    const char* arguments;
-    const char* answer = "";
+    std::string_view arguments;
+    const char* answer;
 };
 
 constexpr Member members[] = {
-    {"BeginObservingDirectoryAtURL", "s"},      {"EndObservingDirectoryAtURL", "s"},
+    {"BeginObservingDirectoryAtURL", "s", ""},  {"EndObservingDirectoryAtURL", "s", ""},
     {"RequestBadgeIdentifierForURL", "s", "s"}, {"RequestBadgeIdentifiersForURLs", "as", "as"},
-    {"MenuForMenuKind", "uas", "ba(sss)"},      {"PerformAction", "sas"},
+    {"MenuForMenuKind", "uas", "ba(sss)"},      {"PerformAction", "sas", ""},
 };
-
-/// All properties, also those that cannot be written.
-constexpr Member propertiesOfObject[] = {
-    {"myFolderURL", "s"},       {"pathsOfRootFolders", "as"}, {"serverPort", "u"},
-    {"isSocketConnected", "b"}, {"displayUrlLink", "x"},      {"displayBackup", "x"},
-    {"shareContactTitle", "s"}, {"shareViaUrlTitle", "s"},    {"backupTitle", "s"},
-    {"serverAddress", "s"},     {"directoryURLs", "as"},      {"badges", "as"},
-};
-
-constexpr const char* signatures[] = {"", "s", "as", "uas", "sas", "v", "b", "x", "u", "d"};
 
 /// Settings with a port that reaches nobody, in a folder of this process's own, which scripts/fuzz
 /// removes.
@@ -94,12 +81,42 @@ struct Connection {
     process::Bus caller;
 };
 
-/// A caller that makes its arguments from the fuzzer's bytes.
-class Caller {
+/// The extension and its service, new for each input; the connection lasts.
+class Session {
 public:
-    Caller(sd_bus* bus, FuzzedDataProvider& bytes) : bus_(bus), bytes_(bytes) {}
+    Session(const Connection& connection, FuzzedDataProvider& bytes)
+        : bus_(connection.caller.get()),
+          bytes_(bytes),
+          service_(connection.service.get(), extension_,
+                   platform::linux_backend::finderSyncController()) {
+        require(extension_.init() != nullptr && service_.publish() >= 0, "no service");
+    }
 
-    [[nodiscard]] Message call(const char* interfaceName, const char* member) const {
+    void callMember() {
+        const Member& member = bytes_.PickValueInArray(members);
+        const Message call = newCall(findersync::interfaceName, member.name);
+        if (append(call.get(), member.arguments))
+            requireAnswer(call, member.answer, true);
+    }
+
+    void getProperties() {
+        const Message call = newCall("org.freedesktop.DBus.Properties", "GetAll");
+        require(sd_bus_message_append(call.get(), "s", findersync::interfaceName) >= 0,
+                "no message");
+        requireAnswer(call, "a{sv}", false);
+    }
+
+    /// As the companion may: with any text, also one that sd-bus refuses.
+    void changeState() {
+        const std::string text = bytes_.ConsumeRandomLengthString(100);
+        if (!platform::text::isUTF8(text))
+            return;
+        extension_.setShareViaUrlTitle(text);
+        extension_.setPathsOfRootFolders({"/home/" + text, "/home"});
+    }
+
+private:
+    [[nodiscard]] Message newCall(const char* interfaceName, const char* member) const {
         Message message;
         require(sd_bus_message_new_method_call(bus_, Out(message), nullptr, findersync::objectPath,
                                                interfaceName, member) >= 0,
@@ -107,39 +124,21 @@ public:
         return message;
     }
 
-    /// Appends one value for each type of the signature; false when sd-bus refuses one.
-    bool append(sd_bus_message* message, std::string_view signature) {
-        while (!signature.empty()) {
-            const std::size_t length = signature.starts_with('a') ? 2 : 1;
-            if (!appendOne(message, signature.substr(0, length)))
-                return false;
-            signature.remove_prefix(length);
-        }
-        return true;
-    }
-
-    /// Appends a variant of some type, mostly of the given one.
-    bool appendVariant(sd_bus_message* message, const std::string& usual) {
-        const std::string type = bytes_.ConsumeIntegralInRange(0, 9) < 9
-                                     ? usual
-                                     : bytes_.PickValueInArray({"s", "as", "b", "x", "u", "d"});
-        return sd_bus_message_open_container(message, 'v', type.c_str()) >= 0 &&
-               appendOne(message, type) && sd_bus_message_close_container(message) >= 0;
-    }
-
-    /// Sends a call and waits for the answer. Without a timeout of its own: on a busy machine
-    /// libFuzzer knows better what is too long.
-    [[nodiscard]] Message answer(const Message& call) const {
-        Message answer;
-        const auto receive = [](sd_bus_message* reply, void* place, sd_bus_error*) {
-            static_cast<Message*>(place)->reset(sd_bus_message_ref(reply));
-            return 0;
-        };
-        require(sd_bus_call_async(bus_, nullptr, call.get(), receive, &answer, UINT64_MAX) >= 0,
-                "a call cannot be sent");
-        while (!answer)
-            require(sd_event_run(eventLoop(), UINT64_MAX) >= 0, "the run loop fails");
-        return answer;
+    /// Appends values of these types; false when sd-bus refuses one.
+    bool append(sd_bus_message* message, std::string_view types) {
+        if (types.empty())
+            return true;
+        if (types[0] == 'u')
+            return sd_bus_message_append(message, "u", bytes_.ConsumeIntegral<std::uint32_t>()) >=
+                       0 &&
+                   append(message, types.substr(1));
+        const std::string one = text();
+        if (types[0] == 's')
+            return sd_bus_message_append(message, "s", one.c_str()) >= 0 &&
+                   append(message, types.substr(1));
+        const int count = bytes_.ConsumeIntegralInRange(0, 2);
+        return sd_bus_message_append(message, "as", count, one.c_str(), text().c_str()) >= 0 &&
+               append(message, types.substr(2));
     }
 
     /// A text that often is the URL of something in the watched folder.
@@ -150,88 +149,24 @@ public:
         return made;
     }
 
-    FuzzedDataProvider& bytes() { return bytes_; }
-
-private:
-    bool appendOne(sd_bus_message* message, std::string_view type) {
-        if (type == "s")
-            return sd_bus_message_append_basic(message, 's', text().c_str()) >= 0;
-        if (type == "v")
-            return appendVariant(message, "s");
-        if (type.starts_with('a'))
-            return appendTexts(message);
-        const auto number = bytes_.ConsumeIntegral<std::int64_t>();
-        const int boolean = static_cast<int>(number & 1);
-        const void* const value = type == "b" ? static_cast<const void*>(&boolean) : &number;
-        return sd_bus_message_append_basic(message, type[0], value) >= 0;
-    }
-
-    bool appendTexts(sd_bus_message* message) {
-        bool isTaken = sd_bus_message_open_container(message, 'a', "s") >= 0;
-        for (int count = bytes_.ConsumeIntegralInRange(0, 4); isTaken && count > 0; --count)
-            isTaken = sd_bus_message_append_basic(message, 's', text().c_str()) >= 0;
-        return isTaken && sd_bus_message_close_container(message) >= 0;
+    /// Waits without a timeout: on a busy machine libFuzzer knows better what is too long.
+    void requireAnswer(const Message& call, const char* signature, bool mayBeError) const {
+        Message answer;
+        const auto receive = [](sd_bus_message* reply, void* place, sd_bus_error*) {
+            static_cast<Message*>(place)->reset(sd_bus_message_ref(reply));
+            return 0;
+        };
+        require(sd_bus_call_async(bus_, nullptr, call.get(), receive, &answer, UINT64_MAX) >= 0,
+                "a call cannot be sent");
+        while (!answer)
+            require(sd_event_run(eventLoop(), UINT64_MAX) >= 0, "the run loop fails");
+        const bool isError = sd_bus_message_is_method_error(answer.get(), nullptr) != 0;
+        require(isError ? mayBeError : sd_bus_message_has_signature(answer.get(), signature) > 0,
+                "another answer");
     }
 
     sd_bus* bus_;
     FuzzedDataProvider& bytes_;
-};
-
-/// The extension and its service, new for each input; the connection lasts.
-class Session {
-public:
-    Session(const Connection& connection, FuzzedDataProvider& bytes)
-        : caller_(connection.caller.get(), bytes),
-          service_(connection.service.get(), extension_,
-                   platform::linux_backend::finderSyncController()) {
-        require(extension_.init() != nullptr && service_.publish() >= 0, "no service");
-    }
-
-    void callMember() {
-        const Member& member = caller_.bytes().PickValueInArray(members);
-        const bool isRight = caller_.bytes().ConsumeIntegralInRange(0, 9) < 9;
-        const Message call = caller_.call(findersync::interfaceName, member.name);
-        if (!caller_.append(call.get(), isRight ? member.arguments
-                                                : caller_.bytes().PickValueInArray(signatures)))
-            return;
-        const Message answer = caller_.answer(call);
-        if (sd_bus_message_is_method_error(answer.get(), nullptr) != 0)
-            return;
-        require(sd_bus_message_has_signature(answer.get(), member.answer) > 0, "another answer");
-        require(std::string_view(member.arguments) == sd_bus_message_get_signature(call.get(), 1),
-                "wrong arguments are taken");
-    }
-
-    void setProperty() {
-        const Member& property = caller_.bytes().PickValueInArray(propertiesOfObject);
-        const Message call = caller_.call(properties, "Set");
-        if (sd_bus_message_append(call.get(), "ss", findersync::interfaceName, property.name) >=
-                0 &&
-            caller_.appendVariant(call.get(), property.arguments))
-            (void)caller_.answer(call);
-    }
-
-    void getProperties() {
-        const Message call = caller_.call(properties, "GetAll");
-        require(sd_bus_message_append_basic(call.get(), 's', findersync::interfaceName) >= 0,
-                "no message");
-        const Message answer = caller_.answer(call);
-        require(sd_bus_message_has_signature(answer.get(), "a{sv}") > 0,
-                "properties cannot be read");
-    }
-
-    void announceFolders() {
-        std::vector<std::string> paths;
-        for (int count = caller_.bytes().ConsumeIntegralInRange(0, 3); count > 0; --count) {
-            std::string path = "/home/" + caller_.bytes().ConsumeRandomLengthString(100);
-            if (platform::text::isUTF8(path))
-                paths.push_back(std::move(path));
-        }
-        extension_.setPathsOfRootFolders(std::move(paths));
-    }
-
-private:
-    Caller caller_;
     hosts::linux_host::ObservedFinderSync extension_;
     hosts::linux_host::ExtensionService service_;
 };
@@ -251,9 +186,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     Session session(connection, bytes);
     for (int count = 0; count < 20 && bytes.remaining_bytes() > 0; ++count) {
         using Step = void (Session::*)();
-        static constexpr Step steps[] = {&Session::announceFolders, &Session::setProperty,
-                                         &Session::getProperties,   &Session::callMember,
-                                         &Session::callMember,      &Session::callMember};
+        static constexpr Step steps[] = {&Session::changeState, &Session::getProperties,
+                                         &Session::callMember, &Session::callMember};
         (session.*bytes.PickValueInArray(steps))();
     }
     runUntilIdle();
