@@ -66,14 +66,6 @@ TEST_F(BadgeAssignment, ExaminationStopsAtTheFirstMatch) {
     EXPECT_EQ(calls("setBadgeIdentifier:forURL: "), Strings{"FolderIco file:///r2"});
 }
 
-TEST_F(BadgeAssignment, TheListIsFetchedThroughItsGetterAtEachStep) {
-    auto& counting = startConnected<CountingFetches>();
-    setRoots({"/a", "/b", "/c"});
-    counting.fetches = 0;
-    EXPECT_EQ(badgeOf("/elsewhere"), "");
-    EXPECT_EQ(counting.fetches, 4); // the count, then each entry
-}
-
 TEST_F(BadgeAssignmentDeath, AListThatBecomesShorter) {
     auto& counting = startConnected<CountingFetches>();
     setRoots({"/a", "/b", "/c"});

@@ -165,14 +165,6 @@ TEST_F(ContextMenu, ThePathIsTracedInItsLiteralForm) {
     EXPECT_EQ(traceOf(""), "path: Optional(\"\")\n");
 }
 
-TEST_F(ContextMenu, TheListIsFetchedThroughItsGetterAtEachStep) {
-    auto& counting = startConnected<CountingFetches>();
-    setRoots({"/x", "/y", "/z"});
-    counting.fetches = 0;
-    EXPECT_FALSE(isOfferedOn("/a"));
-    EXPECT_EQ(counting.fetches, 4); // the count, then each entry
-}
-
 TEST_F(ContextMenuDeath, AListThatBecomesShorter) {
     auto& counting = startConnected<CountingFetches>();
     setRoots({"/x", "/y", "/z"});

@@ -26,7 +26,6 @@
 namespace {
 
 using findersync::FinderSync;
-using F = FinderSync;
 using Strings = std::vector<std::string>;
 using platform::recording::record;
 using platform::recording::script;
@@ -137,49 +136,6 @@ public:
     [[nodiscard]] bool isEqual(const NSStream& other) const override { return this == &other; }
 };
 
-/// Records each call of a setter, except while the settings are read.
-class RecordingFinderSync : public FinderSync {
-public:
-    void setMyFolderURL(URL url) override { F::setMyFolderURL(recorded(__func__, std::move(url))); }
-    void setPathsOfRootFolders(Strings paths) override {
-        F::setPathsOfRootFolders(recorded(__func__, std::move(paths)));
-    }
-    void setServerPort(std::uint32_t port) override { F::setServerPort(recorded(__func__, port)); }
-    void setIsSocketConnected(bool isConnected) override {
-        F::setIsSocketConnected(recorded(__func__, isConnected));
-    }
-    void setDisplayUrlLink(std::int64_t value) override {
-        F::setDisplayUrlLink(recorded(__func__, value));
-    }
-    void setDisplayBackup(std::int64_t value) override {
-        F::setDisplayBackup(recorded(__func__, value));
-    }
-    void setShareContactTitle(std::string title) override {
-        F::setShareContactTitle(recorded(__func__, std::move(title)));
-    }
-    void setShareViaUrlTitle(std::string title) override {
-        F::setShareViaUrlTitle(recorded(__func__, std::move(title)));
-    }
-    void setBackupTitle(std::string title) override {
-        F::setBackupTitle(recorded(__func__, std::move(title)));
-    }
-    FinderSync* init() override {
-        isStarting_ = true;
-        FinderSync* started = FinderSync::init();
-        isStarting_ = false;
-        return started;
-    }
-
-private:
-    template <typename Value> Value recorded(const char* setter, Value value) const {
-        if (!isStarting_)
-            record(std::string(setter) + ": " + shown(value));
-        return value;
-    }
-
-    bool isStarting_ = false;
-};
-
 void answer(const std::string& what) {
     record("answer: " + what);
 }
@@ -212,7 +168,7 @@ private:
     void select(const JSONValue& urls);
     [[nodiscard]] Strings state() const;
 
-    std::unique_ptr<FinderSync> extension_ = std::make_unique<RecordingFinderSync>();
+    std::unique_ptr<FinderSync> extension_ = std::make_unique<FinderSync>();
     std::vector<URL> urls_; // they live as long as the session, so that each is itself
     bool isOver_ = false;
 };

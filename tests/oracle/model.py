@@ -314,7 +314,6 @@ class Extension:
     def set(self, name, value):
         """Calls the property's setter."""
         self.properties[name] = folder_path(value) if name == "myFolderURL" else value
-        self.world.record(f"set{name[0].upper()}{name[1:]}: {self.shown(name)}")
 
     def shown(self, name):
         """A property's value in the form that records show."""
