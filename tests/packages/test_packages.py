@@ -18,12 +18,19 @@ PLUGINS = {
     "nemo-finder-sync": ["nemo/extensions-3.0/libfinder-sync-nemo.so"],
     "thunar-finder-sync": ["thunarx-3/libfinder-sync-thunar.so"],
 }
+
+
+def completions(program):
+    return [f"usr/share/bash-completion/completions/{program}",
+            f"usr/share/fish/vendor_completions.d/{program}.fish",
+            f"usr/share/zsh/vendor-completions/_{program}"]
+
+
 FILES = {
     "finder-sync-extension": [
         "usr/bin/finder-sync-extension",
         "usr/bin/finderctl",
-        "usr/share/bash-completion/completions/finder-sync-extension",
-        "usr/share/bash-completion/completions/finderctl",
+        *completions("finder-sync-extension"), *completions("finderctl"),
         f"usr/share/dbus-1/services/{UNIT}",
         "usr/share/finder-sync/icon_Backup.svg",
         "usr/share/finder-sync/icon_Folder.svg",
@@ -40,7 +47,7 @@ FILES = {
     ],
     "finder-sync-tools": [
         "usr/bin/companion",
-        "usr/share/bash-completion/completions/companion",
+        *completions("companion"),
         "usr/share/finder-sync/findersync.Extension1.xml",
         "usr/share/finder-sync/findersync.Process1.xml",
         "usr/share/man/man1/companion.1.gz",
