@@ -169,11 +169,10 @@ def test_padding_is_on_for_a_pipe(companion, peer):
 
 @pytest.mark.parametrize("receive_buffer", [None, 2304, 30000, 100000])
 def test_padded_lines_are_never_cut_by_reads_of_their_size(session, companion, receive_buffer):
-    """Also when the reader is slow and its buffer fills up again and again. TCP itself sends part of
-    a segment when a full buffer has not been read for a fifth of a second, so a machine that holds
-    this reader up for that long shows nothing about the companion."""
+    """Also when the reader is slow and its buffer fills up again and again, first for longer than it
+    takes TCP to send a part of what would not fit."""
     peer = session.connect(companion, receive_buffer=receive_buffer)
-    count = 4000
+    count = 2000
 
     def feed():
         companion.write("".join(f"add_folder /{number}\n" for number in range(count)))
@@ -181,19 +180,10 @@ def test_padded_lines_are_never_cut_by_reads_of_their_size(session, companion, r
 
     feeder = threading.Thread(target=feed)
     feeder.start()
-    longest = 0.0
-    last = time.monotonic()
     for number in range(count):
         if number % 200 == 0:
-            time.sleep(0.03)  # lets the buffers fill up
-        data = peer.socket.recv(LIMIT)
-        now = time.monotonic()
-        longest, last = max(longest, now - last), now
-        if len(data) != LIMIT and longest > 0.15:
-            peer.close()
-            feeder.join()
-            pytest.skip(f"the machine held the reader up for {longest:.2f} s")
-        assert message(data)["path"] == f"/{number}"
+            time.sleep(0.03 if number else 0.5)  # lets the buffers fill up
+        assert message(peer.socket.recv(LIMIT))["path"] == f"/{number}"
     assert peer.socket.recv(LIMIT) == b""
     feeder.join()
     assert companion.wait() == 0

@@ -5,9 +5,11 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <linux/sockios.h>
+#include <linux/tcp.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <utility>
 
@@ -16,17 +18,22 @@ namespace companion {
 namespace {
 
 constexpr std::size_t readSize = std::size_t{64} * 1024;
+constexpr std::uint64_t pollInterval = 250; // microseconds
 
 void setOption(int socket, int option, int value) {
     (void)::setsockopt(socket, IPPROTO_TCP, option, &value, sizeof value);
 }
 
-/// Whether a segment of this connection has the size of a padded line.
-bool hasSegmentsOfLineSize(int socket) {
-    int size = 0;
-    socklen_t length = sizeof size;
-    return ::getsockopt(socket, IPPROTO_TCP, TCP_MAXSEG, &size, &length) == 0 &&
-           size == static_cast<int>(lineLimit);
+/// Whether a padded line arrives in one piece: nothing is on its way, and the peer's receive window
+/// has room for the whole line. TCP fills a smaller window with the beginning of the line.
+bool hasRoomForPaddedLine(int socket) {
+    int unacknowledged = 0;
+    tcp_info info{};
+    socklen_t length = sizeof info;
+    if (::ioctl(socket, SIOCOUTQ, &unacknowledged) != 0 ||
+        ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &length) != 0)
+        return true; // the connection is lost, which sending finds out
+    return unacknowledged == 0 && info.tcpi_snd_wnd >= lineLimit;
 }
 
 } // namespace
@@ -36,7 +43,6 @@ Connection::Connection(process::Descriptor socket, Outbox& outbox, ConnectionObs
     setOption(socket_.get(), TCP_NODELAY, 1);
     // Makes the socket count as writable only once all that was written before has been sent.
     setOption(socket_.get(), TCP_NOTSENT_LOWAT, 1);
-    setOnlyWholeSegments(hasSegmentsOfLineSize(socket_.get()));
 }
 
 int Connection::serve(sd_event* event) {
@@ -76,8 +82,10 @@ void Connection::becameWritable() {
     }
     int result = 0;
     while (result == 0 && !outbox_.isEmpty()) {
-        if (hasOnlyWholeSegments_ && outbox_.first().size() != lineLimit)
-            setOnlyWholeSegments(false);
+        if (outbox_.first().size() == lineLimit && !hasRoomForPaddedLine(socket_.get())) {
+            waitForRoom();
+            break;
+        }
         result = outbox_.writeFirst(socket_.get());
     }
     // Reading notices a lost connection and says why.
@@ -87,16 +95,24 @@ void Connection::becameWritable() {
         observer_.linesTaken();
 }
 
-void Connection::setSending(bool isSending) {
-    isSending_ = isSending;
-    (void)sd_event_source_set_io_events(source_.get(), isSending ? EPOLLIN | EPOLLOUT : EPOLLIN);
+/// Tries again soon: no event tells of an acknowledgement or a larger window.
+void Connection::waitForRoom() {
+    const auto handler = [](sd_event_source*, std::uint64_t, void* self) {
+        static_cast<Connection*>(self)->watch(EPOLLIN | EPOLLOUT);
+        return 0;
+    };
+    if (sd_event_add_time_relative(sd_event_source_get_event(source_.get()), process::Out(timer_),
+                                   CLOCK_MONOTONIC, pollInterval, 1, handler, this) >= 0)
+        watch(EPOLLIN);
 }
 
-/// Makes the system send only segments of full size, or everything at once. When a segment has the
-/// size of a padded line, a receive window that fills up cannot cut such a line in two.
-void Connection::setOnlyWholeSegments(bool isOn) {
-    hasOnlyWholeSegments_ = isOn;
-    setOption(socket_.get(), TCP_CORK, isOn ? 1 : 0);
+void Connection::setSending(bool isSending) {
+    isSending_ = isSending;
+    watch(isSending ? EPOLLIN | EPOLLOUT : EPOLLIN);
+}
+
+void Connection::watch(std::uint32_t events) {
+    (void)sd_event_source_set_io_events(source_.get(), events);
 }
 
 Connection::ReadResult Connection::readOnce(std::string& reason) {

@@ -52,15 +52,16 @@ private:
     static int handleEvents(sd_event_source*, int, std::uint32_t events, void* self) noexcept;
     void becameWritable();
     void setSending(bool isSending);
-    void setOnlyWholeSegments(bool isOn);
+    void waitForRoom();
+    void watch(std::uint32_t events);
     [[nodiscard]] ReadResult readOnce(std::string& reason);
 
     process::Descriptor socket_;
     Outbox& outbox_;
     ConnectionObserver& observer_;
     process::EventSource source_;
+    process::EventSource timer_;
     bool isSending_ = false;
-    bool hasOnlyWholeSegments_ = false;
 };
 
 } // namespace companion

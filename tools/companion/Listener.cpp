@@ -1,13 +1,10 @@
 #include "tools/companion/Listener.h"
 
-#include "tools/companion/Commands.h"
-
 #include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <utility>
@@ -15,9 +12,6 @@
 namespace companion {
 
 namespace {
-
-/// Segments of this size carry exactly one padded line, besides the time stamp of every segment.
-constexpr int segmentSize = static_cast<int>(lineLimit) + TCPOLEN_TSTAMP_APPA;
 
 std::string portFailure(std::uint16_t port, int number) {
     const std::string name = "port " + std::to_string(port) + " of 127.0.0.1";
@@ -40,7 +34,6 @@ bool Listener::bind(std::uint16_t port, std::string& failure) {
     // Connections that have just ended must not keep the port in use.
     const int one = 1;
     (void)::setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
-    (void)::setsockopt(socket_.get(), IPPROTO_TCP, TCP_MAXSEG, &segmentSize, sizeof segmentSize);
 
     sockaddr_in address{};
     address.sin_family = AF_INET;
