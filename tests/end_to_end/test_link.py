@@ -5,7 +5,7 @@ import socket
 import subprocess
 
 import pytest
-from conftest import EXTENSION, Peer, line, wait_for
+from conftest import EXTENSION, BusError, Peer, line, wait_for
 from jeepney import message_bus, new_method_call
 
 
@@ -103,12 +103,20 @@ def test_the_trace_of_a_session_byte_for_byte(session):
         "ignore\n")
 
 
-def test_paths_are_shown_without_what_the_bus_does_not_carry(session):
+def test_texts_are_shown_without_what_the_bus_does_not_carry(session):
     peer, _ = session.start_connected()
     peer.send(line(type="add_folder", path="/a\0b"))
     session.wait_for_value("pathsOfRootFolders", ["/a"])
     peer.send('{"type":"add_folder","path":"/\u00e9\ufdd0\ufffe\U0001ffff\U0001f517"}\n'.encode())
     session.wait_for_value("pathsOfRootFolders", ["/a", "/\u00e9\ufffd\ufffd\ufffd\U0001f517"])
+    peer.send(rb'{"type":"set_locale","shareContactTitle":"\u0000a","shareViaUrlTitle":"b\u0000c",'
+              rb'"backupTitle":"\ufdd0"}')
+    session.wait_for_value("backupTitle", "\ufffd")
+    assert [session.get(name) for name in ("shareContactTitle", "shareViaUrlTitle")] == ["", "b"]
+    for noncharacter in "\ufdd0\ufffe":
+        with pytest.raises(BusError, match="InconsistentMessage"):
+            session.set("backupTitle", "s", noncharacter)
+    assert session.get("backupTitle") == "\ufffd"  # as it was
 
 
 @pytest.mark.parametrize("sent, reason", [
