@@ -102,10 +102,8 @@ std::optional<int> answer(int argc, char** argv) {
         (void)std::printf("%s %s\n", findersync::extensionProgram, findersync::version);
         return EXIT_SUCCESS;
     }
-    (void)std::fprintf(stderr,
-                       "The following argument was not expected: %s\n"
-                       "Run with --help for more information.\n",
-                       argv[argc - 1]);
+    (void)std::fprintf(stderr, "%s: unexpected argument: %s; see %s --help\n",
+                       findersync::extensionProgram, argv[argc - 1], findersync::extensionProgram);
     return 2;
 }
 

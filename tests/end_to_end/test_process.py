@@ -171,8 +171,8 @@ def test_fatal_errors_in_a_journal_are_critical(session, journal):
 @pytest.mark.parametrize("arguments, code, expected", [
     (["--help"], 0, "Usage: "),
     (["--version"], 0, "finder-sync-extension 0.1.0"),
-    (["--nonsense"], 2, "--nonsense"),
-    (["nonsense"], 2, "nonsense"),
+    (["--nonsense"], 2, "finder-sync-extension: unexpected argument: --nonsense"),
+    (["nonsense"], 2, "finder-sync-extension: unexpected argument: nonsense"),
 ])
 def test_the_command_line(session, arguments, code, expected):
     process = session.start("finder-sync-extension", *arguments)
