@@ -138,13 +138,14 @@ public:
 private:
     void readSettings();
 
+    struct InboundMessage;
     void readInboundMessages();
     void handleInboundText(std::string_view text);
-    void handleInboundMessage(const platform::NSDictionary& message);
-    void addFolder(const platform::NSDictionary& message);
-    void deleteFolder(const platform::NSDictionary& message);
-    void setLocale(const platform::NSDictionary& message);
-    void setMenuUsage(const platform::NSDictionary& message);
+    void handleInboundMessage(const InboundMessage& message);
+    void addFolder(const InboundMessage& message);
+    void deleteFolder(const InboundMessage& message);
+    void setLocale(const InboundMessage& message);
+    void setMenuUsage(const InboundMessage& message);
 
     [[nodiscard]] bool isInsideRootFolder(const std::optional<std::string>& path) const;
     [[nodiscard]] std::shared_ptr<platform::NSMenu> buildMenu() const;

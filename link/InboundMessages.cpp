@@ -7,8 +7,11 @@
 #include "platform/System.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <optional>
 #include <string>
 #include <utility>
+#include <variant>
 
 namespace findersync {
 
@@ -16,14 +19,63 @@ namespace {
 
 constexpr std::size_t readSize = 1024;
 
-const std::string& requiredString(const platform::NSDictionary& message, std::string_view key) {
-    const auto found = message.find(key);
-    if (found == message.end())
-        platform::fatalError("an inbound message has no \"" + std::string(key) + "\"");
-    const std::string* string = found->second.string();
-    if (string == nullptr)
-        platform::fatalError("\"" + std::string(key) + "\" of an inbound message is not a string");
-    return *string;
+/// The beginning of a companion's text, with control characters escaped, for a diagnostic.
+std::string excerpt(std::string_view text) {
+    constexpr std::size_t limit = 80; // characters
+    std::size_t characters = 0;
+    std::string result;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        const bool continuesCharacter = (byte & 0xc0U) == 0x80;
+        if (!continuesCharacter && characters++ == limit)
+            return result + "\u2026";
+        char escape[sizeof "\\x7F"];
+        (void)std::snprintf(escape, sizeof escape, "\\x%02X", static_cast<unsigned>(byte));
+        if (byte < 0x20 || byte == 0x7f)
+            result += escape;
+        else
+            result += character;
+    }
+    return result;
+}
+
+/// Ends the process because of a line, which is part of the text of its read.
+[[noreturn]] void failOnLine(std::string_view line, std::string_view readText,
+                             std::size_t bytesRead, const std::string& reason) {
+    const auto number = 1 + std::count(readText.data(), line.data(), '\n');
+    platform::fatalError("line " + std::to_string(number) + " of a read of " +
+                         std::to_string(bytesRead) + " bytes: " + reason + ": " + excerpt(line));
+}
+
+/// What to add to the reason for a line that cannot be parsed.
+std::string probableCause(std::size_t bytesRead) {
+    return bytesRead < readSize ? ""
+                                : " (the read was full, so a message was probably cut: see "
+                                  "docs/protocol.md#the-1024-byte-rule)";
+}
+
+/// Ends the process because of bytes that are not UTF-8: shows the valid ones before them.
+[[noreturn]] void failOnBytes(const std::uint8_t* bytes, std::size_t count) {
+    std::size_t valid = count;
+    std::optional<std::string> text;
+    while (!text)
+        text = platform::stringWithUTF8Bytes(bytes, --valid);
+    const std::string_view line = std::string_view(*text).substr(text->rfind('\n') + 1);
+    failOnLine(line, *text, count,
+               "not valid UTF-8 at byte " + std::to_string(line.size()) + probableCause(count));
+}
+
+/// Why a line has no "type".
+std::string reasonForNoType(std::string_view line, std::size_t bytesRead) {
+    std::string failure = "not encodable as UTF-8";
+    const std::optional<platform::NSData> data = platform::dataUsingUTF8Encoding(line);
+    const std::optional<platform::Object> object =
+        data ? platform::JSONObjectWithData(*data, &failure) : std::nullopt;
+    if (!object)
+        return failure + probableCause(bytesRead);
+    if (!std::holds_alternative<platform::NSDictionary>(object->value))
+        return "the top level is not an object";
+    return "no \"type\"";
 }
 
 auto findPath(const std::vector<std::string>& paths, std::string_view path) {
@@ -33,6 +85,30 @@ auto findPath(const std::vector<std::string>& paths, std::string_view path) {
 }
 
 } // namespace
+
+/// A parsed line, and where it comes from.
+struct FinderSync::InboundMessage {
+    std::string_view line; ///< part of `readText`
+    std::string_view readText;
+    platform::NSDictionary values;
+
+    /// Ends the process when the value is missing or not a string.
+    [[nodiscard]] const std::string& requiredString(std::string_view key) const {
+        const auto found = values.find(key);
+        if (found == values.end())
+            fail(key == "type" ? reasonForNoType(line, readText.size())
+                               : "no \"" + std::string(key) + "\"");
+        const std::string* string = found->second.string();
+        if (string == nullptr)
+            fail("\"" + std::string(key) + "\" is not a string");
+        return *string;
+    }
+
+private:
+    [[noreturn]] void fail(const std::string& reason) const {
+        failOnLine(line, readText, readText.size(), reason);
+    }
+};
 
 void FinderSync::readInboundMessages() {
     // Leaked on purpose, once for each event.
@@ -52,7 +128,7 @@ void FinderSync::readInboundMessages() {
         const auto text = platform::stringWithUTF8Data(
             platform::dataWithBytes(buffer, static_cast<std::size_t>(count)));
         if (!text)
-            platform::fatalError("inbound bytes are not valid UTF-8");
+            failOnBytes(buffer, static_cast<std::size_t>(count));
         platform::print("server said: ", *text);
         handleInboundText(*text);
     }
@@ -63,12 +139,12 @@ void FinderSync::handleInboundText(std::string_view text) {
         // Drops everything after an empty line in the same read, messages included.
         if (line.empty())
             return;
-        handleInboundMessage(JSONParseDictionary(line));
+        handleInboundMessage({line, text, JSONParseDictionary(line)});
     }
 }
 
-void FinderSync::handleInboundMessage(const platform::NSDictionary& message) {
-    using Command = void (FinderSync::*)(const platform::NSDictionary&);
+void FinderSync::handleInboundMessage(const InboundMessage& message) {
+    using Command = void (FinderSync::*)(const InboundMessage&);
     static constexpr std::pair<std::string_view, Command> commands[] = {
         {"add_folder", &FinderSync::addFolder},
         {"del_folder", &FinderSync::deleteFolder},
@@ -76,7 +152,7 @@ void FinderSync::handleInboundMessage(const platform::NSDictionary& message) {
         {"set_menu_usage", &FinderSync::setMenuUsage},
     };
 
-    const std::string& type = requiredString(message, "type");
+    const std::string& type = message.requiredString("type");
     platform::print("type - ", type);
     for (const auto& [name, command] : commands) {
         if (platform::isEqualToString(type, name)) {
@@ -86,8 +162,8 @@ void FinderSync::handleInboundMessage(const platform::NSDictionary& message) {
     }
 }
 
-void FinderSync::addFolder(const platform::NSDictionary& message) {
-    const std::string& path = requiredString(message, "path");
+void FinderSync::addFolder(const InboundMessage& message) {
+    const std::string& path = message.requiredString("path");
     const std::vector<std::string>& paths = pathsOfRootFolders();
     const auto found = findPath(paths, path);
     if (found != paths.end()) {
@@ -101,8 +177,8 @@ void FinderSync::addFolder(const platform::NSDictionary& message) {
     setPathsOfRootFolders(std::move(extended));
 }
 
-void FinderSync::deleteFolder(const platform::NSDictionary& message) {
-    const std::string& path = requiredString(message, "path");
+void FinderSync::deleteFolder(const InboundMessage& message) {
+    const std::string& path = message.requiredString("path");
     const std::vector<std::string>& paths = pathsOfRootFolders();
     const auto found = findPath(paths, path);
     if (found == paths.end())
@@ -112,18 +188,18 @@ void FinderSync::deleteFolder(const platform::NSDictionary& message) {
     setPathsOfRootFolders(std::move(remaining));
 }
 
-void FinderSync::setLocale(const platform::NSDictionary& message) {
+void FinderSync::setLocale(const InboundMessage& message) {
     // Reads all three before setting the first: a message that lacks one changes none.
-    const std::string& shareContact = requiredString(message, "shareContactTitle");
-    const std::string& shareViaUrl = requiredString(message, "shareViaUrlTitle");
-    const std::string& backup = requiredString(message, "backupTitle");
+    const std::string& shareContact = message.requiredString("shareContactTitle");
+    const std::string& shareViaUrl = message.requiredString("shareViaUrlTitle");
+    const std::string& backup = message.requiredString("backupTitle");
     setShareContactTitle(shareContact);
     setShareViaUrlTitle(shareViaUrl);
     setBackupTitle(backup);
 }
 
-void FinderSync::setMenuUsage(const platform::NSDictionary& message) {
-    const std::string& value = requiredString(message, "displayBackup");
+void FinderSync::setMenuUsage(const InboundMessage& message) {
+    const std::string& value = message.requiredString("displayBackup");
     setDisplayBackup(platform::isEqualToString(value, "1") ? 1 : 0);
 }
 

@@ -101,8 +101,10 @@ inline bool Object::operator==(const Object& other) const {
 // ---------------------------------------------------------------------------------------------
 
 /// `JSONObjectWithData:options:error:` with options 0: parses one JSON text whose top level is an
-/// object or an array. Returns nullopt on failure; the error object is dropped.
-[[nodiscard]] std::optional<Object> JSONObjectWithData(const NSData& data);
+/// object or an array. Returns nullopt on failure; `failure` then holds the reason as text, and the
+/// place where the platform tells it. Without `failure`, the error object is dropped.
+[[nodiscard]] std::optional<Object> JSONObjectWithData(const NSData& data,
+                                                       std::string* failure = nullptr);
 
 /// `isValidJSONObject:`: whether a value can be written as JSON: an array or a dictionary that
 /// contains, at any depth, only JSON types. Raw bytes and infinite numbers are not JSON.

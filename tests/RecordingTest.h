@@ -65,7 +65,13 @@ protected:
 
     /// Expects that `act` ends the process with a fatal error, and that its reason is written last.
     template <typename Act> static void expectFatal(const Act& act, const std::string& reason) {
-        EXPECT_EXIT(act(), testing::KilledBySignal(SIGABRT), "fatal error: " + reason + "\n$");
+        std::string expression = "fatal error: ";
+        for (const char character : reason) {
+            if (std::string_view(".[{}()\\*+?|^$").find(character) != std::string_view::npos)
+                expression += '\\';
+            expression += character;
+        }
+        EXPECT_EXIT(act(), testing::KilledBySignal(SIGABRT), expression + "\n$");
     }
 
     /// Makes `calls` give only what is recorded from now on.

@@ -4,11 +4,11 @@
 
 namespace platform {
 
-std::optional<Object> JSONObjectWithData(const NSData& data) {
-    std::string failure;
+std::optional<Object> JSONObjectWithData(const NSData& data, std::string* failure) {
+    std::string dropped;
     const std::string_view text(reinterpret_cast<const char*>(data.bytes.data()),
                                 data.bytes.size());
-    return text::parseJSON(text, failure);
+    return text::parseJSON(text, failure == nullptr ? dropped : *failure);
 }
 
 bool isValidJSONObject(const Object& value) {

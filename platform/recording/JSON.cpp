@@ -4,11 +4,14 @@
 
 namespace platform {
 
-std::optional<Object> JSONObjectWithData(const NSData& data) {
+std::optional<Object> JSONObjectWithData(const NSData& data, std::string* failure) {
     const std::string text(data.bytes.begin(), data.bytes.end());
     recording::record("JSONObjectWithData:options:error: " + text);
-    std::string failure;
-    return text::parseJSON(text, failure);
+    std::string reason;
+    std::optional<Object> object = text::parseJSON(text, reason);
+    if (!object && failure != nullptr)
+        *failure = "not JSON"; // independent of the parser's words
+    return object;
 }
 
 bool isValidJSONObject(const Object& value) {

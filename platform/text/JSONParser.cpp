@@ -135,7 +135,7 @@ std::optional<Object> parseJSON(std::string_view text, std::string& failure) {
     if (!error && parsed < text.size())
         error = boost::json::error::extra_data;
     if (error) {
-        failure = error.message() + " at byte " + std::to_string(parsed);
+        failure = "not JSON: " + error.message() + " at byte " + std::to_string(parsed);
         return std::nullopt;
     }
     if (!isContainer(parser.handler().result)) {

@@ -46,6 +46,15 @@ TEST_F(JSONContract, EveryKindOfValueIsKept) {
                        }}));
 }
 
+TEST_F(JSONContract, AFailureHasAReason) {
+    std::string failure;
+    EXPECT_EQ(platform::JSONObjectWithData({.bytes = {'[', '}'}}, &failure), std::nullopt);
+    EXPECT_TRUE(failure.starts_with("not JSON")) << failure;
+    failure.clear();
+    EXPECT_TRUE(platform::JSONObjectWithData({.bytes = {'[', ']'}}, &failure).has_value());
+    EXPECT_EQ(failure, "");
+}
+
 TEST_F(JSONContract, StringsAreUnescaped) {
     EXPECT_EQ(parse(R"(["\"\\\/\b\f\n\r\t"])"), (Object{NSArray{string("\"\\/\b\f\n\r\t")}}));
     EXPECT_EQ(parse(R"(["\u00e9\u20AC\ud83d\ude00"])"),

@@ -119,12 +119,21 @@ def test_texts_are_shown_without_what_the_bus_does_not_carry(session):
     assert session.get("backupTitle") == "\ufffd"  # as it was
 
 
+CUT = " (the read was full, so a message was probably cut: see docs/protocol.md#the-1024-byte-rule)"
+
+
 @pytest.mark.parametrize("sent, reason", [
-    (b"hello", 'an inbound message has no "type"'),
-    (b'{"type":"hello"}\xff', "inbound bytes are not valid UTF-8"),
+    (b"hello", "line 1 of a read of 5 bytes: not JSON: syntax error at byte 0: hello"),
+    (b"5", "line 1 of a read of 1 bytes: the top level is neither an object nor an array: 5"),
+    (b'{"type":"hello"}\n[]', "line 2 of a read of 19 bytes: the top level is not an object: []"),
+    (b'{"type":"hello"}\xff', "line 1 of a read of 17 bytes: not valid UTF-8 at byte 16: "
+     '{"type":"hello"}'),
+    (b"\0\n", "line 1 of a read of 2 bytes: not JSON: syntax error at byte 0: \\x00"),
     # Longer than a read:
-    (line(type="add_folder", path="/" + "a" * 1100), 'an inbound message has no "type"'),
-    (b" " * 1023 + "\u00e9".encode(), "inbound bytes are not valid UTF-8"),
+    (line(type="add_folder", path="/" + "a" * 1100), "line 1 of a read of 1024 bytes: not JSON: "
+     f'incomplete JSON at byte 1024{CUT}: {{"type": "add_folder", "path": "/{"a" * 47}…'),
+    (b" " * 1023 + "\u00e9".encode(), "line 1 of a read of 1024 bytes: not valid UTF-8 at byte "
+     f"1023{CUT}: {' ' * 80}…"),
 ])
 def test_fatal_messages(session, sent, reason):
     peer, extension = session.start_connected()

@@ -2,6 +2,7 @@
 reads what was written in one go, and over D-Bus."""
 
 import random
+import re
 import signal
 import socket
 
@@ -69,7 +70,10 @@ def test_a_session_goes_as_the_model_says(session, number):
     except model.Death as end:
         death = end
         assert play.extension.wait() == -signal.SIGABRT
-        assert play.extension.error().endswith(f"{death}\n")
+        # The model does not know the parser's words.
+        error = re.sub(r"not JSON: [A-Za-z ]+ at byte \d+|the top level is neither .* array", "not JSON",
+                       play.extension.error())
+        assert error.endswith(f"{death}\n")
 
     received = play.peer.receive(len(world.received))
     assert play.extension.output() == printed(world.records)

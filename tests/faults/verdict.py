@@ -15,7 +15,7 @@ LAST_WORDS = {
     "the object cannot be put onto the session bus: ": """sd_bus_add_filter
         sd_bus_add_object_vtable sd_event_add_defer sd_event_source_set_enabled""",
     "the run loop failed: ": "sd_event_run",
-    "an inbound message has no |inbound bytes are not ": "recv",  # cut in two
+    "line 1 of a read of .* bytes: not ": "recv",  # cut in two
     "unexpected exception: U_MEMORY_ALLOCATION_ERROR": """unorm_compare_??
         _ZN6icu_??11Normalizer214getNFDInstanceER10UErrorCode
         _ZN6icu_??13BreakIterator23createCharacterInstanceERKNS_6LocaleER10UErrorCode""",

@@ -45,6 +45,15 @@ protected:
     void expectFatal(const std::string& bytes, const std::string& reason) {
         RecordingTest::expectFatal([&] { receive(bytes); }, reason);
     }
+    void expectFatalLine(const std::string& line, const std::string& reason,
+                         const std::string& shown) {
+        expectFatal(line, "line 1 of a read of " + std::to_string(line.size()) +
+                              " bytes: " + reason + ": " + shown);
+    }
+    /// For a line of ASCII.
+    void expectFatalLine(const std::string& line, const std::string& reason) {
+        expectFatalLine(line, reason, line.substr(0, 80) + (line.size() > 80 ? "\u2026" : ""));
+    }
 };
 
 TEST_F(InboundMessages, OneMessageIsTracedAndApplied) {
@@ -186,19 +195,42 @@ TEST_F(InboundMessages, NoCommandTouchesAnythingElse) {
 }
 
 TEST_F(InboundMessagesDeath, BytesThatAreNotUTF8) {
-    expectFatal(addFolder("/a\xff"), "inbound bytes are not valid UTF-8");
+    expectFatal("{\"type\":\"x\"}\n" + addFolder("/a\xff"),
+                "line 2 of a read of 47 bytes: not valid UTF-8 at byte 31: "
+                "{\"type\":\"add_folder\",\"path\":\"/a");
+    expectFatal("\xff", "line 1 of a read of 1 bytes: not valid UTF-8 at byte 0: ");
+    expectFatal(std::string(1023, ' ') + "\u00e9",
+                "line 1 of a read of 1024 bytes: not valid UTF-8 at byte 1023 (the read was full, "
+                "so a message was probably cut: see docs/protocol.md#the-1024-byte-rule): " +
+                    std::string(80, ' ') + "\u2026");
 }
 
 TEST_F(InboundMessagesDeath, ALineThatIsNotAJSONObject) {
-    for (const char* line : {"hello", "[]", "[{\"type\":\"x\"}]", "1", "\"type\"", "{", " ", "\r\n",
-                             "{\"type\":\"x\"} trailing", "\xef\xbb\xbf{\"type\":\"x\"}"})
-        expectFatal(line, "an inbound message has no \"type\"");
+    for (const char* line : {"hello", "1", "\"type\"", "{", " ", "{\"type\":\"x\"} trailing",
+                             "\xef\xbb\xbf{\"type\":\"x\"}"})
+        expectFatalLine(line, "not JSON");
+    expectFatalLine("\t\x7f\u00e9\r", "not JSON", "\\x09\\x7F\u00e9\\x0D");
+    expectFatalLine("[{\"type\":\"x\"}]", "the top level is not an object");
+    expectFatalLine("{}", "no \"type\"");
+    std::string eighty; // characters, of two bytes each
+    while (eighty.size() < 160)
+        eighty += "\u00e9";
+    expectFatalLine(eighty, "not JSON", eighty);
+    expectFatalLine(eighty + "e", "not JSON", eighty + "\u2026");
+    script().encoding = false;
+    expectFatalLine("{}", "not encodable as UTF-8");
 }
 
 TEST_F(InboundMessagesDeath, ATypeThatIsNotAString) {
     for (const char* type : {"5", "null", "true", "[]", "{}"})
-        expectFatal("{\"type\":" + std::string(type) + "}",
-                    "\"type\" of an inbound message is not a string");
+        expectFatalLine("{\"type\":" + std::string(type) + "}", "\"type\" is not a string");
+}
+
+/// A full read of valid JSON is one padded block, and no sign of a message that was cut.
+TEST_F(InboundMessagesDeath, AMessageThatFillsItsReadLacksAPath) {
+    std::string block = R"({"type":"add_folder"})";
+    block.resize(1024, ' ');
+    expectFatalLine(block, "no \"path\"");
 }
 
 TEST_F(InboundMessagesDeath, ThePathIsLookedUpBeforeTheListIsFetched) {
@@ -213,7 +245,8 @@ TEST_F(InboundMessagesDeath, ThePathIsLookedUpBeforeTheListIsFetched) {
 
 TEST_F(InboundMessagesDeath, EarlierMessagesOfTheReadAreTracedBeforeTheEnd) {
     EXPECT_EXIT(receive(addFolder("/a") + "\nnonsense\n"), testing::KilledBySignal(SIGABRT),
-                "print: type - add_folder\nfatal error: an inbound message has no \"type\"\n$");
+                "print: type - add_folder\n"
+                "fatal error: line 2 of a read of 43 bytes: not JSON: nonsense\n$");
 }
 
 TEST_F(InboundMessagesDeath, ALocaleThatLacksATitle) {
@@ -222,10 +255,10 @@ TEST_F(InboundMessagesDeath, ALocaleThatLacksATitle) {
         std::string others = R"({"type":"set_locale")";
         for (const std::string& title : titles)
             others += title == lacking ? "" : ",\"" + title + R"(":"t")";
-        expectFatal(others + "}", "an inbound message has no \"" + lacking + "\"");
+        expectFatalLine(others + "}", "no \"" + lacking + "\"");
         for (const char* other : {"5", "null", "[]"})
-            expectFatal(others + ",\"" + lacking + "\":" + other + "}",
-                        "\"" + lacking + "\" of an inbound message is not a string");
+            expectFatalLine(others + ",\"" + lacking + "\":" + other + "}",
+                            "\"" + lacking + "\" is not a string");
     }
 }
 

@@ -337,32 +337,55 @@ class Extension:
                 reach("read: full")
             try:
                 text = data[:count].decode()
-            except UnicodeDecodeError:
-                die("read: not UTF-8", "inbound bytes are not valid UTF-8")
+            except UnicodeDecodeError as error:
+                self.lines, self.bytes_read = data[:error.start].decode().split("\n"), count
+                self.line = len(self.lines)
+                place = len(self.lines[-1].encode())
+                self.die_on_line("read: not UTF-8",
+                                 f"not valid UTF-8 at byte {place}{self.probable_cause()}")
             world.print("server said: " + text)
-            self.handle_lines(text.split("\n"))
+            self.lines, self.bytes_read = text.split("\n"), count
+            self.handle_lines()
         if not was_available:
             reach("read: nothing available")
 
-    def handle_lines(self, lines):
-        for index, line in enumerate(lines):
+    def die_on_line(self, branch, reason):
+        line = self.lines[self.line - 1]
+        shown = "".join(f"\\x{ord(each):02X}" if each < " " or each == "\x7f" else each
+                        for each in line[:80]) + "…" * (len(line) > 80)
+        die(branch, f"line {self.line} of a read of {self.bytes_read} bytes: {reason}: {shown}")
+
+    def probable_cause(self):
+        return (" (the read was full, so a message was probably cut: see "
+                "docs/protocol.md#the-1024-byte-rule)" if self.bytes_read == READ_LENGTH else "")
+
+    def handle_lines(self):
+        for self.line, line in enumerate(self.lines, 1):
             if line == "":
-                is_last = index == len(lines) - 1
+                is_last = self.line == len(self.lines)
                 reach("line: empty at the end" if is_last else "line: empty before others")
                 return
             message = self.parse_dictionary(line)
             if "type" not in message:
-                die("line: no type" if message else "line: no dictionary",
-                    'an inbound message has no "type"')
+                self.die_on_line("line: no type" if message else "line: no dictionary",
+                                 self.reason_for_no_type(line))
             kind = message["type"]
             if not isinstance(kind, str):
-                die("line: type no string", '"type" of an inbound message is not a string')
+                self.die_on_line("line: type no string", '"type" is not a string')
             self.world.print("type - " + kind)
             command = COMMANDS.get(kind)
             if command:
                 command(self, message)
             else:
                 reach("type: other")
+
+    def reason_for_no_type(self, text):
+        if not self.world.encodes:
+            return "not encodable as UTF-8" + self.probable_cause()
+        value = parse_json(text)
+        if value is None:
+            return "not JSON" + self.probable_cause()
+        return 'no "type"' if isinstance(value, dict) else "the top level is not an object"
 
     def parse_dictionary(self, text):
         if not self.world.encodes:
@@ -372,6 +395,14 @@ class Extension:
             reach("line: array")
         return value if isinstance(value, dict) else {}
 
+    def needed(self, message, key, if_missing, if_no_string):
+        if key not in message:
+            self.die_on_line(if_missing, f'no "{key}"')
+        value = message[key]
+        if not isinstance(value, str):
+            self.die_on_line(if_no_string, f'"{key}" is not a string')
+        return value
+
     def find(self, path):
         wanted = decomposed(path)
         for index, entry in enumerate(self.paths):
@@ -380,7 +411,7 @@ class Extension:
         return None
 
     def add_folder(self, message):
-        path = needed(message, "path", "add_folder: no path", "add_folder: path no string")
+        path = self.needed(message, "path", "add_folder: no path", "add_folder: path no string")
         index = self.find(path)
         if index is None:
             reach("add_folder: appended")
@@ -391,7 +422,7 @@ class Extension:
             self.world.print(f"new path is at index {index}")
 
     def del_folder(self, message):
-        path = needed(message, "path", "del_folder: no path", "del_folder: path no string")
+        path = self.needed(message, "path", "del_folder: no path", "del_folder: path no string")
         index = self.find(path)
         if index is None:
             reach("del_folder: absent")
@@ -401,14 +432,14 @@ class Extension:
             self.set("pathsOfRootFolders", self.paths[:index] + self.paths[index + 1:])
 
     def set_locale(self, message):
-        values = [needed(message, key, "set_locale: title missing", "set_locale: title no string")
+        values = [self.needed(message, key, "set_locale: title missing", "set_locale: title no string")
                   for key in TITLES]
         reach("set_locale: done")
         for key, value in zip(TITLES, values):
             self.set(key, value)
 
     def set_menu_usage(self, message):
-        value = needed(message, "displayBackup", "set_menu_usage: missing",
+        value = self.needed(message, "displayBackup", "set_menu_usage: missing",
                        "set_menu_usage: no string")
         reach("set_menu_usage: 1" if value == "1" else "set_menu_usage: other")
         self.set("displayBackup", 1 if value == "1" else 0)
@@ -548,15 +579,6 @@ COMMANDS = {
     "set_locale": Extension.set_locale,
     "set_menu_usage": Extension.set_menu_usage,
 }
-
-
-def needed(message, key, if_missing, if_no_string):
-    if key not in message:
-        die(if_missing, f'an inbound message has no "{key}"')
-    value = message[key]
-    if not isinstance(value, str):
-        die(if_no_string, f'"{key}" of an inbound message is not a string')
-    return value
 
 
 def holds_data(value):
