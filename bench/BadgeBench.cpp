@@ -37,7 +37,7 @@ constexpr std::size_t linesPerTurn = 4'000;
 /// What starts a line now. Its length stays the same.
 std::string linePrefix() {
     if (std::getenv("JOURNAL_STREAM") != nullptr)
-        return "<6>";
+        return "<7>";
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     (void)::localtime_r(&now, &local);

@@ -2,17 +2,27 @@
 // empty program, in turn. Prints the microseconds of each pair, the empty program's first. Each
 // round trip lasts from the making of the call to the end of reading its answer. The answers must
 // be the same every time; the last line is that answer.
+//
+// bus-bench CALLS badges: the same for one call that asks for the badges of many items. The time of
+// the empty program includes comparing each item with each root folder. Standard input holds the
+// paths of the items, an empty line, and the paths of the root folders, one on a line.
 
 #include "Names.h"
+#include "platform/text/FileURL.h"
+#include "platform/text/Unicode.h"
 #include "process/SystemdHandles.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
+#include <iterator>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace {
 
@@ -28,9 +38,26 @@ int require(int result) {
     return result;
 }
 
+std::vector<std::string> readLines() {
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(std::cin, line) && !line.empty();)
+        lines.push_back(line);
+    return lines;
+}
+
+void append(const Message& message, const std::vector<std::string>& texts) {
+    require(sd_bus_message_open_container(message.get(), 'a', "s"));
+    for (const std::string& text : texts)
+        require(sd_bus_message_append_basic(message.get(), 's', text.c_str()));
+    require(sd_bus_message_close_container(message.get()));
+}
+
 struct Caller {
     process::Bus bus;
     std::string url;
+    std::vector<std::string> items; ///< paths
+    std::vector<std::string> urls;  ///< of the items
+    std::vector<std::string> roots; ///< paths
 
     [[nodiscard]] Message newCall(const std::string& service, const char* method) const {
         Message message;
@@ -53,6 +80,40 @@ struct Caller {
         const char* badge = nullptr;
         require(sd_bus_message_read_basic(answer.get(), 's', &badge));
         return badge;
+    }
+
+    /// The number of items, and of those with a badge.
+    [[nodiscard]] std::string badges(const std::string& service) const {
+        const Message call = newCall(service, "RequestBadgeIdentifiersForURLs");
+        append(call, urls);
+        const Message answer = reply(call);
+        require(sd_bus_message_enter_container(answer.get(), 'a', "s"));
+        std::size_t count = 0;
+        std::size_t badgeCount = 0;
+        const char* badge = nullptr;
+        for (; require(sd_bus_message_read_basic(answer.get(), 's', &badge)) > 0; ++count)
+            badgeCount += *badge == '\0' ? 0U : 1U;
+        if (service == findersync::busName)
+            return std::to_string(count) + " " + std::to_string(badgeCount);
+        for (const std::string& item : items)
+            badgeCount +=
+                static_cast<std::size_t>(std::ranges::count_if(roots, [&](const auto& root) {
+                    return platform::text::areCanonicallyEquivalent(root, item);
+                }));
+        return std::to_string(count) + " " + std::to_string(badgeCount);
+    }
+
+    void announceRoots() const {
+        Message call;
+        require(sd_bus_message_new_method_call(bus.get(), Out(call), findersync::busName,
+                                               findersync::objectPath,
+                                               "org.freedesktop.DBus.Properties", "Set"));
+        require(sd_bus_message_append(call.get(), "ss", findersync::interfaceName,
+                                      "pathsOfRootFolders"));
+        require(sd_bus_message_open_container(call.get(), 'v', "as"));
+        append(call, roots);
+        require(sd_bus_message_close_container(call.get()));
+        (void)reply(call);
     }
 
     [[nodiscard]] std::string menu(const std::string& service) const {
@@ -87,11 +148,22 @@ template <typename Call> double measure(const Call& call, std::string& answer) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 4)
-        throw std::invalid_argument("usage: bus-bench CALLS badge|menu URL");
-    Caller caller{.bus = {}, .url = argv[3]};
+    const std::string_view what = argc > 2 ? argv[2] : "";
+    if (argc != (what == "badges" ? 3 : 4))
+        throw std::invalid_argument("usage: bus-bench CALLS badge|menu URL, or CALLS badges");
+    Caller caller;
     require(sd_bus_open_user(Out(caller.bus)));
-    const auto ask = std::string_view(argv[2]) == "menu" ? &Caller::menu : &Caller::badge;
+    auto ask = what == "menu" ? &Caller::menu : &Caller::badge;
+    if (what == "badges") {
+        caller.items = readLines();
+        std::ranges::transform(caller.items, std::back_inserter(caller.urls),
+                               platform::text::fileURLFromPath);
+        caller.roots = readLines();
+        caller.announceRoots();
+        ask = &Caller::badges;
+    } else {
+        caller.url = argv[3];
+    }
     const std::string emptyProgram = std::string(findersync::applicationGroup) + ".EmptyProgram";
     const std::string extension = findersync::busName;
     std::string answer = "?";

@@ -29,6 +29,22 @@ int giveBadge(sd_bus_message* call, void* badge, sd_bus_error*) noexcept {
     return sd_bus_reply_method_return(call, "s", static_cast<const char*>(badge));
 }
 
+/// As many answers as there are items.
+int giveBadges(sd_bus_message* call, void* badge, sd_bus_error*) noexcept {
+    process::Message answer;
+    int result = sd_bus_message_new_method_return(call, process::Out(answer));
+    if (result >= 0)
+        result = sd_bus_message_enter_container(call, 'a', "s");
+    if (result >= 0)
+        result = sd_bus_message_open_container(answer.get(), 'a', "s");
+    for (const char* url = nullptr;
+         result >= 0 && (result = sd_bus_message_read_basic(call, 's', &url)) > 0;)
+        result = sd_bus_message_append_basic(answer.get(), 's', badge);
+    if (result >= 0)
+        result = sd_bus_message_close_container(answer.get());
+    return result < 0 ? result : sd_bus_send(nullptr, answer.get(), nullptr);
+}
+
 int giveMenu(sd_bus_message* call, void*, sd_bus_error*) noexcept {
     if (const int result = sd_bus_message_skip(call, "uas"); result < 0)
         return result;
@@ -40,6 +56,8 @@ int giveMenu(sd_bus_message* call, void*, sd_bus_error*) noexcept {
 const sd_bus_vtable vtable[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD("RequestBadgeIdentifierForURL", "s", "s", giveBadge, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD("RequestBadgeIdentifiersForURLs", "as", "as", giveBadges,
+                  SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD("MenuForMenuKind", "uas", "ba(sss)", giveMenu, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END,
 };

@@ -35,6 +35,7 @@ BADGE = {"ascii": (f"{REPORTS}/Figures", f"{REPORTS}/Folder ", f"{REPORTS}/Figur
                         unicodedata.normalize("NFD", f"{GERMAN}/Ordner "))}
 ROOT_COUNTS = (1, 3, 10, 30, 100, 300, 1000)
 JUDGED_ROOT_COUNTS = (1, 10, 100, 1000)
+FOLDER_ROOT_COUNTS = (1, 10, 100, 300, 1000, 3000, 10000)
 
 
 def burst_and_trace(first, second, third, guest, stranger, contact, link, backup):
@@ -217,3 +218,19 @@ def bus(session, report):
         report.medians(f"bus, {what}", pairs, "us", at_most=1.3)
     os.sched_setaffinity(session.bus.pid, before)
     os.sched_setaffinity(0, before)
+
+
+def badges_of_a_folder(session, report):
+    """One call for the badges of 1,000 items, with the log off."""
+    items = "".join(f"{REPORTS}/Figure {number:04}\n" for number in range(1000))
+    with (session.link(session.bench("empty-program", "")),
+          session.link([*session.extension, "--log-level", "warning"])):
+        for count in FOLDER_ROOT_COUNTS:
+            roots = "".join(f"{REPORTS}/Folder {number:05}\n" for number in range(count))
+            calls = max(3, 3000 // count) if not session.is_quick else 1
+            *pairs, answer = session.run("bus-bench", calls, "badges", text=f"{items}\n{roots}")
+            if answer != ["1000", "0"]:
+                raise CannotMeasure(f"1,000 items have got other badges than none: {answer}")
+            pairs = [(float(bare), float(real)) for bare, real in pairs]
+            report.medians(f"bus, 1,000 badges, {count} roots, log off", pairs, "us",
+                           at_most=2.0 if count == 300 else None)

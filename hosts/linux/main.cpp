@@ -2,11 +2,13 @@
 
 #include "Names.h"
 #include "hosts/linux/ExtensionService.h"
+#include "hosts/linux/LogControl.h"
 #include "hosts/linux/ObservedFinderSync.h"
 #include "hosts/linux/ProcessService.h"
 #include "hosts/linux/SessionBus.h"
 #include "platform/System.h"
 #include "platform/linux/FinderSyncController.h"
+#include "platform/linux/Log.h"
 #include "platform/linux/RunLoop.h"
 #include "process/StandardStreams.h"
 #include "process/Termination.h"
@@ -51,6 +53,8 @@ int serve() {
     int result = service.publish();
     if (result >= 0)
         result = processService.publish();
+    if (result >= 0)
+        result = hosts::linux_host::publishLogControl(bus.get());
     if (result < 0)
         platform::fatalError(std::string("the object cannot be put onto the session bus: ") +
                              std::strerror(-result));
@@ -77,7 +81,9 @@ void printUsage() {
                       "context menu.\n\n"
                       "Started by the session bus when a file manager asks for it; runs until "
                       "SIGTERM or SIGINT.\n\n"
-                      "Usage: %s [--help | --version]\n\n"
+                      "Usage: %s [--help | --version | --log-level LEVEL]\n\n"
+                      "LEVEL is emerg, alert, crit, err, warning, notice, info or debug, which is "
+                      "the default.\n\n"
                       "Bus name:  %s.FinderSync\n"
                       "Settings:  $XDG_CONFIG_HOME/%s/settings.json\n"
                       "Look inside with: %s state\n",
@@ -101,6 +107,12 @@ std::optional<int> answer(int argc, char** argv) {
     if (argc == 2 && option == "--version") {
         (void)std::printf("%s %s\n", findersync::extensionProgram, findersync::version);
         return EXIT_SUCCESS;
+    }
+    if (argc == 3 && option == "--log-level") {
+        if (const auto level = hosts::linux_host::logLevelNamed(argv[2])) {
+            platform::linux_backend::setLogLevel(*level);
+            return std::nullopt;
+        }
     }
     (void)std::fprintf(stderr, "%s: unexpected argument: %s; see %s --help\n",
                        findersync::extensionProgram, argv[argc - 1], findersync::extensionProgram);

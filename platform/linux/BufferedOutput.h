@@ -14,7 +14,7 @@ void flushStandardStreams();
 void bufferLine(std::string_view text, std::string_view value);
 
 /// How a service manager's journal classifies a line; the values are syslog's.
-enum class Level { Critical = 2, Error = 3, Info = 6 };
+enum class Level { Emergency, Alert, Critical, Error, Warning, Notice, Info, Debug };
 
 /// Buffers one line for standard error: with a level prefix when standard error is a journal,
 /// otherwise with the given prefix. Control characters are escaped, so that a text cannot forge a

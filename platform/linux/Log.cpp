@@ -1,5 +1,6 @@
+#include "platform/linux/Log.h"
+
 #include "platform/Foundation.h"
-#include "platform/linux/BufferedOutput.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -39,17 +40,36 @@ const std::string& timeNameAndProcess() {
     return prefix;
 }
 
+linux_backend::Level mostVerboseLevel = linux_backend::Level::Debug;
+
 } // namespace
 
+namespace linux_backend {
+
+void setLogLevel(Level level) {
+    mostVerboseLevel = level;
+}
+
+Level logLevel() {
+    return mostVerboseLevel;
+}
+
+void log(Level level, std::string_view text) {
+    bufferDiagnostic(level, standardErrorIsJournal() ? std::string_view() : timeNameAndProcess(),
+                     text);
+}
+
+} // namespace linux_backend
+
 void NSLog(std::string_view format, std::string_view argument) {
+    using linux_backend::Level;
+    if (mostVerboseLevel < Level::Debug)
+        return;
     static std::string message; // reuses its allocation
     message = format;
     if (const auto place = message.find("%@"); place != std::string::npos)
         message.replace(place, 2, argument);
-    linux_backend::bufferDiagnostic(linux_backend::Level::Info,
-                                    linux_backend::standardErrorIsJournal() ? std::string_view()
-                                                                            : timeNameAndProcess(),
-                                    message);
+    linux_backend::log(Level::Debug, message);
 }
 
 } // namespace platform

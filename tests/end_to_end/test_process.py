@@ -9,8 +9,11 @@ import subprocess
 import time
 
 import pytest
-from conftest import BUS_NAME, line, wait_for
-from jeepney import message_bus
+from conftest import BUS_NAME, BusError, line, wait_for
+from jeepney import DBusAddress, Properties, message_bus
+
+LOG_CONTROL = Properties(DBusAddress("/org/freedesktop/LogControl1", bus_name=BUS_NAME,
+                                     interface="org.freedesktop.LogControl1"))
 
 
 @pytest.mark.parametrize("with_signal", [signal.SIGTERM, signal.SIGINT])
@@ -156,10 +159,11 @@ def test_log_lines_for_a_journal_carry_their_level(session, journal):
     extension = session.start_extension(stderr=journal)
     session.wait_for_name()
     session.method("BeginObservingDirectoryAtURL", "s", "file:///a")
+    assert session.call(LOG_CONTROL.get("LogTarget"))[0][1] == "journal"
     assert extension.end() == 0
     first, last = lines_of(journal)
-    assert first.startswith("<6>FinderSync() launched from /")
-    assert last == "<6>beginObservingDirectoryAtURL: file:///a"
+    assert first.startswith("<7>FinderSync() launched from /")
+    assert last == "<7>beginObservingDirectoryAtURL: file:///a"
 
 
 def test_fatal_errors_in_a_journal_are_critical(session, journal):
@@ -168,11 +172,45 @@ def test_fatal_errors_in_a_journal_are_critical(session, journal):
     assert lines_of(journal)[0].startswith("<2>fatal error: ")
 
 
+def test_the_log_is_switched_while_it_runs(session):
+    extension = session.start("finder-sync-extension", "--log-level", "warning")
+    session.wait_for_name()
+
+    def logs_a_request():
+        log = extension.error()
+        session.method("BeginObservingDirectoryAtURL", "s", "file:///a")
+        return extension.error() != log
+
+    def log_control(name):
+        return session.call(LOG_CONTROL.get(name))[0][1]
+
+    assert (log_control("LogLevel"), logs_a_request()) == ("warning", False)
+    for level in ("emerg", "alert", "crit", "err", "debug", "warning", "notice", "info"):
+        session.call(LOG_CONTROL.set("LogLevel", "s", level))
+        assert log_control("LogLevel") == level
+        assert logs_a_request() == (level == "debug")
+    assert log_control("SyslogIdentifier") == "finder-sync-extension"
+    assert log_control("LogTarget") == "console"
+    session.call(LOG_CONTROL.set("LogTarget", "s", "console"))
+    for name in ("LogLevel", "LogTarget"):
+        with pytest.raises(BusError, match="InvalidArgs"):
+            session.call(LOG_CONTROL.set(name, "s", "syslog"))
+
+
+def test_a_fatal_error_is_logged_at_any_level(session):
+    session.store_settings("no JSON")
+    extension = session.start("finder-sync-extension", "--log-level", "emerg")
+    assert extension.wait() == -signal.SIGABRT
+    assert extension.error().startswith("finder-sync-extension: fatal error: ")
+
+
 @pytest.mark.parametrize("arguments, code, expected", [
     (["--help"], 0, "Usage: "),
     (["--version"], 0, "finder-sync-extension 0.1.0"),
     (["--nonsense"], 2, "finder-sync-extension: unexpected argument: --nonsense"),
     (["nonsense"], 2, "finder-sync-extension: unexpected argument: nonsense"),
+    (["--log-level", "loud"], 2, "finder-sync-extension: unexpected argument: loud"),
+    (["--log-level"], 2, "finder-sync-extension: unexpected argument: --log-level"),
 ])
 def test_the_command_line(session, arguments, code, expected):
     process = session.start("finder-sync-extension", *arguments)

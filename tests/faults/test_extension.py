@@ -28,7 +28,7 @@ LET_BE = {
         sd_event_exit sd_event_get_exit_code sd_event_source_disable_unref
         sd_event_source_get_event sd_event_unref u_errorName_??""",
     "it fails only for want of memory, which fails underneath it": """
-        __vsnprintf_chk malloc realloc free sd_bus_error_setf u_setMemoryFunctions_??""",
+        __vsnprintf_chk malloc realloc free sd_bus_error_set sd_bus_error_setf u_setMemoryFunctions_??""",
     "the working directory may be missing, which tests/end_to_end has for real": """
         _ZNSt10filesystem12current_pathB5cxx11ERSt10error_code""",
     "it only advises": "mallopt",

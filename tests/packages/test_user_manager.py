@@ -61,6 +61,10 @@ echo "= first"; echo "$extension"
 echo "= program"; readlink "/proc/$extension/exe"
 echo "= status"; cat "/proc/$extension/status"
 echo "= core"; grep core "/proc/$extension/limits"
+echo "= log level"
+systemctl --user service-log-level UNIT
+systemctl --user service-log-level UNIT debug
+systemctl --user service-log-level UNIT
 echo "= write"
 for folder in READ_ONLY; do touch "/proc/$extension/root$folder/probe"; done
 echo "= shared memory"; touch "/proc/$extension/root/dev/shm/probe"
@@ -146,6 +150,7 @@ def check_whole_life(answers):
     status = dict(re.findall(r"^(\w+):\s*(\S*)", answers["status"], re.MULTILINE))
     assert {name: status[name] for name in ("NoNewPrivs", "Seccomp", "Umask")} == \
         {"NoNewPrivs": "1", "Seccomp": "2", "Umask": "0077"}
+    assert answers["log level"] == "warning\ndebug\n"
     assert answers["core"].split()[4:6] == ["0", "0"]
     assert answers["restarted"] not in ("0\n", answers["first"])
     assert answers["again"] == "active\n"  # a fatal error is followed by a fresh start

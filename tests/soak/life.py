@@ -27,7 +27,7 @@ BUFFER = 1024  # bytes that stay for each has-bytes-available event, on purpose
 RESIDENT_SLACK, RESIDENT_BUFFER = 2048, 1.1
 IDLE = 5  # times in a row that the process must sleep with an unchanged heap to count as idle
 CONTROL_CHARACTER = re.compile(rb"[\x00-\x1f\x7f]")
-JOURNAL_PREFIX = b"<6>"
+JOURNAL_PREFIX = b"<7>"
 
 # The values of all properties while the heap is measured. The texts have a fixed length, since a
 # string may keep the capacity that it once had.
