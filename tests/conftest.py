@@ -54,8 +54,10 @@ def line(**message):
 class Peer:
     """The companion application's end of the link."""
 
-    def __init__(self, port=0):
-        self.listener = socket.create_server(("127.0.0.1", port))
+    def __init__(self, port=0, address="127.0.0.1"):
+        family = socket.AF_INET6 if ":" in address else socket.AF_INET
+        self.listener = socket.create_server((address, port), family=family,
+                                             dualstack_ipv6=family == socket.AF_INET6)
         self.listener.settimeout(TIMEOUT)
         self.port = self.listener.getsockname()[1]
         self.connection = None
@@ -242,8 +244,8 @@ class Session:
         self.processes.append(process)
         return process
 
-    def listen(self, port=0):
-        peer = Peer(port)
+    def listen(self, port=0, **options):
+        peer = Peer(port, **options)
         self.peers.append(peer)
         return peer
 

@@ -1,12 +1,15 @@
 #include "platform/linux/SocketConnection.h"
 
 #include "platform/System.h"
+#include "platform/linux/Log.h"
+#include "platform/linux/PeerUser.h"
 
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
 #include <limits>
 #include <netinet/in.h>
+#include <optional>
 #include <sys/epoll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -149,7 +152,24 @@ void SocketConnection::finishConnecting() {
     socklen_t size = sizeof error;
     const bool isConnected =
         ::getsockopt(socket_.get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
-    state_ = isConnected ? SocketState::Established : SocketState::Failed;
+    if (isConnected && peerIsOurUser()) {
+        state_ = SocketState::Established;
+        return;
+    }
+    state_ = SocketState::Failed;
+    socketSource_.reset();
+    socket_.reset();
+}
+
+/// Whether the companion is a process of our own user, and not another user's on the same port.
+bool SocketConnection::peerIsOurUser() const {
+    const std::optional<uid_t> user = peerUser(socket_.get());
+    if (user == ::geteuid())
+        return true;
+    log(Level::Warning, "no link: port " + std::to_string(port_) + " belongs to " +
+                            (user ? "user " + std::to_string(*user) : "an unknown user") +
+                            ", not to user " + std::to_string(::geteuid()));
+    return false;
 }
 
 void SocketConnection::deliverOpenCompleted() {

@@ -60,6 +60,7 @@ private:
     void updateInterest();
     void handleEvents(std::uint32_t events);
     void finishConnecting();
+    [[nodiscard]] bool peerIsOurUser() const;
     void deliverOpenCompleted();
     void deliverInput();
     [[nodiscard]] bool findsBytesOtherwise();

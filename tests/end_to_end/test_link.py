@@ -1,5 +1,6 @@
 """The link to the companion application, over real TCP."""
 
+import os
 import signal
 import socket
 import subprocess
@@ -25,6 +26,29 @@ def test_ports_that_cannot_be_connected_to(session, port):
     assert session.get("isSocketConnected") is True
     assert session.method("PerformAction", "sas", "syncedClicked:", ["file:///a"]) == ()
     assert extension.popen.poll() is None
+
+
+@pytest.mark.parametrize("address", ["127.0.0.1", "0.0.0.0", "::", "::ffff:127.0.0.1"])
+@pytest.mark.parametrize("user", [0, 65534])
+@pytest.mark.skipif(os.geteuid() != 0, reason="only root can listen as another user")
+def test_only_a_listener_of_our_own_user_is_a_companion(session, address, user):
+    os.seteuid(user)
+    peer = session.listen(address=address)
+    os.seteuid(0)
+    session.store_settings({"ServerPort": peer.port})
+    extension = session.start("finder-sync-extension", "--log-level", "emerg")
+    peer.accept()
+    if user == 0:
+        extension.wait_output("Sending\n")
+        return
+    extension.wait_output("Stream open error\nStream open error\n")
+    assert peer.connection.recv(1) == b""
+    session.method("PerformAction", "sas", "syncedClicked:", ["file:///a"])
+    assert extension.output() == "connecting...\nStream open error\nStream open error\n"
+    assert session.get("isSocketConnected") is True
+    assert extension.error().endswith(
+        f"] no link: port {peer.port} belongs to user 65534, not to user 0\n")
+    assert extension.error().count("\n") == 1
 
 
 @pytest.mark.parametrize("end, told, connected", [
