@@ -127,33 +127,6 @@ TEST_F(MenuContract, AMenuHoldsItsEntriesInOrder) {
                                               {"Bared", "syncedClicked:", ""}}));
 }
 
-using AttributeContract = contract::ContractTest;
-
-TEST_F(AttributeContract, TheNamesComeEachWithItsNUL) {
-    const auto path = contract::itemWithAttributes({"user.a", "user.caf\u00e9"});
-    if (!path)
-        GTEST_SKIP() << "the file system of the temporary folder has no extended attributes";
-    const std::int64_t size = platform::listxattr(*path, nullptr, 0);
-    ASSERT_EQ(size, 7 + 11);
-    std::string names(static_cast<std::size_t>(size), '?');
-    EXPECT_EQ(platform::listxattr(*path, names.data(), names.size()), size);
-    EXPECT_NE(names.find(std::string("user.a\0", 7)), std::string::npos);
-    EXPECT_NE(names.find(std::string("user.caf\u00e9\0", 11)), std::string::npos);
-}
-
-TEST_F(AttributeContract, AnItemWithoutAttributesHasAnEmptyList) {
-    const auto path = contract::itemWithAttributes({});
-    char nothing = '?';
-    EXPECT_EQ(platform::listxattr(*path, nullptr, 0), 0);
-    EXPECT_EQ(platform::listxattr(*path, &nothing, 0), 0);
-}
-
-TEST_F(AttributeContract, AFailureSetsTheErrorNumber) {
-    EXPECT_EQ(platform::listxattr(contract::missingItem(), nullptr, 0), -1);
-    EXPECT_EQ(platform::errorNumber(), ENOENT);
-    EXPECT_STREQ(platform::strerror(EACCES), "Permission denied"); // whatever the last error was
-}
-
 using LogContract = contract::ContractTest;
 
 TEST_F(LogContract, TheArgumentTakesThePlaceInTheFormat) {
@@ -181,6 +154,10 @@ TEST_F(OutputContract, NothingIsLostHoweverMuchIsPrinted) {
         expected += text + "\n";
     }
     EXPECT_EQ(contract::printed(), expected);
+}
+
+TEST(ErrorContract, ANumberIsPutIntoWords) {
+    EXPECT_STREQ(platform::strerror(EACCES), "Permission denied"); // whatever the last error was
 }
 
 TEST(MemoryContract, BuffersOfEverySizeAreGiven) {

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <sys/xattr.h>
 
 namespace contract {
 
@@ -94,10 +93,6 @@ void flushOutput() {
 
 void runFor(std::chrono::milliseconds duration) {
     (void)deliverWithin(duration);
-}
-
-bool setAttribute(const std::string& path, const std::string& name) {
-    return ::setxattr(path.c_str(), name.c_str(), "value", 5, 0) == 0;
 }
 
 void settle() {

@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <sys/xattr.h>
 
 namespace contract {
 
@@ -96,10 +95,6 @@ void runFor(std::chrono::milliseconds duration) {
     const auto end = std::chrono::steady_clock::now() + duration;
     while (std::chrono::steady_clock::now() < end)
         tests::runOnce();
-}
-
-bool setAttribute(const std::string& path, const std::string& name) {
-    return ::setxattr(path.c_str(), name.c_str(), "value", 5, 0, 0) == 0;
 }
 
 void settle() {

@@ -1,8 +1,6 @@
 #include "platform/recording/Recording.h"
 #include "tests/contract/Surroundings.h"
 
-#include <cerrno>
-
 namespace contract {
 
 namespace recording = platform::recording;
@@ -90,21 +88,6 @@ std::vector<std::array<std::string, 3>> entriesOf(const platform::NSMenu& menu) 
     for (const auto& item : recording::itemsOf(menu))
         entries.push_back({item.title, item.action, item.image});
     return entries;
-}
-
-std::optional<std::string> itemWithAttributes(const std::vector<std::string>& names) {
-    std::string list;
-    for (const std::string& name : names)
-        list += name + '\0';
-    const auto size = static_cast<std::int64_t>(list.size());
-    recording::script().attributeLists = {{.result = size, .bytes = {}},
-                                          {.result = size, .bytes = list}};
-    return "/item";
-}
-
-std::string missingItem() {
-    recording::script().attributeLists = {{.result = -1, .bytes = {}, .errorNumber = ENOENT}};
-    return "/missing";
 }
 
 std::uint32_t listen() {

@@ -49,12 +49,6 @@ void select(const std::optional<std::vector<std::string>>& paths);
 /// Title, action and image name of each entry of a menu.
 std::vector<std::array<std::string, 3>> entriesOf(const platform::NSMenu& menu);
 
-/// Creates an item with these extended attributes, all of which a user may set, and returns its
-/// path; `nullopt` when the file system has no extended attributes.
-std::optional<std::string> itemWithAttributes(const std::vector<std::string>& names);
-/// The path of an item that does not exist.
-std::string missingItem();
-
 /// A loopback port where a peer accepts one connection, and one where nobody listens.
 std::uint32_t listen();
 std::uint32_t unusedPort();

@@ -1,6 +1,5 @@
 #include "tests/contract/SystemSurroundings.h"
 
-#include <fstream>
 #include <sstream>
 
 namespace contract {
@@ -19,20 +18,6 @@ std::vector<std::string> logged() {
     for (std::string line; std::getline(text, line);)
         lines.push_back(line.substr(line.find("] ") + 2));
     return lines;
-}
-
-std::optional<std::string> itemWithAttributes(const std::vector<std::string>& names) {
-    const std::string path = (surroundings->folder.path() / "item").string();
-    std::ofstream(path) << "content";
-    for (const std::string& name : names) {
-        if (!setAttribute(path, name))
-            return std::nullopt;
-    }
-    return path;
-}
-
-std::string missingItem() {
-    return (surroundings->folder.path() / "missing").string();
 }
 
 std::uint32_t listen() {

@@ -30,7 +30,5 @@ extern std::unique_ptr<SystemSurroundings> surroundings;
 void flushOutput();
 /// Runs the run loop for at most that long; may return once something has been delivered.
 void runFor(std::chrono::milliseconds duration);
-/// Gives a file an extended attribute; returns false if its file system has none.
-bool setAttribute(const std::string& path, const std::string& name);
 
 } // namespace contract

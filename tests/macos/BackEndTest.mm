@@ -8,9 +8,11 @@
 #include "platform/macos/Strings.h"
 #include "platform/macos/URL.h"
 #include "platform/macos/Values.h"
+#include "tests/platform/ScratchFolder.h"
 
 #import <CoreFoundation/CoreFoundation.h>
 
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -21,6 +23,7 @@
 #include <optional>
 #include <string>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <thread>
 #include <unistd.h>
 
@@ -312,6 +315,20 @@ TEST_F(Serialization, ThePlatformSaysWhatIsValid) {
     EXPECT_TRUE(platform::isValidJSONObject({platform::NSArray()}));
     const Substitution judge(@selector(isValidJSONObject:), &isInvalid);
     EXPECT_FALSE(platform::isValidJSONObject({platform::NSArray()}));
+}
+
+TEST(Attributes, AreThoseOfTheItem) {
+    const tests::ScratchFolder folder;
+    const std::string path = folder.path().string();
+    EXPECT_EQ(platform::listxattr(path, nullptr, 0), 0);
+    if (::setxattr(path.c_str(), "user.a", "value", 5, 0, 0) != 0)
+        GTEST_SKIP() << "the file system of the temporary folder has no extended attributes";
+    char name[sizeof "user.a"] = {};
+    EXPECT_EQ(platform::listxattr(path, nullptr, 0), 7);
+    EXPECT_EQ(platform::listxattr(path, name, sizeof name), 7);
+    EXPECT_STREQ(name, "user.a");
+    EXPECT_EQ(platform::listxattr(path + "/missing", nullptr, 0), -1);
+    EXPECT_EQ(platform::errorNumber(), ENOENT);
 }
 
 TEST(Output, NothingIsLostInAPipeThatHasNoRoomAtTimes) {
