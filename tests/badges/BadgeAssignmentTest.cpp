@@ -48,14 +48,6 @@ TEST_F(BadgeAssignment, ARootFolderGetsTheBadge) {
     EXPECT_TRUE(world().assignments.empty()); // an empty identifier would be one, too
 }
 
-TEST_F(BadgeAssignment, TheURLIsPassedOnExactlyAsItCame) {
-    setRoots({"/a"});
-    const auto url = makeURL("file:///a/", "/a");
-    EXPECT_EQ(badgeOf(*url), "FolderIco");
-    EXPECT_EQ(world().assignments.back().url, url.get());
-    EXPECT_EQ(world().assignments.size(), 1U);
-}
-
 TEST_F(BadgeAssignment, ExaminationStopsAtTheFirstMatch) {
     setRoots({"/r0", "/r1", "/r2", "/r3", "/r4"});
     EXPECT_EQ(badgeOf("/r2"), "FolderIco");

@@ -19,7 +19,6 @@ class Observation : public tests::RecordingTest {
 protected:
     Observation() { startConnected(); }
 };
-class ObservationDeath : public Observation {};
 
 TEST_F(Observation, AReferenceIsLoggedAsThePathThatItStandsFor) {
     extension->beginObservingDirectoryAtURL(FileReference());
@@ -38,14 +37,6 @@ TEST_F(Observation, NothingChangesAndNothingElseIsCalled) {
                                 "NSLog: endObservingDirectoryAtURL: %@ <- file:///a"}));
     EXPECT_EQ(extension->pathsOfRootFolders(), Strings{"/a"});
     EXPECT_TRUE(extension->isSocketConnected());
-}
-
-TEST_F(ObservationDeath, AURLWithoutAFilePath) {
-    const auto url = makeURL("https://example.com/", "/", false);
-    expectFatal([&] { extension->beginObservingDirectoryAtURL(*url); },
-                "a URL has no file path: https://example.com/");
-    expectFatal([&] { extension->endObservingDirectoryAtURL(*url); },
-                "a URL has no file path: https://example.com/");
 }
 
 } // namespace

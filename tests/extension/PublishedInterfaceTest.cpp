@@ -2,10 +2,6 @@
 
 #include "tests/RecordingTest.h"
 
-#include <algorithm>
-#include <type_traits>
-#include <utility>
-
 using findersync::FinderSync;
 using findersync::publishedMethod;
 using findersync::publishedMethods;
@@ -24,11 +20,6 @@ TEST_F(PublishedInterface, PropertiesStandInTheOrderOfTheFields) {
     EXPECT_EQ(names, (Strings{"myFolderURL", "pathsOfRootFolders", "serverAddress", "serverPort",
                               "isSocketConnected", "displayUrlLink", "displayBackup",
                               "shareContactTitle", "shareViaUrlTitle", "backupTitle"}));
-}
-
-TEST_F(PublishedInterface, AllButTheServerAddressAreWritable) {
-    for (const auto& property : publishedProperties())
-        EXPECT_EQ(property.isWritable(), property.name != "serverAddress") << property.name;
 }
 
 TEST_F(PublishedInterface, AccessorSelectorsFollowThePlatformsNaming) {
@@ -55,40 +46,6 @@ TEST_F(PublishedInterface, UnknownNamesGiveNone) {
     EXPECT_EQ(publishedProperty("outputStream"), nullptr);
     EXPECT_EQ(publishedMethod("attributesNamesAtPath:"), nullptr);
     EXPECT_EQ(publishedMethod("readInboundMessages"), nullptr);
-}
-
-/// Writes a value other than the present one, and reads it back.
-template <typename Property> void writeAndRead(FinderSync& object, const Property& property) {
-    if (property.set == nullptr)
-        return;
-    auto value = std::remove_cvref_t<decltype((object.*property.get)())>{};
-    if constexpr (std::is_same_v<decltype(value), FinderSync::URL>)
-        value = platform::fileURLWithPath("/elsewhere");
-    else if constexpr (std::is_same_v<decltype(value), std::string>)
-        value = "another text";
-    else if constexpr (std::is_same_v<decltype(value), Strings>)
-        value = {"/a", "/b"};
-    else if constexpr (!std::is_same_v<decltype(value), bool>) // false is another value already
-        value = 42;
-    ASSERT_NE((object.*property.get)(), value);
-    (object.*property.set)(value);
-    EXPECT_EQ((object.*property.get)(), value);
-}
-
-TEST_F(PublishedInterface, EveryPropertyReadsAndWritesItsOwnField) {
-    auto& object = start();
-    for (const auto& property : publishedProperties())
-        std::visit([&](const auto& typed) { writeAndRead(object, typed); }, property.accessors);
-    EXPECT_EQ(object.myFolderURL()->path(), "/elsewhere");
-    EXPECT_EQ(object.pathsOfRootFolders(), (Strings{"/a", "/b"}));
-    EXPECT_EQ(object.serverAddress(), "127.0.0.1");
-    EXPECT_EQ(object.serverPort(), 42U);
-    EXPECT_FALSE(object.isSocketConnected());
-    EXPECT_EQ(object.displayUrlLink(), 42);
-    EXPECT_EQ(object.displayBackup(), 42);
-    EXPECT_EQ(object.shareContactTitle(), "another text");
-    EXPECT_EQ(object.shareViaUrlTitle(), "another text");
-    EXPECT_EQ(object.backupTitle(), "another text");
 }
 
 TEST_F(PublishedInterface, MethodsAreReachedBySelector) {

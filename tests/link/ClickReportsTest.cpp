@@ -40,19 +40,6 @@ TEST_F(ClickReports, TheCallsAreMadeInTheExactOrder) {
                  "outputStream write:maxLength: " + text + " -> " + std::to_string(text.size())}));
 }
 
-TEST_F(ClickReports, ThereIsOneWriteWhateverItGives) {
-    const std::string text = R"({"items":[],"type":"clicked_backup"})";
-    for (const std::int64_t outcome : {std::int64_t{5}, std::int64_t{0}, std::int64_t{-1}}) {
-        script().writes = {outcome};
-        forgetCalls();
-        EXPECT_EQ(reportOn({}),
-                  text.substr(0, static_cast<std::size_t>(std::max<std::int64_t>(outcome, 0))));
-        EXPECT_EQ(calls("outputStream write").size(), 1U);
-        EXPECT_EQ(trace(), "");
-        EXPECT_TRUE(calls("NSLog").empty());
-    }
-}
-
 TEST_F(ClickReports, AReportThatCannotBeWrittenAsJSONIsAWriteOfNothing) {
     select({"/a"});
     for (const int failure : {0, 1, 2}) {
@@ -64,16 +51,6 @@ TEST_F(ClickReports, AReportThatCannotBeWrittenAsJSONIsAWriteOfNothing) {
         EXPECT_EQ(calls("outputStream write"), Strings{":maxLength:  -> 0"}) << failure;
     }
     EXPECT_EQ(world().received, "");
-}
-
-TEST_F(ClickReports, TheTextIsMadeThroughItsSlot) {
-    class OwnText : public FinderSync {
-        std::string JSONStringify(const platform::Object&, bool prettyPrinted) override {
-            return prettyPrinted ? "pretty" : "own text";
-        }
-    };
-    startConnected<OwnText>();
-    EXPECT_EQ(reportOn({"/a"}), "own text");
 }
 
 TEST_F(ClickReportsDeath, NoSelection) {

@@ -36,13 +36,6 @@ TEST_F(Connection, TheEndTakesTheLinkDownForGood) {
     EXPECT_FALSE(started.isSocketConnected());
 }
 
-TEST_F(Connection, TheEndNeitherClosesNorReleasesTheStreams) {
-    startConnected();
-    closeLink();
-    EXPECT_TRUE(platform::recording::inputStream());
-    EXPECT_TRUE(platform::recording::outputStream());
-}
-
 TEST_F(Connection, AResetIsAnErrorAndTheLinkStillCountsAsUp) {
     auto& started = startConnected();
     platform::recording::peerResets();
@@ -61,27 +54,6 @@ TEST_F(Connection, EventsAreComparedAsWholeValues) {
     }
     EXPECT_TRUE(started.isSocketConnected());
     EXPECT_TRUE(started.pathsOfRootFolders().empty());
-}
-
-TEST_F(Connection, ConnectingAgainMakesAFreshPairAndDropsTheOldOne) {
-    auto& started = startConnected();
-    started.setIsSocketConnected(false);
-    started.connect();
-    EXPECT_EQ(calls(), (Strings{
-                           "print: connecting...",
-                           "CFStreamCreatePairWithSocketToHost: 127.0.0.1 61842",
-                           "inputStream released",
-                           "outputStream released",
-                           "inputStream setDelegate:",
-                           "outputStream setDelegate:",
-                           "currentRunLoop",
-                           "inputStream scheduleInRunLoop:forMode: kCFRunLoopDefaultMode",
-                           "currentRunLoop",
-                           "outputStream scheduleInRunLoop:forMode: kCFRunLoopDefaultMode",
-                           "inputStream open",
-                           "outputStream open",
-                       }));
-    EXPECT_FALSE(started.isSocketConnected());
 }
 
 TEST_F(ConnectionDeath, BytesBeforeThereIsAnInputStream) {

@@ -84,41 +84,11 @@ TEST_F(InboundMessages, DeletingTakesTheFirstEqualEntryAndKeepsTheOrder) {
     EXPECT_EQ(roots(), Strings{"/c"});
 }
 
-TEST_F(InboundMessages, AnEmptyLineDropsTheRestOfTheRead) {
-    receive(addFolder("/a") + "\n\n" + addFolder("/b") + "\n");
-    EXPECT_EQ(roots(), Strings{"/a"});
-    EXPECT_EQ(trace(), "receiving\nserver said: " + addFolder("/a") + "\n\n" + addFolder("/b") +
-                           "\n\ntype - add_folder\n");
-}
-
 TEST_F(InboundMessages, AMessageCutBeforeItsLineFeedIsAppliedAndTheNextReadIsDropped) {
     receive(messageOfSize(1024) + "\n" + addFolder("/b") + "\n");
     EXPECT_EQ(roots(), Strings{"/long"});
     EXPECT_EQ(calls("inputStream read:maxLength: "),
               (Strings{"1024 -> 1024", "1024 -> " + std::to_string(addFolder("/b").size() + 2)}));
-}
-
-TEST_F(InboundMessages, OneBufferIsHeldForEachEventAndNeverReleased) {
-    platform::recording::peerSends(addFolder("/a"));
-    platform::recording::peerSends(addFolder("/b"));
-    platform::recording::runAll(); // one event, two reads
-    EXPECT_EQ(calls("malloc: "), Strings{"1024"});
-    receive(addFolder("/c"));
-    EXPECT_EQ(calls("malloc: "), (Strings{"1024", "1024"}));
-    // Memory that has been released does not hold what was read into it any more.
-    ASSERT_EQ(tests::world().buffers.size(), 2U);
-    const auto startOf = [](const void* buffer) {
-        return std::string_view(static_cast<const char*>(buffer), addFolder("/x").size());
-    };
-    EXPECT_EQ(startOf(tests::world().buffers[0]), addFolder("/b"));
-    EXPECT_EQ(startOf(tests::world().buffers[1]), addFolder("/c"));
-}
-
-TEST_F(InboundMessages, TheBufferIsObtainedBeforeTheStreamIsAsked) {
-    script().hasBytesAvailable = {false};
-    extension->stream(*platform::recording::inputStream(), NSStreamEvent::HasBytesAvailable);
-    EXPECT_EQ(calls(), (Strings{"print: receiving", "inputStream isEqual:", "malloc: 1024",
-                                "inputStream hasBytesAvailable -> false"}));
 }
 
 TEST_F(InboundMessages, AReadOfNothingOrAnErrorAsksAgain) {
@@ -132,16 +102,6 @@ TEST_F(InboundMessages, AReadOfNothingOrAnErrorAsksAgain) {
     EXPECT_EQ(trace(), "receiving\nserver said: " + addFolder("/a") + "\ntype - add_folder\n");
     EXPECT_EQ(roots(), Strings{"/a"});
     EXPECT_EQ(calls("inputStream hasBytesAvailable").size(), 5U);
-}
-
-TEST_F(InboundMessages, TitlesAreSetTogether) {
-    extension->setShareViaUrlTitle("an old title");
-    receive(R"({"type":"set_locale","shareContactTitle":"C","shareViaUrlTitle":"",)"
-            R"("backupTitle":"B\u00e4ckup"})"
-            "\n");
-    EXPECT_EQ(extension->shareContactTitle(), "C");
-    EXPECT_EQ(extension->shareViaUrlTitle(), "");
-    EXPECT_EQ(extension->backupTitle(), "B\u00e4ckup");
 }
 
 TEST_F(InboundMessages, TypesAndSwitchesAreComparedAsTexts) {
@@ -162,13 +122,6 @@ TEST_F(InboundMessages, OnlyTheTextOneShowsTheBackupEntry) {
         EXPECT_EQ(displayBackupAfter(other), 0) << other;
 }
 
-TEST_F(InboundMessages, AnUnknownTypeIsTracedAndIgnored) {
-    receive("{\"type\":\"hello\"}\n{\"type\":\"ADD_FOLDER\",\"path\":\"/a\"}\n{\"type\":\"\"}\n");
-    receive("{\"type\":\"add_folders\",\"path\":\"/a\"}\n");
-    EXPECT_EQ(calls("print: type - "), (Strings{"hello", "ADD_FOLDER", "", "add_folders"}));
-    EXPECT_TRUE(roots().empty());
-}
-
 TEST_F(InboundMessages, ReadingGoesOnWithTheStreamThatIsThereAtEachLoopTest) {
     extension.reset();
     platform::recording::reset();
@@ -180,18 +133,6 @@ TEST_F(InboundMessages, ReadingGoesOnWithTheStreamThatIsThereAtEachLoopTest) {
     EXPECT_TRUE(roots().empty());
     receive(addFolder("/of the new link"));
     EXPECT_EQ(roots(), Strings{"/of the new link"});
-}
-
-TEST_F(InboundMessages, NoCommandTouchesAnythingElse) {
-    const auto url = extension->myFolderURL();
-    receive(addFolder("/a") + "\n" +
-            R"({"type":"set_menu_usage","displayBackup":"1","displayUrlLink":"0"})" + "\n");
-    EXPECT_EQ(extension->myFolderURL(), url);
-    EXPECT_EQ(extension->displayUrlLink(), 1);
-    EXPECT_EQ(extension->serverPort(), 61842U);
-    EXPECT_TRUE(extension->isSocketConnected());
-    EXPECT_TRUE(calls("setDirectoryURLs").empty());
-    EXPECT_TRUE(calls("outputStream write").empty());
 }
 
 TEST_F(InboundMessagesDeath, BytesThatAreNotUTF8) {
@@ -260,21 +201,6 @@ TEST_F(InboundMessagesDeath, ALocaleThatLacksATitle) {
             expectFatalLine(others + ",\"" + lacking + "\":" + other + "}",
                             "\"" + lacking + "\" is not a string");
     }
-}
-
-/// Tells the death test's child, just before it ends, whether a title was set.
-class TellingTitles : public FinderSync {
-public:
-    void setShareContactTitle(std::string) override { platform::print("a title was set"); }
-    void setShareViaUrlTitle(std::string) override { platform::print("a title was set"); }
-};
-
-TEST_F(InboundMessagesDeath, ALocaleThatLacksATitleSetsNone) {
-    extension.reset();
-    platform::recording::reset();
-    startConnected<TellingTitles>();
-    EXPECT_EXIT(receive(R"({"type":"set_locale","shareContactTitle":"c","shareViaUrlTitle":"u"})"),
-                testing::KilledBySignal(SIGABRT), "print: type - set_locale\nfatal error");
 }
 
 TEST_F(InboundMessagesDeath, NoMemoryForTheBuffer) {

@@ -44,15 +44,4 @@ TEST_F(Actions, EachSendsOneReportOfItsTypeWithThePresentSelectionWhoeverTheSend
     }
 }
 
-TEST_F(Actions, TheLinkIsNotLookedAtAndNothingIsTracedOrLogged) {
-    extension->setIsSocketConnected(false);
-    forgetCalls();
-    for (const auto& [selector, type] : clickTypes) {
-        perform(selector, nullptr);
-        EXPECT_NE(tests::world().received, "") << type;
-    }
-    EXPECT_EQ(trace(), "");
-    EXPECT_TRUE(calls("NSLog").empty());
-}
-
 } // namespace

@@ -39,16 +39,10 @@ protected:
 
     void setRoots(Strings roots) { extension->setPathsOfRootFolders(std::move(roots)); }
 
-    static MenuItem linkEntry(const char* title, const char* image = "icon_URLlink") {
-        return {
-            .title = title, .action = "createLinkClicked:", .keyEquivalent = "", .image = image};
-    }
-    static MenuItem backupEntry(const char* title, const char* image = "icon_Backup") {
-        return {.title = title, .action = "backupClicked:", .keyEquivalent = "", .image = image};
-    }
-
-    const MenuItem link = linkEntry("Link");
-    const MenuItem backup = backupEntry("Back up");
+    const MenuItem link = {.title = "Link",
+                           .action = "createLinkClicked:",
+                           .keyEquivalent = "",
+                           .image = "icon_URLlink"};
 };
 
 class ContextMenuDeath : public ContextMenu {};
@@ -90,18 +84,6 @@ TEST_F(ContextMenu, TheMenuIsBuiltInTheExactOrderAndTheDroppedEntryIsPreparedToo
                            "setImage: backupClicked: icon_Backup",
                            "addItem: backupClicked:",
                        }));
-}
-
-TEST_F(ContextMenu, TheBackupEntryIsThereWhenDisplayBackupIsExactlyOne) {
-    setRoots({"/a"});
-    select({"/a/x"});
-    extension->setDisplayBackup(1);
-    EXPECT_EQ(menu(), (std::vector{link, backup}));
-    for (const std::int64_t other : {0, 2, -1}) {
-        extension->setDisplayBackup(other);
-        EXPECT_EQ(menu(), std::vector{link}) << other;
-        EXPECT_EQ(calls("imageNamed: ").size(), 3U); // prepared all the same
-    }
 }
 
 TEST_F(ContextMenu, NoMenuWhileTheLinkIsDownAndTheSelectionIsNotEvenRead) {
