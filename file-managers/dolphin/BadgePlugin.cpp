@@ -1,22 +1,11 @@
 // Dolphin uses the one root object of this plug-in for the badges of all its windows.
 
-#include "Names.h"
-#include "file-managers/dolphin/ExtensionProxy.h"
+#include "file-managers/dolphin/Products.h"
 #include "file-managers/dolphin/ShownItems.h"
 
 #include <KOverlayIconPlugin>
 
 namespace file_managers {
-
-namespace {
-
-QStringList overlays(const QString& badge) {
-    if (badge.isEmpty())
-        return {};
-    return {QLatin1String("emblem-") + QLatin1String(findersync::iconPrefix) + badge};
-}
-
-} // namespace
 
 class BadgePlugin : public KOverlayIconPlugin {
     Q_OBJECT
@@ -24,17 +13,14 @@ class BadgePlugin : public KOverlayIconPlugin {
 
 public:
     BadgePlugin() {
-        connect(&shown_, &ShownItems::badgeChanged, this,
-                [this](const QUrl& url, const QString& badge) {
-                    Q_EMIT overlaysChanged(url, overlays(badge));
-                });
+        connect(&shown_, &ShownItems::badgesChanged, this, &KOverlayIconPlugin::overlaysChanged);
     }
 
-    QStringList getOverlays(const QUrl& item) override { return overlays(shown_.show(item)); }
+    QStringList getOverlays(const QUrl& item) override { return shown_.show(item); }
 
 private:
-    ExtensionProxy extension_;
-    ShownItems shown_{extension_};
+    Products products_;
+    ShownItems shown_{products_};
 };
 
 } // namespace file_managers

@@ -1,59 +1,60 @@
 #include "file-managers/dolphin/ExtensionProxy.h"
 
 #include "FinderSyncExtension1.h"
-#include "Names.h"
+#include "file-managers/Interface.h"
 #include "file-managers/Limits.h"
+#include "file-managers/dolphin/BusCall.h"
 
 #include <QDBusMessage>
 #include <QDBusMetaType>
 #include <QDBusPendingCallWatcher>
-#include <QDBusPendingReply>
-#include <QDBusServiceWatcher>
-#include <QThread>
+#include <QDir>
+#include <QTextBoundaryFinder>
 #include <algorithm>
-#include <iterator>
-#include <limits>
 #include <utility>
 
 namespace file_managers {
 
 namespace {
 
-const QLatin1String busName(findersync::busName);
-const QLatin1String objectPath(findersync::objectPath);
+const QLatin1String object(objectPath);
 const QLatin1String propertiesInterface("org.freedesktop.DBus.Properties");
 const QLatin1String rootFolders("pathsOfRootFolders");
+const QChar ellipsis(0x2026);
 
-constexpr unsigned long pollInterval = 100; // microseconds
-constexpr int noTimeout = std::numeric_limits<int>::max();
 constexpr uint itemsKind = 0;
 
-QDBusMessage callOfBus(const char* method, const QVariantList& arguments) {
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-        QStringLiteral("org.freedesktop.DBus"), QLatin1String(method));
-    call.setArguments(arguments);
-    return call;
+/// The path of a URL in the form in which paths are compared: resolved as text, composed, and
+/// without a "/" at the end.
+QString comparedPath(const QUrl& url) {
+    QString path = QDir::cleanPath(url.path(QUrl::FullyDecoded));
+    if (path.endsWith(QLatin1Char('/')))
+        path.chop(1);
+    return path.normalized(QString::NormalizationForm_C);
 }
 
-/// Blocks until a call is answered or times out. QtDBus has a timeout too, but it is off by up to
-/// five percent, and is not checked while QtDBus reads another large message.
-bool waitForAnswer(const QDBusPendingCall& call, const QDeadlineTimer& timeout) {
-    while (!call.isFinished() && !timeout.hasExpired())
-        QThread::usleep(pollInterval);
-    return call.isFinished();
-}
-
-bool isWithinLimit(const FinderSyncMenuItem& item) {
-    return item.title.size() <= maxTextLength && item.selector.size() <= maxTextLength &&
-           item.image.size() <= maxTextLength;
+/// The start of a title that is too long, up to the end of a character.
+QString shownTitle(const QString& title) {
+    if (title.size() <= maxTextLength)
+        return title;
+    // A character of two units may follow the last one that fits.
+    const QString start = title.left(maxTextLength + 2);
+    QTextBoundaryFinder characters(QTextBoundaryFinder::Grapheme, start);
+    characters.setPosition(maxTextLength);
+    return start.left(int(characters.toPreviousBoundary())) + ellipsis;
 }
 
 FinderSyncMenuItems itemsWithinLimits(const FinderSyncMenuItems& items) {
     FinderSyncMenuItems kept;
-    if (items.size() <= maxMenuItems)
-        std::copy_if(items.begin(), items.end(), std::back_inserter(kept), &isWithinLimit);
+    for (const FinderSyncMenuItem& item : items) {
+        if (item.selector.size() <= maxTextLength && item.image.size() <= maxTextLength)
+            kept.push_back({shownTitle(item.title), item.selector, item.image});
+    }
     return kept;
+}
+
+bool isOfAnotherType(const QDBusError& error) {
+    return error.type() == QDBusError::InvalidSignature;
 }
 
 } // namespace
@@ -70,77 +71,70 @@ QString requestURL(const QUrl& url) {
            QString::fromLatin1(path.toPercentEncoding(QByteArrayLiteral("/!$&'()*+,;=:@")));
 }
 
-ExtensionProxy::ExtensionProxy() {
+ExtensionProxy::ExtensionProxy(QString busName) : busName_(std::move(busName)) {
     qDBusRegisterMetaType<FinderSyncMenuItem>();
     qDBusRegisterMetaType<FinderSyncMenuItems>();
     startLater_.setSingleShot(true);
     connect(&startLater_, &QTimer::timeout, this, &ExtensionProxy::start);
-
-    auto* const service =
-        new QDBusServiceWatcher(busName, bus_, QDBusServiceWatcher::WatchForOwnerChange, this);
-    connect(service, &QDBusServiceWatcher::serviceOwnerChanged, this,
-            [this](const QString&, const QString&, const QString& owner) { ownerChanged(owner); });
-    // The watcher reports changes only. They come after the answer to this query.
-    const QDBusMessage call = callOfBus("GetNameOwner", {QString(busName)});
-    firstOwner_ = new QDBusPendingCallWatcher(bus_.asyncCall(call), this);
-    connect(firstOwner_, &QDBusPendingCallWatcher::finished, this, [this] {
-        firstOwner_->deleteLater();
-        const QDBusPendingReply<QString> reply = *firstOwner_;
-        if (!reply.isError())
-            ownerChanged(reply.value());
-    });
+    bus_.connect(QString(), object, propertiesInterface, QStringLiteral("PropertiesChanged"), this,
+                 SLOT(propertiesChanged(QString, QVariantMap, QStringList, QDBusMessage)));
 }
 
 ExtensionProxy::~ExtensionProxy() = default;
 
-void ExtensionProxy::ownerChanged(const QString& owner) {
+QString ExtensionProxy::iconPrefix() const {
+    return busName_.chopped(int(sizeof busNameEnd) - 2); // all but the "."
+}
+
+void ExtensionProxy::setOwner(const QString& owner) {
+    if (proxy_ ? proxy_->service() == owner : owner.isEmpty())
+        return;
     menuBackoff_ = {};
-    if (proxy_)
-        subscribeToProperties(false);
+    isNonsense_ = false;
     proxy_.reset(); // and with it, the pending calls
-    if (std::exchange(isRunning_, false))
+    const bool hadAppeared = hasAppeared();
+    hasInterface_.reset();
+    if (hadAppeared)
         Q_EMIT gone();
     if (owner.isEmpty())
         return;
     // For the unique name: the proxy of a well-known name blocks until it learns its owner.
-    proxy_ = std::make_unique<FindersyncExtension1Interface>(owner, objectPath, bus_);
-    subscribeToProperties(true);
+    proxy_ = std::make_unique<FindersyncExtension1Interface>(owner, object, bus_);
     fetchProperties();
 }
 
-void ExtensionProxy::subscribeToProperties(bool isSubscribed) {
-    const auto change =
-        isSubscribed ? qOverload<const QString&, const QString&, const QString&, const QString&,
-                                 QObject*, const char*>(&QDBusConnection::connect)
-                     : qOverload<const QString&, const QString&, const QString&, const QString&,
-                                 QObject*, const char*>(&QDBusConnection::disconnect);
-    (bus_.*change)(proxy_->service(), objectPath, propertiesInterface,
-                   QStringLiteral("PropertiesChanged"), this,
-                   SLOT(propertiesChanged(QString, QVariantMap, QStringList)));
-}
-
+/// A process that has not the property has not the interface either, and is left alone.
 void ExtensionProxy::fetchProperties() {
     QDBusMessage call = QDBusMessage::createMethodCall(
-        proxy_->service(), objectPath, propertiesInterface, QStringLiteral("GetAll"));
+        proxy_->service(), object, propertiesInterface, QStringLiteral("GetAll"));
     call << proxy_->interface();
     auto* const watcher =
         new QDBusPendingCallWatcher(bus_.asyncCall(call, noTimeout), proxy_.get());
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher] {
         watcher->deleteLater();
         const QDBusPendingReply<QVariantMap> reply = *watcher;
-        if (reply.isError())
+        const QVariant directories =
+            reply.isError() ? QVariant() : reply.value().value(QStringLiteral("directoryURLs"));
+        hasInterface_ = directories.userType() == QMetaType::QStringList;
+        if (!hasAppeared())
             return;
-        const auto urls = reply.value().value(QStringLiteral("directoryURLs")).toStringList();
-        watchedDirectories_ = QUrl::fromStringList(urls.mid(0, maxDirectories));
-        isRunning_ = true;
-        Q_EMIT appeared();
+        watchedPaths_.clear();
+        for (const QUrl& url :
+             QUrl::fromStringList(directories.toStringList().mid(0, maxDirectories))) {
+            if (!requestURL(url).isEmpty())
+                watchedPaths_.push_back(comparedPath(url));
+        }
+        Q_EMIT badgesOutdated();
     });
 }
 
-void ExtensionProxy::propertiesChanged(const QString&, const QVariantMap& changed,
-                                       const QStringList& invalidated) {
-    if (isRunning_ && (changed.contains(rootFolders) || invalidated.contains(rootFolders)))
-        Q_EMIT rootFoldersChanged();
+/// Receives the signals of all processes that have such an object.
+void ExtensionProxy::propertiesChanged(const QString& interface, const QVariantMap& changed,
+                                       const QStringList& invalidated, const QDBusMessage& signal) {
+    if (hasAppeared() && signal.service() == proxy_->service() &&
+        interface == proxy_->interface() &&
+        (changed.contains(rootFolders) || invalidated.contains(rootFolders)))
+        Q_EMIT badgesOutdated();
 }
 
 void ExtensionProxy::start() {
@@ -152,14 +146,16 @@ void ExtensionProxy::start() {
     }
     startBackoff_.setRemainingTime(startBackoff);
     // The reply does not matter: the name gets an owner, or it does not.
-    bus_.asyncCall(callOfBus("StartServiceByName", {QString(busName), 0U}));
+    bus_.asyncCall(callOfBus("StartServiceByName", {busName_, 0U}));
 }
 
 bool ExtensionProxy::watches(const QUrl& url) const {
-    const auto isAround = [&url](const QUrl& directory) {
-        return directory.matches(url, QUrl::StripTrailingSlash) || directory.isParentOf(url);
-    };
-    return std::any_of(watchedDirectories_.begin(), watchedDirectories_.end(), isAround);
+    const QString path = comparedPath(url);
+    return !isNonsense_ &&
+           std::any_of(watchedPaths_.begin(), watchedPaths_.end(), [&path](const QString& watched) {
+               return path.startsWith(watched) &&
+                      (path.size() == watched.size() || path[watched.size()] == QLatin1Char('/'));
+           });
 }
 
 void ExtensionProxy::requestBadges(const QStringList& urls, const BadgesAnswer& answer) {
@@ -168,40 +164,43 @@ void ExtensionProxy::requestBadges(const QStringList& urls, const BadgesAnswer& 
     proxy_->setTimeout(noTimeout);
     auto* const watcher =
         new QDBusPendingCallWatcher(proxy_->RequestBadgeIdentifiersForURLs(urls), proxy_.get());
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [watcher, answer] {
+    const int count = int(urls.size());
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, count, answer] {
         watcher->deleteLater();
         const QDBusPendingReply<QStringList> reply = *watcher;
         QStringList badges = reply.isError() ? QStringList() : reply.value();
+        if (isOfAnotherType(reply.error()) || (!reply.isError() && badges.size() != count)) {
+            isNonsense_ = true;
+            badges.clear();
+        }
         const auto isTooLong = [](const QString& badge) { return badge.size() > maxTextLength; };
         std::replace_if(badges.begin(), badges.end(), isTooLong, QString());
         answer(badges);
     });
 }
 
-FinderSyncMenuItems ExtensionProxy::menuForItems(const QStringList& urls) {
-    if (!menuBackoff_.hasExpired())
-        return {};
-    const QDeadlineTimer timeout(menuTimeout);
-    // Dolphin loads the plug-in when it opens the first menu, so the first query may be pending.
-    if (!firstOwner_.isNull()) {
-        if (!waitForAnswer(*firstOwner_, timeout)) {
-            menuBackoff_.setRemainingTime(menuBackoff);
-            return {};
-        }
-        firstOwner_->waitForFinished(); // emits finished()
-    }
-    if (!proxy_)
-        return {};
-    // Later than the wait below, for QtDBus to drop the call that nobody waits for any more.
+bool ExtensionProxy::answersMenus() const {
+    return proxy_ && hasInterface_.value_or(true) && !isNonsense_ && menuBackoff_.hasExpired();
+}
+
+ExtensionProxy::MenuReply ExtensionProxy::requestMenu(const QStringList& urls) {
+    // Later than anybody waits, for QtDBus to drop the call.
     proxy_->setTimeout(2 * static_cast<int>(menuTimeout.count()));
-    QDBusPendingReply<bool, FinderSyncMenuItems> reply = proxy_->MenuForMenuKind(itemsKind, urls);
-    const bool isFinished = waitForAnswer(reply, timeout);
+    return proxy_->MenuForMenuKind(itemsKind, urls);
+}
+
+FinderSyncMenuItems ExtensionProxy::menuItems(const MenuReply& reply) {
+    const bool isFinished = reply.isFinished();
     // NoReply also means that the extension has ended, which the bus reports next.
     if (!isFinished || reply.error().type() == QDBusError::NoReply)
         menuBackoff_.setRemainingTime(menuBackoff);
-    if (!isFinished || reply.isError())
+    if (!isFinished || reply.isError()) {
+        isNonsense_ = isFinished && isOfAnotherType(reply.error());
         return {};
-    return reply.argumentAt<0>() ? itemsWithinLimits(reply.argumentAt<1>()) : FinderSyncMenuItems();
+    }
+    const FinderSyncMenuItems items = reply.argumentAt<1>();
+    isNonsense_ = items.size() > maxMenuItems;
+    return isNonsense_ || !reply.argumentAt<0>() ? FinderSyncMenuItems() : itemsWithinLimits(items);
 }
 
 void ExtensionProxy::performAction(const QString& selector, const QStringList& urls) {

@@ -1,13 +1,23 @@
-#include "Names.h"
-#include "file-managers/dolphin/ExtensionProxy.h"
+#include "file-managers/dolphin/Products.h"
 
 #include <KAbstractFileItemActionPlugin>
+#include <KFileItem>
 #include <KFileItemListProperties>
 #include <KPluginFactory>
 #include <QAction>
 #include <QIcon>
 
 namespace file_managers {
+
+namespace {
+
+/// Whether a menu is that of a folder's background. Dolphin then gives the folder itself, under the
+/// name that it has in its own listing.
+bool isBackground(const KFileItemList& items) {
+    return items.size() == 1 && items.first().name() == QLatin1String(".");
+}
+
+} // namespace
 
 class MenuPlugin : public KAbstractFileItemActionPlugin {
     Q_OBJECT
@@ -18,9 +28,10 @@ public:
     QList<QAction*> actions(const KFileItemListProperties& selection, QWidget*) override;
 
 private:
-    QAction* action(const FinderSyncMenuItem& item, const QStringList& urls);
+    QAction* action(const FinderSyncMenuItem& item, ExtensionProxy* extension,
+                    const QStringList& urls);
 
-    ExtensionProxy extension_;
+    Products products_;
 };
 
 QList<QAction*> MenuPlugin::actions(const KFileItemListProperties& selection, QWidget*) {
@@ -29,22 +40,27 @@ QList<QAction*> MenuPlugin::actions(const KFileItemListProperties& selection, QW
     QStringList urls;
     for (const QUrl& url : selection.urlList())
         urls.push_back(requestURL(url));
-    if (urls.contains(QString()))
-        return {}; // an item is no local file, or its path is not UTF-8
+    if (urls.contains(QString()) || isBackground(selection.items()))
+        return {}; // an item is no local file or its path is not UTF-8, or none is selected
     QList<QAction*> entries;
-    for (const FinderSyncMenuItem& item : extension_.menuForItems(urls))
-        entries.push_back(action(item, urls));
-    extension_.start(); // for the next menu, if it does not run yet
+    for (const auto& [extension, items] : products_.menusForItems(urls)) {
+        for (const FinderSyncMenuItem& item : items)
+            entries.push_back(action(item, extension, urls));
+    }
+    products_.start(); // for the next menu, those that do not run yet
     return entries;
 }
 
-QAction* MenuPlugin::action(const FinderSyncMenuItem& item, const QStringList& urls) {
+/// Dolphin's items are copies that do not change any more, so their URLs can be read in advance.
+QAction* MenuPlugin::action(const FinderSyncMenuItem& item, ExtensionProxy* extension,
+                            const QStringList& urls) {
     // In a label, an ampersand marks the access key.
     const QString label = QString(item.title).replace(QLatin1Char('&'), QLatin1String("&&"));
-    const QIcon icon = QIcon::fromTheme(QLatin1String(findersync::iconPrefix) + item.image);
+    const QIcon icon = QIcon::fromTheme(extension->iconPrefix() + item.image);
     auto* const action = new QAction(icon, label, this);
-    connect(action, &QAction::triggered, this,
-            [this, selector = item.selector, urls] { extension_.performAction(selector, urls); });
+    connect(action, &QAction::triggered, extension, [extension, selector = item.selector, urls] {
+        extension->performAction(selector, urls);
+    });
     return action;
 }
 

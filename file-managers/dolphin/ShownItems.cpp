@@ -3,6 +3,7 @@
 #include "file-managers/Limits.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 namespace file_managers {
@@ -14,114 +15,121 @@ constexpr int maxItems = 20000;
 
 } // namespace
 
-ShownItems::ShownItems(ExtensionProxy& extension) : extension_(extension) {
+ShownItems::ShownItems(Products& products) : products_(products) {
     sendTimer_.setSingleShot(true);
-    connect(&sendTimer_, &QTimer::timeout, this, &ShownItems::send);
-    connect(&extension, &ExtensionProxy::appeared, this, &ShownItems::requestAll);
-    connect(&extension, &ExtensionProxy::rootFoldersChanged, this, &ShownItems::requestAll);
-    connect(&extension, &ExtensionProxy::gone, this, &ShownItems::removeBadges);
+    connect(&sendTimer_, &QTimer::timeout, this, qOverload<>(&ShownItems::send));
+    connect(&products, &Products::badgesOutdated, this, &ShownItems::requestAll);
+    connect(&products, &Products::gone, this, &ShownItems::removeBadges);
 }
 
-QString ShownItems::show(const QUrl& url) {
-    const auto place = places_.constFind(url);
-    // On the signal, the file manager calls this to read the badge, which does not count as
+QStringList ShownItems::show(const QUrl& url) {
+    // On the signal, the file manager calls this to read the badges, which does not count as
     // showing.
     if (isSignalling_)
-        return place == places_.constEnd() ? QString() : (*place)->badge;
+        return icons(url);
     if (!url.isLocalFile())
         return {};
-    extension_.start();
-    if (place == places_.constEnd()) {
+    products_.start();
+    const auto place = places_.constFind(url);
+    if (place == places_.constEnd())
         add(url);
-        return {};
+    else
+        items_.splice(items_.end(), items_, *place);
+    return icons(url);
+}
+
+QStringList ShownItems::icons(const QUrl& url) const {
+    QStringList icons;
+    for (const auto& [prefix, badges] : badges_) {
+        const QString badge = badges.shown.value(url);
+        if (!badge.isEmpty())
+            icons.push_back(QLatin1String("emblem-") + prefix + badge);
     }
-    items_.splice(items_.end(), items_, *place);
-    return (*place)->badge;
+    return icons;
 }
 
 void ShownItems::add(const QUrl& url) {
-    items_.push_back({.url = url, .badge = {}});
+    items_.push_back(url);
     places_.insert(url, std::prev(items_.end()));
-    request(items_.back());
-    if (places_.size() <= maxItems)
-        return;
-    // Items with a badge are kept, since the badge has to be removed one day. They are few.
-    const auto hasNone = [](const Item& item) { return item.badge.isEmpty(); };
+    for (auto& [prefix, badges] : badges_) {
+        badges.queued.insert(url);
+        sendTimer_.start(0); // collects requests until the file manager is idle
+    }
+    if (places_.size() > maxItems)
+        dropOldest();
+}
+
+/// Items with a badge are kept, since the badge has to be removed one day. They are few.
+void ShownItems::dropOldest() {
+    const auto hasNone = [this](const QUrl& url) { return icons(url).isEmpty(); };
     const auto oldest = std::find_if(items_.begin(), items_.end(), hasNone);
-    places_.remove(oldest->url);
+    places_.remove(*oldest);
+    for (auto& [prefix, badges] : badges_)
+        badges.queued.remove(*oldest);
     items_.erase(oldest);
 }
 
-void ShownItems::requestAll() {
-    for (Item& item : items_)
-        request(item);
+void ShownItems::requestAll(ExtensionProxy* extension) {
+    Badges& badges = badges_.try_emplace(extension->iconPrefix(), Badges{*extension}).first->second;
+    for (const QUrl& url : items_)
+        badges.queued.insert(url);
+    sendTimer_.start(0);
 }
 
-void ShownItems::removeBadges() {
-    isPending_ = false; // the answer will not come
-    QList<QUrl> badged;
-    for (Item& item : items_) {
-        item.isQueued = false;
-        if (!item.badge.isEmpty())
-            badged.push_back(item.url);
-    }
-    for (const QUrl& url : std::as_const(badged))
-        setBadge(url, {});
-}
-
-void ShownItems::request(Item& item) {
-    if (!extension_.isRunning())
-        return;
-    item.isQueued = true;
-    sendLater();
-}
-
-/// Collects requests until the file manager is idle.
-void ShownItems::sendLater() {
-    if (!isPending_ && !sendTimer_.isActive())
-        sendTimer_.start(0);
-}
-
-QList<QUrl> ShownItems::nextBatch() {
-    QList<QUrl> urls;
-    for (Item& item : items_) {
-        if (urls.size() == batchSize)
-            break;
-        if (std::exchange(item.isQueued, false) && extension_.watches(item.url) &&
-            !requestURL(item.url).isEmpty())
-            urls.push_back(item.url);
-    }
-    return urls;
+void ShownItems::removeBadges(ExtensionProxy* extension) {
+    // The answer to a pending request will not come.
+    const auto removed = badges_.extract(extension->iconPrefix());
+    for (const QUrl& url : removed.mapped().shown.keys())
+        signalChange(url);
 }
 
 void ShownItems::send() {
-    const QList<QUrl> urls = nextBatch();
-    if (urls.isEmpty() || !extension_.isRunning())
-        return;
-    isPending_ = true;
+    for (auto& [prefix, badges] : badges_) {
+        if (!badges.isPending)
+            send(badges);
+    }
+}
+
+void ShownItems::send(Badges& badges) {
+    QList<QUrl> batch;
     QStringList requested;
-    std::transform(urls.begin(), urls.end(), std::back_inserter(requested), &requestURL);
-    extension_.requestBadges(requested, [this, urls](const QStringList& badges) {
-        isPending_ = false;
-        setBadges(urls, badges);
-        sendLater();
+    auto next = badges.queued.begin();
+    for (; next != badges.queued.end() && batch.size() < batchSize;
+         next = badges.queued.erase(next)) {
+        const QString url = requestURL(*next);
+        if (url.isEmpty() || !badges.extension.watches(*next))
+            continue;
+        batch.push_back(*next);
+        requested.push_back(url);
+    }
+    if (batch.isEmpty())
+        return;
+    badges.isPending = true;
+    badges.extension.requestBadges(requested, [this, &badges, batch](const QStringList& answer) {
+        badges.isPending = false;
+        setBadges(badges, batch, answer);
+        send(badges);
     });
 }
 
-void ShownItems::setBadges(const QList<QUrl>& batch, const QStringList& badges) {
-    if (badges.size() != batch.size())
-        return; // the request failed
-    for (int index = 0; index < badges.size(); ++index)
-        setBadge(batch[index], badges[index]);
+void ShownItems::setBadges(Badges& badges, const QList<QUrl>& batch,
+                           const QStringList& identifiers) {
+    for (int index = 0; index < identifiers.size(); ++index) { // none, if the request failed
+        const QUrl& url = batch[index];
+        const QString& identifier = identifiers[index];
+        if (!places_.contains(url) || badges.shown.value(url) == identifier)
+            continue;
+        if (identifier.isEmpty())
+            badges.shown.remove(url);
+        else
+            badges.shown.insert(url, identifier);
+        signalChange(url);
+    }
 }
 
-void ShownItems::setBadge(const QUrl& url, const QString& badge) {
-    const auto place = places_.constFind(url);
-    if (place == places_.constEnd() || (*place)->badge == badge)
-        return;
-    (*place)->badge = badge;
+void ShownItems::signalChange(const QUrl& url) {
     isSignalling_ = true;
-    Q_EMIT badgeChanged(url, badge);
+    Q_EMIT badgesChanged(url, icons(url));
     isSignalling_ = false;
 }
 

@@ -2,14 +2,16 @@
 
 // The items that a file manager shows, and their badges.
 
-#include "file-managers/dolphin/ExtensionProxy.h"
+#include "file-managers/dolphin/Products.h"
 
 #include <QHash>
 #include <QObject>
-#include <QString>
+#include <QSet>
+#include <QStringList>
 #include <QTimer>
 #include <QUrl>
 #include <list>
+#include <map>
 
 namespace file_managers {
 
@@ -22,38 +24,40 @@ class ShownItems : public QObject {
     Q_OBJECT
 
 public:
-    explicit ShownItems(ExtensionProxy& extension);
+    explicit ShownItems(Products& products);
 
-    /// The file manager shows an item. Returns its last known badge, which may be empty.
-    QString show(const QUrl& url);
+    /// The file manager shows an item. Returns the icons of its badges, as far as they are known,
+    /// in the order of the products' names.
+    QStringList show(const QUrl& url);
 
 Q_SIGNALS:
-    void badgeChanged(const QUrl& url, const QString& badge);
+    void badgesChanged(const QUrl& url, const QStringList& icons);
 
 private:
-    struct Item {
-        QUrl url;
-        QString badge;
-        bool isQueued = false;
+    /// One product's badges. A product that does not answer delays no other.
+    struct Badges {
+        ExtensionProxy& extension;
+        QHash<QUrl, QString> shown = {}; ///< identifiers
+        QSet<QUrl> queued = {};          ///< items to request the badges of
+        bool isPending = false;          ///< a request is; the next is sent once it is answered
     };
-    using Place = std::list<Item>::iterator;
 
+    [[nodiscard]] QStringList icons(const QUrl& url) const;
     void add(const QUrl& url);
-    void requestAll();
-    void removeBadges();
-    void request(Item& item);
-    void sendLater();
+    void dropOldest();
+    void requestAll(ExtensionProxy* extension);
+    void removeBadges(ExtensionProxy* extension);
     void send();
-    [[nodiscard]] QList<QUrl> nextBatch();
-    void setBadges(const QList<QUrl>& batch, const QStringList& badges);
-    void setBadge(const QUrl& url, const QString& badge);
+    void send(Badges& badges);
+    void setBadges(Badges& badges, const QList<QUrl>& batch, const QStringList& identifiers);
+    void signalChange(const QUrl& url);
 
-    ExtensionProxy& extension_;
-    std::list<Item> items_; ///< those shown last are at the end
-    QHash<QUrl, Place> places_;
+    Products& products_;
+    std::list<QUrl> items_; ///< those shown last are at the end
+    QHash<QUrl, std::list<QUrl>::iterator> places_;
+    std::map<QString, Badges> badges_; ///< by the prefix of the product's icons
     QTimer sendTimer_;
-    bool isPending_ = false;    ///< a request is; the next is sent once it is answered
-    bool isSignalling_ = false; ///< badgeChanged is being emitted
+    bool isSignalling_ = false; ///< badgesChanged is being emitted
 };
 
 } // namespace file_managers

@@ -37,7 +37,7 @@ LET_BE = [re.compile(pattern) for pattern in (
     r"_ZN?K?\w*QDBus(Argument|MetaType|Message|Error|ServiceWatcher|PendingCallWatcher)\w*",
     r"_ZNK?\d+QDBus(AbstractInterface|PendingReplyData)\w+|_Z14qDBusReplyFill\w+",
     r"_ZN15QDBusConnection(D1|10sessionBus|10disconnect)\w+|_ZNK15QDBusConnection9asyncCall\w+",
-    r"_ZN16QDBusPendingCall(D1|15waitForFinished)\w+",
+    r"_ZN16QDBusPendingCall(C2|D1|15waitForFinished)\w+",
     r"_ZNK16QDBusPendingCall(5error|10isFinished)\w+",
 )]
 

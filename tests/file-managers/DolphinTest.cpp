@@ -77,8 +77,10 @@ TEST_F(Plugin, WaitsInTheFirstMenuForAHungBusAsLongAsForAHungExtension) {
 
 TEST_F(Plugin, StartsTheExtensionOnceASecondAtTheMost) {
     const ActivatableExtension extension;
-    manager.show(root);
-    EXPECT_TRUE(runUntil([&] { return extension.starts() == 1; }));
+    EXPECT_TRUE(runUntil([&] {
+        manager.show(root);
+        return extension.starts() == 1;
+    }));
     manager.show(root);
     manager.show(root + "/a");
     runFor(milliseconds(500));

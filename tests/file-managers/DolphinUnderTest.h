@@ -12,10 +12,13 @@
 #include <KPluginMetaData>
 #include <QAction>
 #include <QApplication>
+#include <QDir>
+#include <QFile>
 #include <QHash>
 #include <QIcon>
 #include <QPluginLoader>
 #include <QSocketNotifier>
+#include <QTemporaryDir>
 #include <QUrl>
 #include <gtest/gtest.h>
 #include <memory>
@@ -28,18 +31,31 @@ public:
         qputenv("QT_QPA_PLATFORM", "minimal");
         qputenv("QT_PLUGIN_PATH", FINDER_SYNC_PLUGINS);
         application_ = std::make_unique<QApplication>(argc, argv);
-        QIcon::setThemeSearchPaths(
-            {QStringLiteral(FINDER_SYNC_ICONS), QStringLiteral(FINDER_SYNC_SYSTEM_ICONS)});
+        addIconsOfOtherProducts();
+        QIcon::setThemeSearchPaths({QStringLiteral(FINDER_SYNC_ICONS), otherIcons_.path(),
+                                    QStringLiteral(FINDER_SYNC_SYSTEM_ICONS)});
         QIcon::setThemeName(QStringLiteral("hicolor"));
     }
 
 private:
+    /// An icon has a name only if the theme has the icon.
+    void addIconsOfOtherProducts() const {
+        const QString folder = QStringLiteral("/hicolor/scalable/actions/");
+        (void)QDir(otherIcons_.path()).mkpath(otherIcons_.path() + folder);
+        for (const char* prefix : {"a.first.", "z.last."})
+            (void)QFile::copy(QLatin1String(FINDER_SYNC_ICONS) + folder +
+                                  QLatin1String(findersync::iconPrefix) + "icon_URLlink.svg",
+                              otherIcons_.path() + folder + prefix + "icon_URLlink.svg");
+    }
+
+    const QTemporaryDir otherIcons_;
     std::unique_ptr<QApplication> application_;
 };
 
 class FileManager {
 public:
     static constexpr bool hasBadges = true;
+    static constexpr int plugins = 2;
     static inline const std::string badgePrefix = "emblem-";
     static inline const std::string badge = badgePrefix + findersync::iconPrefix + "FolderIco";
     static inline const std::string label = "Copy _link && go";

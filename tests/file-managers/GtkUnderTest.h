@@ -98,6 +98,7 @@ inline Object<GObject> newFile(GType fileInfo, GInterfaceInitFunc initialize, co
 
 class GtkFileManager {
 public:
+    static constexpr int plugins = 1;
     static inline const std::string badgePrefix;
     static inline const std::string badge = std::string(findersync::iconPrefix) + "FolderIco";
     static inline const std::string label = "Copy __link & go";

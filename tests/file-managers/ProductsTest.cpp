@@ -82,6 +82,7 @@ TEST_F(Products, CostEachOtherNothingWhenOneHangsAndOneAnswersNonsense) {
     ExtensionProcess good({"/sync"});
     ExtensionProcess hung({"--name", last, "/sync"});
     manager.show(root);
+    manager.show(root + "/a");
     ASSERT_TRUE(getsBadges(root, {findersync::busName, last}));
     ASSERT_TRUE(getsEntries({findersync::busName, last}));
     hung.signal(SIGSTOP);
@@ -108,13 +109,17 @@ TEST_F(Products, WaitTogetherNoLongerThanOne) {
 
 TEST_F(Products, AreLeftAloneWithoutTheInterface) {
     ExtensionProcess none({"--name", first, "--without-interface"});
+    std::string calls;
+    for (int plugins = 0; plugins < FileManager::plugins; ++plugins)
+        calls += "call GetAll\n";
+    ASSERT_TRUE(runUntil([&] { return none.output() == calls; }));
     ExtensionProcess good({"/sync"});
     manager.show(root);
     ASSERT_TRUE(getsBadges(root, {findersync::busName}));
     ASSERT_TRUE(getsEntries({findersync::busName}));
     manager.show(other);
     runFor(milliseconds(50));
-    EXPECT_EQ(none.output(), "call GetAll\n") << "it has said that it has no properties";
+    EXPECT_EQ(none.output(), calls) << "it has said that it has no properties";
 }
 
 TEST_F(Products, AreABoundedNumberOfWhichTheInstalledGoFirst) {
