@@ -40,18 +40,21 @@ const std::string& timeNameAndProcess() {
     return prefix;
 }
 
-linux_backend::Level mostVerboseLevel = linux_backend::Level::Debug;
+linux_backend::Level& mostVerboseLevel() {
+    static linux_backend::Level level = linux_backend::Level::Debug;
+    return level;
+}
 
 } // namespace
 
 namespace linux_backend {
 
 void setLogLevel(Level level) {
-    mostVerboseLevel = level;
+    mostVerboseLevel() = level;
 }
 
 Level logLevel() {
-    return mostVerboseLevel;
+    return mostVerboseLevel();
 }
 
 void log(Level level, std::string_view text) {
@@ -63,7 +66,7 @@ void log(Level level, std::string_view text) {
 
 void NSLog(std::string_view format, std::string_view argument) {
     using linux_backend::Level;
-    if (mostVerboseLevel < Level::Debug)
+    if (mostVerboseLevel() < Level::Debug)
         return;
     static std::string message; // reuses its allocation
     message = format;

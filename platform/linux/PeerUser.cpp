@@ -50,6 +50,7 @@ std::optional<uid_t> userIn(const char* table, const std::string& own, const std
         unsigned long inode = 0;
         if (std::fgets(line.data(), line.size(), file.get()) == nullptr)
             break;
+        // NOLINTNEXTLINE(cert-err34-c): the numbers are the kernel's
         if (std::sscanf(line.data(), " %*u: %39s %39s %x %*s %*s %*s %u %*u %lu", local.data(),
                         remote.data(), &state, &user, &inode) != 5)
             continue; // the heading
