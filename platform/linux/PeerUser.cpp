@@ -3,20 +3,24 @@
 
 #include "platform/linux/PeerUser.h"
 
+#include "platform/text/Splitting.h"
+#include "process/Descriptor.h"
+
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <charconv>
 #include <cstdio>
-#include <memory>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <string>
+#include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace platform::linux_backend {
 
 namespace {
-
-using File = std::unique_ptr<std::FILE, decltype([](std::FILE* file) { (void)std::fclose(file); })>;
 
 enum class Protocol { IPv4, IPv6 };
 
@@ -33,34 +37,46 @@ std::string addressText(const sockaddr_in& address, Protocol protocol) {
     return text.data();
 }
 
+/// The words of a line: number, local address, remote address, state, ..., user, time, inode.
+std::array<std::string_view, 10> wordsOf(std::string_view line) {
+    std::array<std::string_view, 10> words;
+    for (std::string_view& word : words) {
+        line.remove_prefix(std::min(line.find_first_not_of(' '), line.size()));
+        word = line.substr(0, line.find(' '));
+        line.remove_prefix(word.size());
+    }
+    return words;
+}
+
+/// The beginning of a table up to a connection, or the whole table if the connection is not there:
+/// the read that finds the end takes as long as all before it.
+std::string readUntil(const char* table, const std::string& connection) {
+    const process::Descriptor file(::open(table, O_RDONLY | O_CLOEXEC));
+    std::string text;
+    std::array<char, 4096> part{};
+    ssize_t count = 0;
+    while (text.find('\n', text.find(connection)) == std::string::npos &&
+           ((count = ::read(file.get(), part.data(), part.size())) > 0 ||
+            (count < 0 && errno == EINTR)))
+        text.append(part.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    return text;
+}
+
 /// Searches one protocol's table for the other end of a connection.
 std::optional<uid_t> userIn(const char* table, const std::string& own, const std::string& peer) {
     std::string wildcard = peer;
     std::fill(wildcard.begin(), std::ranges::find(wildcard, ':'), '0');
-    const File file(std::fopen(table, "re"));
-    std::array<char, 256> line{};
     std::optional<uid_t> found;
-    // Listeners come first. The connection ends the search, since the read that finds the end of
-    // the table takes as long as all before it.
-    for (bool isConnection = false; !isConnection && file;) {
-        std::array<char, 40> local{};
-        std::array<char, 40> remote{};
-        unsigned state = 0;
-        uid_t user = 0;
-        unsigned long inode = 0;
-        if (std::fgets(line.data(), line.size(), file.get()) == nullptr)
-            break;
-        // NOLINTNEXTLINE(cert-err34-c): the numbers are the kernel's
-        if (std::sscanf(line.data(), " %*u: %39s %39s %x %*s %*s %*s %u %*u %lu", local.data(),
-                        remote.data(), &state, &user, &inode) != 5)
-            continue; // the heading
-        constexpr unsigned listening = 0x0a;
-        const bool listens =
-            state == listening && (peer == local.data() || wildcard == local.data());
-        isConnection = peer == local.data() && own == remote.data();
+    for (const std::string_view line : text::split(readUntil(table, peer + " " + own), "\n")) {
+        const auto [number, local, remote, state, queues, timer, retries, user, time, inode] =
+            wordsOf(line);
+        const bool listens = state == "0A" && (local == peer || local == wildcard);
         // Until a connection is accepted, it has no inode and no user.
-        if ((listens || (isConnection && inode != 0)) && (!found || *found == ::geteuid()))
-            found = user;
+        const bool hasAccepted = local == peer && remote == own && inode != "0";
+        uid_t id = 0;
+        (void)std::from_chars(user.data(), user.data() + user.size(), id);
+        if ((listens || hasAccepted) && (!found || *found == ::geteuid()))
+            found = id;
     }
     return found;
 }

@@ -18,7 +18,7 @@ PROGRAM = played.BUILD / "bin" / "finder-sync-extension"
 # What the program calls and the library leaves alone, by reason. "?" is a digit of ICU's version.
 LET_BE = {
     "it cannot fail, or only for a mistake of the caller's": """
-        abort alarm clock_gettime fclose fcntl getenv geteuid getpid memchr memcmp memcpy memmove memset sigaction
+        abort alarm clock_gettime fcntl getenv geteuid getpid memchr memcmp memcpy memmove memset sigaction
         sigemptyset strcmp strerror strerror_r strlen strncpy tolower _exit __errno_location
         __libc_start_main __cxa_atexit __cxa_finalize __gmon_start__ __memcpy_chk __memmove_chk
         __stack_chk_fail __tls_get_addr _ITM_deregisterTMCloneTable _ITM_registerTMCloneTable
