@@ -97,7 +97,7 @@ def test_the_services_name_the_program_under_the_prefix(unpacked, tmp_path):
         service = (share / "dbus-1/services" / UNIT).read_text()
         assert f'\nExec="{program}"\nSystemdService={UNIT}\n' in service
         unit = (share / "systemd/user" / UNIT).read_text()
-        assert '\nExecStart="{}"\n'.format(program.replace("%", "%%")) in unit
+        assert '\nExecStart="{}" --log-level warning\n'.format(program.replace("%", "%%")) in unit
         assert f"\nBusName={GROUP}.FinderSync\n" in unit
         assert not re.search("@[A-Z]", service + unit)
 

@@ -66,7 +66,7 @@ def test_two_products_share_no_file_and_each_service_starts_its_own(acme, sessio
         process, = session.call(message_bus.GetConnectionUnixProcessID(f"{group}.FinderSync"))
         assert os.readlink(f"/proc/{process}/exe") == str(prefix / "bin" / f"{name}-extension")
     unit = (prefix / "share/systemd/user/org.acme.sync.FinderSync.service").read_text()
-    assert f'\nExecStart="{prefix}/bin/acme-sync-extension"\n' in unit
+    assert f'\nExecStart="{prefix}/bin/acme-sync-extension" --log-level warning\n' in unit
     assert run(str(prefix / "bin/acme-sync-finderctl"), "state", env=session.environment)
     assert "Acme's" in (prefix / "share/acme-sync/icon_Folder.svg").read_text()
 
