@@ -150,7 +150,7 @@ TEST_F(InboundMessagesDeath, ALineThatIsNotAJSONObject) {
     for (const char* line : {"hello", "1", "\"type\"", "{", " ", "{\"type\":\"x\"} trailing",
                              "\xef\xbb\xbf{\"type\":\"x\"}"})
         expectFatalLine(line, "not JSON");
-    expectFatalLine("\t\x7f\u00e9\r", "not JSON", "\\x09\\x7F\u00e9\\x0D");
+    expectFatalLine("\t\x1f\x7f\u00e9\r", "not JSON", "\\x09\\x1F\\x7F\u00e9\\x0D");
     expectFatalLine("[{\"type\":\"x\"}]", "the top level is not an object");
     expectFatalLine("{}", "no \"type\"");
     std::string eighty; // characters, of two bytes each
