@@ -90,6 +90,7 @@ void ExtensionProxy::setOwner(const QString& owner) {
     if (proxy_ ? proxy_->service() == owner : owner.isEmpty())
         return;
     menuBackoff_ = {};
+    lastMenu_ = MenuReply();
     isNonsense_ = false;
     proxy_.reset(); // and with it, the pending calls
     const bool hadAppeared = hasAppeared();
@@ -100,6 +101,7 @@ void ExtensionProxy::setOwner(const QString& owner) {
         return;
     // For the unique name: the proxy of a well-known name blocks until it learns its owner.
     proxy_ = std::make_unique<FindersyncExtension1Interface>(owner, object, bus_);
+    proxy_->setTimeout(noTimeout);
     fetchProperties();
 }
 
@@ -159,9 +161,7 @@ bool ExtensionProxy::watches(const QUrl& url) const {
 }
 
 void ExtensionProxy::requestBadges(const QStringList& urls, const BadgesAnswer& answer) {
-    // Without a timeout: an extension that hangs may still answer, and when it ends, the watcher is
-    // deleted with the proxy.
-    proxy_->setTimeout(noTimeout);
+    // When the extension ends, the watcher is deleted with the proxy.
     auto* const watcher =
         new QDBusPendingCallWatcher(proxy_->RequestBadgeIdentifiersForURLs(urls), proxy_.get());
     const int count = int(urls.size());
@@ -180,13 +180,12 @@ void ExtensionProxy::requestBadges(const QStringList& urls, const BadgesAnswer& 
 }
 
 bool ExtensionProxy::answersMenus() const {
-    return proxy_ && hasInterface_.value_or(true) && !isNonsense_ && menuBackoff_.hasExpired();
+    return proxy_ && hasInterface_.value_or(true) && !isNonsense_ && menuBackoff_.hasExpired() &&
+           lastMenu_.isFinished();
 }
 
 ExtensionProxy::MenuReply ExtensionProxy::requestMenu(const QStringList& urls) {
-    // Later than anybody waits, for QtDBus to drop the call.
-    proxy_->setTimeout(2 * static_cast<int>(menuTimeout.count()));
-    return proxy_->MenuForMenuKind(itemsKind, urls);
+    return lastMenu_ = proxy_->MenuForMenuKind(itemsKind, urls);
 }
 
 FinderSyncMenuItems ExtensionProxy::menuItems(const MenuReply& reply) {
@@ -206,7 +205,6 @@ FinderSyncMenuItems ExtensionProxy::menuItems(const MenuReply& reply) {
 void ExtensionProxy::performAction(const QString& selector, const QStringList& urls) {
     if (!proxy_)
         return;
-    proxy_->setTimeout(noTimeout);
     proxy_->PerformAction(selector, urls);
 }
 

@@ -59,8 +59,8 @@ public:
     using BadgesAnswer = std::function<void(const QStringList&)>;
     void requestBadges(const QStringList& urls, const BadgesAnswer& answer);
 
-    /// Whether to ask the extension for a menu, if there is one: not for `menuBackoff` after one
-    /// that it did not answer.
+    /// Whether to ask the extension for a menu, if there is one: after one that it did not answer
+    /// in time, not until it has, nor for `menuBackoff`.
     [[nodiscard]] bool answersMenus() const;
 
     /// Asks for the entries for selected items, by their request URLs. Returns at once.
@@ -94,6 +94,7 @@ private:
     QStringList watchedPaths_;                             ///< without a "/" at the end
     QDeadlineTimer startBackoff_;
     QDeadlineTimer menuBackoff_;
+    MenuReply lastMenu_;
     QTimer startLater_;
 };
 
