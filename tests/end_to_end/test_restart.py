@@ -1,6 +1,7 @@
 """finderctl restart: how a companion that has started later is found."""
 
 import re
+import shutil
 import signal
 import socket
 import threading
@@ -93,6 +94,26 @@ def test_from_a_sandbox_no_process_is_killed(activating, sandbox):
     code, error = restart(activating, environment=sandbox)
     assert code == 1 and "nobody can kill it from this sandbox" in error
     assert extension.popen.poll() is None
+
+
+@pytest.mark.skipif(not shutil.which("xdg-dbus-proxy") or not shutil.which("gdbus"),
+                    reason="xdg-dbus-proxy or gdbus is not installed")
+def test_a_program_in_a_flatpak_does_it_with_two_calls(activating):
+    """With no other right than to talk to the extension. Flatpak's proxy does not understand how
+    finderctl's library begins a connection, before its version 0.1.6."""
+    peer, extension = activating.start_connected()
+    path = activating.folder / "proxy"
+    activating.start(shutil.which("xdg-dbus-proxy"), activating.address, path, "--filter",
+                     f"--talk={BUS_NAME}")
+    wait_for(path.exists, "the proxy")
+    for call in ([BUS_NAME, "/FinderSync", "findersync.Process1.Quit"],
+                 ["org.freedesktop.DBus", "/", "org.freedesktop.DBus.StartServiceByName", BUS_NAME, "0"]):
+        caller = activating.start(shutil.which("gdbus"), "call", "--session", "--dest", call[0],
+                                  "--object-path", call[1], "--method", *call[2:],
+                                  environment={"DBUS_SESSION_BUS_ADDRESS": f"unix:path={path}"})
+        assert caller.wait() == 0, caller.error()
+        assert extension.wait() == 0
+    peer.accept()
 
 
 def test_it_tells_when_nobody_listens(activating):

@@ -110,6 +110,19 @@ def test_raw_sends_what_is_not_utf8_and_says_so(companion, peer):
     companion.err.wait_for("line 1: .*UTF-8")
 
 
+@pytest.mark.parametrize("line, warning", [
+    ("add_folder ~/Sync", '"~" is not replaced'), ("del_folder Sync", "the path is not absolute"),
+    ("add_folder /Sync", "")])
+def test_a_path_that_is_not_absolute_is_sent_with_a_warning(session, line, warning):
+    companion = session.start_companion("--no-pad")
+    peer = session.connect(companion)
+    companion.write(line + "\n")
+    assert message(peer.read_line())["path"] == line.split()[1]
+    companion.end_input()
+    assert companion.wait() == 0
+    assert ("line 1: " + warning in companion.err.text) == bool(warning)
+
+
 BAD_LINES = [
     "nonsense", "add_folders /x", "del_folder", "set_locale a b", "set_locale a b c d",
     'set_locale "a b c', "set_locale a b c\\", "set_menu_usage", "set_menu_usage 2",
