@@ -33,11 +33,12 @@ def test_listens_on_the_loopback_only(companion):
 
 def test_port_in_use(session):
     port = session.start_companion().port
-    second = session.start("companion", "--port", str(port))
+    second = session.start("companion", "--port", str(port), "--write-settings")
     assert second.wait() == 1
     assert f"port {port}" in second.err.text
     assert "in use" in second.err.text and "--port" in second.err.text
     assert second.out.text == ""
+    assert not session.settings_file.exists()
 
 
 @pytest.mark.parametrize("arguments", [
@@ -161,9 +162,9 @@ def frame(path_size):
 
 def test_size_limit(companion, peer):
     fitting = LIMIT - frame(0)
-    companion.write(f"add_folder {'x' * (fitting + 1)}\nadd_folder {'y' * fitting}\n")
+    companion.write(f"add_folder /{'x' * fitting}\nadd_folder /{'y' * (fitting - 1)}\n")
     sent = peer.read(LIMIT)
-    assert message(sent)["path"] == "y" * fitting and sent.endswith(b'"}\n')
+    assert message(sent)["path"] == "/" + "y" * (fitting - 1) and sent.endswith(b'"}\n')
     companion.err.wait_for("line 1: .*1025 bytes.*1024.*raw")
     assert "line 2" not in companion.err.text
 
@@ -223,20 +224,13 @@ def test_quit_ends_and_the_rest_is_not_read(companion, peer):
     assert companion.wait() == 0
 
 
-def test_end_of_input_while_connected(companion, peer):
-    companion.err.wait_for("an extension has connected")
-    companion.end_input()
-    assert peer.read_to_end() == b""
-    assert companion.wait() == 0
-
-
 def test_input_from_a_file(session, tmp_path):
+    """Whose end is that of the companion, once all has been sent."""
     commands = tmp_path / "commands"
     commands.write_text("raw 1\nraw 2\n")
     with commands.open() as file:
         companion = session.start_companion(stdin=file)
-    peer = session.connect(companion)
-    assert peer.read_to_end() == b"1\n2\n"
+    assert session.connect(companion).read_to_end() == b"1\n2\n"
     assert companion.wait() == 0
 
 
@@ -424,20 +418,21 @@ def test_colors(session):
 
 
 def test_settings_are_written(session):
+    del session.environment["XDG_CONFIG_HOME"]
     companion = session.start_companion(
         "--write-settings", "--set", "RootFolder=/a b", "--set", "DisplayBackup=1", "--set",
         "DisplayUrlLink=-3", "--set", "ShareContactTitle=Mit „Leuten“ = gut", "--set",
         "BackupTitle=")
-    assert json.loads(session.settings_file.read_text()) == {
+    file = session.home / ".config" / GROUP / "settings.json"
+    assert json.loads(file.read_text()) == {
         "ServerPort": companion.port, "RootFolder": "/a b", "DisplayBackup": 1,
         "DisplayUrlLink": -3, "ShareContactTitle": "Mit „Leuten“ = gut", "BackupTitle": ""}
-    assert stat.S_IMODE(session.settings_file.stat().st_mode) == 0o600
-    assert os.listdir(session.settings_file.parent) == ["settings.json"]
+    assert stat.S_IMODE(file.stat().st_mode) == 0o600
+    assert os.listdir(file.parent) == ["settings.json"]
 
 
 def test_settings_are_merged(session):
-    session.settings_file.parent.mkdir(parents=True)
-    session.settings_file.write_text('{"Other": [1, {"a": null}], "ServerPort": 1, "BackupTitle": "x"}')
+    session.store_settings('{"Other": [1, {"a": null}], "ServerPort": 1, "BackupTitle": "x"}')
     session.settings_file.chmod(0o644)
     session.start_companion("--write-settings", "--set", "BackupTitle=y", "--set", "ServerPort=7")
     assert json.loads(session.settings_file.read_text()) == {
@@ -445,43 +440,31 @@ def test_settings_are_merged(session):
     assert stat.S_IMODE(session.settings_file.stat().st_mode) == 0o600
 
 
-def test_settings_below_home(session):
-    del session.environment["XDG_CONFIG_HOME"]
-    session.start_companion("--write-settings")
-    assert (session.home / ".config" / GROUP / "settings.json").exists()
+def malformed(session, text):
+    session.store_settings(text)
 
 
-@pytest.mark.parametrize("text", ["{", "[]", "", "{} x", '{"a":1,}', "\0"])
-def test_malformed_settings_are_left_alone(session, text):
-    session.settings_file.parent.mkdir(parents=True)
-    session.settings_file.write_text(text)
-    companion = session.start("companion", "--port", "0", "--write-settings")
-    assert companion.wait() == 1
-    assert str(session.settings_file) in companion.err.text and "malformed" in companion.err.text
-    assert "listening" not in companion.err.text
-    assert session.settings_file.read_text() == text
-    assert os.listdir(session.settings_file.parent) == ["settings.json"]
-
-
-def test_settings_that_cannot_be_read(session):
+def a_folder(session, _):
     session.settings_file.mkdir(parents=True)
-    companion = session.start("companion", "--port", "0", "--write-settings")
-    assert companion.wait() == 1
-    assert "cannot be read: Is a directory" in companion.err.text
 
 
-def test_settings_that_cannot_be_written(session):
+def below_a_file(session, _):
     session.settings_file.parent.parent.mkdir(parents=True)
     session.settings_file.parent.touch()
+
+
+@pytest.mark.parametrize("prepare, text, message", [
+    *((malformed, text, "malformed") for text in ("{", "[]", "", "{} x", '{"a":1,}', "\0")),
+    (a_folder, None, "cannot be read: Is a directory"), (below_a_file, None, "Not a directory")])
+def test_settings_that_cannot_be_replaced_are_left_alone(session, prepare, text, message):
+    prepare(session, text)
     companion = session.start("companion", "--port", "0", "--write-settings")
     assert companion.wait() == 1
-    assert str(session.settings_file) in companion.err.text
-
-
-def test_settings_are_not_written_unasked_nor_when_the_port_is_in_use(session):
-    port = session.start_companion().port
-    assert session.start("companion", "--port", str(port), "--write-settings").wait() == 1
-    assert not session.settings_file.exists()
+    assert str(session.settings_file) in companion.err.text and message in companion.err.text
+    assert "listening" not in companion.err.text
+    if text is not None:
+        assert session.settings_file.read_text() == text
+        assert os.listdir(session.settings_file.parent) == ["settings.json"]
 
 
 # On a terminal

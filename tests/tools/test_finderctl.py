@@ -129,6 +129,7 @@ def test_state_as_json(session, linked):
 
 
 def test_state_for_people(session, linked):
+    assert "pathsOfRootFolders  (none)\n" in session.finderctl("state")[1]
     linked.write('raw {"type":"add_folder","path":"/a\\nb\\u009b"}\n')
     linked.extension.out.wait_for("type - add_folder")
     linked.write("add_folder /c\n")
@@ -146,10 +147,6 @@ def test_state_for_people(session, linked):
     assert f"shareContactTitle{' ' * (column - 17)}Share \"with\"\\x0Aall" in lines
     assert "shareViaUrlTitle" in lines
     assert any(line.startswith("badges") and "FolderIco: " in line for line in lines)
-
-
-def test_state_without_folders(session, linked):
-    assert "pathsOfRootFolders  (none)\n" in session.finderctl("state")[1]
 
 
 def test_output_that_nobody_reads(session, linked):
@@ -322,15 +319,6 @@ def test_monitor_ends_while_its_reader_sleeps(session, linked):
     assert watcher.wait(5) == 0
     os.close(read_end)
     os.close(write_end)
-
-
-def test_monitor_into_a_file(session, linked, tmp_path):
-    path = tmp_path / "output"
-    with path.open("wb") as file:
-        watcher = session.start("finderctl", "monitor", stdout=file)
-    wait_for(lambda: path.read_text() == "the extension is running\n", "the first line")
-    watcher.signal(signal.SIGINT)
-    assert watcher.wait(5) == 0
 
 
 def test_monitor_when_the_bus_goes(session, monitor):
