@@ -81,7 +81,8 @@ std::optional<std::vector<std::string>> splitIntoWords(std::string_view text) {
 /// A message with the path of a folder. A path that is not absolute is sent all the same.
 Command sendFolder(std::string_view type, std::string_view path) {
     Command command = sendMessage(type, {{"path", path}});
-    if (auto* const message = std::get_if<Send>(&command); message && !path.starts_with('/'))
+    if (auto* const message = std::get_if<Send>(&command);
+        message != nullptr && !path.starts_with('/'))
         message->warning = path.starts_with('~')
                                ? "\"~\" is not replaced by your home here"
                                : "the path is not absolute; the extension takes it as it stands";

@@ -59,6 +59,7 @@ bool hasLoadedPlugin(const std::filesystem::path& process) {
 bool isDisabled(const FileManager& fileManager) {
     if (fileManager.disabledPlugins == nullptr)
         return false;
+    // NOLINTNEXTLINE(cert-env33-c): the commands are constants
     const std::unique_ptr<FILE, int (*)(FILE*)> list(::popen(fileManager.disabledPlugins, "re"),
                                                      ::pclose);
     std::string text;

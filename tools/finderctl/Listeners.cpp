@@ -10,38 +10,45 @@
 #include <netinet/in.h>
 #include <pwd.h>
 #include <set>
+#include <sstream>
 #include <unistd.h>
 
 namespace finderctl {
 
 namespace {
 
-/// The addresses that a listener for 127.0.0.1 can have, as the kernel writes them: in words of the
-/// machine's byte order.
-std::array<std::string, 4> addresses() {
-    char loopback[9];
-    (void)std::snprintf(loopback, sizeof loopback, "%08X", htonl(INADDR_LOOPBACK));
-    char mapped[9]; // the third word of an IPv4 address among those of IPv6
-    (void)std::snprintf(mapped, sizeof mapped, "%08X", htonl(0xFFFF));
+std::string hexadecimal(unsigned number, int digits) {
+    char text[9];
+    (void)std::snprintf(text, sizeof text, "%0*X", digits, number);
+    return text;
+}
+
+/// The addresses that a listener for this port of 127.0.0.1 can have, as the kernel writes them: in
+/// words of the machine's byte order.
+std::array<std::string, 4> addresses(unsigned port) {
+    const std::string loopback = hexadecimal(htonl(INADDR_LOOPBACK), 8);
+    const std::string mapped = hexadecimal(htonl(0xFFFF), 8); // IPv4 among IPv6
     const std::string zero(8, '0');
-    return {loopback, zero, zero + zero + zero + zero, zero + zero + mapped + loopback};
+    const std::string end = ":" + hexadecimal(port, 4);
+    return {loopback + end, zero + end, zero + zero + zero + zero + end,
+            zero + zero + mapped + loopback + end};
 }
 
 /// The users whose programs listen on that port of 127.0.0.1.
 std::set<uid_t> listeners(unsigned port) {
+    const auto wanted = addresses(port);
     std::set<uid_t> users;
     for (const char* const table : {"/proc/net/tcp", "/proc/net/tcp6"}) {
         std::ifstream file(table);
         for (std::string line; std::getline(file, line);) {
-            char address[33] = "";
-            unsigned localPort = 0;
-            unsigned state = 0;
+            std::istringstream fields(line);
+            std::string skipped;
+            std::string address;
+            std::string state;
             uid_t user = 0;
-            constexpr unsigned listening = 0x0A;
-            if (std::sscanf(line.c_str(), "%*s %32[0-9A-F]:%X %*s %X %*s %*s %*s %u", address,
-                            &localPort, &state, &user) == 4 &&
-                localPort == port && state == listening &&
-                std::ranges::count(addresses(), address) > 0)
+            fields >> skipped >> address >> skipped >> state >> skipped >> skipped >> skipped >>
+                user;
+            if (state == "0A" && std::ranges::count(wanted, address) > 0) // LISTEN
                 users.insert(user);
         }
     }
