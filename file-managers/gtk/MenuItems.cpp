@@ -1,7 +1,6 @@
 #include "file-managers/gtk/MenuItems.h"
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,14 +22,12 @@ struct Action {
     std::shared_ptr<const Selection> selection;
 };
 
-/// Nothing if a file has no URL: an extension could not tell which file this is.
-std::optional<std::vector<std::string>> urlsOf(const Selection& selection) {
+/// Without those of files that are gone.
+std::vector<std::string> urlsOf(const Selection& selection) {
     std::vector<std::string> urls;
     for (const Object<GObject>& file : selection.files) {
-        const Text url(selection.url(file.get()));
-        if (!url)
-            return {};
-        urls.emplace_back(url.get());
+        if (const Text url{selection.url(file.get())})
+            urls.emplace_back(url.get());
     }
     return urls;
 }
@@ -46,8 +43,7 @@ std::string escapedLabel(const std::string& title) {
 void performWhenPicked(GObject* item, Action action) {
     const auto picked = [](GObject*, void* data) {
         const auto& [products, busName, selector, selection] = *static_cast<Action*>(data);
-        if (const auto urls = urlsOf(*selection))
-            products.performAction(busName, selector, *urls);
+        products.performAction(busName, selector, urlsOf(*selection));
     };
     const auto destroy = [](void* data, GClosure*) { delete static_cast<Action*>(data); };
     g_signal_connect_data(item, "activate", G_CALLBACK(+picked), new Action(std::move(action)),
@@ -62,11 +58,11 @@ GList* menuItems(Products& products, GList* files, const MenuFunctions& function
     for (GList* file = files; file != nullptr; file = file->next)
         selection->files.push_back(reference(static_cast<GObject*>(file->data)));
     const auto urls = urlsOf(*selection);
-    if (!urls)
+    if (urls.size() != selection->files.size())
         return nullptr;
     products.start();
     GList* items = nullptr;
-    for (const auto& [busName, iconPrefix, entries] : products.menusForItems(*urls)) {
+    for (const auto& [busName, iconPrefix, entries] : products.menusForItems(urls)) {
         for (const MenuEntry& entry : entries) {
             // File managers tell items apart by their names.
             const std::string name = busName + "::" + std::to_string(g_list_length(items));

@@ -35,8 +35,10 @@ void Service::changed(ExtensionProxy& extension, Change change) {
 }
 
 GList* Service::menuItems(GList* files) {
-    const auto url = [](void* file) {
-        return FM_CALL(file_info_get_uri)(static_cast<FileInfo*>(file));
+    const auto url = [](void* object) {
+        auto* const file = static_cast<FileInfo*>(object);
+        return FM_CALL(file_info_is_gone)(file) != FALSE ? nullptr
+                                                         : FM_CALL(file_info_get_uri)(file);
     };
     const auto newItem = [](const char* name, const char* label, const char* tip,
                             const char* icon) {

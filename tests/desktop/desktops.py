@@ -67,6 +67,11 @@ class Desktop(Session):
                 place.write_text(MARKED_IMAGE.format(color))
         return marked
 
+    def add_badge(self, group, color):
+        """A badge of another product, all of one colour."""
+        ours = next(self.marked_data().rglob(f"emblem-{GROUP}.FolderIco.svg"))
+        (ours.parent / f"emblem-{group}.FolderIco.svg").write_text(MARKED_IMAGE.format(color))
+
     def configure(self, name, text):
         file = self.home / "config" / name
         file.parent.mkdir(parents=True, exist_ok=True)
@@ -159,6 +164,12 @@ class FileManager:
             self.entry(title, "gone", timeout=3)
         except AssertionError:
             self.entry(title, self.press)
+
+    def open_background_menu(self, name):
+        """That of the folder, below the icons, of which one is named."""
+        x, y, *_ = self.icon(name)
+        subprocess.run(["xdotool", "mousemove", str(x + 20), str(y + 250), "click", "3"],
+                       env=self.desktop.environment, check=True)
 
     def close_menu(self):
         self.entry(self.last_entry)  # it may still be about to open

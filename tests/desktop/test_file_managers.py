@@ -4,9 +4,10 @@ import json
 import os
 import signal
 
+import pytest
 from conftest import BUS_NAME, line, wait_for
-from desktops import (BACKUP, ENTRY_ICON, LINK, desktop, file_manager,  # noqa: F401
-                      with_badges, with_named_entries)
+from desktops import (BACKUP, ENTRY_ICON, LINK, caja, desktop, file_manager,  # noqa: F401
+                      gnome_files, tests_of, thunar, with_badges, with_named_entries)
 from jeepney import message_bus
 
 
@@ -14,7 +15,8 @@ def opened(desktop, file_manager, where="."):
     """A window on the demonstration, or on a folder in it, and the companion's end of the link of
     the extension, which the file manager has had the bus start."""
     folder = desktop.home / "demonstration"
-    (folder / "Sync").mkdir(parents=True)
+    (folder / "Sync/Inside").mkdir(parents=True)
+    (folder / "Sync/Inside/Note.txt").write_text("Remember\n")
     (folder / "Other").mkdir()
     (folder / "Sync/Letter.txt").write_text("Dear you,\n")
     peer = desktop.listen()
@@ -50,6 +52,78 @@ def test_an_entry_is_picked_and_reported(desktop, file_manager):
     report = json.loads(peer.connection.recv(4096))
     assert report == {"type": "clicked_create_url_link",
                       "items": [str(folder / "Sync/Letter.txt")]}
+
+
+def opened_below_root_folder(desktop, file_manager):
+    """A window on a folder that would get entries if it were selected."""
+    folder, peer = opened(desktop, file_manager, "Sync/Inside")
+    desktop.announce(peer, folder / "Sync")
+    file_manager.icon("Note.txt", "menu")
+    file_manager.entry(LINK)
+    file_manager.close_menu()
+    return folder, peer
+
+
+@with_named_entries
+def test_the_background_of_a_folder_gets_no_entries(desktop, file_manager):
+    opened_below_root_folder(desktop, file_manager)
+    file_manager.open_background_menu("Note.txt")
+    file_manager.entry(file_manager.last_entry)
+    file_manager.entry(LINK, "gone", timeout=0)
+
+
+@tests_of(thunar)
+@pytest.mark.parametrize("button", ["Inside", "Sync"])
+def test_the_location_bar_gets_no_entries(desktop, file_manager, button):
+    opened_below_root_folder(desktop, file_manager)
+    desktop.accessible("menu", "thunar", "toggle button", button)
+    file_manager.entry(file_manager.last_entry)
+    file_manager.entry(LINK, "gone", timeout=0)
+
+
+@tests_of(gnome_files)  # Caja and Nemo end the entries of a file that goes, and Thunar does not tell
+def test_a_file_that_goes_while_its_menu_is_open_is_not_reported(desktop, file_manager):
+    folder, peer = opened(desktop, file_manager, "Sync")
+    desktop.announce(peer, folder / "Sync")
+    file_manager.icon("Letter.txt", "menu")
+    file_manager.entry(LINK)
+    (folder / "Sync/Letter.txt").rename(folder / "Sync/Renamed.txt")
+    file_manager.icon("Renamed.txt")
+    file_manager.pick(LINK)
+    assert json.loads(peer.connection.recv(4096))["items"] == []
+
+
+@tests_of(caja)
+def test_products_beside_one_that_hangs_and_one_that_answers_nonsense(desktop, file_manager):
+    badge_of_second = (0, 255, 255)
+    desktop.add_badge("org.second", badge_of_second)
+    root = str(desktop.home / "demonstration/Sync/Inside")
+    second, _ = (desktop.start("../tests/scripted-extension", "--name", name + ".FinderSync",
+                               "--title", "Second", *options, root)
+                 for name, *options in [("org.second",), ("a.nonsense", "--nonsense")])
+    folder, peer = opened(desktop, file_manager, "Sync")
+    desktop.announce(peer, folder / "Sync", folder / "Sync/Inside")
+    wait_for(lambda: file_manager.has_badge("Inside"), "the badge")
+
+    def has_badge_of_second():
+        return desktop.shows(badge_of_second, file_manager.icon("Inside"), *file_manager.badge_offset)
+
+    wait_for(has_badge_of_second, "the other badge")
+    file_manager.icon("Inside", "menu")
+    file_manager.entry(LINK)
+    file_manager.entry("Second")
+    file_manager.close_menu()
+
+    second.popen.send_signal(signal.SIGSTOP)
+    file_manager.icon("Letter.txt", "menu")
+    file_manager.entry(LINK)
+    file_manager.entry("Second", "gone", timeout=0)
+    file_manager.pick(LINK)
+    assert json.loads(peer.connection.recv(4096))["items"] == [str(folder / "Sync/Letter.txt")]
+
+    second.popen.kill()
+    wait_for(lambda: not has_badge_of_second(), "its end")
+    assert file_manager.has_badge("Inside")
 
 
 @with_named_entries

@@ -13,6 +13,7 @@
 //     badges(url), changes(url)     what is shown now; how often the plug-in has changed that
 //     keepsNoFile()                 whether the plug-in holds no reference to an item
 //     rename(url, new URL)          if its files are objects: gives one another URL
+//     deleteFile(url)               the file manager knows that a file is gone
 //     menu(urls)                    opens a menu: the labels of the plug-in's entries
 //     menuTook(), icons()           of the menu that was opened last
 //     pickFirst()                   picks its first entry

@@ -71,6 +71,7 @@ struct File {
     std::set<std::string> emblems = {};
     int changes = 0;
     bool isOutdated = false;
+    bool isGone = false;
 };
 
 inline File& fileOf(void* object) {
@@ -137,6 +138,9 @@ public:
     void rename(const std::string& url, const std::string& newUrl) {
         fileOf(file(url)).url = newUrl;
     }
+
+    /// Someone deletes a file.
+    void deleteFile(const std::string& url) { fileOf(file(url)).isGone = true; }
 
     Texts menu(const Texts& urls) {
         g_list_free_full(std::exchange(items_, nullptr), &g_object_unref);

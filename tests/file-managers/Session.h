@@ -160,9 +160,8 @@ inline std::unique_ptr<Session> session;
 class ActivatableExtension {
 public:
     explicit ActivatableExtension(const std::string& name = findersync::busName) {
-        std::ofstream(service_) << "[D-BUS Service]\nName=" << name
-                                << "\nExec=/bin/sh -c 'echo >>" << starts_.string()
-                                << "; exit 1'\n";
+        std::ofstream(service_) << "[D-BUS Service]\nName=" << name << "\nExec=/bin/sh -c 'echo >>"
+                                << starts_.string() << "; exit 1'\n";
     }
     ~ActivatableExtension() {
         std::filesystem::remove(service_);

@@ -27,7 +27,6 @@ INVALID_MENUS = {
     "too_few_values": ("b", marshalled("b", True)),
     "too_many_values": (MENU + "s", marshalled(MENU + "s", True, [], "x")),
     "too_many_entries": (MENU, menu(count=MOST_ENTRIES + 1)),
-    "a_title_that_is_too_long": (MENU, menu(title="x" * 1025)),
     "a_selector_of_megabytes": (MENU, menu(selector="x" * (1 << 20))),
     "an_image_of_megabytes": (MENU, menu(image="x" * (1 << 20))),
     "megabytes_that_are_not_offered": (MENU, bytes(4) + menu(title="x" * (1 << 20))[4:]),
@@ -64,17 +63,20 @@ def test_menus_that_come_late(scene, answer):
     for name in each_alone(scene):
         before = impostor.asked_for_menus
         wait_for(lambda had=before: scene.menus() and impostor.asked_for_menus > had)
-        assert ask(scene) == {name: []}
+        # A title is cut, not dropped, if it comes in time.
+        assert {label[:9] for label in ask(scene)[name]} <= ({"x" * 9} if "title" in answer else set())
     scene.recovers_from(impostor)
 
 
 def test_invalid_menus(scene):
     impostor = begin(scene, {})
-    wait_for(scene.are_badged)
     for answer, menu_of_impostor in INVALID_MENUS.items():
-        impostor.answers["MenuForMenuKind"] = menu_of_impostor
+        impostor.end()  # who has answered nonsense is not asked again
+        impostor = Impostor(scene.session, {"MenuForMenuKind": menu_of_impostor})
+        wait_for(scene.are_badged)
         scene.attack = "invalid_menus, " + answer
         assert ask(scene) == NOTHING, answer
+        assert impostor.asked_for_menus >= len(NAMES)
     scene.recovers_from(impostor)
 
 
@@ -132,7 +134,8 @@ OTHERS = {
 def test_large_answers_about_badges(scene, answers):
     impostor = Impostor(scene.session, LARGE[answers])
     for name in each_alone(scene):
-        wait_for(lambda only=name: scene.menus()[only] or scene.has_waited)
+        before = impostor.asked
+        wait_for(lambda had=before: scene.menus() and impostor.asked >= had + 2)
         ask(scene, times=10)
         assert not scene.are_badged() or name == "thunar"
     scene.recovers_from(impostor)
