@@ -35,6 +35,10 @@ class Desktop(Session):
 
     screen = None
 
+    def __init__(self, folder):
+        self.entry_icons = {}  # of other products, by title
+        super().__init__(folder)
+
     def start_bus(self, *services):
         """File managers get by with assistive technologies; some need another service."""
         self.start_screen()
@@ -67,10 +71,13 @@ class Desktop(Session):
                 place.write_text(MARKED_IMAGE.format(color))
         return marked
 
-    def add_badge(self, group, color):
-        """A badge of another product, all of one colour."""
-        ours = next(self.marked_data().rglob(f"emblem-{GROUP}.FolderIco.svg"))
-        (ours.parent / f"emblem-{group}.FolderIco.svg").write_text(MARKED_IMAGE.format(color))
+    def add_images(self, group, badge, title, entry):
+        """Images of another product, each all of one colour: its badge, and the icon of the entry
+        with this title."""
+        self.entry_icons[title] = entry
+        for name, color in [("emblem-{}.FolderIco.svg", badge), ("{}.icon_URLlink.svg", entry)]:
+            ours = next(self.marked_data().rglob(name.format(GROUP)))
+            (ours.parent / name.format(group)).write_text(MARKED_IMAGE.format(color))
 
     def configure(self, name, text):
         file = self.home / "config" / name
@@ -171,6 +178,10 @@ class FileManager:
         subprocess.run(["xdotool", "mousemove", str(x + 20), str(y + 250), "click", "3"],
                        env=self.desktop.environment, check=True)
 
+    def expect_menu_without(self, title):
+        self.entry(self.last_entry)
+        self.entry(title, "gone", timeout=0)
+
     def close_menu(self):
         self.entry(self.last_entry)  # it may still be about to open
         subprocess.run(["xdotool", "key", "Escape"], env=self.desktop.environment, check=True)
@@ -231,7 +242,11 @@ class Dolphin(FileManager):
     def entry(self, title, action="find", **options):
         """Qt keeps popup menus out of the accessible tree: the entries' icons tell where they are."""
         wait_for(lambda: len(self.windows()) > 1, "the menu")
-        left, top, right, bottom = wait_for(self.entries, "the entry")
+        if action == "gone":
+            wait_for(lambda: self.desktop.screenshot() == self.desktop.screenshot(), "a menu at rest")
+            assert self.place_of(title) is None, self.desktop.look("failed")
+            return None
+        left, top, right, bottom = wait_for(lambda: self.place_of(title), "the entry")
         if action == "click":
             subprocess.run(["xdotool", "mousemove", str(left), str(top), "click", "1"],
                            env=self.desktop.environment, check=True)
@@ -240,10 +255,14 @@ class Dolphin(FileManager):
     def pick(self, title):
         self.entry(title, self.press)
 
-    def entries(self):
-        """Where the icons of our entries are, or none."""
+    def expect_menu_without(self, title):
+        self.entry(title, "gone")
+
+    def place_of(self, title):
+        """Where the icon of an entry is, or that of our last one; or none."""
         screen = self.desktop.screenshot()
-        color = Image.new("RGB", screen.size, self.desktop.entry_icon)
+        icon = self.desktop.entry_icons.get(title, self.desktop.entry_icon)
+        color = Image.new("RGB", screen.size, icon)
         mask = ImageChops.difference(screen, color).convert("L").point(lambda value: 255 * (not value))
         return mask.getbbox()
 
