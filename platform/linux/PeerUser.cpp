@@ -3,17 +3,14 @@
 
 #include "platform/linux/PeerUser.h"
 
-#include "platform/text/Splitting.h"
 #include "process/Descriptor.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <string>
 #include <string_view>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -22,19 +19,30 @@ namespace platform::linux_backend {
 
 namespace {
 
-enum class Protocol { IPv4, IPv6 };
+struct Endpoint {
+    in_addr_t address = INADDR_BROADCAST; ///< as in `sockaddr_in`, as are the tables' words
+    unsigned port = 0;                    ///< in the host's byte order
 
-/// An address as the tables have it, in hexadecimal: words in the kernel's byte order, and a port.
-std::string addressText(const sockaddr_in& address, Protocol protocol) {
-    std::array<char, sizeof "0000000000000000FFFF0000FFFFFFFF:FFFF"> text{};
-    const in_addr_t word = address.sin_addr.s_addr;
-    const unsigned port = ntohs(address.sin_port);
-    if (protocol == Protocol::IPv4)
-        (void)std::snprintf(text.data(), text.size(), "%08X:%04X", word, port);
-    else // an IPv4 address within IPv6
-        (void)std::snprintf(text.data(), text.size(), "%016X%08X%08X:%04X", 0U, htonl(0xffff), word,
-                            port);
-    return text.data();
+    bool operator==(const Endpoint&) const = default;
+};
+
+Endpoint endpointOf(const sockaddr_in& address) {
+    return {.address = address.sin_addr.s_addr, .port = ntohs(address.sin_port)};
+}
+
+/// Parses "0100007F:F192". IPv6 has four words for the address: an IPv4 address is mapped, and the
+/// wildcard is zero, as in IPv4. Any other address is none of ours.
+Endpoint endpointOf(std::string_view text) {
+    constexpr std::string_view mapped = "0000000000000000FFFF0000";
+    constexpr std::string_view wildcard = "000000000000000000000000";
+    if (text.starts_with(mapped) || text.starts_with(wildcard))
+        text.remove_prefix(mapped.size());
+    Endpoint endpoint;
+    const char* const end = text.data() + text.size();
+    const auto address = std::from_chars(text.data(), end, endpoint.address, 16);
+    if (address.ptr != end)
+        (void)std::from_chars(address.ptr + 1, end, endpoint.port, 16);
+    return endpoint;
 }
 
 /// The words of a line: number, local address, remote address, state, ..., user, time, inode.
@@ -48,37 +56,49 @@ std::array<std::string_view, 10> wordsOf(std::string_view line) {
     return words;
 }
 
-/// The beginning of a table up to a connection, or the whole table if the connection is not there:
-/// the read that finds the end takes as long as all before it.
-std::string readUntil(const char* table, const std::string& connection) {
-    const process::Descriptor file(::open(table, O_RDONLY | O_CLOEXEC));
-    std::string text;
-    std::array<char, 4096> part{};
-    ssize_t count = 0;
-    while (text.find('\n', text.find(connection)) == std::string::npos &&
-           ((count = ::read(file.get(), part.data(), part.size())) > 0 ||
-            (count < 0 && errno == EINTR)))
-        text.append(part.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    return text;
-}
+/// What the tables say about one connection.
+struct Search {
+    Endpoint own;
+    Endpoint peer;
+    std::optional<uid_t> user;
 
-/// Searches one protocol's table for the other end of a connection.
-std::optional<uid_t> userIn(const char* table, const std::string& own, const std::string& peer) {
-    std::string wildcard = peer;
-    std::fill(wildcard.begin(), std::ranges::find(wildcard, ':'), '0');
-    std::optional<uid_t> found;
-    for (const std::string_view line : text::split(readUntil(table, peer + " " + own), "\n")) {
-        const auto [number, local, remote, state, queues, timer, retries, user, time, inode] =
+    /// Returns whether the line is the connection's, which comes after those of all listeners.
+    bool read(std::string_view line) {
+        const auto [number, local, remote, state, queues, timer, retries, owner, time, inode] =
             wordsOf(line);
-        const bool listens = state == "0A" && (local == peer || local == wildcard);
+        const Endpoint end = endpointOf(local);
+        const bool isConnection = end == peer && endpointOf(remote) == own;
+        const bool listens = state == "0A" && end.port == peer.port &&
+                             (end.address == peer.address || end.address == INADDR_ANY);
         // Until a connection is accepted, it has no inode and no user.
-        const bool hasAccepted = local == peer && remote == own && inode != "0";
-        uid_t id = 0;
-        (void)std::from_chars(user.data(), user.data() + user.size(), id);
-        if ((listens || hasAccepted) && (!found || *found == ::geteuid()))
-            found = id;
+        if (listens || (isConnection && inode != "0")) {
+            uid_t id = 0;
+            (void)std::from_chars(owner.data(), owner.data() + owner.size(), id);
+            if (!user || *user == ::geteuid())
+                user = id;
+        }
+        return isConnection;
     }
-    return found;
+};
+
+/// Reads a table up to the connection, or to its end, which takes as long as all before it.
+void searchTable(const char* table, Search& search) {
+    const process::Descriptor file(::open(table, O_RDONLY | O_CLOEXEC));
+    std::array<char, 4096> buffer{};
+    std::size_t kept = 0;
+    ssize_t count = 0;
+    while ((count = ::read(file.get(), buffer.data() + kept, buffer.size() - kept)) > 0 ||
+           (count < 0 && errno == EINTR)) {
+        std::string_view text(buffer.data(),
+                              kept + static_cast<std::size_t>(std::max(count, ssize_t{0})));
+        for (std::size_t end = 0; (end = text.find('\n')) != std::string_view::npos;
+             text.remove_prefix(end + 1)) {
+            if (search.read(text.substr(0, end)))
+                return;
+        }
+        kept = text.size();
+        std::ranges::copy(text, buffer.begin());
+    }
 }
 
 } // namespace
@@ -91,15 +111,11 @@ std::optional<uid_t> peerUser(int socket) {
     if (::getsockname(socket, reinterpret_cast<sockaddr*>(&own), &ownSize) != 0 ||
         ::getpeername(socket, reinterpret_cast<sockaddr*>(&peer), &peerSize) != 0)
         return std::nullopt;
-    for (const Protocol protocol : {Protocol::IPv4, Protocol::IPv6}) {
-        // Where nobody listens with IPv4, a listener with IPv6 may take both.
-        const auto user =
-            userIn(protocol == Protocol::IPv4 ? "/proc/self/net/tcp" : "/proc/self/net/tcp6",
-                   addressText(own, protocol), addressText(peer, protocol));
-        if (user)
-            return user;
-    }
-    return std::nullopt;
+    Search search{.own = endpointOf(own), .peer = endpointOf(peer), .user = {}};
+    searchTable("/proc/self/net/tcp", search);
+    if (!search.user) // where nobody listens with IPv4, a listener with IPv6 may take both
+        searchTable("/proc/self/net/tcp6", search);
+    return search.user;
 }
 
 } // namespace platform::linux_backend
