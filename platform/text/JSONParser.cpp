@@ -2,8 +2,8 @@
 
 #include <boost/container/small_vector.hpp>
 #include <boost/json/basic_parser_impl.hpp>
-#include <charconv>
 #include <cmath>
+#include <cstdlib>
 #include <utility>
 
 namespace platform::text {
@@ -12,14 +12,11 @@ namespace {
 
 constexpr std::size_t depthLimit = 512;
 
-/// The double nearest to a number, from which the parser's may differ slightly. Returns nullopt
-/// when the number overflows or underflows.
-std::optional<double> nearestDouble(boost::json::string_view literal) {
-    double number = 0;
-    const auto result = std::from_chars(literal.begin(), literal.end(), number);
-    if (result.ec != std::errc())
-        return std::nullopt;
-    return number;
+/// The double nearest to a number, from which the parser's may differ slightly; infinite when it
+/// overflows. By std::strtod, since Apple's library has no std::from_chars for doubles before macOS
+/// 26; no program here sets a locale, in which a decimal point could be another character.
+double nearestDouble(boost::json::string_view literal) {
+    return std::strtod(std::string(literal).c_str(), nullptr);
 }
 
 /// Receives the parser's events and builds the value. The function names are the parser's.
@@ -59,8 +56,8 @@ public:
         add(static_cast<double>(number)); // above the range of std::int64_t
         return true;
     }
-    bool on_double(double approximation, View literal, Error& error) {
-        const double number = nearestDouble(literal).value_or(approximation);
+    bool on_double(double, View literal, Error& error) {
+        const double number = nearestDouble(literal);
         const bool isInteger = literal.find_first_of(".eE") == View::npos;
         if (std::isinf(number) && !isInteger) {
             error = boost::json::error::exponent_overflow;

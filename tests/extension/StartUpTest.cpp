@@ -165,7 +165,8 @@ TEST_F(StartUpDeath, ATextSettingThatIsNotAString) {
 
 TEST_F(StartUpDeath, APortOutsideThirtyTwoBits) {
     using Limits = std::numeric_limits<std::int64_t>;
-    for (const std::int64_t port : {-1L, 4294967296L, Limits::min(), Limits::max()}) {
+    for (const auto port :
+         {std::int64_t{-1}, std::int64_t{1} << 32, Limits::min(), Limits::max()}) {
         script().settings = {{"ServerPort", number(port)}};
         expectDeath("^fatal error: the setting \"ServerPort\" is out of range: " +
                     std::to_string(port) + "\n$");

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <unistd.h> // where a Mac declares mkdtemp
 
 namespace tests {
 
