@@ -1,6 +1,6 @@
 #pragma once
 
-// The part of the FinderSync framework that a Finder Sync extension uses.
+// The part of the FinderSync framework that the extension uses.
 
 #import <AppKit/AppKit.h>
 #import <Foundation/Foundation.h>
@@ -12,20 +12,21 @@ typedef NS_ENUM(NSUInteger, FIMenuKind) {
     FIMenuKindToolbarItemMenu = 3,
 };
 
+__attribute__((availability(macos, introduced = 10.10)))
 @interface FIFinderSync : NSObject
-- (nullable NSMenu*)menuForMenuKind:(FIMenuKind)kind;
+- (nullable NSMenu*)menuForMenuKind:(FIMenuKind)menu;
 - (void)beginObservingDirectoryAtURL:(nonnull NSURL*)url;
 - (void)endObservingDirectoryAtURL:(nonnull NSURL*)url;
 - (void)requestBadgeIdentifierForURL:(nonnull NSURL*)url;
 @end
 
-/// Does nothing: tests replace the default controller.
+__attribute__((availability(macos, introduced = 10.10)))
 @interface FIFinderSyncController : NSObject
 + (nonnull instancetype)defaultController;
-@property (nonatomic, copy, nonnull) NSSet* directoryURLs;
+@property (copy, null_resettable) NSSet<NSURL*>* directoryURLs;
 - (void)setBadgeImage:(nonnull NSImage*)image
                  label:(nullable NSString*)label
-    forBadgeIdentifier:(nonnull NSString*)badgeIdentifier;
-- (void)setBadgeIdentifier:(nonnull NSString*)badgeIdentifier forURL:(nonnull NSURL*)url;
-- (nullable NSArray*)selectedItemURLs;
+    forBadgeIdentifier:(nonnull NSString*)badgeID;
+- (void)setBadgeIdentifier:(nonnull NSString*)badgeID forURL:(nonnull NSURL*)url;
+- (nullable NSArray<NSURL*>*)selectedItemURLs;
 @end

@@ -1,0 +1,31 @@
+# Toolchain that builds for a Mac on Debian, with LLVM's tools and the SDK of tests/macos/sdk. What it
+# builds is looked at by tests and goes to nobody.
+set(CMAKE_SYSTEM_NAME Darwin)
+set(CMAKE_OSX_SYSROOT ${CMAKE_CURRENT_LIST_DIR}/../build/macos-sdk)
+if(NOT EXISTS ${CMAKE_OSX_SYSROOT}/assemble)
+  message(FATAL_ERROR "There is no SDK in build/macos-sdk: run scripts/install-dependencies macos-cross")
+endif()
+
+set(CMAKE_CXX_COMPILER clang++-19)
+set(CMAKE_CXX_COMPILER_TARGET x86_64-apple-macos)
+set(CMAKE_OBJCXX_COMPILER_TARGET x86_64-apple-macos)
+foreach(tool AR NM RANLIB LIPO INSTALL_NAME_TOOL STRIP OTOOL)
+  string(TOLOWER llvm-${tool}-19 program)
+  string(REPLACE _ - program ${program})
+  find_program(CMAKE_${tool} ${program} REQUIRED)
+endforeach()
+find_program(libtool llvm-libtool-darwin-19 REQUIRED)
+
+set(libcxx "-nostdinc++")
+foreach(folder ${CMAKE_OSX_SYSROOT}/usr/include/c++/v1 /usr/lib/llvm-19/include/c++/v1)
+  string(APPEND libcxx " -isystem ${folder}")
+endforeach()
+foreach(language CXX OBJCXX)
+  set(CMAKE_${language}_FLAGS_INIT ${libcxx})
+  # llvm-ar does not know objects for two processors.
+  set(CMAKE_${language}_ARCHIVE_CREATE "${libtool} -static -o <TARGET> <OBJECTS>")
+  set(CMAKE_${language}_ARCHIVE_FINISH "")
+endforeach()
+foreach(kind EXE MODULE SHARED)
+  set(CMAKE_${kind}_LINKER_FLAGS_INIT "-fuse-ld=lld")
+endforeach()
