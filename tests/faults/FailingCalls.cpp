@@ -106,7 +106,7 @@ constexpr Group groups[] = {
     {"listxattr", {systemError(ENOTSUP), systemError(ERANGE), systemError(ENOMEM)}},
     {"open", {systemError(EMFILE), systemError(EINTR), systemError(EACCES), systemError(ENOMEM)}},
     {"poll", {systemError(EINTR), systemError(ENOMEM)}},
-    {"read", {systemError(EINTR), systemError(EIO), oneByte(), answer(0)}},
+    {"read __read_chk", {systemError(EINTR), systemError(EIO), oneByte(), answer(0)}},
     {"readlink", {systemError(EACCES), systemError(ENOMEM)}},
     {"recv", {systemError(EINTR), systemError(ECONNRESET), systemError(ENOMEM), oneByte()}},
     {"send",
@@ -115,7 +115,9 @@ constexpr Group groups[] = {
     {"write",
      {systemError(EINTR), systemError(EAGAIN), systemError(EIO), systemError(EPIPE), oneByte()}},
     // libsystemd.
-    {"sd_bus_add_filter sd_bus_add_object_vtable sd_bus_attach_event sd_bus_message_append "
+    {"sd_bus_add_filter sd_bus_add_object_vtable sd_bus_attach_event "
+     "sd_bus_emit_properties_changed "
+     "sd_bus_message_append sd_bus_reply_method_return "
      "sd_bus_message_append_basic sd_bus_message_close_container sd_bus_message_new_method_return "
      "sd_bus_message_open_container sd_event_add_defer sd_event_add_time_relative sd_event_run "
      "sd_event_source_set_enabled sd_event_source_set_io_events",

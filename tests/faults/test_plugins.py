@@ -30,7 +30,7 @@ LET_BE = [re.compile(pattern) for pattern in (
     # They start a call, whose failure its "finish" function returns.
     r"g_bus_get|g_dbus_connection_call",
     r"g_dbus_connection_(get_type|signal_(un)?subscribe)",
-    r"(caja|nemo|nautilus|thunarx)_\w+_(get_type|new|signal|emblem|extension_info)",
+    r"(caja|nemo|nautilus|thunarx)_\w+_(get_type|new|signal|emblem|extension_info|is_gone)",
     r"thunarx_provider_plugin_\w+",
     # Qt's own classes, but for those of the bus.
     r"_Z(?!\w*QDBus)\w+",

@@ -31,7 +31,7 @@ COMPLAINTS = {
 }
 # Their failure breaks the link, or prevents it; the trace says so.
 OF_THE_LINK = {"inet_pton", "socket", "connect", "getsockopt", "getsockname", "getpeername",
-               "__snprintf_chk", "open", "read", "recv", "sd_event_add_io", "memory"}
+               "open", "read", "__read_chk", "recv", "sd_event_add_io", "memory"}
 # The ways of `send` that report a reset, after which the end of the link is not reported.
 RESETS = (" send 1", " send 2")
 # Their failure loses lines of the trace, or splits one event into two.
