@@ -63,11 +63,15 @@ int endOnSignals(sd_event* event) {
         result < 0)
         return result;
     handle(SIGPIPE, SIG_IGN);
+    handle(SIGXFSZ, SIG_IGN);
     handle(SIGALRM, terminateNow);
     handle(SIGINT, requestTermination);
     handle(SIGTERM, requestTermination);
     if (!isIgnored(SIGHUP))
         handle(SIGHUP, requestTermination);
+    sigset_t none;
+    (void)sigemptyset(&none);
+    (void)::sigprocmask(SIG_SETMASK, &none, nullptr);
     return 0;
 }
 

@@ -74,9 +74,11 @@ std::string& linesFor(int descriptor) {
     return all.lines;
 }
 
-bool namesStandardError(const char* journalStream) {
+/// Whether a stream is the journal that `$JOURNAL_STREAM` names.
+bool isJournal(int descriptor) {
+    const char* const journalStream = std::getenv("JOURNAL_STREAM");
     struct stat status {};
-    if (journalStream == nullptr || ::fstat(STDERR_FILENO, &status) != 0)
+    if (journalStream == nullptr || ::fstat(descriptor, &status) != 0)
         return false;
     // No allocation: fatalError calls this when memory has run out.
     char device[64];
@@ -97,8 +99,8 @@ void flushStandardStreams() {
 }
 
 bool standardErrorIsJournal() {
-    static const bool isJournal = namesStandardError(std::getenv("JOURNAL_STREAM"));
-    return isJournal;
+    static const bool result = isJournal(STDERR_FILENO);
+    return result;
 }
 
 void bufferDiagnostic(Level level, std::string_view prefix, std::string_view text) {
@@ -117,7 +119,17 @@ void writeDiagnostic(Level level, std::string_view prefix, std::string_view text
 }
 
 void bufferLine(std::string_view text, std::string_view value) {
-    linesFor(STDOUT_FILENO).append(text).append(value) += '\n';
+    static const bool hasLevels = isJournal(STDOUT_FILENO);
+    std::string& lines = linesFor(STDOUT_FILENO);
+    std::size_t begin = lines.size();
+    lines.append(text).append(value) += '\n';
+    // A journal takes a level from every line, and ends lines at NUL, too.
+    constexpr std::string_view level = "<6>";
+    constexpr std::string_view ends("\n\0", 2);
+    for (; hasLevels && begin < lines.size(); begin = lines.find_first_of(ends, begin) + 1) {
+        lines.insert(begin, level);
+        begin += level.size();
+    }
 }
 
 } // namespace linux_backend

@@ -10,7 +10,8 @@ namespace platform::linux_backend {
 /// reads the stream any more.
 void flushStandardStreams();
 
-/// Buffers one line for standard output: the text and the value directly after it.
+/// Buffers one line for standard output: the text and the value directly after it. When standard
+/// output is a journal, each line of theirs has the level Info, so that none can forge another.
 void bufferLine(std::string_view text, std::string_view value);
 
 /// How a service manager's journal classifies a line; the values are syslog's.

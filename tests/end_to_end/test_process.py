@@ -142,9 +142,27 @@ def test_a_flooding_peer_does_not_keep_it_from_ending(session):
     assert extension.wait() == 0
 
 
+def test_it_takes_over_no_blocked_signal(session):
+    signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGTERM})
+    try:
+        extension = session.start_extension()
+    finally:
+        signal.pthread_sigmask(signal.SIG_UNBLOCK, {signal.SIGTERM})
+    session.wait_for_name()
+    assert extension.end(signal.SIGTERM) == 0
+
+
+def test_it_outlives_a_file_that_may_not_grow(session):
+    session.wrapper = ["prlimit", "--fsize=20", *session.wrapper]
+    extension = session.start_extension()
+    session.wait_for_name()
+    session.method("BeginObservingDirectoryAtURL", "s", "file:///a")
+    assert extension.end() == 0
+
+
 @pytest.fixture
 def journal(session):
-    """A file that takes standard error as the system's journal does."""
+    """A file that takes an output stream as the system's journal does."""
     with open(session.folder / "journal", "wb") as file:
         status = os.fstat(file.fileno())
         session.environment["JOURNAL_STREAM"] = f"{status.st_dev}:{status.st_ino}"
@@ -164,6 +182,16 @@ def test_log_lines_for_a_journal_carry_their_level(session, journal):
     first, last = lines_of(journal)
     assert first.startswith("<7>FinderSync() launched from /")
     assert last == "<7>beginObservingDirectoryAtURL: file:///a"
+
+
+def test_each_line_of_the_trace_carries_its_level_in_a_journal(session, journal):
+    peer, extension = session.start_connected(stdout=journal)
+    peer.send(b'{"type":"hello"}\n\n<0>a forged line\n\0<0>another\n')
+    wait_for(lambda: "another" in pathlib.Path(journal.name).read_text(), "the trace")
+    assert extension.end() == 0
+    breaks = pathlib.Path(journal.name).read_bytes().replace(b"\0", b"\n").splitlines()
+    assert b"<6><0>another" in breaks
+    assert all(each.startswith(b"<6>") for each in breaks)
 
 
 def test_fatal_errors_in_a_journal_are_critical(session, journal):

@@ -19,8 +19,8 @@ PROGRAM = played.BUILD / "bin" / "finder-sync-extension"
 LET_BE = {
     "it cannot fail, or only for a mistake of the caller's": """
         abort alarm clock_gettime fcntl getenv geteuid getpid memchr memcmp memcpy memmove memset
-        raise sigaction sigemptyset strcmp strerror strerror_r strlen strncpy strtod tolower _exit
-        __errno_location __libc_start_main __cxa_atexit __cxa_finalize __gmon_start__ __memcpy_chk __memmove_chk
+        raise sigaction sigemptyset sigprocmask strcmp strerror strerror_r strlen strncpy strtod
+        tolower _exit __errno_location __libc_start_main __cxa_atexit __cxa_finalize __gmon_start__ __memcpy_chk __memmove_chk
         __stack_chk_fail __tls_get_addr _ITM_deregisterTMCloneTable _ITM_registerTMCloneTable
         sd_bus_creds_unref sd_bus_flush_close_unref sd_bus_get_event sd_bus_is_open
         sd_bus_message_get_bus sd_bus_message_get_expect_reply sd_bus_message_unref

@@ -138,7 +138,7 @@ TEST_F(Products, AreABoundedNumberOfWhichTheInstalledGoFirst) {
     const ActivatableExtension installed(last);
     EXPECT_TRUE(runUntil([&] {
         manager.show(root + "/" + std::to_string(++shown));
-        return manager.menu({root}).size() == 31 && installed.starts() == 1;
+        return manager.menu({root}).size() == 31 && installed.starts() >= 1;
     }));
 }
 

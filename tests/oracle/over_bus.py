@@ -1,6 +1,7 @@
 """The events of a session in the form in which the session bus brings them to the real process,
 and what it must show for them."""
 
+import re
 import urllib.parse
 
 WRITABLE = {"pathsOfRootFolders": "as", "displayBackup": "x", "displayUrlLink": "x",
@@ -8,6 +9,12 @@ WRITABLE = {"pathsOfRootFolders": "as", "displayBackup": "x", "displayUrlLink": 
 # Those, too, that made sessions do not write to.
 SIGNATURES = WRITABLE | {"myFolderURL": "s", "serverPort": "u", "isSocketConnected": "b"}
 METHODS = {"begin": "BeginObservingDirectoryAtURL", "end": "EndObservingDirectoryAtURL"}
+
+
+def without_parsers_words(error):
+    """A fatal error's line as the model has it, which does not know the parser's words."""
+    return re.sub(r"not JSON: [A-Za-z ]+ at byte \d+|the top level is neither .* array", "not JSON",
+                  error)
 
 
 def has_bus_form(path):

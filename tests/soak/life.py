@@ -19,7 +19,8 @@ from conftest import BUS_NAME, TIMEOUT, BusError, Session, line, wait_for
 from jeepney import message_bus
 from jeepney.io.blocking import open_dbus_connection
 from oracle import compare, model
-from oracle.over_bus import answers_of, ask, printed, sent_over_bus, visible
+from oracle.over_bus import (answers_of, ask, printed, sent_over_bus, visible,
+                             without_parsers_words)
 from oracle.text import decomposed
 
 BUFFER = 1024  # bytes that stay for each has-bytes-available event, on purpose
@@ -69,6 +70,15 @@ class Written:
             raise Different(f"{self.path.name}: expected ...{expected[at:at + 600]!r}\n"
                             f"     but got ...{self.unread[at:at + 600]!r}")
         self.unread = self.unread[len(expected):]
+
+    def line(self):
+        """Waits until a line has been appended."""
+        deadline = time.monotonic() + TIMEOUT
+        while b"\n" not in self.unread and time.monotonic() < deadline:
+            self.unread += self.file.read()
+            time.sleep(0.0002)
+        line, end, self.unread = self.unread.partition(b"\n")
+        return line + end
 
     def require_nothing(self):
         self.unread += self.file.read()
@@ -208,7 +218,8 @@ class Life:
                 self.play(name, *arguments)
         except model.Death as death:
             self.match()
-            self.session.log.expect(b"<2>" + str(death).encode() + b"\n")
+            error = without_parsers_words(self.session.log.line().decode())
+            require(f"<2>{death}\n", error, "fatal error")
             self.finish(-signal.SIGABRT)
         else:
             self.match()
@@ -322,7 +333,7 @@ class Life:
         kind = (stage, self.link, *(value for value in sorted(self.settings.items())
                                     if value[0] != "ServerPort"))
         self.session.require_same(("bytes and blocks on the heap", *kind), self.heap())
-        self.session.require_same("levels", self.session.levels())
+        self.session.require_same(("levels", self.link), self.session.levels())
 
     def require_little_memory(self):
         """Notices what the count of the heap misses, such as mapped memory."""
