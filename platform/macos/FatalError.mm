@@ -2,15 +2,19 @@
 #include "platform/macos/Strings.h"
 
 #include <cstdlib>
+#include <os/log.h>
 
 namespace platform {
 
-/// Logs the reason, which NSLog writes to standard error too.
+/// Logs the reason twice: NSLog writes it to standard error too, but from macOS 26 on the log shows
+/// its text as "<private>".
 void fatalError(std::string_view reason) {
     @autoreleasepool {
         ::NSArray* const lines = [macos::stringObject(reason).autoreleased()
             componentsSeparatedByCharactersInSet:[::NSCharacterSet controlCharacterSet]];
-        ::NSLog(@"fatal error: %@", [lines componentsJoinedByString:@" "]);
+        ::NSString* const line = [lines componentsJoinedByString:@" "];
+        os_log_error(OS_LOG_DEFAULT, "fatal error: %{public}s", [line UTF8String]);
+        ::NSLog(@"fatal error: %@", line);
     }
     std::abort();
 }

@@ -121,6 +121,7 @@ TEST_F(Values, NumbersKeepTheirKindAndPrecision) {
     EXPECT_EQ(valueOfObject([NSNumber numberWithUnsignedLongLong:largest + 1ULL]), Object{0x1p63});
     EXPECT_EQ(valueOfObject([NSNumber numberWithFloat:0.5F]), Object{0.5});
     EXPECT_EQ(valueOfObject([NSNumber numberWithDouble:0.1]), Object{0.1});
+    EXPECT_EQ(valueOfObject([NSDecimalNumber decimalNumberWithString:@"0.1"]), Object{0.1});
     EXPECT_EQ(valueOfObject([NSNumber numberWithBool:YES]), Object{true});
     EXPECT_EQ(valueOfObject([NSNumber numberWithBool:NO]), Object{false});
     EXPECT_EQ(valueOfObject([[[CharacterNumber alloc] init] autorelease]), Object{std::int64_t{5}});
@@ -356,6 +357,15 @@ TEST(Output, NothingIsLostInAPipeThatHasNoRoomAtTimes) {
 TEST(FatalErrors, ControlCharactersBecomeSpaces) {
     EXPECT_EXIT(platform::fatalError("one\ttwo\x1b[2Jthree\rfour\nfive"),
                 testing::KilledBySignal(SIGABRT), "fatal error: one two .2Jthree four five\n$");
+}
+
+TEST(FatalErrors, TheReasonIsReadableInTheLog) {
+#if defined(__APPLE__)
+    GTEST_SKIP() << "the system's log cannot be read from here";
+#else
+    EXPECT_EXIT(platform::fatalError("one\ntwo"), testing::KilledBySignal(SIGABRT),
+                "^log: fatal error: one two\n");
+#endif
 }
 
 } // namespace

@@ -47,6 +47,13 @@ Class _Nullable NSClassFromString(NSString* aClassName);
 @interface NSObject (Foundation)
 - (nullable id)valueForKey:(NSString*)key;
 - (void)setValue:(nullable id)value forKey:(NSString*)key;
+- (void)performSelectorOnMainThread:(SEL)aSelector
+                         withObject:(nullable id)arg
+                      waitUntilDone:(BOOL)wait;
+@end
+
+@interface NSThread : NSObject
+@property (class, readonly) BOOL isMainThread;
 @end
 
 @interface NSAutoreleasePool : NSObject
@@ -117,6 +124,10 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 + (NSNumber*)numberWithBool:(BOOL)value;
 - (NSNumber*)initWithLongLong:(long long)value;
 - (NSNumber*)initWithDouble:(double)value;
+@end
+
+@interface NSDecimalNumber : NSNumber
++ (NSDecimalNumber*)decimalNumberWithString:(nullable NSString*)numberValue;
 @end
 
 @interface NSDate : NSObject <NSCopying>
