@@ -3,7 +3,8 @@
 // The principal class of the app extension, which the Finder instantiates. It publishes the
 // selectors and key-value properties of the C++ object, and forwards everything to it.
 //
-// Everything runs on the thread that created the object: the extension's main thread.
+// Everything runs on the main thread, where the Finder creates the object. Requests and actions of
+// the Finder that arrive on another thread are handed over to it.
 
 #import <AppKit/AppKit.h>
 #import <CoreFoundation/CoreFoundation.h>
@@ -36,6 +37,8 @@ class HostedFinderSync;
 
 - (void)connect;
 - (NSString*)errnoDescription;
+/// Numbers are 64-bit integers or doubles: integers from 2^63 on, and decimal numbers, are rounded
+/// to a double.
 - (NSString*)JSONStringify:(id)value prettyPrinted:(BOOL)prettyPrinted;
 - (NSDictionary*)JSONParseDictionary:(NSString*)text;
 - (void)sendClickedData:(NSString*)clickType;

@@ -8,9 +8,12 @@
 #include "platform/macos/URL.h"
 #include "platform/macos/Values.h"
 
+#include <atomic>
 #include <csignal>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 using platform::macos::objectOfValue;
@@ -54,6 +57,47 @@ std::vector<std::string> stringsOf(NSArray* array) {
 } // namespace
 
 } // namespace hosts::macos
+
+/// Calls a function, which it does not own.
+@interface FSCall : NSObject {
+@public
+    const std::function<void()>* function_;
+}
+- (void)perform;
+@end
+
+@implementation FSCall
+
+- (void)perform {
+    (*function_)();
+}
+
+@end
+
+namespace hosts::macos {
+
+namespace {
+
+/// Does what the Finder asks for with that selector on the main thread, and waits until it is done.
+/// The Finder is not known to use another thread, but nothing promises that it does not.
+void onMainThread(SEL selector, const std::function<void()>& function) {
+    if ([NSThread isMainThread]) {
+        function();
+        return;
+    }
+    static std::atomic_flag isLogged;
+    if (!isLogged.test_and_set())
+        ::NSLog(@"%@ did not come on the main thread: handed over", NSStringFromSelector(selector));
+    const auto call = platform::macos::adopt([[FSCall alloc] init]);
+    call.get()->function_ = &function;
+    [call.get() performSelectorOnMainThread:@selector(perform) withObject:nil waitUntilDone:YES];
+}
+
+} // namespace
+
+} // namespace hosts::macos
+
+using hosts::macos::onMainThread;
 
 @implementation FinderSync
 
@@ -188,22 +232,27 @@ std::vector<std::string> stringsOf(NSArray* array) {
 // Requests of the Finder.
 
 - (void)beginObservingDirectoryAtURL:(NSURL*)url {
-    extension_->beginObservingDirectoryAtURL(URL(url));
+    onMainThread(_cmd, [&] { extension_->beginObservingDirectoryAtURL(URL(url)); });
 }
 
 - (void)endObservingDirectoryAtURL:(NSURL*)url {
-    extension_->endObservingDirectoryAtURL(URL(url));
+    onMainThread(_cmd, [&] { extension_->endObservingDirectoryAtURL(URL(url)); });
 }
 
 - (void)requestBadgeIdentifierForURL:(NSURL*)url {
-    extension_->requestBadgeIdentifierForURL(URL(url));
+    onMainThread(_cmd, [&] { extension_->requestBadgeIdentifierForURL(URL(url)); });
 }
 
 - (NSMenu*)menuForMenuKind:(FIMenuKind)kind {
-    const auto menu = extension_->menuForMenuKind(static_cast<platform::FIMenuKind>(kind));
-    if (!menu)
-        return nil;
-    return platform::macos::menuObject(*menu);
+    platform::macos::Reference<NSMenu*> object;
+    onMainThread(_cmd, [&] {
+        @autoreleasepool {
+            const auto menu = extension_->menuForMenuKind(static_cast<platform::FIMenuKind>(kind));
+            if (menu)
+                object = platform::macos::retain(platform::macos::menuObject(*menu));
+        }
+    });
+    return std::move(object).autoreleased();
 }
 
 - (NSString*)errnoDescription {
@@ -214,27 +263,27 @@ std::vector<std::string> stringsOf(NSArray* array) {
 // The sender is ignored.
 
 - (void)createLinkClicked:(id)sender {
-    extension_->createLinkClicked(nullptr);
+    onMainThread(_cmd, [&] { extension_->createLinkClicked(nullptr); });
 }
 
 - (void)backupClicked:(id)sender {
-    extension_->backupClicked(nullptr);
+    onMainThread(_cmd, [&] { extension_->backupClicked(nullptr); });
 }
 
 - (void)shareContactsClicked:(id)sender {
-    extension_->shareContactsClicked(nullptr);
+    onMainThread(_cmd, [&] { extension_->shareContactsClicked(nullptr); });
 }
 
 - (void)inProgressClicked:(id)sender {
-    extension_->inProgressClicked(nullptr);
+    onMainThread(_cmd, [&] { extension_->inProgressClicked(nullptr); });
 }
 
 - (void)notSyncedClicked:(id)sender {
-    extension_->notSyncedClicked(nullptr);
+    onMainThread(_cmd, [&] { extension_->notSyncedClicked(nullptr); });
 }
 
 - (void)syncedClicked:(id)sender {
-    extension_->syncedClicked(nullptr);
+    onMainThread(_cmd, [&] { extension_->syncedClicked(nullptr); });
 }
 
 @end

@@ -3,8 +3,34 @@
 #import "tests/macos/PrincipalClassTest.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <thread>
+
+namespace {
+
+std::atomic readsElsewhere = 0;
+
+} // namespace
+
+/// Counts how often it is read on another thread than the main one.
+@interface WatchedURL : NSURL
+@end
+
+@implementation WatchedURL
+
+- (NSString*)path {
+    readsElsewhere += [NSThread isMainThread] ? 0 : 1;
+    return [super path];
+}
+
+- (NSURL*)filePathURL {
+    readsElsewhere += [NSThread isMainThread] ? 0 : 1;
+    return [super filePathURL];
+}
+
+@end
 
 namespace {
 
@@ -66,6 +92,40 @@ TEST_F(FinderRequests, TheMenuHoldsTheEntriesForAnItemInARootFolder) {
                            {"L\u00e4nk", "createLinkClicked:", "", "icon_URLlink"},
                            {"Back up", "backupClicked:", "", "icon_Backup"}}));
     EXPECT_EQ(printed(), "path: Optional(\"/sync/\u00e9\")\n");
+}
+
+TEST_F(FinderRequests, FromAnotherThreadAreHandedToTheMainThreadAndLoggedOnce) {
+    FinderSync* const extension = connectedWithSelection(@"/sync/a");
+    NSURL* const url = [[[WatchedURL alloc] initFileURLWithPath:@"/sync/a"] autorelease];
+    [finder setSelectedItemURLs:[NSArray arrayWithObject:url]];
+    NSMenu* menu = nil;
+    std::atomic isDone = false;
+    std::thread finderThread([&] {
+        @autoreleasepool {
+            [extension beginObservingDirectoryAtURL:url];
+            [extension endObservingDirectoryAtURL:url];
+            [extension requestBadgeIdentifierForURL:url];
+            menu = [[extension menuForMenuKind:FIMenuKindContextualMenuForItems] retain];
+            for (const SEL action : {
+                     @selector(createLinkClicked:), @selector(backupClicked:),
+                         @selector(shareContactsClicked:), @selector(inProgressClicked:),
+                         @selector(notSyncedClicked:), @selector(syncedClicked:)
+                 })
+                [extension performSelector:action withObject:nil];
+        }
+        isDone = true;
+    });
+    ASSERT_TRUE(runUntil([&] { return isDone.load(); }));
+    finderThread.join();
+    EXPECT_EQ(readsElsewhere, 0);
+    EXPECT_EQ([[menu itemArray] count], 1U);
+    [menu release];
+    EXPECT_EQ(
+        logged(),
+        (Lines{"beginObservingDirectoryAtURL: did not come on the main thread: handed over",
+               "beginObservingDirectoryAtURL: file:///sync/a",
+               "endObservingDirectoryAtURL: file:///sync/a",
+               "requestBadgeIdentifierForURL: file:///sync/a", "curpath: /sync", "path: /sync/a"}));
 }
 
 TEST_F(FinderRequests, OtherKindsOfMenuAreNone) {
