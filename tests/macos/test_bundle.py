@@ -358,9 +358,11 @@ def test_the_build_signs_what_it_lays_out(mac, tmp_path, identity, timestamp):
     mac.calls.write_text("")
     environment = os.environ | {"PATH": mac.path, "ENTITLEMENTS": "", "REFUSED": "nothing"}
     for command in (["-G", "Ninja", "-S", project, "-B", project / "build",
-                     f"-DFINDER_SYNC_SIGNING_IDENTITY={identity}"], ["--build", project / "build"]):
+                     f"-DFINDER_SYNC_SIGNING_IDENTITY={identity}",
+                     "-DFINDER_SYNC_GROUP=group.com.example"], ["--build", project / "build"]):
         done = run("cmake", *command, env=environment)
         assert done.returncode == 0, done.stdout + done.stderr
+        assert ("macOS 15" in done.stderr) == (identity == "-" and "-S" in command)
     contents = project / "build/FinderSync.appex/Contents"
     assert {str(file.relative_to(contents)) for file in contents.rglob("*") if file.is_file()} == {
         "MacOS/FinderSync", "Info.plist", "Resources/README.md"}
