@@ -131,6 +131,8 @@ ExtensionProxy::ExtensionProxy(GDBusConnection* bus, std::string busName, std::s
                                       const char*, GVariant* arguments, void* self) {
         static_cast<ExtensionProxy*>(self)->propertiesChanged(arguments);
     };
+    // The signal is of one interface, and its first argument names another.
+    // NOLINTNEXTLINE(readability-suspicious-call-argument)
     subscription_ = g_dbus_connection_signal_subscribe(
         bus_, owner_.c_str(), propertiesInterface, "PropertiesChanged", objectPath, interfaceName,
         G_DBUS_SIGNAL_FLAGS_NONE, changedProperties, this, nullptr);

@@ -20,6 +20,7 @@ public:
     /// ready.
     ProductBadges(ExtensionProxy& extension, std::function<void(FileInfo*)> changed)
         : extension_(extension), changed_(std::move(changed)) {}
+    ~ProductBadges() = default;
     ProductBadges(const ProductBadges&) = delete;
     ProductBadges& operator=(const ProductBadges&) = delete;
 

@@ -28,7 +28,7 @@ public:
     void productChanged(ExtensionProxy& extension, ExtensionProxy::Change change);
 
 private:
-    static void itemGone(void* self, GObject* file);
+    static void itemGone(void* self, GObject* object);
 
     void update(FileInfo* file);
     void requestAll(ExtensionProxy& extension);

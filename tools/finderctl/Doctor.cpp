@@ -127,6 +127,7 @@ std::vector<Finding> examineProducts(const ExtensionProxy& extension) {
     names.erase(extension.name());
     std::erase_if(names, [](const std::string& name) { return !name.ends_with(suffix); });
     std::vector<Finding> findings;
+    findings.reserve(names.size() + 1);
     for (const std::string& name : names)
         findings.push_back(finding("product", "end or update " + name, [&] {
             return examineProduct(extension, name, contains(running, name));
@@ -164,6 +165,7 @@ std::string textOf(const std::vector<Finding>& findings) {
 
 std::string jsonOf(const std::vector<Finding>& findings) {
     std::vector<std::string> elements;
+    elements.reserve(findings.size());
     for (const Finding& finding : findings)
         elements.push_back(
             console::jsonObject({{"subject", console::jsonString(finding.subject)},
