@@ -78,9 +78,6 @@ TEST_F(Products, AreAskedAboutAnItemOnceWhateverTheOthersAnswer) {
 #endif
 
 TEST_F(Products, CostEachOtherNothingWhenOneHangsAndOneAnswersNonsense) {
-#if defined(FM_THUNAR) && defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "with the thread sanitizer, Thunar's menus often take longer than is tested";
-#endif
     ExtensionProcess nonsense({"--name", first, "--nonsense", "/sync"});
     ExtensionProcess good({"/sync"});
     ExtensionProcess hung({"--name", last, "/sync"});

@@ -4,7 +4,7 @@
 //     --directory URL       another watched directory than "file:///"; several, several directories
 //     --title TITLE         another title than "Copy _link & go"
 //     --delay MILLISECONDS  what menus take
-//     --nonsense            menus have 30,000 entries, and badges come in lists of another length
+//     --nonsense            menus have 1,000 entries, and badges come in lists of another length
 //     --without-interface   the names have a process, but nothing to offer
 // SIGUSR1 replaces the root folders by those after --then. It writes a line for each request:
 // "badges COUNT", "menu URL…", "action SELECTOR URL…"; without the interface, "call MEMBER".
@@ -69,7 +69,7 @@ gboolean answerMenu(FinderSyncExtension1* extension, GDBusMethodInvocation* call
     say("menu", urls);
     GVariantBuilder items;
     g_variant_builder_init(&items, G_VARIANT_TYPE("a(sss)"));
-    for (int entries = script.isNonsense ? 30000 : 1; entries > 0; --entries)
+    for (int entries = script.isNonsense ? 1000 : 1; entries > 0; --entries)
         g_variant_builder_add(&items, "(sss)", script.title, "createLinkClicked:", "icon_URLlink");
     finder_sync_extension1_complete_menu_for_menu_kind(extension, call, TRUE,
                                                        g_variant_builder_end(&items));
