@@ -200,7 +200,8 @@ def test_other_names_are_refused(substitute, names, refused):
 
 
 @pytest.mark.parametrize("script, arguments", [
-    ("embed-extension", ["a.appex", "b.app"]), ("register-extension", ["a.appex"])])
+    ("embed-extension", ["a.appex", "b.app"]), ("register-extension", ["a.appex"]),
+    ("release", ["--sign", "A", "--keychain-profile", "B", "a.appex", "b.app"])])
 def test_scripts_explain_themselves_and_need_a_mac(tmp_path, script, arguments):
     done = run(HOST / script, "--help")
     assert (done.returncode, done.stderr) == (0, "")
@@ -212,6 +213,14 @@ def test_scripts_explain_themselves_and_need_a_mac(tmp_path, script, arguments):
                env=os.environ | {"PATH": f"{tmp_path}:{os.environ['PATH']}"})
     assert done.returncode == 1
     assert done.stderr.startswith(f"{script}: this works on a Mac only")
+
+
+PLIST_BUDDY = """
+import plistlib, sys
+value = plistlib.load(open(sys.argv[3], "rb"))
+for key in sys.argv[2].split(":")[1:]:
+    value = value[int(key) if isinstance(value, list) else key]
+print(value)"""
 
 
 class Mac:
@@ -226,14 +235,13 @@ class Mac:
         tools.mkdir()
         for tool, script in {
             "uname": "echo Darwin",
-            "PlistBuddy": f"exec '{sys.executable}' -c 'import plistlib, sys; print(plistlib.load("
-                          'open(sys.argv[3], "rb"))[sys.argv[2].rpartition(":")[2]])\' "$@" 2>&-',
+            "PlistBuddy": f"exec '{sys.executable}' -c '{PLIST_BUDDY}' \"$@\" 2>&-",
             "codesign": f'echo "codesign $*" >>"{self.calls}"; [ "$1" != --display ] || '
                         'echo "$ENTITLEMENTS"; case "$*" in *"$REFUSED") exit 1 ;; esac',
             "pluginkit": f'echo "pluginkit $*" >>"{self.calls}"',
         }.items():
-            (tools / tool).write_text(f"#!/bin/sh\n{script}\n")
-            (tools / tool).chmod(0o755)
+            self.provide(tool, script)
+        self.environment = {}
         self.path = f"{tools}:{os.environ['PATH']}"
         self.extension = folder / "FinderSync.appex"
         shutil.copytree(contents, self.extension / "Contents")
@@ -243,6 +251,10 @@ class Mac:
         (self.app / "Contents").mkdir(parents=True)
         self.name(self.app, self.identifier[:-len(SUFFIX)])
         self.embedded = self.app / "Contents/PlugIns/FinderSync.appex"
+
+    def provide(self, tool, script):
+        (self.folder / "tools" / tool).write_text(f"#!/bin/sh\n{script}\n")
+        (self.folder / "tools" / tool).chmod(0o755)
 
     @staticmethod
     def name(bundle, identifier):
@@ -260,7 +272,8 @@ class Mac:
     def run(self, script, *arguments):
         self.calls.write_text("")
         return run(HOST / script, *arguments, env=os.environ | {
-            "PATH": self.path, "ENTITLEMENTS": self.entitlements, "REFUSED": str(self.refused)})
+            "PATH": self.path, "ENTITLEMENTS": self.entitlements, "REFUSED": str(self.refused)}
+            | self.environment)
 
     def signed(self):
         return [line for line in self.calls.read_text().splitlines() if "--force" in line]
