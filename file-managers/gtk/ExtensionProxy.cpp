@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <chrono>
 #include <initializer_list>
-#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -19,20 +18,6 @@ using std::chrono::microseconds;
 constexpr char propertiesInterface[] = "org.freedesktop.DBus.Properties";
 constexpr guint itemsKind = 0;
 constexpr std::string_view ellipsis = "…";
-
-/// A file's path as it is compared, so that canonically equivalent texts are equal. Nothing unless
-/// the URL is one of a file on this machine whose path is UTF-8: a single other one makes the
-/// extension refuse the whole request.
-std::optional<std::string> composedPath(const char* url) {
-    Text host;
-    const Text path(g_filename_from_uri(url, Out(host), nullptr));
-    if (!path || host || g_utf8_validate(path.get(), -1, nullptr) == FALSE)
-        return {};
-    if (g_str_is_ascii(path.get()) != FALSE)
-        return path.get();
-    const Text composed(g_utf8_normalize(path.get(), -1, G_NORMALIZE_NFC));
-    return composed.get();
-}
 
 /// `directory` has no "/" at the end.
 bool isWithin(std::string_view path, std::string_view directory) {
@@ -111,6 +96,17 @@ bool isOfAnotherType(const GError* error) {
 }
 
 } // namespace
+
+std::optional<std::string> composedPath(const char* url) {
+    Text host;
+    const Text path(g_filename_from_uri(url, Out(host), nullptr));
+    if (!path || host || g_utf8_validate(path.get(), -1, nullptr) == FALSE)
+        return {};
+    if (g_str_is_ascii(path.get()) != FALSE)
+        return path.get();
+    const Text composed(g_utf8_normalize(path.get(), -1, G_NORMALIZE_NFC));
+    return composed.get();
+}
 
 GVariant* newTexts(const std::vector<std::string>& texts) {
     std::vector<const char*> pointers;

@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <gio/gio.h>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,11 @@ struct MenuEntry {
     std::string selector; ///< of the action
     std::string image;    ///< the icon's name in the theme, without the product's prefix
 };
+
+/// The path of an item as it is compared, so that canonically equivalent texts are equal. Nothing
+/// unless the URL is one of a file on this machine whose path is UTF-8. Extensions are told of no
+/// other item: a single one makes them refuse the whole request.
+[[nodiscard]] std::optional<std::string> composedPath(const char* url);
 
 /// Stands for the process that owns a product's name on the session bus. Belongs to the main
 /// thread. Destroying it cancels its requests: their answers do not come any more.

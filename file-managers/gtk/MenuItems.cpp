@@ -22,11 +22,11 @@ struct Action {
     std::shared_ptr<const Selection> selection;
 };
 
-/// Without those of files that are gone.
+/// Without those of files that are gone, and of items that extensions are not told of.
 std::vector<std::string> urlsOf(const Selection& selection) {
     std::vector<std::string> urls;
     for (const Object<GObject>& file : selection.files) {
-        if (const Text url{selection.url(file.get())})
+        if (const Text url{selection.url(file.get())}; url && composedPath(url.get()))
             urls.emplace_back(url.get());
     }
     return urls;

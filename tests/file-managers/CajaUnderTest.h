@@ -10,7 +10,6 @@
 class FileManager : public GtkFileManager {
 public:
     static constexpr bool hasBadges = true;
-    static inline const Texts notFiles = {"trash:///sync", "file:///sync/%ff"};
 
 private:
     static GType providerType() {

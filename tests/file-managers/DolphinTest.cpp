@@ -19,17 +19,6 @@ TEST_F(Plugin, RequestsTheBadgeOfAnItemOnce) {
     EXPECT_EQ(extension.requestedBadges(), 1);
 }
 
-TEST_F(Plugin, AsksForNoMenuOfWhatIsNoFile) {
-    ExtensionProcess extension({"/sync"});
-    ASSERT_TRUE(knowsExtension());
-    for (const std::string& url : FileManager::notFiles) {
-        EXPECT_EQ(manager.menu({url}), Texts());
-        EXPECT_EQ(manager.menu({root, url}), Texts());
-    }
-    runFor(milliseconds(50));
-    EXPECT_EQ(extension.output().find("menu"), std::string::npos) << extension.output();
-}
-
 TEST_F(Plugin, EncodesWhatAURLMayNotContain) {
     ExtensionProcess extension({"/sync"});
     ASSERT_TRUE(knowsExtension());

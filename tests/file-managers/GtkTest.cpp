@@ -7,9 +7,10 @@ namespace {
 TEST_F(Plugin, ReportsWhatTheFilesAreCalledWhenAnEntryIsPicked) {
     ExtensionProcess extension({"/sync"});
     ASSERT_TRUE(knowsExtension());
-    const Texts files = {root + "/a", root + "/b", root + "/c"};
+    const Texts files = {root + "/a", root + "/b", root + "/c", root + "/d"};
     ASSERT_EQ(manager.menu(files), Texts{FileManager::label});
     manager.rename(files[0], root + "/new");
+    manager.rename(files[3], root + "/%ff");
     manager.deleteFile(files[1]);
     manager.forget(files[2]);
     manager.pickFirst();

@@ -103,6 +103,8 @@ public:
     static inline const std::string badgePrefix;
     static inline const std::string badge = std::string(findersync::iconPrefix) + "FolderIco";
     static inline const std::string label = "Copy __link & go";
+    static inline const Texts notFiles = {"trash:///sync", "file:///sync/%ff",
+                                          "sftp://elsewhere/sync"};
     static constexpr milliseconds leastTimeout{99};
     static constexpr milliseconds mostTimeout{250};
 

@@ -16,6 +16,18 @@ TEST_F(Plugin, OffersTheEntriesAndTellsWhatIsPicked) {
         << extension.output();
 }
 
+TEST_F(Plugin, AsksForNoMenuOfWhatIsNoFile) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    const std::string before = extension.output();
+    for (const std::string& url : FileManager::notFiles) {
+        EXPECT_EQ(manager.menu({url}), Texts());
+        EXPECT_EQ(manager.menu({root, url}), Texts());
+    }
+    runFor(milliseconds(50));
+    EXPECT_EQ(extension.output(), before);
+}
+
 TEST_F(Plugin, WaitsForAMenuATenthOfASecondAtTheMost) {
     ExtensionProcess slow({"--delay", "90", "/sync"});
     ASSERT_TRUE(knowsExtension());
