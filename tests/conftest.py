@@ -297,8 +297,10 @@ class Session:
         return self.call(Properties(EXTENSION).get(name))[0][1]
 
     def get_all(self):
-        return {name: value for name, (_, value) in
-                self.call(Properties(EXTENSION).get_all())[0].items()}
+        """Every property; GetAll leaves one out."""
+        values, = self.call(Properties(EXTENSION).get_all())
+        return {name: value for name, (_, value) in values.items()} | {
+            "pathsOfRootFolders": self.get("pathsOfRootFolders")}
 
     def set(self, name, signature, value):
         self.call(Properties(EXTENSION).set(name, signature, value))

@@ -165,9 +165,12 @@ void ExtensionProxy::requestProperties() {
 void ExtensionProxy::propertiesChanged(GVariant* arguments) {
     if (!isReady_ || g_variant_is_of_type(arguments, G_VARIANT_TYPE("(sa{sv}as)")) == FALSE)
         return;
-    const Variant changed(g_variant_get_child_value(arguments, 1));
-    const Variant paths(g_variant_lookup_value(changed.get(), "pathsOfRootFolders", nullptr));
-    changed_(*this, paths ? Change::RootFolders : Change::Menus);
+    const Variant invalidated(g_variant_get_child_value(arguments, 2));
+    const std::unique_ptr<const char*[], decltype(&g_free)> names(
+        g_variant_get_strv(invalidated.get(), nullptr), &g_free);
+    changed_(*this, g_strv_contains(names.get(), "pathsOfRootFolders") != FALSE
+                        ? Change::RootFolders
+                        : Change::Menus);
 }
 
 bool ExtensionProxy::watches(const char* url) const {

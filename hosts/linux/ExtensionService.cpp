@@ -72,9 +72,15 @@ struct ExtensionService::Callbacks {
     static const sd_bus_vtable vtable[];
 };
 
-#define WRITABLE(name, signature)                                                                  \
+/// How the change of a property is signalled. A list of any length travels when it is asked for,
+/// and not beside other properties.
+constexpr std::uint64_t withValue = SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE;
+constexpr std::uint64_t withoutValue =
+    SD_BUS_VTABLE_PROPERTY_EMITS_INVALIDATION | SD_BUS_VTABLE_PROPERTY_EXPLICIT;
+
+#define WRITABLE(name, signature, change)                                                          \
     SD_BUS_WRITABLE_PROPERTY(name, signature, getProperty, setProperty, 0,                         \
-                             SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE)
+                             SD_BUS_VTABLE_UNPRIVILEGED | (change))
 #define CONSTANT(name, signature, get)                                                             \
     SD_BUS_PROPERTY(name, signature, get, 0, SD_BUS_VTABLE_PROPERTY_CONST)
 
@@ -96,16 +102,16 @@ const sd_bus_vtable ExtensionService::Callbacks::vtable[] = {
     SD_BUS_METHOD_WITH_ARGS("PerformAction", SD_BUS_ARGS("s", selector, "as", selectedItemURLs),
                             SD_BUS_NO_RESULT, call<&ExtensionService::performAction>,
                             SD_BUS_VTABLE_UNPRIVILEGED),
-    WRITABLE("myFolderURL", "s"),
-    WRITABLE("pathsOfRootFolders", "as"),
+    WRITABLE("myFolderURL", "s", withValue),
+    WRITABLE("pathsOfRootFolders", "as", withoutValue),
     CONSTANT("serverAddress", "s", getProperty),
-    WRITABLE("serverPort", "u"),
-    WRITABLE("isSocketConnected", "b"),
-    WRITABLE("displayUrlLink", "x"),
-    WRITABLE("displayBackup", "x"),
-    WRITABLE("shareContactTitle", "s"),
-    WRITABLE("shareViaUrlTitle", "s"),
-    WRITABLE("backupTitle", "s"),
+    WRITABLE("serverPort", "u", withValue),
+    WRITABLE("isSocketConnected", "b", withValue),
+    WRITABLE("displayUrlLink", "x", withValue),
+    WRITABLE("displayBackup", "x", withValue),
+    WRITABLE("shareContactTitle", "s", withValue),
+    WRITABLE("shareViaUrlTitle", "s", withValue),
+    WRITABLE("backupTitle", "s", withValue),
     CONSTANT("directoryURLs", "as", getDirectoryURLs),
     CONSTANT("badges", "a{s(ss)}", getBadges),
     SD_BUS_VTABLE_END,

@@ -12,31 +12,35 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr std::chrono::microseconds retryInterval = 10ms;
+constexpr std::chrono::microseconds interval = 50ms;
+constexpr std::chrono::microseconds accuracy = 1us; // sd-event would take up to 250 ms otherwise
 
 } // namespace
 
 int PropertyChanges::start() {
-    const auto onEndOfTurn = [](sd_event_source*, void* self) noexcept {
-        return static_cast<PropertyChanges*>(self)->signal();
+    const auto onTime = [](sd_event_source*, std::uint64_t, void* self) noexcept {
+        static_cast<PropertyChanges*>(self)->signal();
+        return 0;
     };
-    const int result =
-        sd_event_add_defer(sd_bus_get_event(bus_), process::Out(endOfTurn_), onEndOfTurn, this);
-    return result < 0 ? result : sd_event_source_set_enabled(endOfTurn_.get(), SD_EVENT_OFF);
+    const int result = sd_event_add_time(sd_bus_get_event(bus_), process::Out(timer_),
+                                         CLOCK_MONOTONIC, 0, accuracy.count(), onTime, this);
+    return result < 0 ? result : sd_event_source_set_enabled(timer_.get(), SD_EVENT_OFF);
 }
 
 void PropertyChanges::note(std::string_view property) {
     if (std::ranges::find(names_, property) == names_.end())
         names_.emplace_back(property);
-    (void)sd_event_source_set_enabled(endOfTurn_.get(), SD_EVENT_ONESHOT);
+    (void)sd_event_source_set_enabled(timer_.get(), SD_EVENT_ONESHOT);
 }
 
-int PropertyChanges::signal() {
-    retry_.reset();
+void PropertyChanges::signal() {
+    (void)sd_event_source_set_time_relative(timer_.get(), interval.count());
     std::uint64_t queued = 0;
     (void)sd_bus_get_n_queued_write(bus_, &queued);
-    if (queued > 0) // or one signal after the other would join the queue
-        return signalLater();
+    if (queued > 0) { // or one signal after the other would join the queue
+        (void)sd_event_source_set_enabled(timer_.get(), SD_EVENT_ONESHOT);
+        return;
+    }
     std::vector<char*> names;
     names.reserve(names_.size() + 1);
     for (std::string& name : names_)
@@ -46,16 +50,6 @@ int PropertyChanges::signal() {
     (void)sd_bus_emit_properties_changed_strv(bus_, findersync::objectPath,
                                               findersync::interfaceName, names.data());
     names_.clear();
-    return 0;
-}
-
-int PropertyChanges::signalLater() {
-    const auto onTime = [](sd_event_source*, std::uint64_t, void* self) noexcept {
-        return static_cast<PropertyChanges*>(self)->signal();
-    };
-    return sd_event_add_time_relative(sd_bus_get_event(bus_), process::Out(retry_), CLOCK_MONOTONIC,
-                                      static_cast<std::uint64_t>(retryInterval.count()), 0, onTime,
-                                      this);
 }
 
 } // namespace hosts::linux_host

@@ -10,8 +10,9 @@
 
 namespace hosts::linux_host {
 
-/// Gathers the names of changed properties, and signals them together at the end of the run-loop
-/// turn, or later while messages are queued for the bus.
+/// Gathers the names of changed properties, and signals them together: the first change at the end
+/// of the run-loop turn, and those that follow at most every 50 ms. While messages are queued for
+/// the bus, it gathers on.
 class PropertyChanges {
 public:
     /// The connection is not owned. It is attached to an event loop already.
@@ -27,12 +28,10 @@ public:
     void note(std::string_view property);
 
 private:
-    int signal();
-    int signalLater();
+    void signal();
 
     sd_bus* bus_;
-    process::EventSource endOfTurn_; ///< fires once the current turn is over
-    process::EventSource retry_;     ///< fires when the bus has had time to read
+    process::EventSource timer_;     ///< its time is that of the next signal; on if there is one
     std::vector<std::string> names_; ///< of the changed properties, each once
 };
 

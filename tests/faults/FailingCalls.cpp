@@ -119,8 +119,9 @@ constexpr Group groups[] = {
      "sd_bus_emit_properties_changed "
      "sd_bus_message_append sd_bus_reply_method_return "
      "sd_bus_message_append_basic sd_bus_message_close_container sd_bus_message_new_method_return "
-     "sd_bus_message_open_container sd_event_add_defer sd_event_add_time_relative sd_event_run "
-     "sd_event_source_set_enabled sd_event_source_set_io_events",
+     "sd_bus_message_open_container sd_event_add_defer sd_event_add_time sd_event_run "
+     "sd_event_source_set_enabled sd_event_source_set_io_events "
+     "sd_event_source_set_time_relative",
      {negative(ENOMEM)}},
     {"sd_bus_creds_get_pid", {negative(ENODATA)}},
     {"sd_bus_emit_properties_changed_strv", {negative(ENOMEM), negative(ENOTCONN)}},

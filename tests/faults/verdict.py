@@ -13,7 +13,7 @@ LAST_WORDS = {
     "/proc/self/exe cannot be read: ": "readlink",
     'the image "icon_Folder" is missing ': "stat access",
     "the object cannot be put onto the session bus: ": """sd_bus_add_filter
-        sd_bus_add_object_vtable sd_event_add_defer sd_event_source_set_enabled""",
+        sd_bus_add_object_vtable sd_event_add_time sd_event_source_set_enabled""",
     "the run loop failed: ": "sd_event_run",
     "line 1 of a read of .* bytes: not ": "recv",  # cut in two
     "unexpected exception: U_MEMORY_ALLOCATION_ERROR": """unorm_compare_??

@@ -93,7 +93,21 @@ GDBusMessage* sayCall(GDBusConnection*, GDBusMessage* message, gboolean isIncomi
     return message;
 }
 
+/// Changed root folders are signalled without their value, which GDBus would send. In the bus's
+/// thread.
+GDBusMessage* withoutValue(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, void*) {
+    if (isIncoming != FALSE ||
+        g_strcmp0(g_dbus_message_get_member(message), "PropertiesChanged") != 0)
+        return message;
+    GDBusMessage* const signal = g_dbus_message_copy(message, nullptr);
+    g_object_unref(message);
+    g_dbus_message_set_body(signal, g_variant_new_parsed("(%s, @a{sv} {}, ['pathsOfRootFolders'])",
+                                                         findersync::interfaceName));
+    return signal;
+}
+
 void publish(GDBusConnection* bus) {
+    (void)g_dbus_connection_add_filter(bus, &withoutValue, nullptr, nullptr);
     if (!script.hasInterface) {
         (void)g_dbus_connection_add_filter(bus, &sayCall, nullptr, nullptr);
         return;

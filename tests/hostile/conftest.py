@@ -93,7 +93,7 @@ class Scene:
     def begin_attack(self, menus=True):
         self.open_file_managers()
         self.wait_ready(menus)
-        self.memory = own_memory(self.extension)
+        self.memory = own_memory(self.extension.popen)
         self.descriptors = descriptors(self.extension)
 
     def announce(self):
@@ -163,8 +163,8 @@ class Scene:
         """The extension has not grown by more than so many kilobytes, nor kept a descriptor, nor
         ever taken more memory than its unit allows."""
         assert self.extension.popen.poll() is None
-        grown = own_memory(self.extension) - self.memory
-        assert memory(self.extension, "VmHWM") < MEMORY_MAX
+        grown = own_memory(self.extension.popen) - self.memory
+        assert memory(self.extension.popen, "VmHWM") < MEMORY_MAX
         wait_for(lambda: descriptors(self.extension) <= self.descriptors, "closed descriptors")
         assert grown <= growth + GROWTH
 
@@ -242,7 +242,7 @@ def own_memory(process):
 def memory(process, kind):
     """Kilobytes of one kind, as the kernel names it; none where a sanitizer keeps its own
     account of memory."""
-    folder = pathlib.Path("/proc", str(process.popen.pid))
+    folder = pathlib.Path("/proc", str(process.pid))
     if "libasan" in (folder / "maps").read_text():
         return 0
     return int(re.search(rf"^{kind}:\s*(\d+)", (folder / "status").read_text(), re.MULTILINE)[1])

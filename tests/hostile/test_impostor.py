@@ -43,7 +43,7 @@ def begin(scene, answers, delay=0):
 def ask(scene, times=3):
     """Menus of one after the other: what one has to read is not to keep the others waiting."""
     labels = [scene.menus(by_turns=True) for _ in range(times)]
-    assert max(map(own_memory, scene.file_managers)) < MOST_MEMORY
+    assert max(own_memory(each.popen) for each in scene.file_managers) < MOST_MEMORY
     return labels[-1]
 
 

@@ -3,6 +3,7 @@ as it does at malformed messages; the file managers never wait for it."""
 
 import contextlib
 import fcntl
+import signal
 import socket
 import subprocess
 import termios
@@ -11,9 +12,10 @@ import time
 import pytest
 from conftest import TIMEOUT, line
 
-from hostile.conftest import meanwhile
+from hostile.conftest import meanwhile, own_memory
 
 BLOCK = 1024
+MOST_GROWTH = 256  # kilobytes a second, of a bus whose messages some do not read
 
 
 def block(**message):
@@ -70,6 +72,36 @@ def test_a_flood_of_messages(scene):
             pass  # the other end's system has not taken all of it
 
     scene.withstands(send, seconds=0.5)
+
+
+@pytest.mark.parametrize("changes", [
+    pytest.param([block(type="add_folder", path="/other"), block(type="del_folder", path="/other")],
+                 id="root_folders"),
+    pytest.param([block(type="set_locale", shareContactTitle="", shareViaUrlTitle=title * 900,
+                        backupTitle="") for title in "xy"], id="titles"),
+])
+def test_changes_that_no_file_manager_reads(scene, changes):
+    """They cost the bus little, however long the list of root folders and fast the companion."""
+    connection = scene.begin(stdout=subprocess.DEVNULL)
+    scene.session.set("pathsOfRootFolders", "as", ["/sync", *(f"/{number:0900}" for number in
+                                                              range(200))])
+    for each in scene.file_managers:
+        each.popen.send_signal(signal.SIGSTOP)
+    before = own_memory(scene.session.daemon)
+
+    def send():
+        for change in changes:
+            connection.sendall(change)
+            time.sleep(0.001)
+
+    with meanwhile(send):
+        time.sleep(2)
+    grown = own_memory(scene.session.daemon) - before
+    for each in scene.file_managers:
+        each.popen.send_signal(signal.SIGCONT)
+    assert grown < 2 * MOST_GROWTH
+    scene.announce()
+    scene.is_as_before()
 
 
 def test_half_closes_and_goes_on_sending(scene):

@@ -7,12 +7,13 @@ import signal
 
 import pytest
 from conftest import BUS_NAME, EXTENSION, startable_services, wait_for
+from hostile.impostor import Impostor, marshalled
 from jeepney import DBusAddress, HeaderFields, new_method_call
 from jeepney.io.blocking import open_dbus_connection
 
-NAMES = ["myFolderURL", "pathsOfRootFolders", "serverAddress", "serverPort", "isSocketConnected",
+NAMES = ["myFolderURL", "serverAddress", "serverPort", "isSocketConnected",
          "displayUrlLink", "displayBackup", "shareContactTitle", "shareViaUrlTitle", "backupTitle",
-         "directoryURLs", "badges", "linkState"]
+         "directoryURLs", "badges", "linkState", "pathsOfRootFolders"]
 
 
 @pytest.fixture
@@ -141,12 +142,20 @@ def test_state_for_people(session, linked):
     column = lines[0].index("file:")
     assert all(line[column - 1] == " " and line[column] != " "
                for line in lines if len(line) > column)
-    assert [line[column:] for line in lines[1:3]] == ["/a\\x0Ab\\xC2\\x9B", "/c"]
+    assert [line[column:] for line in lines[-2:]] == ["/a\\x0Ab\\xC2\\x9B", "/c"]
     assert f"serverPort{' ' * (column - 10)}{linked.port}" in lines
     assert f"isSocketConnected{' ' * (column - 17)}true" in lines
     assert f"shareContactTitle{' ' * (column - 17)}Share \"with\"\\x0Aall" in lines
     assert "shareViaUrlTitle" in lines
     assert any(line.startswith("badges") and "FolderIco: " in line for line in lines)
+
+
+def test_state_beside_a_list_that_is_too_long(session):
+    Impostor(session, {"GetAll": ("a{sv}", marshalled("a{sv}", {"serverPort": ("u", 1)})),
+                       "Get": "org.freedesktop.DBus.Error.LimitsExceeded"})
+    code, out, err = session.finderctl("--json", "state")
+    assert (code, json.loads(out)) == (1, {"serverPort": 1})
+    assert err.startswith("finderctl: pathsOfRootFolders: the extension refused it")
 
 
 def test_output_that_nobody_reads(session, linked):
@@ -285,10 +294,10 @@ def test_monitor_before_and_after_the_extension(session, monitor):
     watcher = monitor()
     assert watcher.out.text == "the extension is not running\n"
     companion = session.start_companion()
-    for _ in range(2):
+    for number in (1, 2):
         extension = session.start_real_extension(companion.port)
         companion.write("add_folder /a\n")
-        extension.out.wait_for("type - add_folder")
+        wait_for(lambda: watcher.out.text.count("pathsOfRootFolders") == number, "the change")
         extension.signal(signal.SIGTERM)
         assert extension.wait() == 0
     wait_for(lambda: watcher.out.text.count("disappeared") == 2, "the end of the second")

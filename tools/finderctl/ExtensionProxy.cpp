@@ -140,25 +140,24 @@ void ExtensionProxy::start() const {
             (result == -ETIMEDOUT ? "it has not come within 5 seconds" : error.message()));
 }
 
+process::Message ExtensionProxy::newGet(const char* interface, const char* property) const {
+    process::Message question = newCall("Get", propertiesInterface);
+    check(sd_bus_message_append(question.get(), "ss", interface, property), callFailed);
+    return question;
+}
+
 unsigned ExtensionProxy::serverPort() const {
     unsigned port = 0;
-    check(sd_bus_message_read(property(findersync::interfaceName, "serverPort").get(), "v", "u",
-                              &port),
-          replyFailed);
+    const process::Message reply = call(newGet(findersync::interfaceName, "serverPort"));
+    check(sd_bus_message_read(reply.get(), "v", "u", &port), replyFailed);
     return port;
 }
 
 std::string ExtensionProxy::linkState() const {
-    const process::Message reply = property(findersync::processInterfaceName, "linkState");
+    const process::Message reply = call(newGet(findersync::processInterfaceName, "linkState"));
     const char* state = nullptr;
     check(sd_bus_message_read(reply.get(), "v", "s", &state), replyFailed);
     return console::printable(state);
-}
-
-process::Message ExtensionProxy::property(const char* interface, const char* property) const {
-    const process::Message question = newCall("Get", propertiesInterface);
-    check(sd_bus_message_append(question.get(), "ss", interface, property), callFailed);
-    return call(question);
 }
 
 void appendList(const process::Message& call, const std::vector<std::string>& list) {

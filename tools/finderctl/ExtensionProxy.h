@@ -10,6 +10,8 @@ namespace finderctl {
 
 inline constexpr const char* busDriver = "org.freedesktop.DBus";
 inline constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
+/// The property that GetAll leaves out, and whose changes are signalled without the value.
+inline constexpr const char* rootFolders = "pathsOfRootFolders";
 
 /// Stands for the running extension of a product, which it reaches over the session bus. Nothing
 /// but `start` starts the extension when it is not running.
@@ -41,13 +43,14 @@ public:
     /// it is running. Throws `Failure` when it does not come.
     void start() const;
 
+    /// A call that gets a property of the running extension; its reply is a variant.
+    [[nodiscard]] process::Message newGet(const char* interface, const char* property) const;
+
     /// Properties of the running extension. Throw `Failure`.
     [[nodiscard]] unsigned serverPort() const;
     [[nodiscard]] std::string linkState() const;
 
 private:
-    [[nodiscard]] process::Message property(const char* interface, const char* property) const;
-
     std::string name_;
     process::Bus bus_;
 };

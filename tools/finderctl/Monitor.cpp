@@ -41,6 +41,9 @@ private:
     void ownerTold(sd_bus_message* reply);
     void ownerChanged(sd_bus_message* signal);
     void propertiesChanged(sd_bus_message* signal);
+    void askForRootFolders();
+    void rootFoldersTold(sd_bus_message* reply);
+    void show(const std::vector<Property>& properties);
     void setRunning(bool isRunning);
     void show(const std::string& text);
 
@@ -165,13 +168,32 @@ void Monitor::setRunning(bool isRunning) {
 
 void Monitor::propertiesChanged(sd_bus_message* signal) {
     check(sd_bus_message_skip(signal, "s"), whatFailed); // the interface
-    const std::vector<Property> properties = readProperties(signal);
-    if (form_ == Form::JSON) {
+    show(readProperties(signal));
+    if (!readList(signal).empty())
+        askForRootFolders();
+}
+
+/// No other property is signalled without its value.
+void Monitor::askForRootFolders() {
+    const process::Message call = extension_.newGet(findersync::interfaceName, rootFolders);
+    check(sd_bus_call_async(extension_.bus(), nullptr, call.get(),
+                            handle<&Monitor::rootFoldersTold>, this, 0),
+          whatFailed);
+}
+
+void Monitor::rootFoldersTold(sd_bus_message* reply) {
+    if (sd_bus_message_is_method_error(reply, nullptr) == 0)
+        show({readProperty(rootFolders, reply)});
+    else if (sd_bus_message_is_method_error(reply, SD_BUS_ERROR_LIMITS_EXCEEDED) > 0)
+        complain(std::string(rootFolders) + ": the list is too long for a message");
+}
+
+void Monitor::show(const std::vector<Property>& properties) {
+    if (form_ == Form::JSON && !properties.empty())
         show(jsonOf(properties));
-        return;
-    }
-    for (const Property& property : properties)
-        show(property.name + ": " + property.text);
+    else
+        for (const Property& property : properties)
+            show(property.name + ": " + property.text);
 }
 
 void Monitor::show(const std::string& text) {

@@ -92,23 +92,24 @@ void readValue(sd_bus_message* message, std::string_view type, Property& propert
     }
 }
 
-void readVariant(sd_bus_message* message, Property& property) {
+} // namespace
+
+Property readProperty(std::string name, sd_bus_message* message) {
+    Property property{.name = std::move(name), .json = "", .text = "", .lines = {}};
     const char* type = nullptr;
     check(sd_bus_message_peek_type(message, nullptr, &type), whatFailed);
     enter(message, 'v', type);
     readValue(message, type, property);
     leave(message);
+    return property;
 }
-
-} // namespace
 
 std::vector<Property> readProperties(sd_bus_message* message) {
     std::vector<Property> properties;
     enter(message, 'a', "{sv}");
     while (enterNext(message, 'e', "sv")) {
-        Property& property = properties.emplace_back();
-        property.name = readBasic<const char*>(message, 's');
-        readVariant(message, property);
+        const char* const name = readBasic<const char*>(message, 's');
+        properties.push_back(readProperty(name, message));
         leave(message);
     }
     leave(message);

@@ -19,6 +19,9 @@ struct Property {
 /// no property of the extension has becomes null. Throws `Failure`.
 [[nodiscard]] std::vector<Property> readProperties(sd_bus_message* message);
 
+/// Reads one property, whose value is the variant at the message's position, likewise.
+[[nodiscard]] Property readProperty(std::string name, sd_bus_message* message);
+
 /// All properties as one JSON object.
 [[nodiscard]] std::string jsonOf(const std::vector<Property>& properties);
 

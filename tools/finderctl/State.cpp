@@ -1,6 +1,7 @@
-// finderctl state: prints every property of the extension once.
+// finderctl state: prints every property of the extension once, the longest last.
 
 #include "tools/finderctl/ExtensionProxy.h"
+#include "tools/finderctl/Failure.h"
 #include "tools/finderctl/Output.h"
 #include "tools/finderctl/Properties.h"
 #include "tools/finderctl/Subcommands.h"
@@ -8,14 +9,14 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iterator>
+#include <string>
 #include <vector>
 
 namespace finderctl {
 
 namespace {
 
-std::vector<Property> readState(const std::string& busName) {
-    const ExtensionProxy extension(busName);
+std::vector<Property> readState(const ExtensionProxy& extension) {
     std::vector<Property> properties;
     for (const char* const interface :
          {findersync::interfaceName, findersync::processInterfaceName}) {
@@ -53,9 +54,18 @@ std::string table(const std::vector<Property>& properties) {
 } // namespace
 
 int state(const Arguments& arguments) {
-    const std::vector<Property> properties = readState(arguments.busName);
+    const ExtensionProxy extension(arguments.busName);
+    std::vector<Property> properties = readState(extension);
+    int exitCode = EXIT_SUCCESS;
+    try {
+        const process::Message call = extension.newGet(findersync::interfaceName, rootFolders);
+        properties.push_back(readProperty(rootFolders, extension.call(call).get()));
+    } catch (const Refused& refusal) { // the list is too long for a message
+        complain(std::string(rootFolders) + ": " + refusal.what());
+        exitCode = static_cast<int>(refusal.exitCode());
+    }
     print(arguments.form == Form::JSON ? jsonOf(properties) : table(properties));
-    return EXIT_SUCCESS;
+    return exitCode;
 }
 
 } // namespace finderctl

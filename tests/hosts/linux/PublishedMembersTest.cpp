@@ -120,6 +120,22 @@ TEST_F(PublishedMembers, PropertiesAreThoseOfTheTableAndTheTwoOfTheFinder) {
     EXPECT_EQ(published, expected);
 }
 
+TEST_F(PublishedMembers, AListThatIsTooLongForAMessageHidesNoOtherProperty) {
+    extension.setPathsOfRootFolders({std::string(std::size_t{33} << 20U, 'x')});
+    const auto ask = [this](const char* member, const char* property) {
+        const Message call = newCall("org.freedesktop.DBus.Properties", member);
+        require(sd_bus_message_append(call.get(), "s", findersync::interfaceName));
+        if (property != nullptr)
+            require(sd_bus_message_append(call.get(), "s", property));
+        return answer(call);
+    };
+    EXPECT_EQ(sd_bus_message_is_method_error(ask("GetAll", nullptr).get(), nullptr), 0);
+    EXPECT_EQ(sd_bus_message_is_method_error(ask("Get", "directoryURLs").get(), nullptr), 0);
+    EXPECT_GT(sd_bus_message_is_method_error(ask("Get", "pathsOfRootFolders").get(),
+                                             SD_BUS_ERROR_LIMITS_EXCEEDED),
+              0);
+}
+
 TEST_F(PublishedMembers, PerformActionTakesTheActionsOfTheTableAndNoOtherSelector) {
     std::size_t accepted = 0;
     const auto perform = [&](const std::string& selector, bool isAction) {
