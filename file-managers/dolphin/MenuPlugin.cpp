@@ -40,8 +40,8 @@ QList<QAction*> MenuPlugin::actions(const KFileItemListProperties& selection, QW
     QStringList urls;
     for (const QUrl& url : selection.urlList())
         urls.push_back(requestURL(url));
-    if (urls.contains(QString()) || isBackground(selection.items()))
-        return {}; // an item is no local file or its path is not UTF-8, or none is selected
+    if (urls.isEmpty() || urls.contains(QString()) || isBackground(selection.items()))
+        return {}; // none is selected, or one is no local file or its path is not UTF-8
     QList<QAction*> entries;
     for (const auto& [extension, items] : products_.menusForItems(urls)) {
         for (const FinderSyncMenuItem& item : items)

@@ -58,7 +58,7 @@ GList* menuItems(Products& products, GList* files, const MenuFunctions& function
     for (GList* file = files; file != nullptr; file = file->next)
         selection->files.push_back(reference(static_cast<GObject*>(file->data)));
     const auto urls = urlsOf(*selection);
-    if (urls.size() != selection->files.size())
+    if (urls.empty() || urls.size() != selection->files.size())
         return nullptr;
     products.start();
     GList* items = nullptr;

@@ -16,7 +16,7 @@ TEST_F(Plugin, OffersTheEntriesAndTellsWhatIsPicked) {
         << extension.output();
 }
 
-TEST_F(Plugin, AsksForNoMenuOfWhatIsNoFile) {
+TEST_F(Plugin, AsksForNoMenuOfWhatIsNoFileOrOfNothing) {
     ExtensionProcess extension({"/sync"});
     ASSERT_TRUE(knowsExtension());
     const std::string before = extension.output();
@@ -24,6 +24,7 @@ TEST_F(Plugin, AsksForNoMenuOfWhatIsNoFile) {
         EXPECT_EQ(manager.menu({url}), Texts());
         EXPECT_EQ(manager.menu({root, url}), Texts());
     }
+    EXPECT_EQ(manager.menu({}), Texts());
     runFor(milliseconds(50));
     EXPECT_EQ(extension.output(), before);
 }
