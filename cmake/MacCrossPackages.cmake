@@ -1,13 +1,22 @@
-# Answers find_package in the cross build: of libraries that tests use, only headers are needed, since
-# test programs are compiled and not linked.
-macro(provide_headers method name)
+# Answers find_package in the cross build. GoogleTest is built from Debian's sources; of the other
+# libraries that tests use there are only headers, so what needs them is compiled and not linked.
+macro(provide_package method name)
   if("${name}" MATCHES "^(GTest|Boost|ICU)$")
     set(${name}_FOUND TRUE)
-    foreach(library GTest::gtest GTest::gtest_main Boost::json ICU::uc)
-      if(NOT TARGET ${library} AND "${library}" MATCHES "^${name}::")
-        add_library(${library} INTERFACE IMPORTED)
-      endif()
-    endforeach()
   endif()
+  if("${name}" STREQUAL GTest AND NOT TARGET googletest)
+    set(sources /usr/src/googletest/googletest)
+    add_library(googletest STATIC EXCLUDE_FROM_ALL
+      ${sources}/src/gtest-all.cc ${sources}/src/gtest_main.cc)
+    target_include_directories(googletest SYSTEM PRIVATE ${sources})
+    target_compile_options(googletest PRIVATE -w -O0)
+    add_library(GTest::gtest ALIAS googletest)
+    add_library(GTest::gtest_main ALIAS googletest)
+  endif()
+  foreach(library Boost::json ICU::uc)
+    if("${library}" MATCHES "^${name}::" AND NOT TARGET ${library})
+      add_library(${library} INTERFACE IMPORTED)
+    endif()
+  endforeach()
 endmacro()
-cmake_language(SET_DEPENDENCY_PROVIDER provide_headers SUPPORTED_METHODS FIND_PACKAGE)
+cmake_language(SET_DEPENDENCY_PROVIDER provide_package SUPPORTED_METHODS FIND_PACKAGE)
