@@ -108,10 +108,10 @@ def report(driver, seed, index):
 def run_batch(job):
     """Runs a batch. Gives its number of events, the branches reached and the first difference."""
     driver, seed, first, count = job
-    model.reached.update(dict.fromkeys(model.BRANCHES, 0))
+    model.reached.clear()
     sessions = [session_of(seed, index) for index in range(first, first + count)]
     expected = [expectation(session) for session in sessions]
-    reached = dict(model.reached)
+    reached = model.reached.copy()
     events = sum(map(len, sessions))
     try:
         actual = run_driver(driver, sessions)
@@ -153,9 +153,9 @@ def main():
             reached.update(branches)
     print(f"{arguments.sessions} sessions with {events} events agree, "
           f"{time.monotonic() - start:.1f} s")
-    missing = [branch for branch in model.BRANCHES if not reached[branch]]
+    missing = model.BRANCHES - reached.keys()
     if arguments.all_branches and missing:
-        sys.exit("no session reached: " + ", ".join(missing))
+        sys.exit("no session reached: " + ", ".join(sorted(missing)))
 
 
 if __name__ == "__main__":

@@ -6,6 +6,8 @@ A model runs one session (see sessions.py) and gives the records that the driver
 
 import collections
 import json
+import pathlib
+import re
 
 from oracle.text import contains, decomposed, equal, parse_json
 
@@ -22,43 +24,22 @@ CLICK_TYPES = {
 }
 
 TITLES = ("shareContactTitle", "shareViaUrlTitle", "backupTitle")
+NUMBERS = ("DisplayUrlLink", "DisplayBackup")
 
 EVENT_LINES = {1: "Opened connection", 2: "receiving", 4: "Sending", 8: "Stream open error",
                16: "ignore"}
 
-# How often each branch was taken: a subject and what can happen to it.
-BRANCHES = [f"{subject}: {case}" for subject, cases in {
-    "init":
-        "no base object, no suite, no image, RootFolder, RootFolder no string, ServerPort, "
-        "ServerPort out of range, DisplayUrlLink, DisplayBackup, title, title no string, done",
-    "connect": "no read stream, no write stream, unreachable, reachable, again",
-    "event":
-        "1, 2, 4, 8, 16, other, 2 without input stream, 2 on another stream, 2 on input stream",
-    "read": "nothing available, zero, negative, full, not UTF-8",
-    "line": "empty at the end, empty before others, no dictionary, array, no type, type no string",
-    "add_folder": "no path, path no string, appended, present, present in another form",
-    "del_folder": "no path, path no string, removed, removed in another form, absent",
-    "set_locale": "title missing, title no string, done",
-    "set_menu_usage": "missing, no string, 1, other",
-    "type": "other",
-    "badge": "no file path, no roots, no path, equal, equal in another form, none",
-    "menu":
-        "not connected, another kind, no selection, not one item, no roots, no path, no path and "
-        "no roots, root not contained, contained in another form, ends inside a character, empty "
-        "root, root itself, link only, link and backup, none",
-    "report":
-        "no selection, no path, not serialisable, not encodable, no output stream, whole, cut, "
-        "failed, empty selection, several items",
-    "observe": "begin, end, no file path",
-    "parse": "dictionary, nothing",
-    "stringify": "text, pretty, nothing",
-}.items() for case in cases.split(", ")]
-
-reached = dict.fromkeys(BRANCHES, 0)
+# The cases that this file tells apart, each by a subject and what can happen to it, and how often
+# each has come about.
+BRANCHES = {*re.findall(r'"([a-z_]+: [\w -]+)"', pathlib.Path(__file__).read_text()),
+            *(f"event: {event}" for event in EVENT_LINES), *(f"init: {key}" for key in NUMBERS),
+            "observe: begin", "observe: end"}
+reached = collections.Counter()
 
 
 def reach(branch):
-    reached[branch] += 1  # a branch without a name here is an error
+    assert branch in BRANCHES, branch
+    reached[branch] += 1
 
 
 class Death(Exception):
@@ -245,7 +226,7 @@ class Extension:
         if "ServerPort" in settings:
             port = integer(settings["ServerPort"])
             reach("init: ServerPort")
-        for key in ("DisplayUrlLink", "DisplayBackup"):
+        for key in NUMBERS:
             if key in settings:
                 properties[key[0].lower() + key[1:]] = integer(settings[key])
                 reach("init: " + key)
@@ -324,7 +305,7 @@ class Extension:
 
     def read_inbound_messages(self):
         world = self.world
-        world.record("malloc: 1024")
+        world.record(f"malloc: {READ_LENGTH}")
         world.buffers += 1
         was_available = False
         while world.has_bytes(self.input):
