@@ -19,10 +19,6 @@ from .pseudo_terminal import Terminal
 LIMIT = 1024
 
 
-def message(line):
-    return json.loads(line)
-
-
 # Listening
 
 
@@ -61,13 +57,6 @@ def test_wrong_usage(session, arguments):
     assert not session.settings_file.exists()
 
 
-def test_help_and_version(session):
-    for option in ("--help", "--version"):
-        companion = session.start("companion", option)
-        assert companion.wait() == 0
-        assert "companion" in companion.out.text
-
-
 # Commands
 
 
@@ -94,55 +83,37 @@ def test_commands(session, line, expected):
     peer = session.connect(companion)
     companion.write(line + "\n")
     sent = peer.read_line()
-    assert message(sent) == expected and sent.endswith(b'"}\n')
+    assert json.loads(sent) == expected and sent.endswith(b'"}\n')
     companion.end_input()
     assert companion.wait() == 0
 
 
-@pytest.mark.parametrize("text", ["{}", "not json", "  two  blanks ", "", "x" * 3000, "é"])
-def test_raw_goes_out_as_it_stands(companion, peer, text):
-    companion.write(f"raw {text}\n")
-    assert peer.read_line() == f"{text}\n".encode()
+def test_raw_goes_out_as_it_stands(companion, peer):
+    for text in (b"{}", b"not json", b"  two  blanks ", b"", b"x" * 3000, "é".encode(), b"\xff\xfe"):
+        companion.write(b"raw " + text + b"\n")
+        assert peer.read_line() == text + b"\n"
+    companion.err.wait_for("line 7: .*UTF-8")
+    assert companion.err.text.count("UTF-8") == 1
 
 
-def test_raw_sends_what_is_not_utf8_and_says_so(companion, peer):
-    companion.write(b"raw \xff\xfe\n")
-    assert peer.read_line() == b"\xff\xfe\n"
-    companion.err.wait_for("line 1: .*UTF-8")
+def test_a_path_that_is_not_absolute_is_sent_with_a_warning(companion, peer):
+    companion.write("add_folder ~/Sync\ndel_folder Sync\nadd_folder /Sync\n")
+    assert [json.loads(peer.read(LIMIT))["path"] for _ in range(3)] == ["~/Sync", "Sync", "/Sync"]
+    companion.err.wait_for('line 1: "~" is not replaced')
+    companion.err.wait_for("line 2: the path is not absolute")
+    assert "line 3: " not in companion.err.text
 
 
-@pytest.mark.parametrize("line, warning", [
-    ("add_folder ~/Sync", '"~" is not replaced'), ("del_folder Sync", "the path is not absolute"),
-    ("add_folder /Sync", "")])
-def test_a_path_that_is_not_absolute_is_sent_with_a_warning(session, line, warning):
-    companion = session.start_companion("--no-pad")
-    peer = session.connect(companion)
-    companion.write(line + "\n")
-    assert message(peer.read_line())["path"] == line.split()[1]
-    companion.end_input()
-    assert companion.wait() == 0
-    assert ("line 1: " + warning in companion.err.text) == bool(warning)
-
-
-BAD_LINES = [
-    "nonsense", "add_folders /x", "del_folder", "set_locale a b", "set_locale a b c d",
-    'set_locale "a b c', "set_locale a b c\\", "set_menu_usage", "set_menu_usage 2",
-    "set_menu_usage 01", b"add_folder /\xff", b"add_folder /\xed\xa0\x80",
-    "add_folder /" + "x" * 1100,
-]
-
-
-@pytest.mark.parametrize("line", BAD_LINES)
-def test_bad_lines_are_named_and_not_sent(session, line):
-    companion = session.start_companion("--no-pad")
-    peer = session.connect(companion)
-    companion.write("# remark\n\n")
-    companion.write(line)
-    companion.write("\nadd_folder /next\n")
-    assert message(peer.read_line())["path"] == "/next"
-    companion.err.wait_for("line 3: ")
+def test_bad_lines_are_named_and_not_sent(companion, peer):
+    lines = [b"nonsense", b"add_folders /x", b"del_folder", b"set_locale a b", b"set_locale a b c d",
+             b'set_locale "a b c', b"set_locale a b c\\", b"set_menu_usage", b"set_menu_usage 2",
+             b"set_menu_usage 01", b"add_folder /\xff", b"add_folder /\xed\xa0\x80"]
+    companion.write(b"\n".join([b"# remark", b"", *lines, b"add_folder /next\n"]))
+    assert json.loads(peer.read(LIMIT))["path"] == "/next"
     companion.end_input()
     assert companion.wait() == 1
+    for number in range(3, 3 + len(lines)):
+        assert f"line {number}: " in companion.err.text
     assert companion.out.text == ""
 
 
@@ -156,15 +127,11 @@ def test_help_lists_the_commands(companion):
     assert companion.out.text == ""
 
 
-def frame(path_size):
-    return len('{"type":"add_folder","path":""}\n') + path_size
-
-
 def test_size_limit(companion, peer):
-    fitting = LIMIT - frame(0)
+    fitting = LIMIT - len('{"type":"add_folder","path":""}\n')
     companion.write(f"add_folder /{'x' * fitting}\nadd_folder /{'y' * (fitting - 1)}\n")
     sent = peer.read(LIMIT)
-    assert message(sent)["path"] == "/" + "y" * (fitting - 1) and sent.endswith(b'"}\n')
+    assert json.loads(sent)["path"] == "/" + "y" * (fitting - 1) and sent.endswith(b'"}\n')
     companion.err.wait_for("line 1: .*1025 bytes.*1024.*raw")
     assert "line 2" not in companion.err.text
 
@@ -176,9 +143,9 @@ def test_padding_is_on_for_a_pipe(companion, peer):
     companion.write("add_folder /é\nraw {}\nset_menu_usage 1\n")
     line = peer.read(LIMIT)
     assert line.endswith(b" \n") and line.count(b"\n") == 1
-    assert message(line)["path"] == "/é"
+    assert json.loads(line)["path"] == "/é"
     assert peer.read(3) == b"{}\n"
-    assert message(peer.read(LIMIT))["displayBackup"] == "1"
+    assert json.loads(peer.read(LIMIT))["displayBackup"] == "1"
 
 
 @pytest.mark.parametrize("receive_buffer", [None, 2304, 30000, 100000])
@@ -197,7 +164,7 @@ def test_padded_lines_are_never_cut_by_reads_of_their_size(session, companion, r
     for number in range(count):
         if number % 200 == 0:
             time.sleep(0.03 if number else 0.5)  # lets the buffers fill up
-        assert message(peer.socket.recv(LIMIT))["path"] == f"/{number}"
+        assert json.loads(peer.socket.recv(LIMIT))["path"] == f"/{number}"
     assert peer.socket.recv(LIMIT) == b""
     feeder.join()
     assert companion.wait() == 0
@@ -213,7 +180,7 @@ def test_lines_wait_for_the_extension(session):
     companion.err.wait_for("waiting for an extension to connect, to send it 3 lines")
     peer = session.connect(companion)
     lines = peer.read_to_end().splitlines()
-    assert [message(line)["path"] for line in lines[:2]] == ["/1", "/2"]
+    assert [json.loads(line)["path"] for line in lines[:2]] == ["/1", "/2"]
     assert lines[2] == b"3"
     assert companion.wait() == 0
 
@@ -325,19 +292,13 @@ def test_peer_that_reads_nothing_does_not_block(session, companion):
 
 # Click reports
 
-REPORTS = [
-    {"type": "clicked_share", "items": ["/a b", "/ü/日本/\U0001f600"]},
-    {"type": "clicked_backup", "items": []},
-    {"items": ['quote " brace } backslash \\', "new\nline"], "type": "x"},
-]
-
-
-def compact(report):
-    return json.dumps(report, separators=(",", ":"), ensure_ascii=False)
-
-
 def test_reports_cut_at_every_byte(companion, peer):
-    first, second, third = [compact(report).encode() for report in REPORTS]
+    reports = [
+        r'{"type":"clicked_share","items":["/a b","/ü/日本/😀"]}',
+        r'{"type":"clicked_backup","items":[]}',
+        r'{"items":["quote \" brace } backslash \\","new\nline"],"type":"x"}',
+    ]
+    first, second, third = map(str.encode, reports)
     data = first + second + b" \n" + third
     ends = len(first), len(first + second), len(data)
     for cut in range(1, len(data)):
@@ -347,7 +308,7 @@ def test_reports_cut_at_every_byte(companion, peer):
         wait_for(lambda: companion.out.text.count("\n") == (cut - 1) * 3 + whole, "reports")
         peer.send(data[cut:])
         wait_for(lambda: companion.out.text.count("\n") == cut * 3, "reports")
-    assert companion.out.lines() == [compact(report) for report in REPORTS] * (len(data) - 1)
+    assert companion.out.lines() == reports * (len(data) - 1)
 
 
 @pytest.mark.parametrize("garbage", [
@@ -440,31 +401,25 @@ def test_settings_are_merged(session):
     assert stat.S_IMODE(session.settings_file.stat().st_mode) == 0o600
 
 
-def malformed(session, text):
-    session.store_settings(text)
+def test_settings_that_cannot_be_replaced_are_left_alone(session):
+    def refuses(reason):
+        companion = session.start("companion", "--port", "0", "--write-settings")
+        assert companion.wait() == 1
+        assert str(session.settings_file) in companion.err.text and reason in companion.err.text
+        assert "listening" not in companion.err.text
 
-
-def a_folder(session, _):
-    session.settings_file.mkdir(parents=True)
-
-
-def below_a_file(session, _):
-    session.settings_file.parent.parent.mkdir(parents=True)
-    session.settings_file.parent.touch()
-
-
-@pytest.mark.parametrize("prepare, text, message", [
-    *((malformed, text, "malformed") for text in ("{", "[]", "", "{} x", '{"a":1,}', "\0")),
-    (a_folder, None, "cannot be read: Is a directory"), (below_a_file, None, "Not a directory")])
-def test_settings_that_cannot_be_replaced_are_left_alone(session, prepare, text, message):
-    prepare(session, text)
-    companion = session.start("companion", "--port", "0", "--write-settings")
-    assert companion.wait() == 1
-    assert str(session.settings_file) in companion.err.text and message in companion.err.text
-    assert "listening" not in companion.err.text
-    if text is not None:
+    for text in ("{", "[]", "", "{} x", '{"a":1,}', "\0"):
+        session.store_settings(text)
+        refuses("malformed")
         assert session.settings_file.read_text() == text
         assert os.listdir(session.settings_file.parent) == ["settings.json"]
+    session.settings_file.unlink()
+    session.settings_file.mkdir()
+    refuses("cannot be read: Is a directory")
+    session.settings_file.rmdir()
+    session.settings_file.parent.rmdir()
+    session.settings_file.parent.touch()
+    refuses("Not a directory")
 
 
 # On a terminal
@@ -531,7 +486,7 @@ def test_reports_leave_the_line_that_rlwrap_edits_alone(session, on_terminal, tm
     peer.send(b'{"a":1}')
     terminal.wait_for(r'{"a":1}[^/]*\n[^/]*add_folder /a')
     terminal.type("b\r")
-    assert message(peer.read_line())["path"] == "/ab"
+    assert json.loads(peer.read_line())["path"] == "/ab"
     terminal.type("\x1b[A")
     terminal.wait_for(r"(?s)add_folder /ab.*add_folder /ab")
     terminal.type("\x15quit\r")
