@@ -10,7 +10,7 @@ import time
 
 import pytest
 from conftest import BUS_NAME, BusError, line, wait_for
-from jeepney import DBusAddress, Properties, message_bus
+from jeepney import DBusAddress, Properties
 
 LOG_CONTROL = Properties(DBusAddress("/org/freedesktop/LogControl1", bus_name=BUS_NAME,
                                      interface="org.freedesktop.LogControl1"))
@@ -244,29 +244,3 @@ def test_the_command_line(session, arguments, code, expected):
     process = session.start("finder-sync-extension", *arguments)
     assert process.wait() == code
     assert expected in (process.output() if code == 0 else process.error())
-
-
-def test_one_thread_and_no_growing_number_of_descriptors(session):
-    peer, extension = session.start_connected()
-    if session.wrapper:
-        pytest.skip("the wrapper's own threads and descriptors are not the program's")
-    process = f"/proc/{extension.popen.pid}"
-    before = len(os.listdir(process + "/fd"))
-    for number in range(20):
-        peer.send(line(type="add_folder", path=f"/{number}"))
-        session.wait_for_value("pathsOfRootFolders", [f"/{n}" for n in range(number + 1)])
-    assert len(os.listdir(process + "/task")) == 1
-    assert len(os.listdir(process + "/fd")) == before
-
-
-def test_the_bus_starts_it_and_starts_it_anew(session):
-    peer = session.listen()
-    session.store_settings({"ServerPort": peer.port})
-    session.start_bus(BUS_NAME)
-    for _ in range(2):
-        assert session.get("pathsOfRootFolders") == []  # the question starts it
-        peer.accept()
-        session.announce(peer, "/a")
-        os.kill(session.process_of_extension(), signal.SIGTERM)
-        assert peer.connection.recv(1) == b""
-        wait_for(lambda: not session.call(message_bus.NameHasOwner(BUS_NAME))[0])
