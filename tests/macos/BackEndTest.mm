@@ -112,18 +112,17 @@ using Values = BackEnd;
 
 TEST_F(Values, NumbersKeepTheirKindAndPrecision) {
     constexpr auto largest = std::numeric_limits<std::int64_t>::max();
-    EXPECT_EQ(valueOfObject([NSNumber numberWithChar:1]), Object{std::int64_t{1}});
+    EXPECT_EQ(valueOfObject(@(char{1})), Object{std::int64_t{1}});
     EXPECT_EQ(valueOfObject([NSNumber numberWithUnsignedChar:1]), Object{std::int64_t{1}});
-    EXPECT_EQ(valueOfObject([NSNumber numberWithInt:-1]), Object{std::int64_t{-1}});
-    EXPECT_EQ(valueOfObject([NSNumber numberWithLongLong:1LL << 40]),
-              Object{std::int64_t{1} << 40});
-    EXPECT_EQ(valueOfObject([NSNumber numberWithUnsignedLongLong:largest]), Object{largest});
-    EXPECT_EQ(valueOfObject([NSNumber numberWithUnsignedLongLong:largest + 1ULL]), Object{0x1p63});
-    EXPECT_EQ(valueOfObject([NSNumber numberWithFloat:0.5F]), Object{0.5});
-    EXPECT_EQ(valueOfObject([NSNumber numberWithDouble:0.1]), Object{0.1});
+    EXPECT_EQ(valueOfObject(@(-1)), Object{std::int64_t{-1}});
+    EXPECT_EQ(valueOfObject(@(1LL << 40)), Object{std::int64_t{1} << 40});
+    EXPECT_EQ(valueOfObject(@(largest + 0ULL)), Object{largest});
+    EXPECT_EQ(valueOfObject(@(largest + 1ULL)), Object{0x1p63});
+    EXPECT_EQ(valueOfObject(@0.5F), Object{0.5});
+    EXPECT_EQ(valueOfObject(@0.1), Object{0.1});
     EXPECT_EQ(valueOfObject([NSDecimalNumber decimalNumberWithString:@"0.1"]), Object{0.1});
-    EXPECT_EQ(valueOfObject([NSNumber numberWithBool:YES]), Object{true});
-    EXPECT_EQ(valueOfObject([NSNumber numberWithBool:NO]), Object{false});
+    EXPECT_EQ(valueOfObject(@(YES)), Object{true});
+    EXPECT_EQ(valueOfObject(@(NO)), Object{false});
     EXPECT_EQ(valueOfObject([[[CharacterNumber alloc] init] autorelease]), Object{std::int64_t{5}});
 }
 
@@ -135,8 +134,7 @@ TEST_F(Values, NilIsNull) {
 TEST_F(Values, WhatHasNoCounterpartIsOpaque) {
     const Object opaque = {platform::NSData()};
     EXPECT_EQ(valueOfObject([NSDate date]), opaque);
-    NSNumber* const number = [NSNumber numberWithInt:1];
-    NSDictionary* const numbered = [NSDictionary dictionaryWithObject:@"x" forKey:number];
+    NSDictionary* const numbered = @{@1 : @"x"};
     EXPECT_EQ(valueOfObject(numbered), opaque);
     EXPECT_TRUE(platform::macos::entriesOf(numbered).empty());
     EXPECT_TRUE(platform::macos::entriesOf(@"text").empty());
@@ -146,7 +144,7 @@ TEST_F(Values, WhatHasNoCounterpartIsOpaque) {
 TEST_F(Values, HalfOfASurrogatePairIsOpaque) {
     const Object opaque = {platform::NSData()};
     EXPECT_EQ(valueOfObject(halfPair()), opaque);
-    EXPECT_EQ(valueOfObject([NSDictionary dictionaryWithObject:@"x" forKey:halfPair()]), opaque);
+    EXPECT_EQ(valueOfObject(@{halfPair() : @"x"}), opaque);
 }
 
 using Strings = BackEnd;

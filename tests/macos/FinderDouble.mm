@@ -42,11 +42,11 @@ static id installedController(id, SEL) {
 - (void)setBadgeImage:(NSImage*)image
                  label:(NSString*)label
     forBadgeIdentifier:(NSString*)badgeIdentifier {
-    [badges_ addObject:[NSArray arrayWithObjects:badgeIdentifier, label, image, nil]];
+    [badges_ addObject:@[ badgeIdentifier, label, image ]];
 }
 
 - (void)setBadgeIdentifier:(NSString*)badgeIdentifier forURL:(NSURL*)url {
-    [assignments_ addObject:[NSArray arrayWithObjects:badgeIdentifier, url, nil]];
+    [assignments_ addObject:@[ badgeIdentifier, url ]];
 }
 
 @end

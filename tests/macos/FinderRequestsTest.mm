@@ -38,31 +38,20 @@ using FinderRequests = tests::PrincipalClassTest;
 using JSON = tests::PrincipalClassTest;
 using Lines = std::vector<std::string>;
 
-TEST_F(FinderRequests, ObservationIsLoggedWithTheURL) {
-    FinderSync* const extension = connected();
-    [extension beginObservingDirectoryAtURL:[NSURL fileURLWithPath:@"/Users/a b"]];
-    EXPECT_EQ(logged(), Lines{"beginObservingDirectoryAtURL: file:///Users/a%20b"});
-    [extension endObservingDirectoryAtURL:[NSURL fileURLWithPath:@"/Users/a b"]];
-    EXPECT_EQ(logged(), Lines{"endObservingDirectoryAtURL: file:///Users/a%20b"});
-    EXPECT_EQ(printed(), "");
-}
-
 TEST_F(FinderRequests, ABadgeIsAssignedToTheVeryURL) {
     FinderSync* const extension = connected();
-    [extension setPathsOfRootFolders:[NSArray arrayWithObjects:@"/a", @"/caf\u00e9", @"/b", nil]];
+    [extension setPathsOfRootFolders:@[ @"/a", @"/caf\u00e9", @"/b" ]];
     NSURL* const url = [NSURL fileURLWithPath:@"/cafe\u0301"];
     [extension requestBadgeIdentifierForURL:url];
-    ASSERT_EQ([[finder assignments] count], 1U);
-    NSArray* const assignment = [[finder assignments] objectAtIndex:0];
-    EXPECT_TRUE([[assignment objectAtIndex:0] isEqual:@"FolderIco"]);
-    EXPECT_EQ([assignment objectAtIndex:1], url);
+    EXPECT_TRUE(([[finder assignments] isEqual:@[ @[ @"FolderIco", url ] ]]));
+    EXPECT_EQ([[[finder assignments] lastObject] lastObject], url);
     EXPECT_EQ(logged(), (Lines{"requestBadgeIdentifierForURL: file:///cafe%CC%81", "curpath: /a",
                                "path: /cafe\u0301", "curpath: /caf\u00e9", "path: /cafe\u0301"}));
 }
 
 TEST_F(FinderRequests, WithoutAURLAreFatal) {
     FinderSync* const extension = [start() autorelease];
-    [extension setPathsOfRootFolders:[NSArray arrayWithObject:@"/a"]];
+    [extension setPathsOfRootFolders:@[ @"/a" ]];
     for (const SEL request : {
              @selector(beginObservingDirectoryAtURL:), @selector(endObservingDirectoryAtURL:),
                  @selector(requestBadgeIdentifierForURL:)
@@ -92,12 +81,16 @@ TEST_F(FinderRequests, TheMenuHoldsTheEntriesForAnItemInARootFolder) {
                            {"L\u00e4nk", "createLinkClicked:", "", "icon_URLlink"},
                            {"Back up", "backupClicked:", "", "icon_Backup"}}));
     EXPECT_EQ(printed(), "path: Optional(\"/sync/\u00e9\")\n");
+    for (const FIMenuKind kind :
+         {FIMenuKindContextualMenuForContainer, FIMenuKindContextualMenuForSidebar,
+          FIMenuKindToolbarItemMenu, static_cast<FIMenuKind>(4)})
+        EXPECT_EQ([extension menuForMenuKind:kind], nil) << kind;
 }
 
 TEST_F(FinderRequests, FromAnotherThreadAreHandedToTheMainThreadAndLoggedOnce) {
     FinderSync* const extension = connectedWithSelection(@"/sync/a");
     NSURL* const url = [[[WatchedURL alloc] initFileURLWithPath:@"/sync/a"] autorelease];
-    [finder setSelectedItemURLs:[NSArray arrayWithObject:url]];
+    [finder setSelectedItemURLs:@[ url ]];
     NSMenu* menu = nil;
     std::atomic isDone = false;
     std::thread finderThread([&] {
@@ -128,14 +121,6 @@ TEST_F(FinderRequests, FromAnotherThreadAreHandedToTheMainThreadAndLoggedOnce) {
                "requestBadgeIdentifierForURL: file:///sync/a", "curpath: /sync", "path: /sync/a"}));
 }
 
-TEST_F(FinderRequests, OtherKindsOfMenuAreNone) {
-    FinderSync* const extension = connectedWithSelection(@"/sync/a");
-    for (const FIMenuKind kind :
-         {FIMenuKindContextualMenuForContainer, FIMenuKindContextualMenuForSidebar,
-          FIMenuKindToolbarItemMenu, static_cast<FIMenuKind>(4)})
-        EXPECT_EQ([extension menuForMenuKind:kind], nil) << kind;
-}
-
 TEST_F(FinderRequests, EachActionSendsItsReport) {
     FinderSync* const extension = connectedWithSelection(@"/sync/caf\u00e9");
     std::string types;
@@ -155,12 +140,11 @@ TEST_F(FinderRequests, EachActionSendsItsReport) {
             JSONObjectWithData:[NSData dataWithBytes:text.data() length:text.size()]
                        options:0
                          error:nullptr];
-        NSString* const expectedType = [NSString stringWithUTF8String:type.c_str()];
-        NSArray* const items = [NSArray arrayWithObject:@"/sync/caf\u00e9"];
-        EXPECT_TRUE(
-            ([report isEqual:[NSDictionary dictionaryWithObjectsAndKeys:expectedType, @"type",
-                                                                        items, @"items", nil]]))
-            << text;
+        NSDictionary* const expected = @{
+            @"type" : [NSString stringWithUTF8String:type.c_str()],
+            @"items" : @[ @"/sync/caf\u00e9" ]
+        };
+        EXPECT_TRUE([report isEqual:expected]) << text;
     }
 }
 
@@ -174,31 +158,20 @@ TEST_F(FinderRequests, TheErrorTextIsThatOfTheLastError) {
 
 TEST_F(JSON, IsWrittenAndRead) {
     FinderSync* const extension = connected();
-    NSArray* const value =
-        [NSArray arrayWithObjects:@"\u00e9", [NSNull null], [NSNumber numberWithBool:YES],
-                                  [NSNumber numberWithDouble:0.5], nil];
-    NSDictionary* const dictionary = [NSDictionary dictionaryWithObject:value forKey:@"key"];
+    NSDictionary* const dictionary = @{@"key" : @[ @"\u00e9", [NSNull null], @(YES), @0.5 ]};
     NSString* const compact = [extension JSONStringify:dictionary prettyPrinted:NO];
     NSString* const pretty = [extension JSONStringify:dictionary prettyPrinted:YES];
     EXPECT_EQ([compact rangeOfString:@"\n"].length, 0U) << [compact UTF8String];
     EXPECT_EQ([pretty rangeOfString:@"\n"].length, 1U) << [pretty UTF8String];
     EXPECT_TRUE([[extension JSONParseDictionary:compact] isEqual:dictionary]);
     EXPECT_TRUE([[extension JSONParseDictionary:pretty] isEqual:dictionary]);
-}
-
-TEST_F(JSON, OtherThanADictionaryIsReadAsTheEmptyOne) {
-    FinderSync* const extension = connected();
     for (NSString* const text : {@"[1]", @"", @"{", static_cast<NSString*>(nil)})
-        EXPECT_TRUE([[extension JSONParseDictionary:text] isEqual:[NSDictionary dictionary]]);
+        EXPECT_TRUE([[extension JSONParseDictionary:text] isEqual:@{}]);
 }
 
 TEST_F(JSON, ValuesThatJSONDoesNotHaveAreTheEmptyText) {
     FinderSync* const extension = connected();
-    for (const id value :
-         {static_cast<id>(nil), static_cast<id>(@"text"),
-          static_cast<id>([NSArray arrayWithObject:[NSDate date]]),
-          static_cast<id>([NSDictionary dictionaryWithObject:@"x"
-                                                      forKey:[NSNumber numberWithInt:1]])})
+    for (const id value : {id{nil}, id{@"text"}, id{@[ [NSDate date] ]}, id{@{@1 : @"x"}}})
         EXPECT_TRUE([[extension JSONStringify:value prettyPrinted:NO] isEqual:@""]);
 }
 

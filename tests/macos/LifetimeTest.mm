@@ -82,11 +82,13 @@ protected:
     void play() {
         tests::LoopbackPeer companion;
         @autoreleasepool {
-            store([NSDictionary
-                dictionaryWithObjectsAndKeys:[NSNumber numberWithInt:companion.port()],
-                                             @"ServerPort", @"/", @"RootFolder", @"contact",
-                                             @"ShareContactTitle", @"link", @"ShareViaUrlTitle",
-                                             @"back up", @"BackupTitle", nil]);
+            store(@{
+                @"ServerPort" : @(companion.port()),
+                @"RootFolder" : @"/",
+                @"ShareContactTitle" : @"contact",
+                @"ShareViaUrlTitle" : @"link",
+                @"BackupTitle" : @"back up"
+            });
             FinderSync* const extension = start();
             (void)printedUntil("Sending\n");
             companion.send("{\"type\":\"add_folder\",\"path\":\"/s\u00e9\"}\n"
@@ -109,8 +111,7 @@ protected:
         [extension beginObservingDirectoryAtURL:url];
         [extension endObservingDirectoryAtURL:url];
         [extension requestBadgeIdentifierForURL:url];
-        [finder
-            setSelectedItemURLs:[NSArray arrayWithObject:[NSURL fileURLWithPath:@"/s\u00e9/a"]]];
+        [finder setSelectedItemURLs:@[ [NSURL fileURLWithPath:@"/s\u00e9/a"] ]];
         NSMenu* const menu = [extension menuForMenuKind:FIMenuKindContextualMenuForItems];
         EXPECT_EQ([[menu itemArray] count], 2U);
         for (NSMenuItem* item in [menu itemArray])
@@ -119,10 +120,11 @@ protected:
     }
 
     void access(FinderSync* extension) {
-        for (NSString *key in [NSArray
-                 arrayWithObjects:@"myFolderURL", @"pathsOfRootFolders", @"serverPort",
-                                  @"isSocketConnected", @"displayUrlLink", @"displayBackup",
-                                  @"shareContactTitle", @"shareViaUrlTitle", @"backupTitle", nil])
+        for (NSString* key in @[
+                 @"myFolderURL", @"pathsOfRootFolders", @"serverPort", @"isSocketConnected",
+                 @"displayUrlLink", @"displayBackup", @"shareContactTitle", @"shareViaUrlTitle",
+                 @"backupTitle"
+             ])
             [extension setValue:[extension valueForKey:key] forKey:key];
         (void)[extension serverAddress];
         (void)[extension valueForKey:@"serverAddress"];
@@ -130,8 +132,7 @@ protected:
         NSDictionary* const parsed =
             [extension JSONParseDictionary:@"{\"a\":[1.5,true,null,\"x\"]}"];
         (void)[extension JSONStringify:parsed prettyPrinted:YES];
-        NSNumber* const integer = [NSNumber numberWithLongLong:1LL << 40];
-        (void)[extension JSONStringify:[NSArray arrayWithObject:integer] prettyPrinted:NO];
+        (void)[extension JSONStringify:@[ @(1LL << 40) ] prettyPrinted:NO];
     }
 };
 

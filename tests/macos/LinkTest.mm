@@ -14,7 +14,7 @@ TEST_F(Link, FromStartUpToTheEndOfTheStream) {
     peer.send(message);
     EXPECT_EQ(printedUntil("add_folder\n"),
               "receiving\nserver said: " + message + "\ntype - add_folder\n");
-    EXPECT_TRUE([[extension pathsOfRootFolders] isEqual:[NSArray arrayWithObject:@"/sync"]]);
+    EXPECT_TRUE([[extension pathsOfRootFolders] isEqual:@[ @"/sync" ]]);
     peer.send(
         "{\"type\":\"set_locale\",\"shareContactTitle\":\"c\",\"shareViaUrlTitle\":\"\u00fc\","
         "\"backupTitle\":\"b\"}\n{\"type\":\"set_menu_usage\",\"displayBackup\":\"1\"}\n");
@@ -22,7 +22,7 @@ TEST_F(Link, FromStartUpToTheEndOfTheStream) {
     EXPECT_TRUE([[extension shareViaUrlTitle] isEqual:@"\u00fc"]);
     EXPECT_EQ([extension displayBackup], 1);
 
-    [finder setSelectedItemURLs:[NSArray arrayWithObject:[NSURL fileURLWithPath:@"/sync/a"]]];
+    [finder setSelectedItemURLs:@[ [NSURL fileURLWithPath:@"/sync/a"] ]];
     [extension createLinkClicked:nil];
     EXPECT_TRUE(runUntil([&] { return peer.received().ends_with('}'); }));
     EXPECT_NE(peer.received().find("clicked_create_url_link"), std::string::npos);
@@ -30,19 +30,6 @@ TEST_F(Link, FromStartUpToTheEndOfTheStream) {
     peer.finishSending();
     EXPECT_TRUE(printedUntil("ignore\n").ends_with("ignore\n"));
     EXPECT_FALSE([extension isSocketConnected]);
-}
-
-TEST_F(Link, WithoutACompanionEachStreamTellsOnce) {
-    // Cut to 16 bits, the second port would reach the peer.
-    for (const int port : {int{tests::LoopbackPeer().port()}, peer.port() + 65536}) {
-        store([NSDictionary dictionaryWithObject:[NSNumber numberWithInt:port]
-                                          forKey:@"ServerPort"]);
-        FinderSync* const extension = [start() autorelease];
-        EXPECT_EQ([extension serverPort], static_cast<unsigned>(port));
-        EXPECT_EQ(printedUntil("error\nStream open error\n"),
-                  "connecting...\nStream open error\nStream open error\n");
-        EXPECT_TRUE([extension isSocketConnected]);
-    }
 }
 
 TEST_F(Link, ConnectMakesAFreshPair) {

@@ -32,7 +32,7 @@ Class principalClass() {
 }
 
 PrincipalClassTest::PrincipalClassTest() {
-    store([NSDictionary dictionary]);
+    store(@{});
 }
 
 PrincipalClassTest::~PrincipalClassTest() {
@@ -42,9 +42,8 @@ PrincipalClassTest::~PrincipalClassTest() {
 }
 
 void PrincipalClassTest::store(NSDictionary* settings) {
-    NSMutableDictionary* const all =
-        [NSMutableDictionary dictionaryWithObject:[NSNumber numberWithInt:peer.port()]
-                                           forKey:@"ServerPort"];
+    NSMutableDictionary* const all = [NSMutableDictionary dictionaryWithObject:@(peer.port())
+                                                                        forKey:@"ServerPort"];
     [all addEntriesFromDictionary:settings];
     storeSuite(group(), all);
 }
@@ -63,8 +62,8 @@ FinderSync* PrincipalClassTest::connected() {
 
 FinderSync* PrincipalClassTest::connectedWithSelection(NSString* path) {
     FinderSync* const extension = connected();
-    [extension setPathsOfRootFolders:[NSArray arrayWithObject:@"/sync"]];
-    [finder setSelectedItemURLs:[NSArray arrayWithObject:[NSURL fileURLWithPath:path]]];
+    [extension setPathsOfRootFolders:@[ @"/sync" ]];
+    [finder setSelectedItemURLs:@[ [NSURL fileURLWithPath:path] ]];
     return extension;
 }
 

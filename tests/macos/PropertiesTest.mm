@@ -20,22 +20,20 @@ protected:
 };
 
 TEST_F(Properties, EachIsReadAndWrittenByItself) {
-    constexpr auto smallest = std::numeric_limits<long long>::min();
-    NSArray* const keys =
-        [NSArray arrayWithObjects:@"myFolderURL", @"pathsOfRootFolders", @"serverPort",
-                                  @"isSocketConnected", @"displayUrlLink", @"displayBackup",
-                                  @"shareContactTitle", @"shareViaUrlTitle", @"backupTitle", nil];
-    NSMutableArray* const values =
-        [NSMutableArray arrayWithObjects:[NSURL fileURLWithPath:@"/"], [NSArray array],
-                                         [NSNumber numberWithUnsignedInt:peer.port()],
-                                         [NSNumber numberWithBool:YES], [NSNumber numberWithInt:1],
-                                         [NSNumber numberWithInt:0], @"", @"", @"", nil];
-    NSArray* const written = [NSArray
-        arrayWithObjects:[NSURL fileURLWithPath:@"/Users/u"],
-                         [NSArray arrayWithObjects:@"/b", @"/\u00e9", @"/b", @"/a", nil],
-                         [NSNumber numberWithUnsignedInt:4294967295U], [NSNumber numberWithBool:NO],
-                         [NSNumber numberWithInt:-7], [NSNumber numberWithLongLong:smallest],
-                         @"Contact", @"L\u00e4nk \U0001f517", @"Back up", nil];
+    NSArray* const keys = @[
+        @"myFolderURL", @"pathsOfRootFolders", @"serverPort", @"isSocketConnected",
+        @"displayUrlLink", @"displayBackup", @"shareContactTitle", @"shareViaUrlTitle",
+        @"backupTitle"
+    ];
+    NSMutableArray* const values = [NSMutableArray array];
+    [values addObjectsFromArray:@[
+        [NSURL fileURLWithPath:@"/"], @[], @(peer.port()), @(YES), @1, @0, @"", @"", @""
+    ]];
+    NSArray* const written = @[
+        [NSURL fileURLWithPath:@"/Users/u"], @[ @"/b", @"/\u00e9", @"/b", @"/a" ], @4294967295U,
+        @(NO), @(-7), @(std::numeric_limits<long long>::min()), @"Contact", @"L\u00e4nk \U0001f517",
+        @"Back up"
+    ];
     for (NSUInteger changed = 0; changed < [keys count]; ++changed) {
         for (NSUInteger other = 0; other < [keys count]; ++other)
             expect([keys objectAtIndex:other], [values objectAtIndex:other]);
@@ -50,7 +48,7 @@ TEST_F(Properties, ListsAndTextsAreCopied) {
     NSMutableArray* const paths = [NSMutableArray arrayWithObject:@"/a"];
     write(@"pathsOfRootFolders", paths);
     [paths removeAllObjects];
-    expect(@"pathsOfRootFolders", [NSArray arrayWithObject:@"/a"]);
+    expect(@"pathsOfRootFolders", @[ @"/a" ]);
     NSMutableString* const title = [NSMutableString stringWithString:@"Link"];
     write(@"backupTitle", title);
     [title appendString:@"!"];
@@ -58,11 +56,10 @@ TEST_F(Properties, ListsAndTextsAreCopied) {
 }
 
 TEST_F(Properties, NilIsTheEmptyTextAndTheEmptyList) {
-    write(@"pathsOfRootFolders", [NSArray arrayWithObject:@"/a"]);
+    write(@"pathsOfRootFolders", @[ @"/a" ]);
     write(@"pathsOfRootFolders", nil);
-    expect(@"pathsOfRootFolders", [NSArray array]);
-    for (NSString *key in [NSArray
-             arrayWithObjects:@"shareContactTitle", @"shareViaUrlTitle", @"backupTitle", nil]) {
+    expect(@"pathsOfRootFolders", @[]);
+    for (NSString* key in @[ @"shareContactTitle", @"shareViaUrlTitle", @"backupTitle" ]) {
         write(key, @"text");
         write(key, nil);
         expect(key, @"");
@@ -72,7 +69,7 @@ TEST_F(Properties, NilIsTheEmptyTextAndTheEmptyList) {
 TEST_F(Properties, ValuesThatTheObjectCannotHoldAreFatal) {
     EXPECT_EXIT([extension setMyFolderURL:nil], testing::KilledBySignal(SIGABRT),
                 "fatal error: myFolderURL is given no URL");
-    NSArray* const paths = [NSArray arrayWithObjects:@"/a", [NSNumber numberWithInt:1], nil];
+    NSArray* const paths = @[ @"/a", @1 ];
     EXPECT_EXIT([extension setPathsOfRootFolders:paths], testing::KilledBySignal(SIGABRT),
                 "fatal error: pathsOfRootFolders is given something that is not a string");
 }
@@ -87,7 +84,7 @@ TEST_F(Properties, ServerAddressCanOnlyBeRead) {
 }
 
 TEST_F(Properties, NoOtherKeyIsPublished) {
-    for (NSString *key in [NSArray arrayWithObjects:@"inputStream", @"outputStream", @"path", nil])
+    for (NSString* key in @[ @"inputStream", @"outputStream", @"path" ])
         EXPECT_ANY_THROW((void)read(key)) << [key UTF8String];
 }
 

@@ -126,12 +126,6 @@ TEST_F(PublishedSelectors, AreAllOfInstances) {
     EXPECT_EQ(count, 0U);
 }
 
-TEST_F(PublishedSelectors, LeaveOutTheListingOfAttributes) {
-    for (const char* name : {"attributesNamesAtPath:", "attributesNamesAtPath", "inputStream",
-                             "outputStream", "setServerAddress:", "readInboundMessages"})
-        EXPECT_FALSE([tests::principalClass() instancesRespondToSelector:sel_getUid(name)]) << name;
-}
-
 TEST_F(PublishedSelectors, BelongToAFinderSyncClassThatTakesStreamEvents) {
     EXPECT_EQ([tests::principalClass() superclass], [FIFinderSync class]);
     unsigned count = 0;

@@ -34,12 +34,14 @@ private:
 };
 
 TEST_F(StartUp, ReadsTheSettingsWatchesRegistersTheBadgeAndConnects) {
-    store([NSDictionary dictionaryWithObjectsAndKeys:@"/Users/u", @"RootFolder",
-                                                     [NSNumber numberWithInt:5], @"DisplayUrlLink",
-                                                     [NSNumber numberWithInt:1], @"DisplayBackup",
-                                                     @"Contact", @"ShareContactTitle", @"L\u00e4nk",
-                                                     @"ShareViaUrlTitle", @"Back up",
-                                                     @"BackupTitle", nil]);
+    store(@{
+        @"RootFolder" : @"/Users/u",
+        @"DisplayUrlLink" : @5,
+        @"DisplayBackup" : @1,
+        @"ShareContactTitle" : @"Contact",
+        @"ShareViaUrlTitle" : @"L\u00e4nk",
+        @"BackupTitle" : @"Back up"
+    });
     FinderSync* const extension = [start() autorelease];
     ASSERT_TRUE([extension isKindOfClass:tests::principalClass()]);
 
@@ -55,11 +57,8 @@ TEST_F(StartUp, ReadsTheSettingsWatchesRegistersTheBadgeAndConnects) {
 
     EXPECT_TRUE(
         [[finder directoryURLs] isEqual:[NSSet setWithObject:[NSURL fileURLWithPath:@"/Users/u"]]]);
-    ASSERT_EQ([[finder badges] count], 1U);
-    NSArray* const badge = [[finder badges] objectAtIndex:0];
-    EXPECT_TRUE([[badge objectAtIndex:0] isEqual:@"FolderIco"]);
-    EXPECT_TRUE([[badge objectAtIndex:1] isEqual:@"Folder Icon"]);
-    EXPECT_TRUE([[[badge objectAtIndex:2] name] isEqual:@"icon_Folder"]);
+    NSImage* const icon = [NSImage imageNamed:@"icon_Folder"];
+    EXPECT_TRUE(([[finder badges] isEqual:@[ @[ @"FolderIco", @"Folder Icon", icon ] ]]));
 
     const std::string bundle = [[[NSBundle mainBundle] bundlePath] UTF8String];
     EXPECT_EQ(logged(), std::vector{"FinderSync() launched from " + bundle});

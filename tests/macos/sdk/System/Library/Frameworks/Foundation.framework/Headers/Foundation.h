@@ -115,6 +115,7 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 @property (readonly) unsigned long long unsignedLongLongValue;
 + (NSNumber*)numberWithChar:(char)value;
 + (NSNumber*)numberWithUnsignedChar:(unsigned char)value;
++ (NSNumber*)numberWithUnsignedShort:(unsigned short)value;
 + (NSNumber*)numberWithInt:(int)value;
 + (NSNumber*)numberWithUnsignedInt:(unsigned int)value;
 + (NSNumber*)numberWithLongLong:(long long)value;
@@ -139,7 +140,9 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 @property (readonly) NSUInteger count;
 + (instancetype)array;
 + (instancetype)arrayWithObject:(ObjectType)anObject;
-+ (instancetype)arrayWithObjects:(ObjectType)firstObj, ... __attribute__((sentinel(0, 1)));
++ (instancetype)arrayWithObjects:(const ObjectType _Nonnull[_Nonnull])objects
+                           count:(NSUInteger)cnt;
+@property (nullable, nonatomic, readonly) ObjectType lastObject;
 - (ObjectType)objectAtIndex:(NSUInteger)index;
 - (NSString*)componentsJoinedByString:(NSString*)separator;
 @end
@@ -147,6 +150,7 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 @interface NSMutableArray<ObjectType> : NSArray <ObjectType>
 - (instancetype)initWithCapacity:(NSUInteger)numItems;
 - (void)addObject:(ObjectType)anObject;
+- (void)addObjectsFromArray:(NSArray<ObjectType>*)otherArray;
 - (void)removeAllObjects;
 - (void)replaceObjectAtIndex:(NSUInteger)index withObject:(ObjectType)anObject;
 @end
@@ -156,7 +160,9 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 @property (readonly) NSUInteger count;
 + (instancetype)dictionary;
 + (instancetype)dictionaryWithObject:(ObjectType)object forKey:(KeyType<NSCopying>)key;
-+ (instancetype)dictionaryWithObjectsAndKeys:(id)firstObject, ... __attribute__((sentinel(0, 1)));
++ (instancetype)dictionaryWithObjects:(const ObjectType _Nonnull[_Nonnull])objects
+                              forKeys:(const KeyType<NSCopying> _Nonnull[_Nonnull])keys
+                                count:(NSUInteger)cnt;
 - (nullable ObjectType)objectForKey:(KeyType)aKey;
 @end
 
