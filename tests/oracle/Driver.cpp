@@ -1,9 +1,9 @@
 // Plays sessions on the recording platform and writes down what came of each.
 //
 // Standard input holds one session a line, in JSON: an array of events, each an array of its name
-// and its arguments, as sessions.py makes them. Bytes are {"bytes": text}, with one character for
-// each. Standard output gets the records of each session: 0xFF ends a record and 0xFE a session;
-// neither byte occurs in UTF-8. model.py gives the records that are expected.
+// and its arguments, as sessions.py makes them. Bytes are {"bytes": text}, with two hexadecimal
+// digits for each. Standard output gets the records of each session: 0xFF ends a record and 0xFE a
+// session; neither byte occurs in UTF-8. model.py gives the records that are expected.
 
 #include "extension/FinderSync.h"
 #include "extension/PublishedInterface.h"
@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <boost/algorithm/hex.hpp>
 #include <boost/json.hpp>
 #include <cstdlib>
 #include <functional>
@@ -40,18 +41,11 @@ struct FatalError {
 };
 
 std::string text(const JSONValue& value) {
-    return {value.as_string().data(), value.as_string().size()};
+    return boost::json::value_to<std::string>(value);
 }
 
 std::string bytes(const JSONValue& value) {
-    std::string result;
-    const std::string characters = text(value.at("bytes"));
-    for (std::size_t at = 0; at < characters.size(); ++at) {
-        const auto first = static_cast<unsigned char>(characters[at]);
-        const int above = first < 0x80 ? first : (first & 3) << 6 | (characters[++at] & 0x3f);
-        result += static_cast<char>(above);
-    }
-    return result;
+    return boost::algorithm::unhex(text(value.at("bytes")));
 }
 
 platform::NSData data(const JSONValue& value) {
@@ -113,17 +107,8 @@ template <typename Value> std::string shown(const Value& value) {
 template <typename Value> Value wanted(const JSONValue& value) {
     if constexpr (std::is_same_v<Value, URL>) {
         return platform::fileURLWithPath(text(value));
-    } else if constexpr (std::is_same_v<Value, Strings>) {
-        Strings paths;
-        for (const JSONValue& path : value.as_array())
-            paths.push_back(text(path));
-        return paths;
-    } else if constexpr (std::is_same_v<Value, std::string>) {
-        return text(value);
-    } else if constexpr (std::is_same_v<Value, bool>) {
-        return value.as_bool();
     } else {
-        return value.to_number<Value>();
+        return boost::json::value_to<Value>(value);
     }
 }
 
@@ -176,6 +161,28 @@ private:
 std::string Session::play(const boost::json::array& events) {
     using Step = std::function<void(Session&, const Event&)>;
     static const std::map<std::string_view, Step> steps = {
+        // What the platform answers.
+        {"script", &Session::prepare},
+        {"setting",
+         [](Session&, const Event& event) {
+             script().settings.insert_or_assign(text(event[1]), object(event[3]));
+         }},
+        {"no image", [](Session&, const Event& event) { script().images.erase(text(event[1])); }},
+        {"port",
+         [](Session&, const Event& event) {
+             world().listeningPorts.insert(event[1].to_number<std::uint32_t>());
+         }},
+        {"answer",
+         [](Session&, const Event& event) {
+             script().hasBytesAvailable.push_back(event[1].as_bool());
+         }},
+        {"read",
+         [](Session&, const Event& event) {
+             script().reads.push_back({.count = event[1].as_int64(), .bytes = bytes(event[2])});
+         }},
+        {"write",
+         [](Session&, const Event& event) { script().writes.push_back(event[1].as_int64()); }},
+        // What happens to the object.
         {"start", [](Session& session, const Event&) { session.start(); }},
         {"turn", [](Session&, const Event&) { (void)platform::recording::runOnce(); }},
         {"turns", [](Session&, const Event&) { platform::recording::runAll(); }},
@@ -213,12 +220,8 @@ std::string Session::play(const boost::json::array& events) {
     std::string death;
     try {
         for (auto event = events.begin(); event != events.end() && !isOver_; ++event) {
-            const auto step = steps.find(text(event->at(0)));
             record("event " + text(event->at(0)));
-            if (step == steps.end())
-                prepare(event->as_array());
-            else
-                step->second(*this, event->as_array());
+            steps.at(text(event->at(0)))(*this, event->as_array());
             script().selection.reset();
         }
     } catch (const FatalError& error) {
@@ -244,35 +247,17 @@ std::string Session::play(const boost::json::array& events) {
     return records + death + '\xFF';
 }
 
-/// Scripts the platform's answers.
 void Session::prepare(const Event& event) {
-    const std::string what = text(event[0]);
-    if (what == "script") {
-        const std::map<std::string_view, bool*> flags = {
-            {"has_base", &script().baseObject},        {"has_suite", &script().suiteOpens},
-            {"has_read_stream", &script().readStream}, {"has_write_stream", &script().writeStream},
-            {"encodes", &script().encoding},           {"is_valid_json", &script().validJSON},
-            {"writes_json", &script().writesJSON},
-        };
-        if (event[1] == "written_json")
-            script().writtenJSON = data(event[2]);
-        else
-            *flags.at(text(event[1])) = event[2].as_bool();
-    } else if (what == "setting") {
-        script().settings.insert_or_assign(text(event[1]), object(event[3]));
-    } else if (what == "no image") {
-        script().images.erase(text(event[1]));
-    } else if (what == "port") {
-        world().listeningPorts.insert(event[1].to_number<std::uint32_t>());
-    } else if (what == "answer") {
-        script().hasBytesAvailable.push_back(event[1].as_bool());
-    } else if (what == "read") {
-        script().reads.push_back({.count = event[1].as_int64(), .bytes = bytes(event[2])});
-    } else if (what == "write") {
-        script().writes.push_back(event[1].as_int64());
-    } else {
-        throw std::invalid_argument(what);
-    }
+    const std::map<std::string_view, bool*> flags = {
+        {"has_base", &script().baseObject},        {"has_suite", &script().suiteOpens},
+        {"has_read_stream", &script().readStream}, {"has_write_stream", &script().writeStream},
+        {"encodes", &script().encoding},           {"is_valid_json", &script().validJSON},
+        {"writes_json", &script().writesJSON},
+    };
+    if (event[1] == "written_json")
+        script().writtenJSON = data(event[2]);
+    else
+        *flags.at(text(event[1])) = event[2].as_bool();
 }
 
 void Session::start() {

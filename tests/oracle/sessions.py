@@ -335,6 +335,5 @@ def make_session(random):
 
 
 def encoded(session):
-    """A session as a line of JSON for the driver; bytes become {"bytes": text}."""
-    line = json.dumps(session, default=lambda data: {"bytes": data.decode("latin-1")})
-    return line.encode() + b"\n"
+    """A session as a line of JSON for the driver; bytes become {"bytes": digits}."""
+    return json.dumps(session, default=lambda data: {"bytes": data.hex()}).encode() + b"\n"
