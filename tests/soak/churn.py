@@ -4,9 +4,9 @@ import random
 import signal
 import socket
 
-from life import Life
 from oracle.over_bus import playable, sent_over_bus
 from oracle.sessions import Maker
+from soak.life import Life
 
 SETTINGS = [{}, {}, {"RootFolder": "/Sync"}, {"DisplayBackup": 1, "BackupTitle": "Back up"},
             {"ShareContactTitle": "Share", "ShareViaUrlTitle": "Copy link", "DisplayUrlLink": "0"}]
@@ -16,8 +16,8 @@ BETWEEN_RESTS = 100  # events
 
 
 class Churn:
-    def __init__(self, session, seed):
-        self.session = session
+    def __init__(self, session, seed, lengths=LENGTHS):
+        self.session, self.lengths = session, lengths
         self.random = random.Random(seed)
         self.peer = session.listen()
         self.nobody = socket.socket()  # has a port to itself, and does not listen there
@@ -30,7 +30,7 @@ class Churn:
         while True:
             self.begin()
             self.life.warm_up()
-            for number in range(self.random.choice(LENGTHS) + 1):
+            for number in range(self.random.choice(self.lengths) + 1):
                 if number % BETWEEN_RESTS == 0:
                     self.life.come_to_rest()
                     yield
