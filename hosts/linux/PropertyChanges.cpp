@@ -1,6 +1,7 @@
 #include "hosts/linux/PropertyChanges.h"
 
 #include "Names.h"
+#include "extension/PublishedInterface.h"
 
 #include <algorithm>
 #include <chrono>
@@ -18,6 +19,8 @@ constexpr std::chrono::microseconds accuracy = 1us; // sd-event would take up to
 } // namespace
 
 int PropertyChanges::start() {
+    // Or the heap would depend on how many changes come at a time.
+    names_.reserve(findersync::publishedProperties().size());
     const auto onTime = [](sd_event_source*, std::uint64_t, void* self) noexcept {
         static_cast<PropertyChanges*>(self)->signal();
         return 0;
