@@ -6,6 +6,7 @@ import pathlib
 import pty
 import re
 import shutil
+import signal
 import subprocess
 
 import pytest
@@ -115,6 +116,12 @@ def test_it_explains_itself_and_needs_a_mac(check):
     assert done.stdout.startswith("usage: check ")
     check.mac.provide("uname", "echo Linux")
     assert "check: this works on a Mac only\n" == check.run().stderr
+
+
+def test_it_takes_everything_back_when_it_is_ended(check):
+    check.mac.provide("open", "kill -TERM $PPID")
+    assert check.run().returncode == -signal.SIGTERM
+    assert {file.name for file in check.state.iterdir()} == {"configured", "sent", "process"}
 
 
 def otool(script):
