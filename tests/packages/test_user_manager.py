@@ -7,7 +7,7 @@ import re
 import subprocess
 
 import pytest
-from conftest import GROUP
+from conftest import GROUP, wait_for
 
 PAGE = pathlib.Path(__file__).parents[2] / "docs/installing.md"
 UNIT = f"{GROUP}.FinderSync.service"
@@ -24,6 +24,8 @@ mkdir -p /run/systemd/system /run/systemd/unit-root /run/user/4242 /run/home /sy
 echo $$ >/sys/fs/cgroup/user/cgroup.procs
 chown -R 4242:4242 /sys/fs/cgroup/user /run/user/4242 /run/home
 chmod 700 /run/user/4242
+install -d -g 4242 -m 2750 /run/log/journal
+/lib/systemd/systemd-journald &
 (cat /etc/passwd && echo 'finder:x:4242:4242::/run/home:/bin/sh') >/run/passwd
 mount --bind /run/passwd /etc/passwd
 cd /
@@ -42,6 +44,7 @@ wait_for() {
         sleep 0.05
     done
 }
+wait_for test -S /run/systemd/journal/stdout
 /lib/systemd/systemd --user --unit=basic.target >/dev/null &
 manager=$!
 wait_for systemctl --user is-active basic.target
@@ -76,13 +79,32 @@ kill -ABRT "$extension"
 wait_for sh -c '! systemctl --user is-active UNIT'
 REQUEST
 echo "= again"; systemctl --user is-active UNIT
+settings=$HOME/.config/GROUP/settings.json
+cp "$settings" "$HOME/kept"
+echo nonsense >"$settings"
+kill -ABRT "$(systemctl --user show -P MainPID UNIT)"
+wait_for sh -c '! systemctl --user is-active UNIT'
+echo "= broken"; for attempt in 1 2 3 4 5 6 7 8; do REQUEST; done
+mv "$HOME/kept" "$settings"
+REQUEST
+echo "= mended"; systemctl --user is-active UNIT
+systemctl --user service-log-level UNIT debug
+busctl --user set-property OBJECT pathsOfRootFolders as 100 $(seq -f /folder%.0f 100)
+busctl --user call OBJECT RequestBadgeIdentifiersForURLs \
+    as 1000 $(seq -f file://$HOME/%.0f 1000) >/dev/null
+echo nonsense >"$settings"
+kill -ABRT "$(systemctl --user show -P MainPID UNIT)"
+REQUEST
+wait_for sh -c '[ $(journalctl --identifier finder-sync-extension --priority err | grep -c fatal) = 9 ]'
+echo "= lines"; journalctl --identifier finder-sync-extension | wc -l
 exec 3>&-
 kill "$manager"
 wait
 """
 
-REQUEST = """busctl --user call GROUP.FinderSync /FinderSync findersync.Extension1 \\
-    RequestBadgeIdentifierForURL s "file://$HOME" >/dev/null"""
+OBJECT = "GROUP.FinderSync /FinderSync findersync.Extension1"
+REQUEST = """busctl --user --timeout=5 call OBJECT RequestBadgeIdentifierForURL \\
+    s "file://$HOME" >/dev/null"""
 # What the page tells a user to do where there are no user namespaces.
 RELAX = """systemctl --user start UNIT
 echo "= refused"; systemctl --user is-failed UNIT; systemctl --user show -P ExecMainStatus UNIT
@@ -107,6 +129,8 @@ def control_group():
     except OSError as error:
         pytest.skip(f"a user's systemd needs a control group: {error}")
     yield group
+    (group / "cgroup.kill").write_text("1")
+    wait_for(lambda: "populated 0" in (group / "cgroup.events").read_text())
     for folder in sorted(group.rglob("*/"), reverse=True):
         if folder.is_dir():
             folder.rmdir()
@@ -131,7 +155,7 @@ def answers(root, control_group, first_start, surroundings=()):
     """What the user's systemd and the extension that it has started answer, by question."""
     ask = ASK.replace("READ_ONLY", " ".join(f'"{folder}"' for folder in READ_ONLY))
     ask = ask.replace("FIRST_START", first_start).replace("REQUEST", REQUEST)
-    ask = ask.replace("GROUP", GROUP).replace("UNIT", UNIT)
+    ask = ask.replace("OBJECT", OBJECT).replace("GROUP", GROUP).replace("UNIT", UNIT)
     enter = f'echo $$ >"{control_group}/cgroup.procs" && exec "$@"'
     outcome = subprocess.run(
         ["sh", "-c", enter, "sh", *surroundings,
@@ -154,6 +178,11 @@ def check_whole_life(answers):
     assert answers["core"].split()[4:6] == ["0", "0"]
     assert answers["restarted"] not in ("0\n", answers["first"])
     assert answers["again"] == "active\n"  # a fatal error is followed by a fresh start
+    # However many there were: a limit of starts would leave all who ask without an answer.
+    assert answers["broken"].count("disconnected from message bus without replying") == 8
+    assert answers["mended"].startswith("active\n")
+    # The journal drops what is too much for it, but no reason of an end.
+    assert 1000 < int(answers["lines"]) < 200000
     return status
 
 
