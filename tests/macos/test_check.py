@@ -91,6 +91,7 @@ def test_all_holds_of_what_the_cross_build_made(check):
     assert len(check.rows) == 27
     untried = {what for what, held in check.rows.items() if held != "yes"}
     assert untried == {"badge, menu, report of a pick"}
+    assert "| yes | contract suite and unit tests | 100% tests passed, 0 tests failed" in check.table
     assert "| yes | both processors | arm64 x86_64 |" in check.table
     assert "| AppKit CoreFoundation FinderSync Foundation libSystem.B.dylib " in check.table
     assert "-DX=y z" in (check.state / "configured").read_text()
@@ -133,7 +134,8 @@ REPORTS = '"$HOME/Library/Logs/DiagnosticReports"'
 
 @pytest.mark.parametrize("tools, failed", [
     ({"cmake": "exit 1"}, {"configures, with tests", "configures, without tests", "builds and signs"}),
-    ({"ctest": "echo '[  FAILED  ] Links.End (3 ms)'; exit 8", "lipo": "echo arm64"}
+    ({"ctest": "echo '50% tests passed'; echo '[  FAILED  ] Links.End (3 ms)'; exit 8",
+      "lipo": "echo arm64"}
      | otool("s/minos 11.0/minos 12.0/; s/_NSExtensionMain/_main/; s/cmd LC_UUID/cmd LC_RPATH/"),
      {"contract suite and unit tests", "both processors", "oldest macOS", "entered at NSExtensionMain",
       "libraries of the system alone, no RPATH"}),
@@ -162,3 +164,5 @@ def test_what_does_not_hold_is_in_the_table(check, tools, failed):
     done = check.run()
     assert done.returncode == 1, done.stdout + done.stderr
     assert {what for what, held in check.rows.items() if held == "NO"} == failed
+    if "ctest" in tools:
+        assert "| 50% tests passed Links.End |" in check.table
