@@ -15,8 +15,14 @@ inline constexpr std::chrono::milliseconds menuBackoff(5000);
 /// How soon after a start the extension is started again, should it have ended in between.
 inline constexpr std::chrono::milliseconds startBackoff(1000);
 
-/// Badges asked for in one request: a folder of any size keeps neither side busy for long.
+/// How long a file manager is left alone between two notices of the same kind, and an extension
+/// between two readings of its root folders. The first is not delayed.
+inline constexpr std::chrono::milliseconds noticeInterval(250);
+
+// Badges asked for in one request: a folder of any size keeps neither side busy for long, and no
+// message becomes so large that it is refused.
 inline constexpr int batchSize = 1000;
+inline constexpr int maxBatchSize = 1 << 20; ///< of the URLs, in bytes
 
 // Products stay below these. Any program can own such names on the bus and send more, which the
 // file manager is not to spend its time on.

@@ -1,6 +1,5 @@
 #include "file-managers/dolphin/ExtensionProxy.h"
 
-#include "FinderSyncExtension1.h"
 #include "file-managers/Interface.h"
 #include "file-managers/Limits.h"
 #include "file-managers/dolphin/BusCall.h"
@@ -24,13 +23,27 @@ const QChar ellipsis(0x2026);
 
 constexpr uint itemsKind = 0;
 
-/// The path of a URL in the form in which paths are compared: resolved as text, composed, and
-/// without a "/" at the end.
-QString comparedPath(const QUrl& url) {
-    QString path = QDir::cleanPath(url.path(QUrl::FullyDecoded));
+/// A path in the form in which paths are compared: resolved as text, composed, and without a "/" at
+/// the end.
+std::string comparedPath(const QString& text) {
+    QString path = QDir::cleanPath(text);
     if (path.endsWith(QLatin1Char('/')))
         path.chop(1);
-    return path.normalized(QString::NormalizationForm_C);
+    return path.normalized(QString::NormalizationForm_C).toStdString();
+}
+
+std::string comparedPath(const QUrl& url) {
+    return comparedPath(url.path(QUrl::FullyDecoded));
+}
+
+std::vector<RootFolder> rootFoldersIn(const QStringList& paths) {
+    std::vector<RootFolder> folders;
+    folders.reserve(std::size_t(paths.size()));
+    for (const QString& each : paths) {
+        const std::string path = comparedPath(each);
+        folders.push_back({.name = nameHash(path), .path = std::hash<std::string>()(path)});
+    }
+    return folders;
 }
 
 /// The start of a title that is too long, up to the end of a character.
@@ -62,7 +75,9 @@ bool isOfAnotherType(const QDBusError& error) {
 QString requestURL(const QUrl& url) {
     const QByteArray path =
         QByteArray::fromPercentEncoding(url.path(QUrl::FullyEncoded).toLatin1());
-    const bool isText = QString::fromUtf8(path).toUtf8() == path && !path.contains('\0');
+    // For a byte of a file's name that is not UTF-8, Dolphin gives U+FFFD.
+    const bool isText = QString::fromUtf8(path).toUtf8() == path && !path.contains('\0') &&
+                        !path.contains("\uFFFD");
     if (!url.isLocalFile() || !url.host().isEmpty() || url.hasQuery() || url.hasFragment() ||
         !path.startsWith('/') || !isText)
         return {};
@@ -71,141 +86,117 @@ QString requestURL(const QUrl& url) {
            QString::fromLatin1(path.toPercentEncoding(QByteArrayLiteral("/!$&'()*+,;=:@")));
 }
 
-ExtensionProxy::ExtensionProxy(QString busName) : busName_(std::move(busName)) {
+NameHash nameOf(const QUrl& url) {
+    return nameHash(comparedPath(url));
+}
+
+// For the unique name: the proxy of a well-known name blocks until it learns its owner.
+ExtensionProxy::ExtensionProxy(const QString& busName, const QString& owner)
+    : iconPrefix_(busName.chopped(int(sizeof busNameEnd) - 2)), // all but the "."
+      proxy_(owner, object, bus_) {
     qDBusRegisterMetaType<FinderSyncMenuItem>();
     qDBusRegisterMetaType<FinderSyncMenuItems>();
-    startLater_.setSingleShot(true);
-    connect(&startLater_, &QTimer::timeout, this, &ExtensionProxy::start);
-    bus_.connect(QString(), object, propertiesInterface, QStringLiteral("PropertiesChanged"), this,
-                 SLOT(propertiesChanged(QString, QVariantMap, QStringList, QDBusMessage)));
+    proxy_.setTimeout(noTimeout);
+    retryTimer_.setSingleShot(true);
+    retryTimer_.callOnTimeout([this] { requestDirectories(); });
+    bus_.connect(owner, object, propertiesInterface, QStringLiteral("PropertiesChanged"), this,
+                 SLOT(propertiesChanged(QString, QVariantMap, QStringList)));
+    requestDirectories();
 }
 
-ExtensionProxy::~ExtensionProxy() = default;
-
-QString ExtensionProxy::iconPrefix() const {
-    return busName_.chopped(int(sizeof busNameEnd) - 2); // all but the "."
-}
-
-void ExtensionProxy::setOwner(const QString& owner) {
-    if (proxy_ ? proxy_->service() == owner : owner.isEmpty())
-        return;
-    menuBackoff_ = {};
-    lastMenu_ = MenuReply();
-    isNonsense_ = false;
-    proxy_.reset(); // and with it, the pending calls
-    const bool hadAppeared = hasAppeared();
-    hasInterface_.reset();
-    if (hadAppeared)
-        Q_EMIT gone();
-    if (owner.isEmpty())
-        return;
-    // For the unique name: the proxy of a well-known name blocks until it learns its owner.
-    proxy_ = std::make_unique<FindersyncExtension1Interface>(owner, object, bus_);
-    proxy_->setTimeout(noTimeout);
-    fetchProperties();
-}
-
-/// A process that has not the property has not the interface either, and is left alone.
-void ExtensionProxy::fetchProperties() {
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        proxy_->service(), object, propertiesInterface, QStringLiteral("GetAll"));
-    call << proxy_->interface();
-    auto* const watcher =
-        new QDBusPendingCallWatcher(bus_.asyncCall(call, noTimeout), proxy_.get());
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher] {
+/// Asks for one property: another may be too large to be had beside it. The answer is nothing when
+/// the property cannot be had.
+void ExtensionProxy::requestTexts(const QString& property, const TextsAnswer& answer) {
+    QDBusMessage call = QDBusMessage::createMethodCall(proxy_.service(), object,
+                                                       propertiesInterface, QStringLiteral("Get"));
+    call << proxy_.interface() << property;
+    auto* const watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call, noTimeout), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [watcher, answer] {
         watcher->deleteLater();
-        const QDBusPendingReply<QVariantMap> reply = *watcher;
-        const QVariant directories =
-            reply.isError() ? QVariant() : reply.value().value(QStringLiteral("directoryURLs"));
-        hasInterface_ = directories.userType() == QMetaType::QStringList;
-        if (!hasAppeared())
-            return;
-        watchedPaths_.clear();
-        for (const QUrl& url :
-             QUrl::fromStringList(directories.toStringList().mid(0, maxDirectories))) {
-            if (!requestURL(url).isEmpty())
-                watchedPaths_.push_back(comparedPath(url));
-        }
-        Q_EMIT badgesOutdated();
+        const QDBusPendingReply<QDBusVariant> reply = *watcher;
+        const QVariant value = reply.isError() ? QVariant() : reply.value().variant();
+        answer(value.userType() == QMetaType::QStringList ? std::optional(value.toStringList())
+                                                          : std::nullopt);
     });
 }
 
-/// Receives the signals of all processes that have such an object.
-void ExtensionProxy::propertiesChanged(const QString& interface, const QVariantMap& changed,
-                                       const QStringList& invalidated, const QDBusMessage& signal) {
-    if (hasAppeared() && signal.service() == proxy_->service() &&
-        interface == proxy_->interface() &&
-        (changed.contains(rootFolders) || invalidated.contains(rootFolders)))
-        Q_EMIT badgesOutdated();
+/// A process that does not have the property yet, or never will, is asked again less and less.
+void ExtensionProxy::requestDirectories() {
+    requestTexts(QStringLiteral("directoryURLs"), [this](const std::optional<QStringList>& urls) {
+        hasInterface_ = urls.has_value();
+        if (!urls) {
+            retryTimer_.start(backoff_.next());
+            return;
+        }
+        for (const QUrl& url : QUrl::fromStringList(urls->mid(0, maxDirectories))) {
+            if (!requestURL(url).isEmpty())
+                watchedDirectories_.push_back(comparedPath(url));
+        }
+        Q_EMIT appeared();
+    });
 }
 
-void ExtensionProxy::start() {
-    if (proxy_ || startLater_.isActive())
-        return;
-    if (!startBackoff_.hasExpired()) {
-        startLater_.start(static_cast<int>(startBackoff_.remainingTime()) + 1);
-        return;
-    }
-    startBackoff_.setRemainingTime(startBackoff);
-    // The reply does not matter: the name gets an owner, or it does not.
-    bus_.asyncCall(callOfBus("StartServiceByName", {busName_, 0U}));
+void ExtensionProxy::requestRootFolders(const RootFoldersAnswer& answer) {
+    requestTexts(rootFolders, [answer](const std::optional<QStringList>& paths) {
+        answer(paths ? std::optional(rootFoldersIn(*paths)) : std::nullopt);
+    });
+}
+
+void ExtensionProxy::propertiesChanged(const QString& interface, const QVariantMap& changed,
+                                       const QStringList& invalidated) {
+    if (hasAppeared() && interface == proxy_.interface() &&
+        (changed.contains(rootFolders) || invalidated.contains(rootFolders)))
+        Q_EMIT rootFoldersChanged();
 }
 
 bool ExtensionProxy::watches(const QUrl& url) const {
-    const QString path = comparedPath(url);
-    return !isNonsense_ &&
-           std::any_of(watchedPaths_.begin(), watchedPaths_.end(), [&path](const QString& watched) {
-               return path.startsWith(watched) &&
-                      (path.size() == watched.size() || path[watched.size()] == QLatin1Char('/'));
-           });
+    const std::string path = comparedPath(url);
+    return std::ranges::any_of(watchedDirectories_, [&path](const std::string& watched) {
+        return path.starts_with(watched) &&
+               (path.size() == watched.size() || path[watched.size()] == '/');
+    });
 }
 
 void ExtensionProxy::requestBadges(const QStringList& urls, const BadgesAnswer& answer) {
     // When the extension ends, the watcher is deleted with the proxy.
     auto* const watcher =
-        new QDBusPendingCallWatcher(proxy_->RequestBadgeIdentifiersForURLs(urls), proxy_.get());
+        new QDBusPendingCallWatcher(proxy_.RequestBadgeIdentifiersForURLs(urls), this);
     const int count = int(urls.size());
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, count, answer] {
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [watcher, count, answer] {
         watcher->deleteLater();
         const QDBusPendingReply<QStringList> reply = *watcher;
         QStringList badges = reply.isError() ? QStringList() : reply.value();
-        if (isOfAnotherType(reply.error()) || (!reply.isError() && badges.size() != count)) {
-            isNonsense_ = true;
+        if (badges.size() != count)
             badges.clear();
-        }
         const auto isTooLong = [](const QString& badge) { return badge.size() > maxTextLength; };
         std::replace_if(badges.begin(), badges.end(), isTooLong, QString());
         answer(badges);
     });
 }
 
-bool ExtensionProxy::answersMenus() const {
-    return proxy_ && hasInterface_.value_or(true) && !isNonsense_ && menuBackoff_.hasExpired() &&
-           lastMenu_.isFinished();
+bool ExtensionProxy::takesMenuRequests() const {
+    return hasInterface_.value_or(true) && menuBackoff_.hasExpired() && lastMenu_.isFinished();
 }
 
 ExtensionProxy::MenuReply ExtensionProxy::requestMenu(const QStringList& urls) {
-    return lastMenu_ = proxy_->MenuForMenuKind(itemsKind, urls);
+    return lastMenu_ = proxy_.MenuForMenuKind(itemsKind, urls);
 }
 
 FinderSyncMenuItems ExtensionProxy::menuItems(const MenuReply& reply) {
-    const bool isFinished = reply.isFinished();
     // NoReply also means that the extension has ended, which the bus reports next.
-    if (!isFinished || reply.error().type() == QDBusError::NoReply)
+    if (!reply.isFinished() || reply.error().type() == QDBusError::NoReply) {
         menuBackoff_.setRemainingTime(menuBackoff);
-    if (!isFinished || reply.isError()) {
-        isNonsense_ = isFinished && isOfAnotherType(reply.error());
         return {};
     }
-    const FinderSyncMenuItems items = reply.argumentAt<1>();
-    isNonsense_ = items.size() > maxMenuItems;
-    return isNonsense_ || !reply.argumentAt<0>() ? FinderSyncMenuItems() : itemsWithinLimits(items);
-}
-
-void ExtensionProxy::performAction(const QString& selector, const QStringList& urls) {
-    if (!proxy_)
-        return;
-    proxy_->PerformAction(selector, urls);
+    const FinderSyncMenuItems items =
+        reply.isError() ? FinderSyncMenuItems() : reply.argumentAt<1>();
+    if (isOfAnotherType(reply.error()) || items.size() > maxMenuItems) {
+        menuBackoff_.setRemainingTime(nonsenseBackoff_.next());
+        return {};
+    }
+    nonsenseBackoff_.reset();
+    return !reply.isError() && reply.argumentAt<0>() ? itemsWithinLimits(items)
+                                                     : FinderSyncMenuItems();
 }
 
 } // namespace file_managers

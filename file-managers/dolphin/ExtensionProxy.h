@@ -1,8 +1,12 @@
 #pragma once
 
-// A product's extension, seen from a file manager's main thread. No call blocks that thread.
+// A running extension, seen from a file manager's main thread. No call blocks that thread.
 
+#include "file-managers/Backoff.h"
+#include "file-managers/RootFolders.h"
 #include "file-managers/dolphin/BusTypes.h"
+
+#include "FinderSyncExtension1.h" // generated from the interface
 
 #include <QDBusConnection>
 #include <QDBusPendingReply>
@@ -14,11 +18,9 @@
 #include <QUrl>
 #include <QVariantMap>
 #include <functional>
-#include <memory>
 #include <optional>
-
-class QDBusMessage;
-class FindersyncExtension1Interface; // generated from the interface
+#include <string>
+#include <vector>
 
 namespace file_managers {
 
@@ -26,42 +28,44 @@ namespace file_managers {
 /// UTF-8: a single such URL would make an extension refuse the whole request.
 [[nodiscard]] QString requestURL(const QUrl& url);
 
-/// Stands for the extension that has a bus name, whether it runs or not. Belongs to the main
-/// thread.
+/// The name of an item, to be compared with those of root folders.
+[[nodiscard]] NameHash nameOf(const QUrl& url);
+
+/// Stands for the process that owns a product's name on the session bus. Belongs to the main
+/// thread. Destroying it cancels its requests: their answers do not come any more.
 class ExtensionProxy : public QObject {
     Q_OBJECT
 
 public:
-    explicit ExtensionProxy(QString busName);
-    ~ExtensionProxy() override;
-    ExtensionProxy(const ExtensionProxy&) = delete;
-    ExtensionProxy& operator=(const ExtensionProxy&) = delete;
+    /// `owner` is the unique name of the process.
+    ExtensionProxy(const QString& busName, const QString& owner);
 
-    /// The bus name without "FinderSync": begins the names of the product's icons.
-    [[nodiscard]] QString iconPrefix() const;
+    [[nodiscard]] QString owner() const { return proxy_.service(); }
 
-    /// Tells which process has the bus name now: its unique name, or "" for none.
-    void setOwner(const QString& owner);
-    [[nodiscard]] bool hasOwner() const { return proxy_ != nullptr; }
+    /// How the names of the product's icons begin: "com.example.companion." for
+    /// com.example.companion.FinderSync.
+    [[nodiscard]] const QString& iconPrefix() const { return iconPrefix_; }
 
-    /// Has the bus start the extension unless it runs, at most once per `startBackoff`. Returns at
-    /// once.
-    void start();
+    /// Whether appeared() was emitted. Only then may badges and root folders be requested.
+    [[nodiscard]] bool hasAppeared() const { return hasInterface_.value_or(false); }
 
     /// Whether an item lies in a directory that the extension watches. Its request URL must not be
     /// empty.
     [[nodiscard]] bool watches(const QUrl& url) const;
 
-    /// Asks an extension that has appeared for the badges of items, by their request URLs. Returns
-    /// at once. `answer` is called from the event loop with one identifier for each URL, in their
-    /// order, "" for no badge; or with an empty list when the request failed. It is not called when
-    /// the extension ends.
+    /// Asks for the badges of items, by their request URLs. `answer` is called from the event loop
+    /// with one identifier for each URL, in their order, "" for no badge; or with an empty list
+    /// when the request failed.
     using BadgesAnswer = std::function<void(const QStringList&)>;
     void requestBadges(const QStringList& urls, const BadgesAnswer& answer);
 
-    /// Whether to ask the extension for a menu, if there is one: after one that it did not answer
-    /// in time, not until it has, nor for `menuBackoff`.
-    [[nodiscard]] bool answersMenus() const;
+    /// Asks for the root folders. The answer is nothing when they cannot be had.
+    using RootFoldersAnswer = std::function<void(std::optional<std::vector<RootFolder>>)>;
+    void requestRootFolders(const RootFoldersAnswer& answer);
+
+    /// Whether to ask the extension for a menu: after one that it did not answer in time, not until
+    /// it has, nor for `menuBackoff`; after nonsense, not for a while.
+    [[nodiscard]] bool takesMenuRequests() const;
 
     /// Asks for the entries for selected items, by their request URLs. Returns at once.
     using MenuReply = QDBusPendingReply<bool, FinderSyncMenuItems>;
@@ -70,32 +74,28 @@ public:
     /// The entries in the reply to requestMenu(), when no more time is left for it.
     [[nodiscard]] FinderSyncMenuItems menuItems(const MenuReply& reply);
 
-    /// Tells the extension which entry was picked. Returns at once.
-    void performAction(const QString& selector, const QStringList& urls);
-
 Q_SIGNALS:
-    /// The extension has appeared, or its root folders have changed: its badges are to be requested
-    /// from now on, or anew.
-    void badgesOutdated();
-    /// An extension that had appeared has gone.
-    void gone();
+    void appeared();
+    void rootFoldersChanged();
 
 private:
-    Q_SLOT void propertiesChanged(const QString& interface, const QVariantMap& changed,
-                                  const QStringList& invalidated, const QDBusMessage& signal);
-    void fetchProperties();
-    [[nodiscard]] bool hasAppeared() const { return hasInterface_.value_or(false); }
+    using TextsAnswer = std::function<void(const std::optional<QStringList>&)>;
 
-    const QString busName_;
+    Q_SLOT void propertiesChanged(const QString& interface, const QVariantMap& changed,
+                                  const QStringList& invalidated);
+    void requestTexts(const QString& property, const TextsAnswer& answer);
+    void requestDirectories();
+
+    const QString iconPrefix_;
     QDBusConnection bus_ = QDBusConnection::sessionBus();
-    std::unique_ptr<FindersyncExtension1Interface> proxy_; ///< of the process that owns the name
-    std::optional<bool> hasInterface_;                     ///< whether that process does, if known
-    bool isNonsense_ = false;                              ///< what it answers: it is asked no more
-    QStringList watchedPaths_;                             ///< without a "/" at the end
-    QDeadlineTimer startBackoff_;
+    FindersyncExtension1Interface proxy_;
+    std::optional<bool> hasInterface_;            ///< if that is known
+    std::vector<std::string> watchedDirectories_; ///< paths without a "/" at the end
+    Backoff backoff_;
+    QTimer retryTimer_;
     QDeadlineTimer menuBackoff_;
+    Backoff nonsenseBackoff_; ///< of menus
     MenuReply lastMenu_;
-    QTimer startLater_;
 };
 
 } // namespace file_managers

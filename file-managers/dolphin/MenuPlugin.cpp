@@ -6,6 +6,7 @@
 #include <KPluginFactory>
 #include <QAction>
 #include <QIcon>
+#include <QThread>
 
 namespace file_managers {
 
@@ -28,13 +29,15 @@ public:
     QList<QAction*> actions(const KFileItemListProperties& selection, QWidget*) override;
 
 private:
-    QAction* action(const FinderSyncMenuItem& item, ExtensionProxy* extension,
+    QAction* action(const Products::Menu& menu, const FinderSyncMenuItem& item,
                     const QStringList& urls);
 
     Products products_;
 };
 
 QList<QAction*> MenuPlugin::actions(const KFileItemListProperties& selection, QWidget*) {
+    if (QThread::currentThread() != thread())
+        return {}; // entries belong to windows, and these to the main thread
     // Nobody else deletes the actions of the previous menu.
     qDeleteAll(findChildren<QAction*>(QString(), Qt::FindDirectChildrenOnly));
     QStringList urls;
@@ -43,24 +46,25 @@ QList<QAction*> MenuPlugin::actions(const KFileItemListProperties& selection, QW
     if (urls.isEmpty() || urls.contains(QString()) || isBackground(selection.items()))
         return {}; // none is selected, or one is no local file or its path is not UTF-8
     QList<QAction*> entries;
-    for (const auto& [extension, items] : products_.menusForItems(urls)) {
-        for (const FinderSyncMenuItem& item : items)
-            entries.push_back(action(item, extension, urls));
+    for (const Products::Menu& menu : products_.menusForItems(urls)) {
+        for (const FinderSyncMenuItem& item : menu.items)
+            entries.push_back(action(menu, item, urls));
     }
     products_.start(); // for the next menu, those that do not run yet
     return entries;
 }
 
 /// Dolphin's items are copies that do not change any more, so their URLs can be read in advance.
-QAction* MenuPlugin::action(const FinderSyncMenuItem& item, ExtensionProxy* extension,
+QAction* MenuPlugin::action(const Products::Menu& menu, const FinderSyncMenuItem& item,
                             const QStringList& urls) {
     // In a label, an ampersand marks the access key.
     const QString label = QString(item.title).replace(QLatin1Char('&'), QLatin1String("&&"));
-    const QIcon icon = QIcon::fromTheme(extension->iconPrefix() + item.image);
+    const QIcon icon = QIcon::fromTheme(menu.iconPrefix + item.image);
     auto* const action = new QAction(icon, label, this);
-    connect(action, &QAction::triggered, extension, [extension, selector = item.selector, urls] {
-        extension->performAction(selector, urls);
-    });
+    const auto picked = [this, busName = menu.busName, selector = item.selector, urls] {
+        products_.performAction(busName, selector, urls);
+    };
+    connect(action, &QAction::triggered, this, picked);
     return action;
 }
 

@@ -42,6 +42,47 @@ bool waitForAnswer(const QDBusPendingCall& call, const QDeadlineTimer& timeout) 
 
 } // namespace
 
+Product::Product(QString busName) : busName_(std::move(busName)) {
+    startLater_.setSingleShot(true);
+    startLater_.callOnTimeout([this] { start(); });
+}
+
+void Product::setOwner(const QString& owner) {
+    if (extension_ ? extension_->owner() == owner : owner.isEmpty())
+        return;
+    if (extension_ && extension_->hasAppeared())
+        Q_EMIT gone(extension_.get());
+    extension_.reset();
+    const auto now = Clock::now();
+    if (owner.isEmpty()) {
+        startBackoff_.ended(now);
+        return;
+    }
+    startBackoff_.appeared(now);
+    extension_ = std::make_unique<ExtensionProxy>(busName_, owner);
+    connect(extension_.get(), &ExtensionProxy::appeared, this,
+            [this] { Q_EMIT appeared(extension_.get()); });
+}
+
+void Product::start() {
+    if (isRunning() || startLater_.isActive())
+        return;
+    const auto now = Clock::now();
+    const auto pause = startBackoff_.remaining(now);
+    if (pause > Clock::duration::zero()) {
+        startLater_.start(std::chrono::ceil<std::chrono::milliseconds>(pause));
+        return;
+    }
+    startBackoff_.started(now);
+    // The reply does not matter: the name gets an owner, or it does not.
+    QDBusConnection::sessionBus().asyncCall(callOfBus("StartServiceByName", {busName_, 0U}));
+}
+
+void Product::resetStartBackoff() {
+    startBackoff_.reset();
+    startLater_.stop();
+}
+
 Products::Products() {
     bus_.connect(busService, busPath, busService, QStringLiteral("NameOwnerChanged"), this,
                  SLOT(ownerChanged(QString, QString, QString)));
@@ -70,8 +111,8 @@ void Products::query(const QDBusMessage& call, const Answer& answer) {
 
 void Products::listed(const QStringList& running) {
     QStringList uninstalled;
-    for (const auto& [busName, extension] : products_) {
-        if (!extension->hasOwner() && !isStartable(busName))
+    for (const auto& [busName, product] : products_) {
+        if (!product.isRunning() && !isStartable(busName))
             uninstalled.push_back(busName);
     }
     for (const QString& busName : std::as_const(uninstalled))
@@ -97,16 +138,16 @@ void Products::ownerChanged(const QString& busName, const QString&, const QStrin
         return;
     if (owner.isEmpty() && !isStartable(busName))
         remove(busName);
-    else if (ExtensionProxy* const extension = add(busName))
-        extension->setOwner(owner);
+    else if (Product* const product = add(busName))
+        product->setOwner(owner);
 }
 
 /// The product, new or not; null when there are too many. Those that can be started are installed,
 /// and go before others: any program can own names.
-ExtensionProxy* Products::add(const QString& busName) {
+Product* Products::add(const QString& busName) {
     const auto known = products_.find(busName);
     if (known != products_.end())
-        return known->second.get();
+        return &known->second;
     if (products_.size() == maxProducts) {
         const auto other =
             std::find_if(products_.begin(), products_.end(),
@@ -115,20 +156,21 @@ ExtensionProxy* Products::add(const QString& busName) {
             return nullptr;
         remove(QString(other->first));
     }
-    auto* const extension =
-        products_.emplace(busName, std::make_unique<ExtensionProxy>(busName)).first->second.get();
-    connect(extension, &ExtensionProxy::badgesOutdated, this,
-            [this, extension] { Q_EMIT badgesOutdated(extension); });
-    connect(extension, &ExtensionProxy::gone, this, [this, extension] { Q_EMIT gone(extension); });
-    return extension;
+    Product& product = products_.try_emplace(busName, busName).first->second;
+    connect(&product, &Product::appeared, this, &Products::appeared);
+    connect(&product, &Product::gone, this, &Products::gone);
+    return &product;
 }
 
 void Products::remove(const QString& busName) {
     const auto known = products_.find(busName);
     if (known == products_.end())
         return;
-    known->second->setOwner({});
+    const bool wereTooMany = products_.size() == maxProducts;
+    known->second.setOwner({});
     products_.erase(known);
+    if (wereTooMany)
+        list(); // there is a place for another
 }
 
 bool Products::isStartable(const QString& busName) const {
@@ -137,9 +179,9 @@ bool Products::isStartable(const QString& busName) const {
 
 void Products::start() {
     isWanted_ = !queries_.isEmpty();
-    for (const auto& [busName, extension] : products_) {
+    for (auto& [busName, product] : products_) {
         if (isStartable(busName))
-            extension->start();
+            product.start();
     }
 }
 
@@ -161,18 +203,35 @@ std::vector<Products::Menu> Products::menusForItems(const QStringList& urls) {
     const QDeadlineTimer timeout(menuTimeout);
     if (!areKnown(timeout))
         return {};
-    std::vector<std::pair<ExtensionProxy*, ExtensionProxy::MenuReply>> replies;
-    for (const auto& [busName, extension] : products_) {
-        if (extension->answersMenus())
-            replies.emplace_back(extension.get(), extension->requestMenu(urls));
+    std::vector<std::pair<QString, ExtensionProxy::MenuReply>> replies;
+    for (auto& [busName, product] : products_) {
+        product.resetStartBackoff();
+        if (product.isRunning() && product.extension()->takesMenuRequests())
+            replies.emplace_back(busName, product.extension()->requestMenu(urls));
     }
-    for (const auto& [extension, reply] : replies)
-        (void)waitForAnswer(reply, timeout);
     std::vector<Menu> menus;
-    menus.reserve(replies.size());
-    for (const auto& [extension, reply] : replies)
-        menus.push_back({extension, extension->menuItems(reply)});
+    for (const auto& [busName, reply] : replies)
+        (void)waitForAnswer(reply, timeout);
+    for (const auto& [busName, reply] : replies) {
+        ExtensionProxy& extension = *products_.at(busName).extension();
+        menus.push_back({busName, extension.iconPrefix(), extension.menuItems(reply)});
+    }
     return menus;
+}
+
+void Products::performAction(const QString& busName, const QString& selector,
+                             const QStringList& urls) {
+    // To whoever owns the name now; if nobody does, the bus starts the extension.
+    QDBusMessage call = QDBusMessage::createMethodCall(busName, QLatin1String(objectPath),
+                                                       QLatin1String(interfaceName),
+                                                       QStringLiteral("PerformAction"));
+    call << selector << urls;
+    auto* const watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call, noTimeout), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [watcher, busName] {
+        watcher->deleteLater();
+        if (watcher->isError())
+            qWarning("%s: %s", qPrintable(busName), qPrintable(watcher->error().message()));
+    });
 }
 
 } // namespace file_managers
