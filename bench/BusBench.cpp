@@ -1,11 +1,12 @@
-// bus-bench CALLS badge|menu URL: round trips over the session bus to the extension and to the
-// empty program, in turn. Prints the microseconds of each pair, the empty program's first. Each
-// round trip lasts from the making of the call to the end of reading its answer. The answers must
-// be the same every time; the last line is that answer.
+// bus-bench CALLS badge|badges|menu|roots|all: round trips over the session bus to the extension
+// and to the empty program, in turn. Prints the microseconds of each pair, the empty program's
+// first. Each round trip lasts from the making of the call to the end of reading its answer. The
+// answers must be the same every time; the last line is that answer.
 //
-// bus-bench CALLS badges: the same for one call that asks for the badges of many items. The time of
-// the empty program includes comparing each item with each root folder. Standard input holds the
-// paths of the items, an empty line, and the paths of the root folders, one on a line.
+// Standard input holds the paths of items, an empty line, and the paths of the root folders, one on
+// a line. All but "badges" ask about the first item. With "badges", the time of the empty program
+// includes comparing each item with each root folder. "roots" is Get of the root folders and "all"
+// is GetAll, beside the empty program's badge.
 
 #include "Names.h"
 #include "platform/text/FileURL.h"
@@ -19,9 +20,9 @@
 #include <cstring>
 #include <iostream>
 #include <iterator>
+#include <map>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace {
@@ -29,7 +30,9 @@ namespace {
 using process::Message;
 using process::Out;
 
-constexpr std::uint64_t timeoutInMicroseconds = 10'000'000;
+constexpr std::uint64_t timeoutInMicroseconds = 60'000'000;
+constexpr const char* properties = "org.freedesktop.DBus.Properties";
+constexpr const char* rootFolders = "pathsOfRootFolders";
 
 int require(int result) {
     if (result < 0)
@@ -54,16 +57,15 @@ void append(const Message& message, const std::vector<std::string>& texts) {
 
 struct Caller {
     process::Bus bus;
-    std::string url;
     std::vector<std::string> items; ///< paths
     std::vector<std::string> urls;  ///< of the items
     std::vector<std::string> roots; ///< paths
 
-    [[nodiscard]] Message newCall(const std::string& service, const char* method) const {
+    [[nodiscard]] Message newCall(const std::string& service, const char* method,
+                                  const char* interface = findersync::interfaceName) const {
         Message message;
         require(sd_bus_message_new_method_call(bus.get(), Out(message), service.c_str(),
-                                               findersync::objectPath, findersync::interfaceName,
-                                               method));
+                                               findersync::objectPath, interface, method));
         return message;
     }
 
@@ -75,7 +77,7 @@ struct Caller {
 
     [[nodiscard]] std::string badge(const std::string& service) const {
         const Message call = newCall(service, "RequestBadgeIdentifierForURL");
-        require(sd_bus_message_append_basic(call.get(), 's', url.c_str()));
+        require(sd_bus_message_append_basic(call.get(), 's', urls.front().c_str()));
         const Message answer = reply(call);
         const char* badge = nullptr;
         require(sd_bus_message_read_basic(answer.get(), 's', &badge));
@@ -104,21 +106,40 @@ struct Caller {
     }
 
     void announceRoots() const {
-        Message call;
-        require(sd_bus_message_new_method_call(bus.get(), Out(call), findersync::busName,
-                                               findersync::objectPath,
-                                               "org.freedesktop.DBus.Properties", "Set"));
-        require(sd_bus_message_append(call.get(), "ss", findersync::interfaceName,
-                                      "pathsOfRootFolders"));
+        const Message call = newCall(findersync::busName, "Set", properties);
+        require(sd_bus_message_append(call.get(), "ss", findersync::interfaceName, rootFolders));
         require(sd_bus_message_open_container(call.get(), 'v', "as"));
         append(call, roots);
         require(sd_bus_message_close_container(call.get()));
         (void)reply(call);
     }
 
+    [[nodiscard]] std::string rootsOf(const std::string& service) const {
+        if (service != findersync::busName)
+            return badge(service);
+        const Message call = newCall(service, "Get", properties);
+        require(sd_bus_message_append(call.get(), "ss", findersync::interfaceName, rootFolders));
+        const Message answer = reply(call);
+        require(sd_bus_message_enter_container(answer.get(), 'v', "as"));
+        require(sd_bus_message_enter_container(answer.get(), 'a', "s"));
+        const char* root = nullptr;
+        while (require(sd_bus_message_read_basic(answer.get(), 's', &root)) > 0) {
+        }
+        return "";
+    }
+
+    [[nodiscard]] std::string allOf(const std::string& service) const {
+        if (service != findersync::busName)
+            return badge(service);
+        const Message call = newCall(service, "GetAll", properties);
+        require(sd_bus_message_append(call.get(), "s", findersync::interfaceName));
+        require(sd_bus_message_skip(reply(call).get(), "a{sv}"));
+        return "";
+    }
+
     [[nodiscard]] std::string menu(const std::string& service) const {
         const Message call = newCall(service, "MenuForMenuKind");
-        require(sd_bus_message_append(call.get(), "uas", 0, 1, url.c_str()));
+        require(sd_bus_message_append(call.get(), "uas", 0, 1, urls.front().c_str()));
         const Message answer = reply(call);
         int isOffered = 0;
         require(sd_bus_message_read_basic(answer.get(), 'b', &isOffered));
@@ -148,22 +169,22 @@ template <typename Call> double measure(const Call& call, std::string& answer) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const std::string_view what = argc > 2 ? argv[2] : "";
-    if (argc != (what == "badges" ? 3 : 4))
-        throw std::invalid_argument("usage: bus-bench CALLS badge|menu URL, or CALLS badges");
+    const std::map<std::string, std::string (Caller::*)(const std::string&) const> calls{
+        {"badge", &Caller::badge},
+        {"badges", &Caller::badges},
+        {"menu", &Caller::menu},
+        {"roots", &Caller::rootsOf},
+        {"all", &Caller::allOf}};
+    if (argc != 3)
+        throw std::invalid_argument("usage: bus-bench CALLS badge|badges|menu|roots|all");
+    const auto ask = calls.at(argv[2]);
     Caller caller;
     require(sd_bus_open_user(Out(caller.bus)));
-    auto ask = what == "menu" ? &Caller::menu : &Caller::badge;
-    if (what == "badges") {
-        caller.items = readLines();
-        std::ranges::transform(caller.items, std::back_inserter(caller.urls),
-                               platform::text::fileURLFromPath);
-        caller.roots = readLines();
-        caller.announceRoots();
-        ask = &Caller::badges;
-    } else {
-        caller.url = argv[3];
-    }
+    caller.items = readLines();
+    std::ranges::transform(caller.items, std::back_inserter(caller.urls),
+                           platform::text::fileURLFromPath);
+    caller.roots = readLines();
+    caller.announceRoots();
     const std::string emptyProgram = std::string(findersync::applicationGroup) + ".EmptyProgram";
     const std::string extension = findersync::busName;
     std::string answer = "?";

@@ -9,7 +9,6 @@ from session import READ_SIZE, CannotMeasure, LogSink
 
 CUSTOMERS = "/home/anna/Documents/Customers"
 REPORTS = CUSTOMERS + "/Quarterly reports/2026"
-URL = "file://" + CUSTOMERS
 
 # Three known folders, of which the second is spelled decomposed when it is repeated, one that is
 # added and deleted, and one that is not known; the titles.
@@ -35,7 +34,7 @@ BADGE = {"ascii": (f"{REPORTS}/Figures", f"{REPORTS}/Folder ", f"{REPORTS}/Figur
                         unicodedata.normalize("NFD", f"{GERMAN}/Ordner "))}
 ROOT_COUNTS = (1, 3, 10, 30, 100, 300, 1000)
 JUDGED_ROOT_COUNTS = (1, 10, 100, 1000)
-FOLDER_ROOT_COUNTS = (1, 10, 100, 300, 1000, 3000, 10000)
+MANY_ROOT_COUNTS = (100, 1000, 10_000, 100_000)
 
 
 def burst_and_trace(first, second, third, guest, stranger, contact, link, backup):
@@ -187,30 +186,32 @@ def click(session, report):
     report.medians("click, from the action to the last byte at the peer", pairs, "us", at_most=1.2)
 
 
+def announce_entries(extension):
+    extension.send(type="set_locale", shareContactTitle="Share with contacts",
+                   shareViaUrlTitle="Share by link", backupTitle="Back up")
+    extension.send(type="set_menu_usage", displayBackup="1")
+
+
 def bus(session, report):
     folders = {f"{CUSTOMERS}/Quarterly reports/202{digit} and before" for digit in range(10)}
-    item = f"{URL}/Quarterly%20reports/2026"
     before = os.sched_getaffinity(0)
     core = {min(before)}
     # The callers and the called take turns anyway. On two cores, a round trip takes half as long or
     # twice as long, depending on where the system puts each of them.
     os.sched_setaffinity(session.bus.pid, core)
     os.sched_setaffinity(0, core)
-    for what, roots, call, url, badge_identifier in (
-            ("a badge, 1 root that matches", {CUSTOMERS}, "badge", URL, "FolderIco"),
-            ("a badge, 10 roots that do not", folders, "badge", item, ""),
-            ("a menu of two entries", {CUSTOMERS}, "menu", item, "FolderIco")):
+    for what, roots, call, item, badge_identifier in (
+            ("a badge, 1 root that matches", {CUSTOMERS}, "badge", CUSTOMERS, "FolderIco"),
+            ("a badge, 10 roots that do not", folders, "badge", REPORTS, ""),
+            ("a menu of two entries", {CUSTOMERS}, "menu", REPORTS, "FolderIco")):
         sink = LogSink()
         with (session.link(session.bench("empty-program", badge_identifier), error=sink.fileno()),
               session.link(session.extension, error=sink.fileno(),
                            environment=sink.environment) as extension):
-            for root in roots:
-                extension.send(type="add_folder", path=root)
-            extension.send(type="set_locale", shareContactTitle="Share with contacts",
-                           shareViaUrlTitle="Share by link", backupTitle="Back up")
-            extension.send(type="set_menu_usage", displayBackup="1")
+            announce_entries(extension)
             trace = extension.drain()
-            *pairs, answer = session.run("bus-bench", 50 if session.is_quick else 5000, call, url)
+            *pairs, answer = session.run("bus-bench", 50 if session.is_quick else 5000, call,
+                                         text="\n".join([item, "", *roots, ""]))
         trace.wait()
         if sink.close() == 0:
             raise CannotMeasure("the extension does not log")
@@ -222,15 +223,49 @@ def bus(session, report):
 
 def badges_of_a_folder(session, report):
     """One call for the badges of 1,000 items, with the log off."""
-    items = "".join(f"{REPORTS}/Figure {number:04}\n" for number in range(1000))
+    text = "".join(f"{REPORTS}/Figure {number:04}\n" for number in range(1000)) + "\n" + "".join(
+        f"{REPORTS}/Folder {number:05}\n" for number in range(300))
     with (session.link(session.bench("empty-program", "")),
           session.link([*session.extension, "--log-level", "warning"])):
-        for count in FOLDER_ROOT_COUNTS:
-            roots = "".join(f"{REPORTS}/Folder {number:05}\n" for number in range(count))
-            calls = max(3, 3000 // count) if not session.is_quick else 1
-            *pairs, answer = session.run("bus-bench", calls, "badges", text=f"{items}\n{roots}")
-            if answer != ["1000", "0"]:
-                raise CannotMeasure(f"1,000 items have got other badges than none: {answer}")
-            pairs = [(float(bare), float(real)) for bare, real in pairs]
-            report.medians(f"bus, 1,000 badges, {count} roots, log off", pairs, "us",
-                           at_most=2.0 if count == 300 else None)
+        *pairs, answer = session.run("bus-bench", 1 if session.is_quick else 30, "badges", text=text)
+    if answer != ["1000", "0"]:
+        raise CannotMeasure(f"1,000 items have got other badges than none: {answer}")
+    pairs = [(float(bare), float(real)) for bare, real in pairs]
+    report.medians("bus, 1,000 badges, 300 roots, log off", pairs, "us", at_most=2.0)
+
+
+def many_roots(session, report):
+    """Where the number of root folders makes everything slow. The last one contains the items. The
+    paths are short, since one call gives them all."""
+    items = "".join(f"/srv/Sync/Figure {number}\n" for number in range(1000))
+    message = "x" * READ_SIZE
+    trace = f"receiving\nserver said: {message}\ntype - add_folder\n"
+    with session.link(session.bench("bare-loop", message, trace)) as link:
+        bare = announcing(link)
+    for count in MANY_ROOT_COUNTS[:2] if session.is_quick else MANY_ROOT_COUNTS:
+        text = items + "\n" + "".join(f"/srv/Folder {number}\n" for number in range(1, count))
+        text += "/srv/Sync\n"
+        for level, calls in (("warning", ("badge", "badges", "menu", "roots", "all")),
+                             ("debug", ("badge", "badges") if count <= 1000 else ("badge",))):
+            sink = LogSink()
+            with (session.link(session.bench("empty-program", ""), error=sink.fileno()),
+                  session.link([*session.extension, "--log-level", level], error=sink.fileno(),
+                               environment=sink.environment) as extension):
+                announce_entries(extension)
+                for call in calls:
+                    times = 3 if session.is_quick or count > 1000 else 11
+                    *pairs, _ = session.run("bus-bench", times, call, text=text)
+                    report.medians(f"bus, {call}, {count} roots, log level {level}",
+                                   [(float(bare), float(real)) for bare, real in pairs], "us")
+                if level == "warning":
+                    report.figure(f"announcing one more than {count} roots, processor time",
+                                  announcing(extension) / bare)
+            sink.close()
+
+
+def announcing(link):
+    """Seconds of processor time for some root folders more."""
+    before = link.program.processor_time()
+    for number in range(30):
+        link.send(type="add_folder", path=f"/srv/More {number}")
+    return link.program.processor_time() - before
