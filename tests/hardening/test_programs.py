@@ -103,6 +103,15 @@ def test_sizes_of_buffers_are_checked(name):
     assert CHECKED[name] <= imports(BUILD / "bin" / name)
 
 
+def test_no_pause_depends_on_a_clock_that_can_be_set(file):
+    """The extension alone asks for the date, for its log, by a function that has other clocks too."""
+    of_the_date = {"time", "ftime", "gettimeofday", "g_get_real_time", "g_get_current_time",
+                   "_ZNSt6chrono3_V212system_clock3nowEv", "_ZN9QDateTime15currentDateTimeEv",
+                   "_ZN9QDateTime22currentMSecsSinceEpochEv", "_ZN5QTime11currentTimeEv"}
+    assert not imports(file) & of_the_date
+    assert file.name == "finder-sync-extension" or "clock_gettime" not in imports(file)
+
+
 def test_returns_can_be_kept_on_a_shadow_stack(file):
     if not is_x86(file):
         pytest.skip("only x86 has shadow stacks")
