@@ -12,9 +12,6 @@ inline constexpr std::chrono::milliseconds menuTimeout(100);
 /// How long no menu asks an extension that let one time out.
 inline constexpr std::chrono::milliseconds menuBackoff(5000);
 
-/// How soon after a start the extension is started again, should it have ended in between.
-inline constexpr std::chrono::milliseconds startBackoff(1000);
-
 /// How long a file manager is left alone between two notices of the same kind, and an extension
 /// between two readings of its root folders. The first is not delayed.
 inline constexpr std::chrono::milliseconds noticeInterval(250);
@@ -30,6 +27,7 @@ inline constexpr int maxProducts = 32;
 inline constexpr int maxMenuItems = 16;      ///< of one product
 inline constexpr int maxMenuSize = 16 << 20; ///< of one product, in bytes of a message
 inline constexpr int maxDirectories = 16;
+inline constexpr int maxRootFoldersSize = 16 << 20; ///< in bytes of a message
 /// In code units of the toolkit's strings. A title that is longer is cut.
 inline constexpr int maxTextLength = 1024;
 

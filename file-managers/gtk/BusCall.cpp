@@ -8,7 +8,8 @@
 namespace file_managers {
 
 void callMethod(GDBusConnection* bus, const Method& method, GVariant* arguments,
-                const char* replyType, GCancellable* cancellable, ReplyHandler handler) {
+                const char* replyType, GCancellable* cancellable, ReplyHandler handler,
+                GDBusCallFlags flags) {
     const auto done = [](GObject* connection, GAsyncResult* result, void* data) {
         const std::unique_ptr<ReplyHandler> handle(static_cast<ReplyHandler*>(data));
         Error error;
@@ -18,8 +19,8 @@ void callMethod(GDBusConnection* bus, const Method& method, GVariant* arguments,
             (*handle)(reply.get(), error.get());
     };
     g_dbus_connection_call(bus, method.destination, method.path, method.interface, method.name,
-                           arguments, G_VARIANT_TYPE(replyType), G_DBUS_CALL_FLAGS_NO_AUTO_START,
-                           G_MAXINT, cancellable, done, new ReplyHandler(std::move(handler)));
+                           arguments, G_VARIANT_TYPE(replyType), flags, G_MAXINT, cancellable, done,
+                           new ReplyHandler(std::move(handler)));
 }
 
 } // namespace file_managers

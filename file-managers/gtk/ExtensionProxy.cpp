@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <initializer_list>
 #include <string_view>
 #include <utility>
@@ -13,11 +14,17 @@ namespace file_managers {
 
 namespace {
 
-using std::chrono::microseconds;
-
 constexpr char propertiesInterface[] = "org.freedesktop.DBus.Properties";
+constexpr char rootFoldersProperty[] = "pathsOfRootFolders";
 constexpr guint itemsKind = 0;
 constexpr std::string_view ellipsis = "…";
+
+/// A text as it is compared, so that canonically equivalent ones are equal. It has to be UTF-8.
+std::string composed(const char* text) {
+    if (g_str_is_ascii(text) != FALSE)
+        return text;
+    return Text(g_utf8_normalize(text, -1, G_NORMALIZE_NFC)).get();
+}
 
 /// `directory` has no "/" at the end.
 bool isWithin(std::string_view path, std::string_view directory) {
@@ -25,21 +32,30 @@ bool isWithin(std::string_view path, std::string_view directory) {
            (path.size() == directory.size() || path[directory.size()] == '/');
 }
 
-/// The paths of watched directories, without a "/" at the end, which only the root has.
+/// The paths of watched directories.
 std::vector<std::string> directoriesIn(GVariant* list) {
     std::vector<std::string> directories;
     GVariantIter each;
     (void)g_variant_iter_init(&each, list);
     const char* url = nullptr;
     while (directories.size() < maxDirectories && g_variant_iter_next(&each, "&s", &url) != FALSE) {
-        auto path = composedPath(url);
-        if (!path)
-            continue;
-        if (path->ends_with('/'))
-            path->pop_back();
-        directories.push_back(*std::move(path));
+        if (auto path = composedPath(url))
+            directories.push_back(*std::move(path));
     }
     return directories;
+}
+
+std::vector<RootFolder> rootFoldersIn(GVariant* list) {
+    std::vector<RootFolder> folders;
+    GVariantIter each;
+    folders.reserve(g_variant_iter_init(&each, list));
+    const char* path = nullptr;
+    while (g_variant_iter_next(&each, "&s", &path) != FALSE) {
+        const char* const slash = std::strrchr(path, '/');
+        const std::string name = composed(slash != nullptr ? slash : path);
+        folders.push_back({.name = nameHash(name), .path = std::hash<std::string_view>()(path)});
+    }
+    return folders;
 }
 
 bool areWithinLimit(std::initializer_list<std::string_view> texts) {
@@ -102,10 +118,10 @@ std::optional<std::string> composedPath(const char* url) {
     const Text path(g_filename_from_uri(url, Out(host), nullptr));
     if (!path || host || g_utf8_validate(path.get(), -1, nullptr) == FALSE)
         return {};
-    if (g_str_is_ascii(path.get()) != FALSE)
-        return path.get();
-    const Text composed(g_utf8_normalize(path.get(), -1, G_NORMALIZE_NFC));
-    return composed.get();
+    std::string text = composed(path.get());
+    if (text.ends_with('/'))
+        text.pop_back();
+    return text;
 }
 
 GVariant* newTexts(const std::vector<std::string>& texts) {
@@ -132,7 +148,7 @@ ExtensionProxy::ExtensionProxy(GDBusConnection* bus, std::string busName, std::s
     subscription_ = g_dbus_connection_signal_subscribe(
         bus_, owner_.c_str(), propertiesInterface, "PropertiesChanged", objectPath, interfaceName,
         G_DBUS_SIGNAL_FLAGS_NONE, changedProperties, this, nullptr);
-    requestProperties();
+    requestDirectories();
 }
 
 ExtensionProxy::~ExtensionProxy() {
@@ -144,22 +160,33 @@ Method ExtensionProxy::method(const char* name) const {
     return {owner_.c_str(), objectPath, interfaceName, name};
 }
 
-/// A process that does not have the property has not the interface either, and is left alone.
-void ExtensionProxy::requestProperties() {
-    const auto got = [this](GVariant* reply, const GError*) {
-        const Variant properties(reply != nullptr ? g_variant_get_child_value(reply, 0) : nullptr);
-        const Variant directories(properties
-                                      ? g_variant_lookup_value(properties.get(), "directoryURLs",
-                                                               G_VARIANT_TYPE_STRING_ARRAY)
-                                      : nullptr);
-        if (!directories)
+/// Asks for one property: one may be too large for others beside it. `got` gets its value, or null
+/// when it cannot be had.
+void ExtensionProxy::requestTexts(const char* property,
+                                  const std::function<void(GVariant* texts)>& got) {
+    const auto replied = [got](GVariant* reply, const GError*) {
+        Variant value;
+        if (reply != nullptr)
+            g_variant_get(reply, "(v)", static_cast<GVariant**>(Out(value)));
+        const bool isOfType =
+            value && g_variant_is_of_type(value.get(), G_VARIANT_TYPE_STRING_ARRAY) != FALSE;
+        got(isOfType ? value.get() : nullptr);
+    };
+    callMethod(bus_, {owner_.c_str(), objectPath, propertiesInterface, "Get"},
+               g_variant_new("(ss)", interfaceName, property), "(v)", cancellable_.get(), replied);
+}
+
+/// A process that does not have the property yet, or never will, is asked again less and less.
+void ExtensionProxy::requestDirectories() {
+    requestTexts("directoryURLs", [this](GVariant* urls) {
+        if (urls == nullptr) {
+            retry_.start(retryBackoff_.next());
             return;
-        watchedDirectories_ = directoriesIn(directories.get());
+        }
+        watchedDirectories_ = directoriesIn(urls);
         isReady_ = true;
         changed_(*this, Change::Appeared);
-    };
-    callMethod(bus_, {owner_.c_str(), objectPath, propertiesInterface, "GetAll"},
-               g_variant_new("(s)", interfaceName), "(a{sv})", cancellable_.get(), got);
+    });
 }
 
 void ExtensionProxy::propertiesChanged(GVariant* arguments) {
@@ -168,22 +195,29 @@ void ExtensionProxy::propertiesChanged(GVariant* arguments) {
     const Variant invalidated(g_variant_get_child_value(arguments, 2));
     const std::unique_ptr<const char*[], decltype(&g_free)> names(
         g_variant_get_strv(invalidated.get(), nullptr), &g_free);
-    changed_(*this, g_strv_contains(names.get(), "pathsOfRootFolders") != FALSE
-                        ? Change::RootFolders
-                        : Change::Menus);
+    changed_(*this, g_strv_contains(names.get(), rootFoldersProperty) != FALSE ? Change::RootFolders
+                                                                               : Change::Menus);
 }
 
-bool ExtensionProxy::watches(const char* url) const {
-    const auto path = composedPath(url);
+std::optional<std::string> ExtensionProxy::watchedPath(const char* url) const {
+    auto path = composedPath(url);
     const auto holds = [&path](const std::string& directory) { return isWithin(*path, directory); };
-    return !isNonsense_ && path && std::ranges::any_of(watchedDirectories_, holds);
+    if (path && std::ranges::none_of(watchedDirectories_, holds))
+        path.reset();
+    return path;
+}
+
+void ExtensionProxy::requestRootFolders(RootFoldersAnswer answer) {
+    requestTexts(rootFoldersProperty, [answer = std::move(answer)](GVariant* paths) {
+        const bool isUsable = paths != nullptr && g_variant_get_size(paths) <= maxRootFoldersSize;
+        answer(isUsable ? std::optional(rootFoldersIn(paths)) : std::nullopt);
+    });
 }
 
 void ExtensionProxy::requestBadges(const std::vector<std::string>& urls, BadgesAnswer answer) {
-    const auto got = [this, count = urls.size(), answer = std::move(answer)](GVariant* reply,
-                                                                             const GError* error) {
+    const auto got = [count = urls.size(), answer = std::move(answer)](GVariant* reply,
+                                                                       const GError*) {
         const auto badges = reply != nullptr ? badgesIn(reply, count) : std::nullopt;
-        isNonsense_ = isNonsense_ || isOfAnotherType(error) || (reply != nullptr && !badges);
         answer(badges.value_or(std::vector<std::string>()));
     };
     callMethod(bus_, method("RequestBadgeIdentifiersForURLs"),
@@ -191,22 +225,26 @@ void ExtensionProxy::requestBadges(const std::vector<std::string>& urls, BadgesA
 }
 
 bool ExtensionProxy::takesMenuRequests() const {
-    return !isNonsense_ && !isMenuPending_ && g_get_monotonic_time() >= menuBackoffEnd_;
+    return !isMenuPending_ && Clock::now() >= menuBackoffEnd_;
 }
 
 void ExtensionProxy::requestMenu(const std::vector<std::string>& urls, MenuAnswer answer) {
-    const gint64 begin = g_get_monotonic_time();
+    const Clock::time_point begin = Clock::now();
     const auto got = [this, begin, answer = std::move(answer)](GVariant* reply,
                                                                const GError* error) {
         isMenuPending_ = false;
-        if (g_get_monotonic_time() < begin + microseconds(menuTimeout).count())
-            menuBackoffEnd_ = 0;
+        const Clock::time_point now = Clock::now();
+        if (now < begin + menuTimeout)
+            menuBackoffEnd_ = {};
         const auto entries = reply != nullptr ? entriesIn(reply) : std::nullopt;
-        isNonsense_ = isNonsense_ || isOfAnotherType(error) || (reply != nullptr && !entries);
+        if (entries)
+            nonsenseBackoff_.reset();
+        else if (reply != nullptr || isOfAnotherType(error))
+            menuBackoffEnd_ = std::max(menuBackoffEnd_, now + nonsenseBackoff_.next());
         answer(entries.value_or(std::vector<MenuEntry>()));
     };
     isMenuPending_ = true;
-    menuBackoffEnd_ = begin + microseconds(menuBackoff).count(); // unless it answers in time
+    menuBackoffEnd_ = begin + menuBackoff; // unless it answers in time
     callMethod(bus_, method("MenuForMenuKind"), g_variant_new("(u@as)", itemsKind, newTexts(urls)),
                "(ba(sss))", cancellable_.get(), got);
 }

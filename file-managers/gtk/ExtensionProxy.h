@@ -2,8 +2,11 @@
 
 // A running extension, seen from a file manager's main thread. No call blocks that thread.
 
+#include "file-managers/Backoff.h"
+#include "file-managers/RootFolders.h"
 #include "file-managers/gtk/BusCall.h"
 #include "file-managers/gtk/Handles.h"
+#include "file-managers/gtk/SingleShotTimer.h"
 
 #include <functional>
 #include <gio/gio.h>
@@ -19,9 +22,9 @@ struct MenuEntry {
     std::string image;    ///< the icon's name in the theme, without the product's prefix
 };
 
-/// The path of an item as it is compared, so that canonically equivalent texts are equal. Nothing
-/// unless the URL is one of a file on this machine whose path is UTF-8. Extensions are told of no
-/// other item: a single one makes them refuse the whole request.
+/// The path of an item as it is compared, so that canonically equivalent texts are equal, and
+/// without a "/" at the end. Nothing unless the URL is one of a file on this machine whose path is
+/// UTF-8. Extensions are told of no other item: a single one makes them refuse the whole request.
 [[nodiscard]] std::optional<std::string> composedPath(const char* url);
 
 /// Stands for the process that owns a product's name on the session bus. Belongs to the main
@@ -50,16 +53,21 @@ public:
     /// asked for anything.
     [[nodiscard]] bool isReady() const { return isReady_; }
 
-    /// Whether to ask for an item's badge: it lies in a watched directory, and its path is UTF-8.
-    [[nodiscard]] bool watches(const char* url) const;
+    /// The composed path of an item whose badge to ask for. Nothing if it lies in no watched
+    /// directory.
+    [[nodiscard]] std::optional<std::string> watchedPath(const char* url) const;
+
+    /// Asks for the root folders. `answer` gets nothing when they cannot be had.
+    using RootFoldersAnswer = std::function<void(std::optional<std::vector<RootFolder>>)>;
+    void requestRootFolders(RootFoldersAnswer answer);
 
     /// Asks for the badges of items. `answer` gets one identifier for each URL, in their order, ""
     /// for no badge; or an empty list when the request failed.
     using BadgesAnswer = std::function<void(std::vector<std::string>)>;
     void requestBadges(const std::vector<std::string>& urls, BadgesAnswer answer);
 
-    /// Whether to ask for a menu: each was answered, and none took longer than `menuTimeout` within
-    /// the last `menuBackoff`.
+    /// Whether to ask for a menu: each was answered, none took longer than `menuTimeout` within the
+    /// last `menuBackoff`, and the last was not nonsense, or a while ago.
     [[nodiscard]] bool takesMenuRequests() const;
 
     /// Asks for the entries offered for selected items. `answer` is called from the main context
@@ -68,7 +76,8 @@ public:
     void requestMenu(const std::vector<std::string>& urls, MenuAnswer answer);
 
 private:
-    void requestProperties();
+    void requestDirectories();
+    void requestTexts(const char* property, const std::function<void(GVariant* texts)>& got);
     void propertiesChanged(GVariant* arguments);
     [[nodiscard]] Method method(const char* name) const;
 
@@ -80,10 +89,12 @@ private:
     Object<GCancellable> cancellable_{g_cancellable_new()};
     guint subscription_ = 0; ///< to changes of properties
     bool isReady_ = false;
+    Backoff retryBackoff_;
+    SingleShotTimer retry_{[this] { requestDirectories(); }};
     std::vector<std::string> watchedDirectories_; ///< paths without a "/" at the end
-    bool isNonsense_ = false;                     ///< what it answers: it is not asked again
     bool isMenuPending_ = false;
-    gint64 menuBackoffEnd_ = 0; ///< on the monotonic clock, in microseconds
+    Clock::time_point menuBackoffEnd_;
+    Backoff nonsenseBackoff_; ///< of menus
 };
 
 /// An array of texts, as an argument of a call. It is floating.

@@ -60,7 +60,6 @@ GList* menuItems(Products& products, GList* files, const MenuFunctions& function
     const auto urls = urlsOf(*selection);
     if (urls.empty() || urls.size() != selection->files.size())
         return nullptr;
-    products.start();
     GList* items = nullptr;
     for (const auto& [busName, iconPrefix, entries] : products.menusForItems(urls)) {
         for (const MenuEntry& entry : entries) {

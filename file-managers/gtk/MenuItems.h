@@ -17,8 +17,7 @@ struct MenuFunctions {
 
 /// The products' entries for selected files, which are GObjects: a list of new menu items, which
 /// the caller owns, and which the products have to outlive. They keep the files: when one is
-/// picked, it reports those that are left, by what they are called then. Products that do not run
-/// are started, for the next menu.
+/// picked, it reports those that are left, by what they are called then.
 [[nodiscard]] GList* menuItems(Products& products, GList* files, const MenuFunctions& functions);
 
 } // namespace file_managers

@@ -3,7 +3,11 @@
 #include "file-managers/Limits.h"
 
 #include <algorithm>
+#include <cstring>
+#include <iterator>
 #include <memory>
+#include <optional>
+#include <utility>
 
 namespace file_managers {
 
@@ -14,22 +18,62 @@ void ProductBadges::addEmblem(FileInfo* file) const {
 }
 
 void ProductBadges::forget(FileInfo* file) {
-    queued_.erase(file);
+    items_.erase(file);
     badges_.erase(file);
 }
 
-std::vector<FileInfo*> ProductBadges::badgedFiles() const {
-    std::vector<FileInfo*> files;
+ProductBadges::Files ProductBadges::badgedFiles() const {
+    Files files;
     for (const auto& [file, badge] : badges_)
         files.push_back(file);
     return files;
 }
 
 void ProductBadges::request(FileInfo* file) {
-    if (!queued_.insert(file).second)
-        return;
-    queue_.push_back(file);
+    Item& item = items_[file];
+    if (!item.isFailed)
+        enqueue(file, item);
     sendLater();
+}
+
+void ProductBadges::enqueue(FileInfo* file, Item& item) {
+    if (!std::exchange(item.isQueued, true))
+        queue_.push_back(file);
+}
+
+/// One request at a time.
+void ProductBadges::requestRootFolders() {
+    areRootFoldersOutdated_ = areRootFoldersPending_;
+    if (areRootFoldersPending_ || rootFoldersRetry_.isActive())
+        return;
+    areRootFoldersPending_ = true;
+    extension_.requestRootFolders([this](auto folders) { rootFoldersRead(std::move(folders)); });
+}
+
+void ProductBadges::rootFoldersRead(std::optional<std::vector<RootFolder>> folders) {
+    areRootFoldersPending_ = false;
+    if (folders) {
+        rootFolders_.replace(*std::move(folders));
+        rootFoldersBackoff_.reset();
+    } else {
+        rootFolders_.forget();
+        rootFoldersRetry_.start(rootFoldersBackoff_.next());
+    }
+    requestDoubtful();
+    if (std::exchange(areRootFoldersOutdated_, false))
+        readRootFolders_.request();
+}
+
+/// What was answered since the last list may be of one in between, which nobody has read: such an
+/// item is asked about again if it has a badge, or could have one now.
+void ProductBadges::requestDoubtful() {
+    for (auto& [file, item] : items_) {
+        const bool isDoubtful = std::exchange(item.isRecent, false) &&
+                                (badges_.contains(file) || rootFolders_.have(item.name));
+        if (isDoubtful || rootFolders_.haveChanged(item.name))
+            enqueue(file, item);
+    }
+    send();
 }
 
 /// Collects requests until the file manager is idle.
@@ -39,54 +83,105 @@ void ProductBadges::sendLater() {
 }
 
 ProductBadges::Batch ProductBadges::nextBatch() {
+    if (!queue_.empty() || retried_.empty())
+        return takeBatch(queue_, &Item::isQueued);
+    Files files = std::move(retried_.back());
+    retried_.pop_back();
+    Batch batch = takeBatch(files, &Item::isFailed);
+    if (!files.empty()) // names have become longer
+        retried_.push_back(std::move(files));
+    return batch;
+}
+
+ProductBadges::Batch ProductBadges::takeBatch(Files& files, bool Item::*isHere) {
     Batch batch;
-    const std::size_t count = std::min<std::size_t>(queue_.size(), batchSize);
-    for (std::size_t index = 0; index < count; ++index) {
-        FileInfo* const file = queue_[index];
-        if (queued_.erase(file) == 0)
+    std::size_t size = 0;
+    std::size_t taken = 0;
+    for (; taken < files.size() && taken < batchSize; ++taken) {
+        const auto item = items_.find(files[taken]);
+        if (item == items_.end() || !(item->second.*isHere))
             continue;
-        const Text url(FM_CALL(file_info_get_uri)(file));
-        if (!url || !extension_.watches(url.get()))
-            continue;
-        batch.files.push_back(reference(file));
-        batch.urls.emplace_back(url.get());
+        const Text url(FM_CALL(file_info_get_uri)(item->first));
+        const auto path = extension_.watchedPath(url ? url.get() : "");
+        if (path) {
+            size += std::strlen(url.get());
+            if (size > maxBatchSize && !batch.urls.empty())
+                break;
+            item->second.name = nameHash(*path);
+            batch.files.push_back(reference(item->first));
+            batch.urls.emplace_back(url.get());
+        }
+        item->second.*isHere = false;
     }
-    queue_.erase(queue_.begin(), queue_.begin() + static_cast<std::ptrdiff_t>(count));
+    files.erase(files.begin(), files.begin() + static_cast<std::ptrdiff_t>(taken));
     return batch;
 }
 
 void ProductBadges::send() {
-    const auto batch = std::make_shared<const Batch>(nextBatch());
-    if (batch->files.empty()) {
-        if (!queue_.empty())
-            sendLater();
+    if (isPending_)
         return;
+    const auto batch = std::make_shared<const Batch>(nextBatch());
+    if (!batch->files.empty()) {
+        isPending_ = true;
+        extension_.requestBadges(batch->urls,
+                                 [this, batch](const auto& badges) { answered(*batch, badges); });
+    } else if (!queue_.empty() || !retried_.empty()) {
+        sendLater();
     }
-    isPending_ = true;
-    extension_.requestBadges(batch->urls, [this, batch](const std::vector<std::string>& badges) {
-        isPending_ = false;
-        setBadges(*batch, badges);
-        if (!queue_.empty())
-            sendLater();
-    });
 }
 
-void ProductBadges::setBadges(const Batch& batch, const std::vector<std::string>& badges) {
-    if (badges.size() != batch.files.size())
-        return; // the request failed
-    for (std::size_t index = 0; index < badges.size(); ++index)
-        setBadge(batch.files[index].get(), badges[index]);
+void ProductBadges::answered(const Batch& batch, const std::vector<std::string>& badges) {
+    isPending_ = false;
+    if (badges.empty()) {
+        retryLater(batch);
+    } else {
+        backoff_.reset();
+        Files changed;
+        for (std::size_t index = 0; index < badges.size(); ++index) {
+            if (setBadge(batch.files[index].get(), badges[index]))
+                changed.push_back(batch.files[index].get());
+        }
+        changed_(changed);
+    }
+    if (!queue_.empty() || !retried_.empty())
+        sendLater();
 }
 
-void ProductBadges::setBadge(FileInfo* file, const std::string& badge) {
+/// Whether the badge is another one.
+bool ProductBadges::setBadge(FileInfo* file, const std::string& badge) {
+    items_[file].isRecent = true;
     const auto known = badges_.find(file);
     if (badge == (known != badges_.end() ? known->second : std::string()))
-        return;
+        return false;
     if (badge.empty())
         badges_.erase(known);
     else
         badges_[file] = badge;
-    changed_(file);
+    return true;
+}
+
+/// Divides what the extension has refused, since that may be for one of the items, or for their
+/// number.
+void ProductBadges::retryLater(const Batch& batch) {
+    const std::size_t half = batch.files.size() / 2;
+    Files parts[2];
+    for (std::size_t index = 0; index < batch.files.size(); ++index) {
+        FileInfo* const file = batch.files[index].get();
+        if (!std::exchange(items_[file].isFailed, true))
+            parts[index < half ? 0 : 1].push_back(file);
+    }
+    for (Files& part : parts) {
+        if (!part.empty())
+            failed_.push_back(std::move(part));
+    }
+    if (!retryTimer_.isActive())
+        retryTimer_.start(backoff_.next());
+}
+
+void ProductBadges::retry() {
+    std::ranges::move(failed_, std::back_inserter(retried_));
+    failed_.clear();
+    sendLater();
 }
 
 } // namespace file_managers

@@ -1,13 +1,16 @@
 #pragma once
 
+#include "file-managers/Backoff.h"
+#include "file-managers/RootFolders.h"
 #include "file-managers/gtk/ExtensionProxy.h"
 #include "file-managers/gtk/FileManager.h"
+#include "file-managers/gtk/PacedCall.h"
 #include "file-managers/gtk/SingleShotTimer.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <unordered_map>
-#include <unordered_set>
 #include <vector>
 
 namespace file_managers {
@@ -16,16 +19,22 @@ namespace file_managers {
 /// that a product that hangs keeps no other waiting.
 class ProductBadges {
 public:
-    /// `changed` is called from the main loop when an item has another badge. The extension is
-    /// ready.
-    ProductBadges(ExtensionProxy& extension, std::function<void(FileInfo*)> changed)
-        : extension_(extension), changed_(std::move(changed)) {}
+    using Files = std::vector<FileInfo*>;
+
+    /// `changed` is called from the main loop when items have other badges. The extension is ready.
+    ProductBadges(ExtensionProxy& extension, std::function<void(const Files&)> changed)
+        : extension_(extension), changed_(std::move(changed)) {
+        readRootFolders_.request(); // before any badge, so that each answer is newer
+    }
     ~ProductBadges() = default;
     ProductBadges(const ProductBadges&) = delete;
     ProductBadges& operator=(const ProductBadges&) = delete;
 
-    /// Requests an item's badge, unless it is to be requested anyway.
+    /// Requests an item's badge, unless it is to be requested anyway, soon or when it has failed.
     void request(FileInfo* file);
+
+    /// Reads the root folders, and requests the badges that may be others now.
+    void rootFoldersChanged() { readRootFolders_.request(); }
 
     /// Adds the emblem of an item's last known badge, if any.
     void addEmblem(FileInfo* file) const;
@@ -33,27 +42,52 @@ public:
     /// The item is shown no longer.
     void forget(FileInfo* file);
 
-    [[nodiscard]] std::vector<FileInfo*> badgedFiles() const;
+    [[nodiscard]] Files badgedFiles() const;
 
 private:
+    struct Item {
+        NameHash name = 0;     ///< when its badge was requested last
+        bool isQueued = false; ///< in queue_
+        bool isFailed = false; ///< in failed_ or retried_
+        bool isRecent = false; ///< its badge has come since the root folders were read
+    };
     struct Batch {
         std::vector<Object<FileInfo>> files;
         std::vector<std::string> urls;
     };
 
+    void requestRootFolders();
+    void rootFoldersRead(std::optional<std::vector<RootFolder>> folders);
+    void requestDoubtful();
+    void enqueue(FileInfo* file, Item& item);
     void sendLater();
     void send();
     [[nodiscard]] Batch nextBatch();
-    void setBadges(const Batch& batch, const std::vector<std::string>& badges);
-    void setBadge(FileInfo* file, const std::string& badge);
+    [[nodiscard]] Batch takeBatch(Files& files, bool Item::*isHere);
+    void answered(const Batch& batch, const std::vector<std::string>& badges);
+    void retryLater(const Batch& batch);
+    void retry();
+    [[nodiscard]] bool setBadge(FileInfo* file, const std::string& badge);
 
     ExtensionProxy& extension_;
-    std::function<void(FileInfo*)> changed_;
+    std::function<void(const Files&)> changed_;
+    std::unordered_map<FileInfo*, Item> items_;         ///< that were ever to be requested
     std::unordered_map<FileInfo*, std::string> badges_; ///< of the items that have one
-    std::vector<FileInfo*> queue_;         ///< to be requested; may hold items that are gone
-    std::unordered_set<FileInfo*> queued_; ///< without those that are gone
+    // What is to be requested; may hold items that are gone. A request that has failed is divided,
+    // and waits apart, so that one bad item keeps no other waiting.
+    Files queue_;
+    std::vector<Files> failed_;
+    std::vector<Files> retried_; ///< failed, and due
+    Backoff backoff_;
     SingleShotTimer sendTimer_{[this] { send(); }};
+    SingleShotTimer retryTimer_{[this] { retry(); }};
     bool isPending_ = false; ///< a request is; the next is sent once it is answered
+    RootFolders rootFolders_;
+    bool areRootFoldersPending_ = false;
+    bool areRootFoldersOutdated_ = false; ///< they have changed while they were pending
+    Backoff rootFoldersBackoff_;
+    SingleShotTimer rootFoldersRetry_{[this] { requestRootFolders(); }};
+    PacedCall readRootFolders_{[this] { requestRootFolders(); }};
 };
 
 } // namespace file_managers

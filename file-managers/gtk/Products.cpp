@@ -42,25 +42,36 @@ ExtensionProxy* Product::extension() const {
 }
 
 void Product::setOwner(const std::string& owner) {
+    if (isRunning())
+        startBackoff_.ended(Clock::now());
     if (extension() != nullptr)
         changed_(*extension_, ExtensionProxy::Change::Gone);
     extension_.reset();
-    if (!owner.empty())
-        extension_ = std::make_unique<ExtensionProxy>(bus_, busName_, owner, changed_);
+    if (owner.empty())
+        return;
+    startBackoff_.appeared(Clock::now());
+    extension_ = std::make_unique<ExtensionProxy>(bus_, busName_, owner, changed_);
 }
 
 void Product::start() {
     if (isRunning() || startLater_.isActive())
         return;
-    const gint64 now = g_get_monotonic_time();
-    if (now < startBackoffEnd_) {
-        startLater_.start(guint(1 + (startBackoffEnd_ - now) / 1000));
+    const Clock::time_point now = Clock::now();
+    const Clock::duration remaining = startBackoff_.remaining(now);
+    if (remaining > Clock::duration::zero()) {
+        startLater_.start(std::chrono::ceil<std::chrono::milliseconds>(remaining));
         return;
     }
-    startBackoffEnd_ = now + std::chrono::microseconds(startBackoff).count();
+    startBackoff_.started(now);
     // The reply does not matter: the name gets an owner, or it does not.
     callMethod(bus_, methodOfBus("StartServiceByName"), g_variant_new("(su)", busName_.c_str(), 0U),
                "(u)", nullptr, [](GVariant*, const GError*) {});
+}
+
+void Product::startForUser() {
+    startBackoff_.reset();
+    startLater_.stop();
+    start();
 }
 
 Products::Products(ExtensionProxy::Changed changed) : changed_(std::move(changed)) {
@@ -92,11 +103,12 @@ void Products::connected(GDBusConnection* bus) {
             static_cast<Products*>(self)->ownerChanged(name, owner);
     };
     const auto servicesHaveChanged = [](GDBusConnection*, const char*, const char*, const char*,
-                                        const char*, GVariant*,
-                                        void* self) { static_cast<Products*>(self)->list(); };
+                                        const char*, GVariant*, void* self) {
+        static_cast<Products*>(self)->list_.request();
+    };
     subscribe("NameOwnerChanged", ownerHasChanged);
     subscribe("ActivatableServicesChanged", servicesHaveChanged);
-    list();
+    list_.request();
 }
 
 void Products::subscribe(const char* signal, GDBusSignalCallback received) {
@@ -106,7 +118,7 @@ void Products::subscribe(const char* signal, GDBusSignalCallback received) {
                                            G_DBUS_SIGNAL_FLAGS_NONE, received, this, nullptr));
 }
 
-void Products::list() {
+void Products::requestLists() {
     callMethod(bus_.get(), methodOfBus("ListActivatableNames"), nullptr, "(as)", cancellable_.get(),
                [this](GVariant* reply, const GError*) { startable_ = productsIn(reply); });
     callMethod(bus_.get(), methodOfBus("ListNames"), nullptr, "(as)", cancellable_.get(),
@@ -163,8 +175,11 @@ void Products::ownerChanged(const char* busName, const char* owner) {
     if (product == nullptr)
         return;
     product->setOwner(owner);
-    if (*owner == '\0' && !isStartable(busName))
-        products_.erase(busName);
+    if (*owner != '\0' || isStartable(busName))
+        return;
+    products_.erase(busName);
+    if (products_.size() == maxProducts - 1)
+        list_.request(); // another may have been waiting for this place
 }
 
 bool Products::isStartable(const std::string& busName) const {
@@ -176,6 +191,14 @@ void Products::start() {
     for (auto& [name, product] : products_) {
         if (isStartable(name))
             product.start();
+    }
+}
+
+void Products::startForUser() {
+    isWanted_ = !isListed_;
+    for (auto& [name, product] : products_) {
+        if (isStartable(name))
+            product.startForUser();
     }
 }
 
@@ -210,9 +233,14 @@ std::vector<ProductMenu> Products::menusForItems(const std::vector<std::string>&
 void Products::performAction(const std::string& busName, const std::string& selector,
                              const std::vector<std::string>& urls) {
     // To whoever owns the name now; if nobody does, the bus starts the extension.
-    g_dbus_connection_call(bus_.get(), busName.c_str(), objectPath, interfaceName, "PerformAction",
-                           g_variant_new("(s@as)", selector.c_str(), newTexts(urls)), nullptr,
-                           G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr, nullptr);
+    const auto done = [busName, selector](GVariant*, const GError* error) {
+        if (error != nullptr)
+            g_message("Finder Sync: %s has not taken %s %s", busName.c_str(), selector.c_str(),
+                      error->message);
+    };
+    callMethod(bus_.get(), {busName.c_str(), objectPath, interfaceName, "PerformAction"},
+               g_variant_new("(s@as)", selector.c_str(), newTexts(urls)), "()", nullptr, done,
+               G_DBUS_CALL_FLAGS_NONE);
 }
 
 } // namespace file_managers

@@ -2,7 +2,9 @@
 
 // The products that have an extension, as the session bus knows them.
 
+#include "file-managers/Backoff.h"
 #include "file-managers/gtk/ExtensionProxy.h"
+#include "file-managers/gtk/PacedCall.h"
 #include "file-managers/gtk/PrivateContext.h"
 #include "file-managers/gtk/SingleShotTimer.h"
 
@@ -27,16 +29,19 @@ public:
     /// `owner` is a unique name, or "".
     void setOwner(const std::string& owner);
 
-    /// Has the bus start the extension unless it runs, at most once per `startBackoff`. Returns at
+    /// Has the bus start the extension unless it runs; soon, if it was started before. Returns at
     /// once.
     void start();
+
+    /// The same, but at once.
+    void startForUser();
 
 private:
     GDBusConnection* bus_;
     std::string busName_;
     ExtensionProxy::Changed changed_;
     std::unique_ptr<ExtensionProxy> extension_;
-    gint64 startBackoffEnd_ = 0; ///< on the monotonic clock, in microseconds
+    StartBackoff startBackoff_;
     SingleShotTimer startLater_{[this] { start(); }};
 };
 
@@ -56,14 +61,19 @@ public:
     Products(const Products&) = delete;
     Products& operator=(const Products&) = delete;
 
-    /// Has the bus start what does not run and can be started. Returns at once.
+    /// Has the bus start what does not run and can be started: soon, if it was started before.
+    /// Returns at once.
     void start();
+
+    /// The same, but at once, since the user has asked for something.
+    void startForUser();
 
     /// The entries that products offer for selected items, in the order of their bus names. Asks
     /// all of them at once, and waits for `menuTimeout` at most.
     [[nodiscard]] std::vector<ProductMenu> menusForItems(const std::vector<std::string>& urls);
 
-    /// Tells a product which entry was picked. Returns at once.
+    /// Tells a product which entry was picked, and has the bus start it for this if it does not
+    /// run. Returns at once.
     void performAction(const std::string& busName, const std::string& selector,
                        const std::vector<std::string>& urls);
 
@@ -73,7 +83,7 @@ private:
 
     void connected(GDBusConnection* bus);
     void subscribe(const char* signal, GDBusSignalCallback received);
-    void list();
+    void requestLists();
     void listed(const Names& running);
     [[nodiscard]] Product* add(const std::string& busName);
     void requestOwner(const std::string& busName);
@@ -89,6 +99,7 @@ private:
     PrivateContext menus_;  ///< runs the answers about menus, the late ones with the next menu
     bool isWanted_ = false; ///< start() was called before the products were listed
     bool isListed_ = false;
+    PacedCall list_{[this] { requestLists(); }};
 };
 
 } // namespace file_managers

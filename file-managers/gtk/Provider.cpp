@@ -2,12 +2,16 @@
 
 #include "file-managers/gtk/FileManager.h"
 #include "file-managers/gtk/MenuItems.h"
+#include "file-managers/gtk/PacedCall.h"
 #include "file-managers/gtk/Products.h"
 #include "file-managers/gtk/ShownItems.h"
 
 namespace file_managers {
 
 namespace {
+
+/// How long after the signal file managers may ask for entries because of it.
+constexpr std::chrono::milliseconds afterEmission(1000);
 
 /// The provider's part in C++. The provider itself is a GObject.
 class Service {
@@ -21,8 +25,11 @@ private:
     using Change = ExtensionProxy::Change;
 
     void changed(ExtensionProxy& extension, Change change);
+    void emitItemsUpdated();
 
     MenuProvider* provider_; ///< owns this object
+    Clock::time_point emitted_;
+    PacedCall menusOutdated_{[this] { emitItemsUpdated(); }};
     Products products_{
         [this](ExtensionProxy& extension, Change change) { changed(extension, change); }};
     ShownItems shown_{products_};
@@ -30,11 +37,22 @@ private:
 
 void Service::changed(ExtensionProxy& extension, Change change) {
     shown_.productChanged(extension, change);
-    // File managers cache the entries until the selection changes.
+    menusOutdated_.request();
+}
+
+/// File managers cache the entries until the selection changes, or this.
+void Service::emitItemsUpdated() {
+    emitted_ = Clock::now();
     FM_CALL(menu_provider_emit_items_updated_signal)(provider_);
 }
 
 GList* Service::menuItems(GList* files) {
+    // An extension that ends as soon as it is started has the file manager ask for the entries of
+    // the selected item each time, though the user does nothing.
+    if (Clock::now() < emitted_ + afterEmission)
+        products_.start();
+    else
+        products_.startForUser();
     const auto url = [](void* object) {
         auto* const file = static_cast<FileInfo*>(object);
         return FM_CALL(file_info_is_gone)(file) != FALSE ? nullptr

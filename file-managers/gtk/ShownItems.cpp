@@ -11,11 +11,11 @@ ShownItems::~ShownItems() {
 
 void ShownItems::itemGone(void* self, GObject* object) {
     // The object is being destroyed: its address is only a key.
-    auto& [products, files, badges] = *static_cast<ShownItems*>(self);
+    auto& shown = *static_cast<ShownItems*>(self);
     auto* const file = reinterpret_cast<FileInfo*>(object);
-    files.erase(file);
-    for (auto& [name, ofProduct] : badges)
-        ofProduct.forget(file);
+    shown.files_.erase(file);
+    for (auto& [name, badges] : shown.badges_)
+        badges.forget(file);
 }
 
 void ShownItems::show(FileInfo* file) {
@@ -33,14 +33,17 @@ void ShownItems::show(FileInfo* file) {
 }
 
 void ShownItems::productChanged(ExtensionProxy& extension, ExtensionProxy::Change change) {
-    if (change == ExtensionProxy::Change::Gone)
-        removeBadges(extension.busName());
-    else if (change != ExtensionProxy::Change::Menus)
+    using enum ExtensionProxy::Change;
+    if (change == Appeared)
         requestAll(extension);
+    else if (change == Gone)
+        removeBadges(extension.busName());
+    else if (change == RootFolders)
+        badges_.at(extension.busName()).rootFoldersChanged();
 }
 
 void ShownItems::requestAll(ExtensionProxy& extension) {
-    const auto changed = [this](FileInfo* file) { update(file); };
+    const auto changed = [this](const ProductBadges::Files& files) { updateSoon(files); };
     auto& badges = badges_.try_emplace(extension.busName(), extension, changed).first->second;
     for (const auto& [file, isUpdated] : files_)
         badges.request(file);
@@ -48,16 +51,24 @@ void ShownItems::requestAll(ExtensionProxy& extension) {
 
 void ShownItems::removeBadges(const std::string& busName) {
     const auto gone = badges_.extract(busName);
-    for (FileInfo* file : gone.mapped().badgedFiles())
-        update(file);
+    updateSoon(gone.mapped().badgedFiles());
 }
 
-void ShownItems::update(FileInfo* file) {
-    const auto shown = files_.find(file);
-    if (shown == files_.end())
-        return;
-    shown->second = true;
-    FM_CALL(file_info_invalidate_extension_info)(file);
+void ShownItems::updateSoon(const ProductBadges::Files& files) {
+    outdated_.insert(files.begin(), files.end());
+    if (!outdated_.empty())
+        update_.request();
+}
+
+/// Has the file manager ask for the emblems anew.
+void ShownItems::update() {
+    for (FileInfo* const file : std::exchange(outdated_, {})) {
+        const auto shown = files_.find(file);
+        if (shown == files_.end())
+            continue;
+        shown->second = true;
+        FM_CALL(file_info_invalidate_extension_info)(file);
+    }
 }
 
 } // namespace file_managers

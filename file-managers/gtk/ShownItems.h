@@ -3,12 +3,14 @@
 // The items that a file manager shows, and their badges.
 
 #include "file-managers/gtk/FileManager.h"
+#include "file-managers/gtk/PacedCall.h"
 #include "file-managers/gtk/ProductBadges.h"
 #include "file-managers/gtk/Products.h"
 
 #include <map>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace file_managers {
 
@@ -30,13 +32,16 @@ public:
 private:
     static void itemGone(void* self, GObject* object);
 
-    void update(FileInfo* file);
     void requestAll(ExtensionProxy& extension);
     void removeBadges(const std::string& busName);
+    void updateSoon(const ProductBadges::Files& files);
+    void update();
 
     Products& products_;
     std::unordered_map<FileInfo*, bool> files_;   ///< whether update() was called for it
     std::map<std::string, ProductBadges> badges_; ///< by bus name, of the extensions that are ready
+    std::unordered_set<FileInfo*> outdated_;      ///< to update; may hold items that are gone
+    PacedCall update_{[this] { update(); }};
 };
 
 } // namespace file_managers

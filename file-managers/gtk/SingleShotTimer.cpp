@@ -1,18 +1,25 @@
 #include "file-managers/gtk/SingleShotTimer.h"
 
+#include <utility>
+
 namespace file_managers {
 
 SingleShotTimer::~SingleShotTimer() {
-    if (source_ != 0)
-        g_source_remove(source_);
+    stop();
 }
 
-void SingleShotTimer::start(guint milliseconds) {
-    source_ = g_timeout_add(milliseconds, &expire, this);
+void SingleShotTimer::start(std::chrono::milliseconds delay) {
+    source_ =
+        g_timeout_add_full(G_PRIORITY_DEFAULT_IDLE, guint(delay.count()), &expire, this, nullptr);
 }
 
 void SingleShotTimer::startWhenIdle() {
     source_ = g_idle_add(&expire, this);
+}
+
+void SingleShotTimer::stop() {
+    if (source_ != 0)
+        g_source_remove(std::exchange(source_, 0));
 }
 
 gboolean SingleShotTimer::expire(void* self) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <glib.h>
 
@@ -15,10 +16,12 @@ public:
 
     [[nodiscard]] bool isActive() const { return source_ != 0; }
 
-    /// After so many milliseconds, or as soon as the main loop has nothing else to do. The timer
-    /// must not be active.
-    void start(guint milliseconds);
+    /// After a while, or as soon as the main loop has nothing else to do; redrawing goes before
+    /// either. The timer must not be active.
+    void start(std::chrono::milliseconds delay);
     void startWhenIdle();
+
+    void stop();
 
 private:
     static gboolean expire(void* self);

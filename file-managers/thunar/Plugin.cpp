@@ -54,6 +54,7 @@ bool areInView(GtkWidget* window, GList* files) {
 GList* fileMenuItems(ThunarxMenuProvider*, GtkWidget* window, GList* files) {
     if (!areInView(window, files))
         return nullptr;
+    products().startForUser(); // for the next menu
     const auto newItem = [](const char* name, const char* label, const char* tip,
                             const char* icon) {
         return G_OBJECT(thunarx_menu_item_new(name, label, tip, icon));

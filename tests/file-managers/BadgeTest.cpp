@@ -2,6 +2,8 @@
 
 #include "tests/file-managers/PluginTest.h"
 
+#include <array>
+
 namespace {
 
 TEST_F(Plugin, BadgesARootFolderAndNothingElse) {
@@ -21,6 +23,107 @@ TEST_F(Plugin, RequestsInBatches) {
         manager.show(root + "/" + std::to_string(index));
     EXPECT_TRUE(extension.writes("badges 1\nbadges 1000\nbadges 1000\nbadges 500"))
         << extension.output();
+    const std::string folder = root + "/" + std::string(4000, 'x') + "/";
+    for (int index = 100; index < 700; ++index)
+        manager.show(folder + std::to_string(index));
+    EXPECT_TRUE(extension.writes("badges 261\nbadges 261\nbadges 78")) << extension.output();
+}
+
+TEST_F(Plugin, AsksAgainForWhatCouldNotBeHad) {
+    ExtensionProcess extension({"--late", "/sync"});
+    EXPECT_TRUE(knowsExtension());
+}
+
+TEST_F(Plugin, AnItemThatIsRefusedKeepsNoOtherWaiting) {
+    ExtensionProcess extension({"--refuse", root + "/bad", "/sync", "/other"});
+    for (const char* name : {"/a", "/bad", "/b", "/c", ""})
+        manager.show(root + name);
+    EXPECT_TRUE(getsBadge(root));
+    const auto begin = Clock::now();
+    manager.show(other);
+    EXPECT_TRUE(getsBadge(other));
+    EXPECT_LT(Clock::now() - begin, milliseconds(500));
+}
+
+TEST_F(Plugin, AsksAboutFewItemsWhenARootFolderChanges) {
+    ExtensionProcess extension({"/sync", "--then", "/sync", "/sync/7", "/sync/e\u0301"});
+    ASSERT_TRUE(knowsExtension());
+    manager.show(root + "/%C3%A9");
+    for (int index = 0; index < 10000; ++index)
+        manager.show(root + "/" + std::to_string(index));
+    ASSERT_TRUE(runUntil([&] { return extension.requestedBadges() == 10002; }));
+    runFor(milliseconds(300));
+    extension.signal(SIGUSR1);
+    EXPECT_TRUE(getsBadge(root + "/7"));
+    EXPECT_EQ(extension.requestedBadges(), 10002 + 3) << "the two, and the one with a badge";
+    runFor(milliseconds(300));
+    extension.signal(SIGUSR2);
+    EXPECT_TRUE(losesBadge(root + "/7"));
+    EXPECT_LE(extension.requestedBadges(), 10005 + 3);
+}
+
+TEST_F(Plugin, KeepsNoBadgeOfAListThatItHasNotRead) {
+    ExtensionProcess extension({"/sync", "/other", "--then", "/sync"});
+    ASSERT_TRUE(knowsExtension());
+    runFor(milliseconds(300));
+    extension.signal(SIGUSR1);
+    EXPECT_TRUE(runUntil([&] { return extension.timesWritten("get pathsOfRootFolders") == 2; }));
+    extension.signal(SIGUSR2);
+    manager.show(other);
+    EXPECT_TRUE(getsBadge(other));
+    extension.signal(SIGUSR1);
+    EXPECT_TRUE(losesBadge(other));
+}
+
+TEST_F(Plugin, ActsOnTheFirstChangeAtOnceAndOnOthersFourTimesASecond) {
+    ExtensionProcess extension({"/sync", "--then", "/other"});
+    manager.show(other);
+    ASSERT_TRUE(knowsExtension());
+    runFor(milliseconds(300));
+    auto begin = Clock::now();
+    extension.signal(SIGUSR1);
+    EXPECT_TRUE(getsBadge(other));
+    EXPECT_LT(Clock::now() - begin, milliseconds(200));
+    const auto counts = [&] {
+        return std::array{extension.timesWritten("get pathsOfRootFolders"), manager.changes(root),
+                          manager.menuNotices()};
+    };
+    const auto before = counts();
+    begin = Clock::now();
+    for (int change = 0; change < 200; ++change) {
+        extension.signal(change % 2 == 0 ? SIGUSR2 : SIGUSR1);
+        runFor(milliseconds(5));
+    }
+    extension.signal(SIGUSR2);
+    EXPECT_TRUE(getsBadge(root));
+    EXPECT_TRUE(losesBadge(other));
+    runFor(milliseconds(300));
+    const auto most = 1 + (Clock::now() - begin) / milliseconds(250);
+    for (std::size_t index = 0; index < before.size(); ++index)
+        EXPECT_LE(counts()[index] - before[index], most) << "of count " << index;
+}
+
+TEST_F(Plugin, StartsWhatEndsLessAndLessButForAMenuAtOnce) {
+    const ActivatableExtension extension;
+    int shown = 0;
+    const auto showUntil = [&](int starts) {
+        EXPECT_TRUE(runUntil([&] {
+            manager.show(root + "/" + std::to_string(++shown));
+            return extension.starts() == starts;
+        }));
+        return Clock::now();
+    };
+    const auto first = showUntil(1);
+    const auto second = showUntil(2);
+    EXPECT_GE(second - first, milliseconds(900));
+    (void)runUntil([&] {
+        manager.show(root + "/" + std::to_string(++shown));
+        return Clock::now() > second + milliseconds(1500);
+    });
+    EXPECT_EQ(extension.starts(), 2);
+    (void)manager.menu({root});
+    EXPECT_TRUE(runUntil([&] { return extension.starts() == 3; }));
+    EXPECT_LT(Clock::now() - second, milliseconds(1900));
 }
 
 TEST_F(Plugin, RequestsNoBadgeOfWhatIsNoFile) {

@@ -11,6 +11,13 @@ class FileManager : public GtkFileManager {
 public:
     static constexpr bool hasBadges = true;
 
+    FileManager() {
+        const auto noticed = [](GObject*, int* notices) { ++*notices; };
+        g_signal_connect(provider_.get(), "items_updated", G_CALLBACK(+noticed), &menuNotices_);
+    }
+
+    [[nodiscard]] int menuNotices() const { return menuNotices_; }
+
 private:
     static GType providerType() {
         static const GType type = loadProviderType<GTypeModule>(moduleType());
@@ -59,6 +66,7 @@ private:
         return file_managers::Closure(closure);
     }
 
+    int menuNotices_ = 0;
     Object<GObject> provider_{static_cast<GObject*>(g_object_new(providerType(), nullptr))};
     file_managers::Closure closure_ = newClosure();
 };

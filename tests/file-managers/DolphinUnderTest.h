@@ -106,6 +106,9 @@ public:
     }
     [[nodiscard]] int changes(const std::string& url) const { return changes_.value(at(url)); }
 
+    /// Dolphin asks for the entries of every menu.
+    [[nodiscard]] int menuNotices() const { return 0; }
+
     /// Plug-ins get URLs and no objects.
     [[nodiscard]] bool keepsNoFile() const { return true; }
 

@@ -11,6 +11,7 @@
 //     notFiles                      URLs of items that the extension is not to be asked about
 //     show(url), forget(url)        shows an item; shows it no longer
 //     badges(url), changes(url)     what is shown now; how often the plug-in has changed that
+//     menuNotices()                 how often the plug-in has said that the entries have changed
 //     keepsNoFile()                 whether the plug-in holds no reference to an item
 //     rename(url, new URL)          if its files are objects: gives one another URL
 //     deleteFile(url)               the file manager knows that a file is gone

@@ -71,6 +71,19 @@ TEST_F(Plugin, OffersTheEntriesAgainWhenTheExtensionIsBack) {
     EXPECT_TRUE(runUntil([&] { return manager.menu({root}).size() == 1; }));
 }
 
+TEST_F(Plugin, AsksAgainAfterAWhileWhenAMenuWasNonsense) {
+    ExtensionProcess extension({"--nonsense", "/sync", "--then", "/sync"});
+    ASSERT_TRUE(extension.writes("get directoryURLs"));
+    EXPECT_TRUE(runUntil([&] {
+        (void)manager.menu({root});
+        return extension.timesWritten("menu " + root) == 1;
+    }));
+    expectNothingAtOnce(manager.menu({root}));
+    extension.signal(SIGUSR1);
+    EXPECT_TRUE(runUntil([&] { return manager.menu({root}).size() == 1; }));
+    EXPECT_EQ(extension.timesWritten("menu " + root), 2);
+}
+
 TEST_F(Plugin, StartsTheExtensionForAMenu) {
     const ActivatableExtension extension;
     EXPECT_TRUE(runUntil([&] {

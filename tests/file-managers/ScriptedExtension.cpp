@@ -6,18 +6,23 @@
 //     --delay MILLISECONDS  what menus take
 //     --nonsense            menus have 1,000 entries, and badges come in lists of another length
 //     --without-interface   the names have a process, but nothing to offer
-// SIGUSR1 replaces the root folders by those after --then. It writes a line for each request:
-// "badges COUNT", "menu URL…", "action SELECTOR URL…"; without the interface, "call MEMBER".
+//     --late                the first request for properties and the first for badges fail
+//     --refuse URL          requests for badges fail that hold this item
+// SIGUSR1 replaces the root folders by those after --then, and ends the nonsense; SIGUSR2 restores
+// the root folders. It writes a line for each request: "get PROPERTY", "badges COUNT", "menu URL…",
+// "action SELECTOR URL…"; without the interface, "call".
 
 #include "Names.h"
 #include "file-managers/gtk/Handles.h"
 #include "finder-sync-extension1.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <glib-unix.h>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -29,6 +34,8 @@ struct Script {
     unsigned delay = 0; // milliseconds
     bool isNonsense = false;
     bool hasInterface = true;
+    bool isLate = false;
+    std::string_view refused;
     std::vector<const char*> roots;
     std::vector<const char*> laterRoots;
 };
@@ -41,11 +48,14 @@ bool isRoot(FinderSyncExtension1* extension, const char* url) {
     return path && g_strv_contains(roots, path.get()) != FALSE;
 }
 
+const char* const none[] = {nullptr};
+
+/// One line. Two threads write.
 void say(const char* what, const char* const* texts) {
-    std::printf("%s", what);
+    std::string line = what;
     for (; *texts != nullptr; ++texts)
-        std::printf(" %s", *texts);
-    std::printf("\n");
+        line.append(1, ' ').append(*texts);
+    std::puts(line.c_str());
     std::fflush(stdout);
 }
 
@@ -54,7 +64,14 @@ gboolean answerBadges(FinderSyncExtension1* extension, GDBusMethodInvocation* ca
     std::vector<const char*> badges;
     for (const char* const* url = urls; *url != nullptr; ++url)
         badges.push_back(isRoot(extension, *url) ? "FolderIco" : "");
-    say("badges", std::vector<const char*>{std::to_string(badges.size()).c_str(), nullptr}.data());
+    say(("badges " + std::to_string(badges.size())).c_str(), none);
+    static bool isFirst = script.isLate;
+    if (std::exchange(isFirst, false) ||
+        std::ranges::find(urls, urls + badges.size(), script.refused) != urls + badges.size()) {
+        g_dbus_method_invocation_return_dbus_error(call,
+                                                   "org.freedesktop.DBus.Error.LimitsExceeded", "");
+        return TRUE;
+    }
     if (!script.isNonsense)
         badges.push_back("");
     badges.back() = nullptr;
@@ -83,14 +100,28 @@ gboolean answerAction(FinderSyncExtension1* extension, GDBusMethodInvocation* ca
     return TRUE;
 }
 
-/// In the bus's thread.
-GDBusMessage* sayCall(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, void*) {
-    if (isIncoming != FALSE &&
-        g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_CALL) {
-        const char* const member[] = {g_dbus_message_get_member(message), nullptr};
-        say("call", member);
+/// Sees each message first, in the bus's thread.
+GDBusMessage* sayCall(GDBusConnection* bus, GDBusMessage* message, gboolean isIncoming, void*) {
+    if (isIncoming == FALSE ||
+        g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL)
+        return message;
+    if (!script.hasInterface)
+        say("call", none);
+    const char* property = nullptr;
+    if (script.hasInterface && std::string_view("Get") == g_dbus_message_get_member(message)) {
+        g_variant_get(g_dbus_message_get_body(message), "(&s&s)", nullptr, &property);
+        say((std::string("get ") + property).c_str(), none);
     }
-    return message;
+    static bool isFirst = script.isLate;
+    if (property == nullptr || !std::exchange(isFirst, false))
+        return message;
+    GDBusMessage* const reply = g_dbus_message_new_method_error_literal(
+        message, "org.freedesktop.DBus.Error.Failed", "too early");
+    (void)g_dbus_connection_send_message(bus, reply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
+                                         nullptr);
+    g_object_unref(reply);
+    g_object_unref(message);
+    return nullptr;
 }
 
 /// Changed root folders are signalled without their value, which GDBus would send. In the bus's
@@ -107,20 +138,26 @@ GDBusMessage* withoutValue(GDBusConnection*, GDBusMessage* message, gboolean isI
 }
 
 void publish(GDBusConnection* bus) {
+    (void)g_dbus_connection_add_filter(bus, &sayCall, nullptr, nullptr);
     (void)g_dbus_connection_add_filter(bus, &withoutValue, nullptr, nullptr);
-    if (!script.hasInterface) {
-        (void)g_dbus_connection_add_filter(bus, &sayCall, nullptr, nullptr);
+    if (!script.hasInterface)
         return;
-    }
     FinderSyncExtension1* const extension = finder_sync_extension1_skeleton_new();
     finder_sync_extension1_set_directory_urls(extension, script.directories.data());
     finder_sync_extension1_set_paths_of_root_folders(extension, script.roots.data());
     const auto useLaterRoots = [](void* published) -> gboolean {
+        script.isNonsense = false;
         finder_sync_extension1_set_paths_of_root_folders(
             static_cast<FinderSyncExtension1*>(published), script.laterRoots.data());
         return G_SOURCE_CONTINUE;
     };
+    const auto useRoots = [](void* published) -> gboolean {
+        finder_sync_extension1_set_paths_of_root_folders(
+            static_cast<FinderSyncExtension1*>(published), script.roots.data());
+        return G_SOURCE_CONTINUE;
+    };
     (void)g_unix_signal_add(SIGUSR1, useLaterRoots, extension);
+    (void)g_unix_signal_add(SIGUSR2, useRoots, extension);
     g_signal_connect(extension, "handle-request-badge-identifiers-for-urls",
                      G_CALLBACK(&answerBadges), nullptr);
     g_signal_connect(extension, "handle-menu-for-menu-kind", G_CALLBACK(&answerMenu), nullptr);
@@ -147,6 +184,10 @@ int main(int argc, char** argv) {
             script.isNonsense = true;
         else if (word == "--without-interface")
             script.hasInterface = false;
+        else if (word == "--late")
+            script.isLate = true;
+        else if (word == "--refuse")
+            script.refused = argv[++index];
         else if (word == "--then")
             roots = &script.laterRoots;
         else

@@ -84,6 +84,15 @@ public:
     explicit ExtensionProcess(Texts arguments)
         : ChildProcess(FINDER_SYNC_SCRIPTED_EXTENSION, std::move(arguments)) {}
 
+    /// How often it has written a line.
+    int timesWritten(const std::string& expected) {
+        int times = 0;
+        std::istringstream lines(output());
+        for (std::string line; std::getline(lines, line);)
+            times += line == expected ? 1 : 0;
+        return times;
+    }
+
     /// The number of items whose badges were requested so far.
     int requestedBadges() {
         int sum = 0;
@@ -156,12 +165,13 @@ private:
 
 inline std::unique_ptr<Session> session;
 
-/// A service for the bus to start. It leaves a line behind and fails.
+/// A service for the bus to start. It leaves a line behind and does what it is to do.
 class ActivatableExtension {
 public:
-    explicit ActivatableExtension(const std::string& name = findersync::busName) {
+    explicit ActivatableExtension(const std::string& name = findersync::busName,
+                                  const std::string& command = "exit 1") {
         std::ofstream(service_) << "[D-BUS Service]\nName=" << name << "\nExec=/bin/sh -c 'echo >>"
-                                << starts_.string() << "; exit 1'\n";
+                                << starts_.string() << "; " << command << "'\n";
     }
     ~ActivatableExtension() {
         std::filesystem::remove(service_);

@@ -52,14 +52,18 @@ PROPERTIES = {
 }
 
 
+def value(signature, value):
+    """The answer to a request for a property."""
+    return "v", marshalled("v", (signature, value))
+
+
 class Impostor:
-    """`answers` says for each member what is answered: a signature and a marshalled body, the name
-    of an error, or None for nothing at all; and how long that takes, in seconds."""
+    """`answers` says for each member and property what is answered: a signature and a marshalled
+    body, the name of an error, or None for nothing at all; and how long that takes, in seconds."""
 
     def __init__(self, session, answers, delay=0):
         self.connection = session.connect_to_bus()
-        self.answers = {
-            "GetAll": ("a{sv}", marshalled("a{sv}", PROPERTIES)),
+        self.answers = {name: value(*each) for name, each in PROPERTIES.items()} | {
             "MenuForMenuKind": (MENU, menu()),
         } | answers
         self.delay = delay
@@ -88,7 +92,7 @@ class Impostor:
             count = len(call.body[0])
             answer = (BADGES, texts("FolderIco", count))
         else:
-            answer = self.answers.get(member)
+            answer = self.answers.get(call.body[1] if member == "Get" else member)
         if answer is None:
             return
         if self.delay and member == "MenuForMenuKind":

@@ -5,7 +5,7 @@ import pytest
 from conftest import wait_for
 
 from hostile.conftest import NAMES, ROOT, TITLE, own_memory
-from hostile.impostor import BADGES, MENU, PROPERTIES, Impostor, marshalled, menu, texts
+from hostile.impostor import BADGES, MENU, Impostor, marshalled, menu, texts, value
 
 MOST_ENTRIES = 16
 MOST_MEMORY = 256 << 10  # kilobytes, of a file manager that gets megabytes to read
@@ -71,7 +71,7 @@ def test_menus_that_come_late(scene, answer):
 def test_invalid_menus(scene):
     impostor = begin(scene, {})
     for answer, menu_of_impostor in INVALID_MENUS.items():
-        impostor.end()  # who has answered nonsense is not asked again
+        impostor.end()  # who has answered nonsense is not asked for a while
         impostor = Impostor(scene.session, {"MenuForMenuKind": menu_of_impostor})
         wait_for(scene.are_badged)
         scene.attack = "invalid_menus, " + answer
@@ -106,8 +106,8 @@ def badges(answer):
     return {"RequestBadgeIdentifiersForURLs": answer}
 
 
-def properties(**values):
-    return {"GetAll": ("a{sv}", marshalled("a{sv}", PROPERTIES | values))}
+def directories(urls):
+    return {"directoryURLs": value("as", urls)}
 
 
 LARGE = {
@@ -115,17 +115,17 @@ LARGE = {
     "a_badge_of_megabytes": badges((BADGES, texts("x" * (9 << 20), 1))),
 }
 OTHERS = {
-    "no_properties": {"GetAll": None},
-    "an_error_for_properties": {"GetAll": ERROR},
-    "properties_of_other_types": properties(directoryURLs=("s", "file:///"),
-                                            pathsOfRootFolders=("u", 1)),
-    "properties_in_no_dictionary": {"GetAll": ("s", marshalled("s", "x"))},
-    "no_directory": properties(directoryURLs=("as", [])),
-    "directories_without_urls": properties(directoryURLs=("as", ["", "\1", "x" * 100000])),
-    "thousands_of_directories": properties(directoryURLs=("as", ["file:///x"] * 100000)),
+    "no_directories": {"directoryURLs": None},
+    "an_error_for_directories": {"directoryURLs": ERROR},
+    "a_directory_of_another_type": {"directoryURLs": value("s", "file:///")},
+    "directories_in_no_variant": {"directoryURLs": ("s", marshalled("s", "x"))},
+    "not_one_directory": directories([]),
+    "directories_without_urls": directories(["", "\1", "x" * 100000]),
+    "thousands_of_directories": directories(["file:///x"] * 100000),
+    "badges_and_root_folders_of_another_type": {
+        "pathsOfRootFolders": value("u", 1), "RequestBadgeIdentifiersForURLs": ("u", bytes(4))},
     "no_badges": badges(None),
     "an_error_for_badges": badges(ERROR),
-    "badges_of_another_type": badges(("u", bytes(4))),
     "no_badge_at_all": badges((BADGES, texts("", 0))),
 }
 
