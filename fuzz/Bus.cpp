@@ -1,30 +1,22 @@
 // Calls the service over a real sd-bus connection within this process. Every call must be answered,
 // and none may be fatal.
 
-#include "Names.h"
 #include "fuzz/Difference.h"
 #include "hosts/linux/ExtensionService.h"
 #include "hosts/linux/ObservedFinderSync.h"
-#include "platform/linux/RunLoop.h"
 #include "platform/text/Unicode.h"
-#include "process/SystemdHandles.h"
+#include "tests/hosts/linux/BusPair.h"
 
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <fuzzer/FuzzedDataProvider.h>
-#include <memory>
 #include <string>
 #include <string_view>
-#include <sys/socket.h>
-#include <systemd/sd-bus.h>
-#include <systemd/sd-id128.h>
-#include <vector>
 
 using findersync::fuzz::require;
 using process::Message;
-using process::Out;
 
 namespace {
 
@@ -55,54 +47,26 @@ void writeSettings() {
     }();
 }
 
-sd_event* eventLoop() {
-    return platform::linux_backend::runLoopOfThisThread().event();
-}
-
-/// Both ends of a connection without a daemon, served by the run loop of this thread.
-struct Connection {
-    Connection() {
-        int ends[2];
-        require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends) == 0,
-                "no pair of sockets");
-        require(sd_bus_new(Out(service)) >= 0 && sd_bus_new(Out(caller)) >= 0, "no connection");
-        sd_id128_t server{};
-        require(sd_id128_randomize(&server) >= 0 &&
-                    sd_bus_set_server(service.get(), 1, server) >= 0,
-                "no server");
-        for (const auto& [bus, end] : {std::pair(service.get(), ends[0]), {caller.get(), ends[1]}})
-            require(sd_bus_set_fd(bus, end, end) >= 0 && sd_bus_set_anonymous(bus, 1) >= 0 &&
-                        sd_bus_start(bus) >= 0 &&
-                        sd_bus_attach_event(bus, eventLoop(), SD_EVENT_PRIORITY_NORMAL) >= 0,
-                    "an end of the connection cannot be used");
-    }
-
-    process::Bus service;
-    process::Bus caller;
-};
-
 /// The extension and its service, new for each input; the connection lasts.
 class Session {
 public:
-    Session(const Connection& connection, FuzzedDataProvider& bytes)
-        : bus_(connection.caller.get()),
+    Session(const tests::BusPair& bus, FuzzedDataProvider& bytes)
+        : bus_(bus),
           bytes_(bytes),
-          service_(connection.service.get(), extension_,
-                   platform::linux_backend::finderSyncController()) {
+          service_(bus.service.get(), extension_, platform::linux_backend::finderSyncController()) {
         require(extension_.init() != nullptr && service_.publish() >= 0, "no service");
     }
 
     void callMember() {
         const Member& member = bytes_.PickValueInArray(members);
-        const Message call = newCall(findersync::interfaceName, member.name);
+        const Message call = bus_.newCall(findersync::interfaceName, member.name);
         if (append(call.get(), member.arguments))
             requireAnswer(call, member.answer, true);
     }
 
     void getProperties() {
-        const Message call = newCall("org.freedesktop.DBus.Properties", "GetAll");
-        require(sd_bus_message_append(call.get(), "s", findersync::interfaceName) >= 0,
-                "no message");
+        const Message call = bus_.newCall("org.freedesktop.DBus.Properties", "GetAll");
+        tests::require(sd_bus_message_append(call.get(), "s", findersync::interfaceName));
         requireAnswer(call, "a{sv}", false);
     }
 
@@ -116,14 +80,6 @@ public:
     }
 
 private:
-    [[nodiscard]] Message newCall(const char* interfaceName, const char* member) const {
-        Message message;
-        require(sd_bus_message_new_method_call(bus_, Out(message), nullptr, findersync::objectPath,
-                                               interfaceName, member) >= 0,
-                "no message");
-        return message;
-    }
-
     /// Appends values of these types; false when sd-bus refuses one.
     bool append(sd_bus_message* message, std::string_view types) {
         if (types.empty())
@@ -149,23 +105,14 @@ private:
         return made;
     }
 
-    /// Waits without a timeout: on a busy machine libFuzzer knows better what is too long.
     void requireAnswer(const Message& call, const char* signature, bool mayBeError) const {
-        Message answer;
-        const auto receive = [](sd_bus_message* reply, void* place, sd_bus_error*) {
-            static_cast<Message*>(place)->reset(sd_bus_message_ref(reply));
-            return 0;
-        };
-        require(sd_bus_call_async(bus_, nullptr, call.get(), receive, &answer, UINT64_MAX) >= 0,
-                "a call cannot be sent");
-        while (!answer)
-            require(sd_event_run(eventLoop(), UINT64_MAX) >= 0, "the run loop fails");
+        const Message answer = bus_.answer(call);
         const bool isError = sd_bus_message_is_method_error(answer.get(), nullptr) != 0;
         require(isError ? mayBeError : sd_bus_message_has_signature(answer.get(), signature) > 0,
                 "another answer");
     }
 
-    sd_bus* bus_;
+    const tests::BusPair& bus_;
     FuzzedDataProvider& bytes_;
     hosts::linux_host::ObservedFinderSync extension_;
     hosts::linux_host::ExtensionService service_;
@@ -173,7 +120,7 @@ private:
 
 /// Drains the loop, so that no event of one input, such as a change signal, reaches the next.
 void runUntilIdle() {
-    while (sd_event_run(eventLoop(), 0) > 0) {
+    while (sd_event_run(tests::BusPair::loop(), 0) > 0) {
     }
 }
 
@@ -181,9 +128,9 @@ void runUntilIdle() {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     writeSettings();
-    static const Connection connection;
+    static const tests::BusPair bus;
     FuzzedDataProvider bytes(data, size);
-    Session session(connection, bytes);
+    Session session(bus, bytes);
     for (int count = 0; count < 20 && bytes.remaining_bytes() > 0; ++count) {
         using Step = void (Session::*)();
         static constexpr Step steps[] = {&Session::changeState, &Session::getProperties,

@@ -1,34 +1,23 @@
 // What the object has on the bus, compared with the object's own table.
 
-#include "Names.h"
 #include "extension/PublishedInterface.h"
 #include "hosts/linux/ExtensionService.h"
 #include "hosts/linux/ObservedFinderSync.h"
 #include "platform/linux/FinderSyncController.h"
-#include "platform/linux/RunLoop.h"
-#include "process/SystemdHandles.h"
+#include "tests/hosts/linux/BusPair.h"
 
 #include <gtest/gtest.h>
 #include <map>
-#include <memory>
 #include <regex>
-#include <stdexcept>
 #include <string>
-#include <sys/socket.h>
-#include <systemd/sd-id128.h>
 #include <utility>
 #include <variant>
 #include <vector>
 
 using process::Message;
-using process::Out;
+using tests::require;
 
 namespace {
-
-void require(int result) {
-    if (result < 0)
-        throw std::runtime_error("sd-bus gives " + std::to_string(result));
-}
 
 /// An extension that records reports of clicks instead of sending them.
 class ReportingExtension : public hosts::linux_host::ObservedFinderSync {
@@ -38,59 +27,15 @@ public:
     std::vector<std::string> reports;
 };
 
-/// The service at one end of a connection without a daemon, and the test as the caller at the
-/// other.
-class PublishedMembers : public testing::Test {
+class PublishedMembers : public testing::Test, protected tests::BusPair {
 protected:
-    PublishedMembers() {
-        int ends[2];
-        require(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends));
-        open(serviceBus_, ends[0], true);
-        open(callerBus_, ends[1], false);
-        service_ = std::make_unique<hosts::linux_host::ExtensionService>(
-            serviceBus_.get(), extension, platform::linux_backend::finderSyncController());
-        require(service_->publish());
-    }
-
-    Message newCall(const char* interface, const char* member) {
-        Message call;
-        require(sd_bus_message_new_method_call(callerBus_.get(), Out(call), nullptr,
-                                               findersync::objectPath, interface, member));
-        return call;
-    }
-
-    Message answer(const Message& call) {
-        Message received;
-        const auto receive = [](sd_bus_message* reply, void* place, sd_bus_error*) {
-            static_cast<Message*>(place)->reset(sd_bus_message_ref(reply));
-            return 0;
-        };
-        require(sd_bus_call_async(callerBus_.get(), nullptr, call.get(), receive, &received, 0));
-        while (!received)
-            require(sd_event_run(loop(), UINT64_MAX));
-        return received;
-    }
+    PublishedMembers() { require(service_.publish()); }
 
     ReportingExtension extension;
 
 private:
-    static sd_event* loop() { return platform::linux_backend::runLoopOfThisThread().event(); }
-
-    static void open(process::Bus& bus, int end, bool isServer) {
-        require(sd_bus_new(Out(bus)));
-        sd_id128_t server{};
-        require(sd_id128_randomize(&server));
-        if (isServer)
-            require(sd_bus_set_server(bus.get(), 1, server));
-        require(sd_bus_set_fd(bus.get(), end, end));
-        require(sd_bus_set_anonymous(bus.get(), 1));
-        require(sd_bus_start(bus.get()));
-        require(sd_bus_attach_event(bus.get(), loop(), SD_EVENT_PRIORITY_NORMAL));
-    }
-
-    process::Bus serviceBus_;
-    process::Bus callerBus_;
-    std::unique_ptr<hosts::linux_host::ExtensionService> service_;
+    hosts::linux_host::ExtensionService service_{service.get(), extension,
+                                                 platform::linux_backend::finderSyncController()};
 };
 
 struct TypeOnTheBus {
