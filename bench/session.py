@@ -11,16 +11,8 @@ import time
 
 READ_SIZE = 1024  # of the extension; a message that a read cuts in two ends it
 TIMEOUT = 10  # seconds
-BUS = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>session</type>
-  <listen>unix:path={}/bus</listen>
-  <policy context="default">
-    <allow send_destination="*"/>
-    <allow eavesdrop="true"/>
-    <allow own="*"/>
-  </policy>
+BUS = """<busconfig><type>session</type><listen>unix:path={}/bus</listen>
+<policy context="default"><allow send_destination="*" eavesdrop="true"/><allow own="*"/></policy>
 </busconfig>
 """
 

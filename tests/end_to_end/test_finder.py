@@ -46,16 +46,6 @@ def test_the_whole_road(session):
     assert extension.end(signal.SIGTERM) == 0
 
 
-def test_many_items_are_answered_in_order(session):
-    peer, extension = session.start_connected()
-    session.announce(peer, "/a", "/b")
-    urls = ["file:///x", "file:///b", "file:///a/y", "file:///a/", "file:///b"]
-    assert session.method("RequestBadgeIdentifiersForURLs", "as", urls)[0] == [
-        "", "FolderIco", "", "FolderIco", "FolderIco"]
-    assert session.method("RequestBadgeIdentifiersForURLs", "as", [])[0] == []
-    assert extension.error().count("requestBadgeIdentifierForURL: ") == 5
-
-
 def test_what_lies_outside_the_watched_directory_does_not_reach_the_extension(session):
     peer, extension = session.start_connected(SETTINGS | {"RootFolder": "/watched"})
     session.announce(peer, "/watched", "/watched/a", "/watched2", "/")
