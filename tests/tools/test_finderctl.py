@@ -153,7 +153,7 @@ def test_state_for_people(session, linked):
 
 def test_state_beside_a_list_that_is_too_long(session):
     Impostor(session, {"GetAll": ("a{sv}", marshalled("a{sv}", {"serverPort": ("u", 1)})),
-                       "Get": "org.freedesktop.DBus.Error.LimitsExceeded"})
+                       "pathsOfRootFolders": "org.freedesktop.DBus.Error.LimitsExceeded"})
     code, out, err = session.finderctl("--json", "state")
     assert (code, json.loads(out)) == (1, {"serverPort": 1})
     assert err.startswith("finderctl: pathsOfRootFolders: the extension refused it")
