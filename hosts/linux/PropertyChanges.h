@@ -31,7 +31,7 @@ private:
     void signal();
 
     sd_bus* bus_;
-    process::EventSource timer_;     ///< its time is that of the next signal; on if there is one
+    process::EventSource timer_; ///< set to the earliest next signal, enabled while one is pending
     std::vector<std::string> names_; ///< of the changed properties, each once
 };
 

@@ -56,7 +56,7 @@ private:
     Form form_;
     process::EventLoop event_;
     ExtensionProxy extension_;
-    std::optional<bool> isRunning_; ///< None as long as the bus has not told.
+    std::optional<bool> isRunning_; ///< None until the bus has replied.
     std::exception_ptr failure_;
 };
 
@@ -104,7 +104,7 @@ void Monitor::watchOutput() {
     const auto end = [](sd_event_source* source, int, std::uint32_t, void*) {
         return sd_event_exit(sd_event_source_get_event(source), EXIT_SUCCESS);
     };
-    // No event is asked for: errors and hang-ups are told in any case. A file has none of them.
+    // No events are requested: errors and hang-ups are reported anyway. A file has neither.
     const int result = sd_event_add_io(event_.get(), nullptr, STDOUT_FILENO, 0, end, nullptr);
     check(result == -EPERM ? 0 : result, "standard output cannot be watched");
 }
@@ -146,7 +146,7 @@ void Monitor::ownerChanged(sd_bus_message* signal) {
     const char* before = nullptr;
     const char* after = nullptr;
     check(sd_bus_message_read(signal, "sss", &name, &before, &after), whatFailed);
-    // The answer to the first question is newer than what comes before it.
+    // A signal that arrives before the first reply is older than that reply.
     if (!isRunning_)
         return;
     if (before[0] != '\0')
@@ -173,7 +173,7 @@ void Monitor::propertiesChanged(sd_bus_message* signal) {
         askForRootFolders();
 }
 
-/// No other property is signalled without its value.
+/// Changes of this property are signalled without its value, those of all others with it.
 void Monitor::askForRootFolders() {
     const process::Message call = extension_.newGet(findersync::interfaceName, rootFolders);
     check(sd_bus_call_async(extension_.bus(), nullptr, call.get(),

@@ -59,7 +59,7 @@ void kill(const ExtensionProxy& extension) {
 
 void end(const ExtensionProxy& extension) {
     const auto hasEnded = [&extension] { return !extension.isRunning(); };
-    // Whether it ends tells more than its answer would.
+    // No reply is needed: what counts is whether the process ends.
     const process::Message quit = extension.newCall("Quit", findersync::processInterfaceName);
     check(sd_bus_message_set_expect_reply(quit.get(), 0), callFailed);
     check(sd_bus_send(extension.bus(), quit.get(), nullptr), callFailed);
