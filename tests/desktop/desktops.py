@@ -37,22 +37,25 @@ class Desktop(Session):
 
     def __init__(self, folder):
         self.entry_icons = {}  # of other products, by title
+        self.services = [BUS_NAME, "org.a11y.Bus"]
         super().__init__(folder)
 
     def start_bus(self, *services):
-        """File managers get by with assistive technologies; some need another service."""
+        """File managers get by with assistive technologies; some need another service. With
+        "org.gtk.vfs.Daemon", GTK shows more than local files: the trash, for one."""
         self.start_screen()
         self.environment |= {
             "XDG_DATA_DIRS": f"{self.marked_data()}:/usr/share",
             "XDG_RUNTIME_DIR": str(self.home / "run"),
             "GDK_BACKEND": "x11",
             "GSETTINGS_BACKEND": "keyfile",
-            "GIO_USE_VFS": "local",
+            "GIO_USE_VFS": "gvfs" if "org.gtk.vfs.Daemon" in services else "local",
         }
         (self.home / "run").mkdir(mode=0o700, exist_ok=True)
         self.configure("gtk-3.0/settings.ini", GTK_SETTINGS.format("gtk-menu-images=1\n"))
         self.configure("gtk-4.0/settings.ini", GTK_SETTINGS.format(""))
-        super().start_bus(BUS_NAME, "org.a11y.Bus", *services)
+        self.services += services
+        super().start_bus(*self.services)
 
     def plugins(self):
         if self.programs == pathlib.Path("/usr/bin"):
@@ -109,6 +112,9 @@ class Desktop(Session):
         assert found.returncode == 0, found.stderr + self.look("failed")
         return [int(number) for number in found.stdout.split()]
 
+    def type(self, *keys):
+        subprocess.run(["xdotool", "key", *keys], env=self.environment, check=True)
+
     def screenshot(self):
         file = self.folder / "screen.png"
         subprocess.run(["import", "-window", "root", str(file)], env=self.environment, check=True)
@@ -144,11 +150,13 @@ class FileManager:
         self.process = None
 
     def open(self, folder):
+        self.start(SOURCES / "scripts/file-manager", *self.desktop.plugins(), "--with", self.program,
+                   folder)
+
+    def start(self, *command):
         with open(self.desktop.folder / "file-manager.log", "wb") as log:
-            self.process = subprocess.Popen(
-                [SOURCES / "scripts/file-manager", *self.desktop.plugins(), "--with", self.program,
-                 folder],
-                env=self.desktop.environment, stdout=log, stderr=log)
+            self.process = subprocess.Popen(command, env=self.desktop.environment, stdout=log,
+                                            stderr=log)
 
     def close(self):
         if self.process:
@@ -184,7 +192,7 @@ class FileManager:
 
     def close_menu(self):
         self.entry(self.last_entry)  # it may still be about to open
-        subprocess.run(["xdotool", "key", "Escape"], env=self.desktop.environment, check=True)
+        self.desktop.type("Escape")
 
     def log(self):
         return (self.desktop.folder / "file-manager.log").read_text(errors="replace")
@@ -269,7 +277,7 @@ class Dolphin(FileManager):
     def close_menu(self):
         """And ends the selection and the hovering, which tint an icon and its badge."""
         wait_for(lambda: len(self.windows()) > 1, "the menu")
-        subprocess.run(["xdotool", "key", "Escape"], env=self.desktop.environment, check=True)
+        self.desktop.type("Escape")
         wait_for(lambda: len(self.windows()) == 1, "no menu")
         subprocess.run(["xdotool", "mousemove", "990", "690", "key", "Escape"],
                        env=self.desktop.environment, check=True)

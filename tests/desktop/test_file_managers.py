@@ -6,7 +6,7 @@ import signal
 
 from conftest import BUS_NAME, line, wait_for
 from desktops import (BACKUP, ENTRY_ICON, LINK, caja, desktop, dolphin, file_manager,  # noqa: F401
-                      gnome_files, tests_of, thunar, with_badges, with_named_entries)
+                      gnome_files, nemo, tests_of, thunar, with_badges, with_named_entries)
 from jeepney import message_bus
 
 
@@ -74,6 +74,53 @@ def test_the_location_bar_gets_no_entries(desktop, file_manager):
     opened_below_root_folder(desktop, file_manager)
     desktop.accessible("menu", "thunar", "toggle button", "Inside")
     file_manager.expect_menu_without(LINK)
+
+
+@tests_of(caja, nemo, thunar)  # the others search with programs that the tests do not install
+def test_what_a_search_finds_gets_badges_and_entries(desktop, file_manager):
+    folder, peer = opened(desktop, file_manager)
+    desktop.announce(peer, folder / "Sync", folder / "Sync/Inside")
+    file_manager.icon("Sync")
+    desktop.type("ctrl+f", *"Inside", "Return")
+    file_manager.icon("Inside", "menu")
+    file_manager.entry(LINK)
+    file_manager.close_menu()
+    if file_manager.badge_offset:
+        wait_for(lambda: file_manager.has_badge("Inside"), "the badge")
+
+
+@with_named_entries  # Dolphin offers no plug-in's entries there
+def test_what_is_in_the_trash_is_not_asked_about(desktop, file_manager):
+    desktop.start_bus("org.gtk.vfs.Daemon")
+    trash = desktop.home / "share/Trash"
+    for name, text in [("files/Letter.txt", "Dear you,\n"),
+                       ("info/Letter.txt.trashinfo", "[Trash Info]\nPath=/Letter.txt\n")]:
+        (trash / name).parent.mkdir(parents=True)
+        (trash / name).write_text(text)
+    extension = desktop.start("../tests/scripted-extension", "--title", LINK, "/")
+    desktop.wait_for_name()
+    file_manager.open("trash:///")
+    extension.wait_output("get directoryURLs\n")
+    file_manager.icon("Letter.txt", "menu")
+    file_manager.expect_menu_without(LINK)
+    assert {call.split()[0] for call in extension.output().splitlines()} == {"get"}
+
+
+@tests_of(caja)  # and not Nemo, whose desktop is another program
+def test_the_desktop_shows_badges_and_entries(desktop, file_manager):
+    root = desktop.home / "Desktop/Sync"
+    root.mkdir(parents=True)
+    extension = desktop.start("../tests/scripted-extension", "--title", LINK, str(root))
+    plugins = desktop.programs.parent / "lib/caja/extensions-2.0"
+    desktop.environment["CAJA_EXTENSION_DIRS"] = str(plugins)
+    file_manager.start("caja", "--force-desktop", "--no-default-window")
+    wait_for(lambda: file_manager.has_badge("Sync"), "the badge")
+    file_manager.icon("Sync", "menu")
+    file_manager.entry(LINK)
+    file_manager.close_menu()
+    file_manager.icon("Trash", "menu")
+    file_manager.expect_menu_without(LINK)
+    assert "x-caja-desktop" not in extension.output()
 
 
 @tests_of(gnome_files)  # Caja and Nemo end the entries of a file that goes, and Thunar does not tell
