@@ -12,7 +12,8 @@ import time
 READ_SIZE = 1024  # of the extension; a message that a read cuts in two ends it
 TIMEOUT = 10  # seconds
 BUS = """<busconfig><type>session</type><listen>unix:path={}/bus</listen>
-<policy context="default"><allow send_destination="*" eavesdrop="true"/><allow own="*"/></policy>
+<policy context="default"><allow send_destination="*"/><allow eavesdrop="true"/><allow own="*"/>
+</policy>
 </busconfig>
 """
 
