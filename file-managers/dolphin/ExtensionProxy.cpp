@@ -99,8 +99,9 @@ ExtensionProxy::ExtensionProxy(const QString& busName, const QString& owner)
     proxy_.setTimeout(noTimeout);
     retryTimer_.setSingleShot(true);
     retryTimer_.callOnTimeout([this] { requestDirectories(); });
-    bus_.connect(owner, object, propertiesInterface, QStringLiteral("PropertiesChanged"), this,
-                 SLOT(propertiesChanged(QString, QVariantMap, QStringList)));
+    // Of any process: QtDBus blocks until it learns the owner of a name, even if that is unique.
+    bus_.connect(QString(), object, propertiesInterface, QStringLiteral("PropertiesChanged"), this,
+                 SLOT(propertiesChanged(QString, QVariantMap, QStringList, QDBusMessage)));
     requestDirectories();
 }
 
@@ -143,8 +144,8 @@ void ExtensionProxy::requestRootFolders(const RootFoldersAnswer& answer) {
 }
 
 void ExtensionProxy::propertiesChanged(const QString& interface, const QVariantMap& changed,
-                                       const QStringList& invalidated) {
-    if (hasAppeared() && interface == proxy_.interface() &&
+                                       const QStringList& invalidated, const QDBusMessage& signal) {
+    if (hasAppeared() && signal.service() == owner() && interface == proxy_.interface() &&
         (changed.contains(rootFolders) || invalidated.contains(rootFolders)))
         Q_EMIT rootFoldersChanged();
 }

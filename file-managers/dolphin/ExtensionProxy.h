@@ -9,6 +9,7 @@
 #include "FinderSyncExtension1.h" // generated from the interface
 
 #include <QDBusConnection>
+#include <QDBusMessage>
 #include <QDBusPendingReply>
 #include <QDeadlineTimer>
 #include <QObject>
@@ -82,7 +83,7 @@ private:
     using TextsAnswer = std::function<void(const std::optional<QStringList>&)>;
 
     Q_SLOT void propertiesChanged(const QString& interface, const QVariantMap& changed,
-                                  const QStringList& invalidated);
+                                  const QStringList& invalidated, const QDBusMessage& signal);
     void requestTexts(const QString& property, const TextsAnswer& answer);
     void requestDirectories();
 
