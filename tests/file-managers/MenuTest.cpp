@@ -84,6 +84,19 @@ TEST_F(Plugin, AsksAgainAfterAWhileWhenAMenuWasNonsense) {
     EXPECT_EQ(extension.timesWritten("menu " + root), 2);
 }
 
+TEST_F(Plugin, StartsAnExtensionThatHasEndedForWhatIsPicked) {
+    for (int picks = 0; picks < 20; ++picks) {
+        ExtensionProcess extension({"/sync"});
+        ASSERT_TRUE(runUntil([&] { return manager.menu({root}).size() == 1; }));
+        const ActivatableExtension installed(findersync::busName,
+                                             FINDER_SYNC_SCRIPTED_EXTENSION " --once");
+        extension.end();
+        runFor(milliseconds(50)); // the bus knows
+        manager.pickFirst();
+        ASSERT_TRUE(runUntil([&] { return installed.starts() == 2; })) << "after " << picks;
+    }
+}
+
 TEST_F(Plugin, StartsTheExtensionForAMenu) {
     const ActivatableExtension extension;
     EXPECT_TRUE(runUntil([&] {

@@ -8,6 +8,7 @@
 //     --without-interface   the names have a process, but nothing to offer
 //     --late                the first request for properties and the first for badges fail
 //     --refuse URL          requests for badges fail that hold this item
+//     --once                ends after an action
 // SIGUSR1 replaces the root folders by those after --then, and ends the nonsense; SIGUSR2 restores
 // the root folders. It writes a line for each request: "get PROPERTY", "badges COUNT", "menu URL…",
 // "action SELECTOR URL…"; without the interface, "call".
@@ -36,6 +37,7 @@ struct Script {
     bool hasInterface = true;
     bool isLate = false;
     std::string_view refused;
+    bool endsAfterAction = false;
     std::vector<const char*> roots;
     std::vector<const char*> laterRoots;
 };
@@ -97,6 +99,12 @@ gboolean answerAction(FinderSyncExtension1* extension, GDBusMethodInvocation* ca
                       const char* selector, const char* const* urls, void*) {
     say(("action " + std::string(selector)).c_str(), urls);
     finder_sync_extension1_complete_perform_action(extension, call);
+    if (script.endsAfterAction) {
+        auto* const skeleton = G_DBUS_INTERFACE_SKELETON(extension);
+        (void)g_dbus_connection_flush_sync(g_dbus_interface_skeleton_get_connection(skeleton),
+                                           nullptr, nullptr);
+        std::exit(0);
+    }
     return TRUE;
 }
 
@@ -188,6 +196,8 @@ int main(int argc, char** argv) {
             script.isLate = true;
         else if (word == "--refuse")
             script.refused = argv[++index];
+        else if (word == "--once")
+            script.endsAfterAction = true;
         else if (word == "--then")
             roots = &script.laterRoots;
         else

@@ -139,7 +139,10 @@ public:
     }
     ~Session() {
         bus_.reset();
-        std::filesystem::remove_all(folder_);
+        // What the bus has just started may still write.
+        std::error_code error;
+        while (std::filesystem::remove_all(folder_, error), error == std::errc::directory_not_empty)
+            (void)::usleep(1000);
     }
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;
@@ -165,13 +168,15 @@ private:
 
 inline std::unique_ptr<Session> session;
 
-/// A service for the bus to start. It leaves a line behind and does what it is to do.
+/// A service for the bus to start. It leaves a line behind, runs a command, and leaves another line
+/// if that succeeds.
 class ActivatableExtension {
 public:
     explicit ActivatableExtension(const std::string& name = findersync::busName,
-                                  const std::string& command = "exit 1") {
-        std::ofstream(service_) << "[D-BUS Service]\nName=" << name << "\nExec=/bin/sh -c 'echo >>"
-                                << starts_.string() << "; " << command << "'\n";
+                                  const std::string& command = "false") {
+        const std::string line = "echo >>" + starts_.string();
+        std::ofstream(service_) << "[D-BUS Service]\nName=" << name << "\nExec=/bin/sh -c '" << line
+                                << "; " << command << " && " << line << "'\n";
     }
     ~ActivatableExtension() {
         std::filesystem::remove(service_);
