@@ -2,6 +2,8 @@
 
 #include "tests/file-managers/PluginTest.h"
 
+#include <thread>
+
 namespace {
 
 TEST_F(Plugin, IsForFilesAndFolders) {
@@ -42,6 +44,30 @@ TEST_F(Plugin, KeepsBadgesAndABoundedNumberOfOtherItems) {
     runFor(milliseconds(100));
     EXPECT_EQ(again.requestedBadges(), 20000);
     EXPECT_TRUE(getsBadge(root)) << "it was shown first, and is not dropped";
+}
+
+TEST_F(Plugin, AnswersAnotherThreadInTheMainThread) {
+    ExtensionProcess extension({"/sync", "/other"});
+    ASSERT_TRUE(knowsExtension());
+    std::thread([&] {
+        manager.show(root);
+        manager.show(other);
+        labels = manager.menu({root});
+    }).join();
+    EXPECT_EQ(labels, Texts()) << "entries belong to a window, and so to the main thread";
+    EXPECT_EQ(manager.badges(root), Texts());
+    EXPECT_TRUE(getsBadge(root));
+    EXPECT_TRUE(getsBadge(other));
+}
+
+TEST_F(Plugin, OffersEntriesWithoutIconsWhenThereIsNoTheme) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    const QStringList themes = QIcon::themeSearchPaths();
+    QIcon::setThemeSearchPaths({});
+    EXPECT_EQ(manager.menu({root}), Texts{FileManager::label});
+    EXPECT_EQ(manager.icons(), Texts{""});
+    QIcon::setThemeSearchPaths(themes);
 }
 
 TEST_F(Plugin, OffersTheEntriesInTheFirstMenu) {

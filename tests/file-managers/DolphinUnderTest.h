@@ -61,9 +61,10 @@ public:
     static inline const std::string label = "Copy _link && go";
     static constexpr milliseconds leastTimeout{100};
     static constexpr milliseconds mostTimeout{250};
-    static inline const Texts notFiles = {
-        "trash:///sync",         "file:///sync/%ff",   "file:///sync/%ED%A0%80", "file:///sync/%00",
-        "file://elsewhere/sync", "file:///sync?query", "file:///sync#fragment"};
+    static inline const Texts notFiles = {"trash:///sync",          "file:///sync/%ff",
+                                          "file:///sync/%ED%A0%80", "file:///sync/%00",
+                                          "file://elsewhere/sync",  "file:///sync?query",
+                                          "file:///sync#fragment",  "file:///sync/%EF%BF%BD"};
 
     FileManager() {
         newMenuPlugin();
