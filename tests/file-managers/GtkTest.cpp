@@ -26,7 +26,7 @@ TEST_F(Plugin, ReportsWhatTheFilesAreCalledWhenAnEntryIsPicked) {
 #if !defined(FM_THUNAR)
 TEST_F(Plugin, StartsWhatEndsAtOnceLessAndLessThoughEachEndCausesAMenu) {
     const ActivatableExtension extension(findersync::busName,
-                                         "timeout 0.1 " FINDER_SYNC_SCRIPTED_EXTENSION " /sync");
+                                         "timeout 0.5 " FINDER_SYNC_SCRIPTED_EXTENSION " /sync");
     const auto end = Clock::now() + milliseconds(2500);
     int notices = -1;
     (void)runUntil([&] {
