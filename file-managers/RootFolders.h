@@ -26,6 +26,7 @@ struct RootFolder {
     NameHash name;
     std::uint64_t path; ///< a hash
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): of the generated comparisons
     auto operator<=>(const RootFolder&) const = default;
 };
 

@@ -36,10 +36,14 @@ std::string comparedPath(const QUrl& url) {
     return comparedPath(url.path(QUrl::FullyDecoded));
 }
 
-std::vector<RootFolder> rootFoldersIn(const QStringList& paths) {
+/// Nothing when they are too large.
+std::optional<std::vector<RootFolder>> rootFoldersIn(const QStringList& paths) {
     std::vector<RootFolder> folders;
-    folders.reserve(std::size_t(paths.size()));
+    qsizetype size = 0;
     for (const QString& each : paths) {
+        size += each.size();
+        if (size > maxRootFoldersSize)
+            return {};
         const std::string path = comparedPath(each);
         folders.push_back({.name = nameHash(path), .path = std::hash<std::string>()(path)});
     }
@@ -139,7 +143,7 @@ void ExtensionProxy::requestDirectories() {
 
 void ExtensionProxy::requestRootFolders(const RootFoldersAnswer& answer) {
     requestTexts(rootFolders, [answer](const std::optional<QStringList>& paths) {
-        answer(paths ? std::optional(rootFoldersIn(*paths)) : std::nullopt);
+        answer(paths ? rootFoldersIn(*paths) : std::nullopt);
     });
 }
 

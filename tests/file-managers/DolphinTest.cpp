@@ -89,7 +89,7 @@ TEST_F(Plugin, WaitsInTheFirstMenuForAHungBusAsLongAsForAHungExtension) {
     EXPECT_TRUE(runUntil([&] { return manager.menu({root}).size() == 1; })) << "it has answered";
 }
 
-TEST_F(Plugin, StartsTheExtensionOnceASecondAtTheMost) {
+TEST_F(Plugin, StartsTheExtensionOnceThePauseIsOver) {
     const ActivatableExtension extension;
     EXPECT_TRUE(runUntil([&] {
         manager.show(root);
@@ -100,8 +100,6 @@ TEST_F(Plugin, StartsTheExtensionOnceASecondAtTheMost) {
     runFor(milliseconds(500));
     EXPECT_EQ(extension.starts(), 1);
     EXPECT_TRUE(runUntil([&] { return extension.starts() == 2; })) << "later, and not never";
-    runFor(milliseconds(1200));
-    EXPECT_EQ(extension.starts(), 2) << "only on demand";
 }
 
 TEST_F(Plugin, LeavesAnExtensionThatHasEndedUntilSomethingIsShown) {
