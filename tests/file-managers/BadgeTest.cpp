@@ -40,6 +40,7 @@ TEST_F(Plugin, AnItemThatIsRefusedKeepsNoOtherWaiting) {
         manager.show(root + name);
     EXPECT_TRUE(getsBadge(root));
     const auto begin = Clock::now();
+    manager.show(root + "/bad");
     manager.show(other);
     EXPECT_TRUE(getsBadge(other));
     EXPECT_LT(Clock::now() - begin, milliseconds(500));
