@@ -183,14 +183,17 @@ class Session:
         those of every session's bus, but for those given here."""
         self.end_bus()
         self.configure_bus(services, folders, limits or {})
+        reader, writer = os.pipe()
         with open(self.bus_log, "wb") as log:
             self.daemon = subprocess.Popen(
                 ["setpriv", "--pdeathsig", "KILL",  # even if the tests are killed
-                 "dbus-daemon", f"--config-file={self.bus_configuration}", "--print-address",
-                 "--nofork", "--nopidfile"],
-                stdout=subprocess.PIPE, stderr=log, text=True, env=self.environment,
+                 "dbus-daemon", f"--config-file={self.bus_configuration}",
+                 f"--print-address={writer}", "--nofork", "--nopidfile"],
+                pass_fds=[writer], stdout=log, stderr=log, env=self.environment,
                 start_new_session=True)  # or Ctrl-C would end it before us
-        self.address = self.daemon.stdout.readline().strip()
+        os.close(writer)
+        with os.fdopen(reader) as address:
+            self.address = address.readline().strip()
         self.environment["DBUS_SESSION_BUS_ADDRESS"] = self.address
         assert startable_services(self.address) == {*services}
 
@@ -211,7 +214,6 @@ class Session:
         if self.daemon:
             self.daemon.terminate()  # and not killed: it removes its socket
             self.daemon.wait()
-            self.daemon.stdout.close()
 
     @property
     def bus_configuration(self):
