@@ -1,5 +1,6 @@
 """A program that owns the extension's name and answers what it likes."""
 
+import collections
 import contextlib
 import socket
 import struct
@@ -10,6 +11,7 @@ from conftest import BUS_NAME, TIMEOUT
 from jeepney import HeaderFields, MessageType, message_bus, new_error, new_method_return
 from jeepney.low_level import Endianness, parse_signature
 
+ERROR = "org.freedesktop.DBus.Error.Failed"
 MENU = "ba(sss)"
 BADGES = "as"
 
@@ -57,18 +59,20 @@ def value(signature, value):
     return "v", marshalled("v", (signature, value))
 
 
+USUAL = {name: value(*each) for name, each in PROPERTIES.items()} | {
+    "MenuForMenuKind": (MENU, menu())}
+
+
 class Impostor:
-    """`answers` says for each member and property what is answered: a signature and a marshalled
-    body, the name of an error, or None for nothing at all; and how long that takes, in seconds."""
+    """`answers` says for each member and property what is answered instead of the usual: a
+    signature and a marshalled body, the name of an error, or None for nothing at all; and `delay`
+    how long a menu takes, in seconds."""
 
     def __init__(self, session, answers, delay=0):
         self.connection = session.connect_to_bus()
-        self.answers = {name: value(*each) for name, each in PROPERTIES.items()} | {
-            "MenuForMenuKind": (MENU, menu()),
-        } | answers
+        self.answers = answers
         self.delay = delay
-        self.asked = 0
-        self.asked_for_menus = 0
+        self.asked = collections.Counter()
         self.connection.send_and_get_reply(message_bus.RequestName(BUS_NAME))
         self.thread = threading.Thread(target=self.serve, daemon=True)
         self.thread.start()
@@ -86,13 +90,14 @@ class Impostor:
         if call.header.message_type != MessageType.method_call:
             return
         member = call.header.fields[HeaderFields.member]
-        self.asked += 1
-        self.asked_for_menus += member == "MenuForMenuKind"
+        if member == "Get":
+            member = call.body[1]
+        self.asked[member] += 1
         if member == "RequestBadgeIdentifiersForURLs" and member not in self.answers:
             count = len(call.body[0])
             answer = (BADGES, texts("FolderIco", count))
         else:
-            answer = self.answers.get(call.body[1] if member == "Get" else member)
+            answer = (USUAL | self.answers).get(member)
         if answer is None:
             return
         if self.delay and member == "MenuForMenuKind":

@@ -5,11 +5,10 @@ import pytest
 from conftest import wait_for
 
 from hostile.conftest import NAMES, ROOT, TITLE, own_memory
-from hostile.impostor import BADGES, MENU, Impostor, marshalled, menu, texts, value
+from hostile.impostor import BADGES, ERROR, MENU, Impostor, marshalled, menu, texts, value
 
 MOST_ENTRIES = 16
 MOST_MEMORY = 256 << 10  # kilobytes, of a file manager that gets megabytes to read
-ERROR = "org.freedesktop.DBus.Error.Failed"
 NOTHING = {name: [] for name in NAMES}
 
 # Some file managers are still reading these when the time for a menu is over.
@@ -61,8 +60,8 @@ def each_alone(scene):
 def test_menus_that_come_late(scene, answer):
     impostor = Impostor(scene.session, {"MenuForMenuKind": LATE_MENUS[answer]})
     for name in each_alone(scene):
-        before = impostor.asked_for_menus
-        wait_for(lambda had=before: scene.menus() and impostor.asked_for_menus > had)
+        before = impostor.asked["MenuForMenuKind"]
+        wait_for(lambda had=before: scene.menus() and impostor.asked["MenuForMenuKind"] > had)
         # A title is cut, not dropped, if it comes in time.
         assert {label[:9] for label in ask(scene)[name]} <= ({"x" * 9} if "title" in answer else set())
     scene.recovers_from(impostor)
@@ -76,7 +75,7 @@ def test_invalid_menus(scene):
         wait_for(scene.are_badged)
         scene.attack = "invalid_menus, " + answer
         assert ask(scene) == NOTHING, answer
-        assert impostor.asked_for_menus >= len(NAMES)
+        assert impostor.asked["MenuForMenuKind"] >= len(NAMES)
     scene.recovers_from(impostor)
 
 
@@ -134,8 +133,8 @@ OTHERS = {
 def test_large_answers_about_badges(scene, answers):
     impostor = Impostor(scene.session, LARGE[answers])
     for name in each_alone(scene):
-        before = impostor.asked
-        wait_for(lambda had=before: scene.menus() and impostor.asked >= had + 2)
+        before = impostor.asked.total()
+        wait_for(lambda had=before: scene.menus() and impostor.asked.total() >= had + 2)
         ask(scene, times=10)
         assert not scene.are_badged() or name == "thunar"
     scene.recovers_from(impostor)
@@ -146,7 +145,7 @@ def test_badges_and_properties(scene):
     for name, answers in OTHERS.items():
         impostor.end()
         impostor = Impostor(scene.session, answers)
-        wait_for(lambda asked=impostor: asked.asked >= len(NAMES))
+        wait_for(lambda asked=impostor: asked.asked.total() >= len(NAMES))
         scene.attack = "badges_and_properties, " + name
         ask(scene, times=10)
         assert not scene.are_badged(), name
