@@ -1,109 +1,67 @@
 // The object's own calls go through its virtual slots: a subclass that overrides every one of them
 // sees them all.
 
+#include "extension/PublishedInterface.h"
 #include "tests/RecordingTest.h"
 
 #include <algorithm>
 #include <utility>
 
 using F = findersync::FinderSync;
+using platform::FIMenuKind;
 using platform::NSMenuItem;
 using platform::NSStream;
 using platform::NSStreamEvent;
 using platform::NSURL;
+using platform::Object;
 using tests::Strings;
 
 namespace {
 
-/// Notes every call of a slot and passes it on.
+/// Overrides a slot with one that notes each call and passes it on.
+#define NOTED(Result, slot, parameters, arguments)                                                 \
+    Result slot parameters override {                                                              \
+        return note(#slot), F::slot arguments;                                                     \
+    }
+
 class Overriding : public F {
 public:
-    const URL& myFolderURL() const override { return note(__func__), F::myFolderURL(); }
-    void setMyFolderURL(URL url) override { note(__func__), F::setMyFolderURL(std::move(url)); }
-    const Strings& pathsOfRootFolders() const override {
-        return note(__func__), F::pathsOfRootFolders();
-    }
-    void setPathsOfRootFolders(Strings paths) override {
-        note(__func__), F::setPathsOfRootFolders(std::move(paths));
-    }
-    std::uint32_t serverPort() const override { return note(__func__), F::serverPort(); }
-    void setServerPort(std::uint32_t port) override { note(__func__), F::setServerPort(port); }
-    bool isSocketConnected() const override { return note(__func__), F::isSocketConnected(); }
-    void setIsSocketConnected(bool isConnected) override {
-        note(__func__), F::setIsSocketConnected(isConnected);
-    }
-    std::int64_t displayUrlLink() const override { return note(__func__), F::displayUrlLink(); }
-    void setDisplayUrlLink(std::int64_t value) override {
-        note(__func__), F::setDisplayUrlLink(value);
-    }
-    std::int64_t displayBackup() const override { return note(__func__), F::displayBackup(); }
-    void setDisplayBackup(std::int64_t value) override {
-        note(__func__), F::setDisplayBackup(value);
-    }
-    const std::string& shareContactTitle() const override {
-        return note(__func__), F::shareContactTitle();
-    }
-    void setShareContactTitle(std::string title) override {
-        note(__func__), F::setShareContactTitle(std::move(title));
-    }
-    const std::string& shareViaUrlTitle() const override {
-        return note(__func__), F::shareViaUrlTitle();
-    }
-    void setShareViaUrlTitle(std::string title) override {
-        note(__func__), F::setShareViaUrlTitle(std::move(title));
-    }
-    const std::string& backupTitle() const override { return note(__func__), F::backupTitle(); }
-    void setBackupTitle(std::string title) override {
-        note(__func__), F::setBackupTitle(std::move(title));
-    }
-    void connect() override { note(__func__), F::connect(); }
-    void stream(NSStream& stream, NSStreamEvent event) override {
-        note(__func__), F::stream(stream, event);
-    }
-    F* init() override { return note(__func__), F::init(); }
-    void beginObservingDirectoryAtURL(const NSURL& url) override {
-        note(__func__), F::beginObservingDirectoryAtURL(url);
-    }
-    void endObservingDirectoryAtURL(const NSURL& url) override {
-        note(__func__), F::endObservingDirectoryAtURL(url);
-    }
-    std::string errnoDescription() override { return note(__func__), F::errnoDescription(); }
-    findersync::AttributesNames attributesNamesAtPath(const std::string& path) override {
-        return note(__func__), F::attributesNamesAtPath(path);
-    }
-    void requestBadgeIdentifierForURL(const NSURL& url) override {
-        note(__func__), F::requestBadgeIdentifierForURL(url);
-    }
-    std::shared_ptr<platform::NSMenu> menuForMenuKind(platform::FIMenuKind kind) override {
-        return note(__func__), F::menuForMenuKind(kind);
-    }
-    std::string JSONStringify(const platform::Object& value, bool isPretty) override {
-        return note(__func__), F::JSONStringify(value, isPretty);
-    }
-    platform::NSDictionary JSONParseDictionary(std::string_view text) override {
-        return note(__func__), F::JSONParseDictionary(text);
-    }
-    void sendClickedData(const std::string& type) override {
-        note(__func__), F::sendClickedData(type);
-    }
-    void createLinkClicked(const NSMenuItem* sender) override {
-        note(__func__), F::createLinkClicked(sender);
-    }
-    void backupClicked(const NSMenuItem* sender) override {
-        note(__func__), F::backupClicked(sender);
-    }
-    void shareContactsClicked(const NSMenuItem* sender) override {
-        note(__func__), F::shareContactsClicked(sender);
-    }
-    void inProgressClicked(const NSMenuItem* sender) override {
-        note(__func__), F::inProgressClicked(sender);
-    }
-    void notSyncedClicked(const NSMenuItem* sender) override {
-        note(__func__), F::notSyncedClicked(sender);
-    }
-    void syncedClicked(const NSMenuItem* sender) override {
-        note(__func__), F::syncedClicked(sender);
-    }
+    NOTED(const URL&, myFolderURL, () const, ())
+    NOTED(void, setMyFolderURL, (URL url), (std::move(url)))
+    NOTED(const Strings&, pathsOfRootFolders, () const, ())
+    NOTED(void, setPathsOfRootFolders, (Strings paths), (std::move(paths)))
+    NOTED(std::uint32_t, serverPort, () const, ())
+    NOTED(void, setServerPort, (std::uint32_t port), (port))
+    NOTED(bool, isSocketConnected, () const, ())
+    NOTED(void, setIsSocketConnected, (bool isConnected), (isConnected))
+    NOTED(std::int64_t, displayUrlLink, () const, ())
+    NOTED(void, setDisplayUrlLink, (std::int64_t value), (value))
+    NOTED(std::int64_t, displayBackup, () const, ())
+    NOTED(void, setDisplayBackup, (std::int64_t value), (value))
+    NOTED(const std::string&, shareContactTitle, () const, ())
+    NOTED(void, setShareContactTitle, (std::string title), (std::move(title)))
+    NOTED(const std::string&, shareViaUrlTitle, () const, ())
+    NOTED(void, setShareViaUrlTitle, (std::string title), (std::move(title)))
+    NOTED(const std::string&, backupTitle, () const, ())
+    NOTED(void, setBackupTitle, (std::string title), (std::move(title)))
+    NOTED(void, connect, (), ())
+    NOTED(void, stream, (NSStream & stream, NSStreamEvent event), (stream, event))
+    NOTED(F*, init, (), ())
+    NOTED(void, beginObservingDirectoryAtURL, (const NSURL& url), (url))
+    NOTED(void, endObservingDirectoryAtURL, (const NSURL& url), (url))
+    NOTED(std::string, errnoDescription, (), ())
+    NOTED(findersync::AttributesNames, attributesNamesAtPath, (const std::string& path), (path))
+    NOTED(void, requestBadgeIdentifierForURL, (const NSURL& url), (url))
+    NOTED(std::shared_ptr<platform::NSMenu>, menuForMenuKind, (FIMenuKind kind), (kind))
+    NOTED(std::string, JSONStringify, (const Object& value, bool isPretty), (value, isPretty))
+    NOTED(platform::NSDictionary, JSONParseDictionary, (std::string_view text), (text))
+    NOTED(void, sendClickedData, (const std::string& type), (type))
+    NOTED(void, createLinkClicked, (const NSMenuItem* sender), (sender))
+    NOTED(void, backupClicked, (const NSMenuItem* sender), (sender))
+    NOTED(void, shareContactsClicked, (const NSMenuItem* sender), (sender))
+    NOTED(void, inProgressClicked, (const NSMenuItem* sender), (sender))
+    NOTED(void, notSyncedClicked, (const NSMenuItem* sender), (sender))
+    NOTED(void, syncedClicked, (const NSMenuItem* sender), (sender))
 
     /// The slots called since the last asking, in order.
     Strings taken() { return std::exchange(notes_, {}); }
@@ -112,6 +70,24 @@ private:
     void note(const char* slot) const { notes_.emplace_back(slot); }
 
     mutable Strings notes_;
+};
+#undef NOTED
+
+/// Gives every published method something that it can be called with.
+struct Argument {
+    operator const NSURL&() const { return *url; }
+    operator NSStream&() const { return *platform::recording::inputStream(); }
+    operator NSStreamEvent() const { return {}; }
+    operator FIMenuKind() const { return {}; }
+    operator const Object&() const { return array; }
+    operator bool() const { return true; }
+    operator std::string_view() const { return "{}"; }
+    operator const std::string&() const { return text; }
+    operator const NSMenuItem*() const { return nullptr; }
+
+    std::shared_ptr<const NSURL> url = platform::fileURLWithPath("/a");
+    Object array{platform::NSArray()};
+    std::string text;
 };
 
 class Slots : public tests::RecordingTest {
@@ -184,7 +160,7 @@ TEST_F(Slots, BadgesMenusAndListingsReadThroughTheAccessors) {
                                         "pathsOfRootFolders", "pathsOfRootFolders"}));
 
     tests::script().selection = {platform::fileURLWithPath("/a/x")};
-    (void)started.menuForMenuKind(platform::FIMenuKind::ContextualMenuForItems);
+    (void)started.menuForMenuKind(FIMenuKind::ContextualMenuForItems);
     EXPECT_EQ(started.taken(),
               (Strings{"menuForMenuKind", "isSocketConnected", "pathsOfRootFolders",
                        "pathsOfRootFolders", "pathsOfRootFolders", "shareContactTitle",
@@ -195,23 +171,23 @@ TEST_F(Slots, BadgesMenusAndListingsReadThroughTheAccessors) {
     EXPECT_EQ(started.taken(), (Strings{"attributesNamesAtPath", "errnoDescription"}));
 }
 
-TEST_F(Slots, ActionsReportThroughTheirSlots) {
+TEST_F(Slots, EachPublishedMethodIsItsSlotAndActionsReportThroughTheirs) {
     auto& started = startConnected<Overriding>();
-    tests::script().selection = {platform::fileURLWithPath("/a/x")};
-    started.taken();
-    const auto slotsOf = [&started](void (F::*action)(const NSMenuItem*)) {
-        (started.*action)(nullptr);
-        return started.taken();
-    };
-    const auto expected = [](const char* action) {
-        return Strings{action, "sendClickedData", "JSONStringify"};
-    };
-    EXPECT_EQ(slotsOf(&F::createLinkClicked), expected("createLinkClicked"));
-    EXPECT_EQ(slotsOf(&F::backupClicked), expected("backupClicked"));
-    EXPECT_EQ(slotsOf(&F::shareContactsClicked), expected("shareContactsClicked"));
-    EXPECT_EQ(slotsOf(&F::inProgressClicked), expected("inProgressClicked"));
-    EXPECT_EQ(slotsOf(&F::notSyncedClicked), expected("notSyncedClicked"));
-    EXPECT_EQ(slotsOf(&F::syncedClicked), expected("syncedClicked"));
+    tests::script().selection.emplace();
+    for (const auto& [selector, method] : findersync::publishedMethods()) {
+        started.taken();
+        const auto call =
+            [&started]<typename Result, typename... Arguments>(Result (F::*slot)(Arguments...)) {
+                (void)(started.*slot)(static_cast<Arguments>(Argument())...);
+            };
+        std::visit(call, method);
+        const Strings slots = started.taken();
+        const std::string slot(selector.substr(0, selector.find(':')));
+        EXPECT_EQ(slots.front(), slot);
+        if (std::holds_alternative<findersync::Action>(method)) {
+            EXPECT_EQ(slots, (Strings{slot, "sendClickedData", "JSONStringify"}));
+        }
+    }
 }
 
 TEST_F(Slots, AnOverriddenValueIsTheOneThatIsUsed) {

@@ -7,8 +7,6 @@
 #include <limits>
 #include <utility>
 
-using platform::NSArray;
-using platform::NSData;
 using platform::Object;
 using tests::script;
 using tests::Strings;
@@ -149,18 +147,6 @@ TEST_F(StartUpDeath, ASuiteThatCannotBeOpened) {
     expectDeath("^fatal error: the shared settings cannot be opened: no such group\n$");
     script().suiteFailure = "";
     expectDeath("^fatal error: the shared settings cannot be opened\n$");
-}
-
-TEST_F(StartUpDeath, ATextSettingThatIsNotAString) {
-    const Object others[] = {number(5),   {true},     {1.5},
-                             {NSArray()}, {NSData()}, {platform::NSDictionary()}};
-    for (const std::string key :
-         {"RootFolder", "ShareContactTitle", "ShareViaUrlTitle", "BackupTitle"}) {
-        for (const Object& other : others) {
-            script().settings = {{key, other}};
-            expectDeath("^fatal error: the setting \"" + key + "\" is not a string\n$");
-        }
-    }
 }
 
 TEST_F(StartUpDeath, APortOutsideThirtyTwoBits) {
