@@ -39,15 +39,6 @@ TEST_F(BadgeAssignment, WithoutRootFoldersOneLineIsLoggedAndNothingElseIsAsked) 
     EXPECT_TRUE(calls("path: ").empty());
 }
 
-TEST_F(BadgeAssignment, ARootFolderGetsTheBadge) {
-    setRoots({"/Users/a/Sync"});
-    EXPECT_EQ(badgeOf(*makeURL("file:///Users/a/Sync/", "/Users/a/Sync")), "FolderIco");
-    EXPECT_EQ(badgeOf("/Users/a/Sync/doc.txt"), "");
-    EXPECT_EQ(badgeOf("/Users/a"), "");
-    EXPECT_EQ(badgeOf("/Users/a/Sync2"), "");
-    EXPECT_TRUE(world().assignments.empty()); // an empty identifier would be one, too
-}
-
 TEST_F(BadgeAssignment, ExaminationStopsAtTheFirstMatch) {
     setRoots({"/r0", "/r1", "/r2", "/r3", "/r4"});
     EXPECT_EQ(badgeOf("/r2"), "FolderIco");

@@ -10,22 +10,9 @@ namespace {
 class ClickReports : public tests::RecordingTest {
 protected:
     ClickReports() { startConnected(); }
-
-    std::string reportOn(const Strings& paths) {
-        select(paths);
-        world().received.clear();
-        extension->sendClickedData("clicked_backup");
-        return world().received;
-    }
 };
 
 class ClickReportsDeath : public ClickReports {};
-
-TEST_F(ClickReports, OneSelectedItemIsReportedByItsPath) {
-    EXPECT_EQ(reportOn({"/Users/u/Sync/a.txt"}),
-              R"({"items":["/Users/u/Sync/a.txt"],"type":"clicked_backup"})");
-    EXPECT_EQ(reportOn({"/b"}), R"({"items":["/b"],"type":"clicked_backup"})"); // read afresh
-}
 
 TEST_F(ClickReports, TheCallsAreMadeInTheExactOrder) {
     select({"/a", "/b"});

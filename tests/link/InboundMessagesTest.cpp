@@ -56,14 +56,6 @@ protected:
     }
 };
 
-TEST_F(InboundMessages, OneMessageIsTracedAndApplied) {
-    receive(addFolder("/a") + "\n");
-    EXPECT_EQ(trace(), "receiving\n"
-                       "server said: {\"type\":\"add_folder\",\"path\":\"/a\"}\n\n"
-                       "type - add_folder\n");
-    EXPECT_EQ(roots(), Strings{"/a"});
-}
-
 TEST_F(InboundMessages, TheIndexIsThatOfTheFirstEqualEntry) {
     receive(addFolder("/a") + "\n" + addFolder("/b") + "\n");
     forgetCalls();
@@ -182,25 +174,6 @@ TEST_F(InboundMessagesDeath, ThePathIsLookedUpBeforeTheListIsFetched) {
         EXPECT_EXIT(receive("{\"type\":\"" + std::string(type) + "\"}"),
                     testing::KilledBySignal(SIGABRT),
                     "print: type - " + std::string(type) + "\nfatal error");
-}
-
-TEST_F(InboundMessagesDeath, EarlierMessagesOfTheReadAreTracedBeforeTheEnd) {
-    EXPECT_EXIT(receive(addFolder("/a") + "\nnonsense\n"), testing::KilledBySignal(SIGABRT),
-                "print: type - add_folder\n"
-                "fatal error: line 2 of a read of 43 bytes: not JSON: nonsense\n$");
-}
-
-TEST_F(InboundMessagesDeath, ALocaleThatLacksATitle) {
-    const Strings titles = {"shareContactTitle", "shareViaUrlTitle", "backupTitle"};
-    for (const std::string& lacking : titles) {
-        std::string others = R"({"type":"set_locale")";
-        for (const std::string& title : titles)
-            others += title == lacking ? "" : ",\"" + title + R"(":"t")";
-        expectFatalLine(others + "}", "no \"" + lacking + "\"");
-        for (const char* other : {"5", "null", "[]"})
-            expectFatalLine(others + ",\"" + lacking + "\":" + other + "}",
-                            "\"" + lacking + "\" is not a string");
-    }
 }
 
 TEST_F(InboundMessagesDeath, NoMemoryForTheBuffer) {

@@ -38,24 +38,9 @@ protected:
     }
 
     void setRoots(Strings roots) { extension->setPathsOfRootFolders(std::move(roots)); }
-
-    const MenuItem link = {.title = "Link",
-                           .action = "createLinkClicked:",
-                           .keyEquivalent = "",
-                           .image = "icon_URLlink"};
 };
 
 class ContextMenuDeath : public ContextMenu {};
-
-TEST_F(ContextMenu, AnItemInsideARootFolderGetsTheLinkEntry) {
-    setRoots({"/a/Sync"});
-    select({"/a/Sync/x"});
-    EXPECT_EQ(menu(), std::vector{link});
-    EXPECT_EQ(trace(), "path: Optional(\"/a/Sync/x\")\n");
-    EXPECT_TRUE(calls("NSLog").empty());
-    extension->setDisplayUrlLink(0); // is not consulted
-    EXPECT_EQ(menu(), std::vector{link});
-}
 
 TEST_F(ContextMenu, TheMenuIsBuiltInTheExactOrderAndTheDroppedEntryIsPreparedToo) {
     setRoots({"/a/Sync"});
