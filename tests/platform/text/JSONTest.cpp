@@ -4,9 +4,9 @@
 
 #include <gtest/gtest.h>
 #include <string>
+#include <utility>
 
 using platform::NSArray;
-using platform::NSDictionary;
 using platform::Object;
 using platform::text::parseJSON;
 
@@ -26,27 +26,24 @@ TEST(JSON, NumbersThatOverflowADoubleAreErrors) {
     EXPECT_EQ(parse("[" + std::string(131, '9') + "1e9999]"), std::nullopt);
 }
 
-TEST(JSON, NumbersThatUnderflowAreZero) {
-    EXPECT_EQ(parse("[1e-999]"), (Object{NSArray{{0.0}}}));
-}
-
 TEST(JSON, ANumberIsTheClosestDouble) {
-    EXPECT_EQ(parse("[3539.1e-23]"), (Object{NSArray{{3539.1e-23}}}));
-    EXPECT_EQ(parse("[92233223372036854775807]"), (Object{NSArray{{92233223372036854775807.0}}}));
-    EXPECT_EQ(parse("[1.7976931348623157e308]"), (Object{NSArray{{1.7976931348623157e308}}}));
-    EXPECT_EQ(parse("[5e-324]"), (Object{NSArray{{5e-324}}}));
-}
-
-TEST(JSON, ZeroStaysZeroWhateverItsExponent) {
-    EXPECT_EQ(parse("[0e700,0.0e999]"), (Object{NSArray{{0.0}, {0.0}}}));
+    const std::pair<const char*, double> numbers[] = {
+        {"3539.1e-23", 3539.1e-23},
+        {"92233223372036854775807", 92233223372036854775807.0},
+        {"1.7976931348623157e308", 1.7976931348623157e308},
+        {"5e-324", 5e-324},
+        {"1e-999", 0.0},
+        {"0e700", 0.0},
+        {"0.0e999", 0.0}};
+    for (const auto& [text, number] : numbers)
+        EXPECT_EQ(parse("[" + std::string(text) + "]"), (Object{NSArray{{number}}})) << text;
 }
 
 TEST(JSON, IntegersMayHaveAnyLength) {
-    EXPECT_TRUE(parse("[18446744073709551615]").has_value());
-    EXPECT_TRUE(parse("[18446744073709551616]").has_value());
-    EXPECT_TRUE(parse("[-9223372036854775809]").has_value());
-    EXPECT_TRUE(parse("[" + std::string(400, '9') + "]").has_value());
-    EXPECT_TRUE(parse("[-" + std::string(2000, '9') + "]").has_value());
+    for (const std::string& number :
+         {std::string("18446744073709551615"), std::string("18446744073709551616"),
+          std::string("-9223372036854775809"), std::string(400, '9'), "-" + std::string(2000, '9')})
+        EXPECT_TRUE(parse("[" + number + "]").has_value()) << number;
     EXPECT_TRUE(parse("{\"a\":" + std::string(900, '1') + ",\"type\":\"x\"}").has_value());
 }
 
