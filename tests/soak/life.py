@@ -60,12 +60,15 @@ class Written:
         self.file = open(path, "rb")
         self.unread = b""
 
-    def expect(self, expected):
-        """Waits until exactly this has been appended."""
+    def read_until(self, is_enough):
         deadline = time.monotonic() + TIMEOUT
-        while len(self.unread) < len(expected) and time.monotonic() < deadline:
+        while not is_enough() and time.monotonic() < deadline:
             self.unread += self.file.read()
             time.sleep(0.0002)
+
+    def expect(self, expected):
+        """Waits until exactly this has been appended."""
+        self.read_until(lambda: len(self.unread) >= len(expected))
         if not self.unread.startswith(expected):
             at = len(os.path.commonprefix([self.unread, expected]))
             raise Different(f"{self.path.name}: expected ...{expected[at:at + 600]!r}\n"
@@ -74,10 +77,7 @@ class Written:
 
     def line(self):
         """Waits until a line has been appended."""
-        deadline = time.monotonic() + TIMEOUT
-        while b"\n" not in self.unread and time.monotonic() < deadline:
-            self.unread += self.file.read()
-            time.sleep(0.0002)
+        self.read_until(lambda: b"\n" in self.unread)
         line, end, self.unread = self.unread.partition(b"\n")
         return line + end
 
