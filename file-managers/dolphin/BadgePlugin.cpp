@@ -4,7 +4,6 @@
 #include "file-managers/dolphin/ShownItems.h"
 
 #include <KOverlayIconPlugin>
-#include <QThread>
 
 namespace file_managers {
 
@@ -17,15 +16,7 @@ public:
         connect(&shown_, &ShownItems::badgesChanged, this, &KOverlayIconPlugin::overlaysChanged);
     }
 
-    QStringList getOverlays(const QUrl& item) override {
-        if (QThread::currentThread() == thread())
-            return shown_.show(item);
-        // File managers are to call this in the main thread. Any other thread gets its answer
-        // there.
-        const auto show = [this, item] { Q_EMIT overlaysChanged(item, shown_.show(item)); };
-        QMetaObject::invokeMethod(this, show, Qt::QueuedConnection);
-        return {};
-    }
+    QStringList getOverlays(const QUrl& item) override { return shown_.show(item); }
 
 private:
     Products products_;

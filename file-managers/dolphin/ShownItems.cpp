@@ -1,5 +1,6 @@
 #include "file-managers/dolphin/ShownItems.h"
 
+#include <QThread>
 #include <algorithm>
 #include <iterator>
 #include <utility>
@@ -16,9 +17,15 @@ constexpr int maxItems = 20000;
 ShownItems::ShownItems(Products& products) : products_(products) {
     connect(&products, &Products::appeared, this, &ShownItems::addBadges);
     connect(&products, &Products::gone, this, &ShownItems::removeBadges);
+    connect(this, &ShownItems::shownInOtherThread, this,
+            [this](const QUrl& url) { Q_EMIT badgesChanged(url, show(url)); });
 }
 
 QStringList ShownItems::show(const QUrl& url) {
+    if (QThread::currentThread() != thread()) {
+        Q_EMIT shownInOtherThread(url);
+        return {};
+    }
     // On the signal, the file manager calls this to read the badges, which does not count as
     // showing.
     if (isSignalling_)

@@ -28,13 +28,16 @@ public:
     explicit ShownItems(Products& products);
 
     /// The file manager shows an item. Returns the icons of its badges, as far as they are known,
-    /// in the order of the products' names.
+    /// in the order of the products' names. File managers are to call this in the main thread; any
+    /// other thread gets no icons, but a signal in the main thread.
     QStringList show(const QUrl& url);
 
 Q_SIGNALS:
     /// Is emitted from the event loop, for all items that have changed meanwhile, at once or after
     /// `noticeInterval`.
     void badgesChanged(const QUrl& url, const QStringList& icons);
+
+    void shownInOtherThread(const QUrl& url);
 
 private:
     [[nodiscard]] QStringList icons(const QUrl& url) const;
