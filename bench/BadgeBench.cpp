@@ -3,20 +3,18 @@
 //
 // Standard input holds the cases: an item's path on a line, its root folders on one line each, and
 // an empty line. All cases take turns, that many times. The log goes to standard error, which must
-// be a Unix stream socket; $JOURNAL_STREAM decides how its lines begin. Prints the number of a case
-// and the nanoseconds of a request, bare and by the extension, for each turn, and at the end how
-// many bytes have been written to the log.
+// be a Unix stream socket and the one that $JOURNAL_STREAM names. Prints the number of a case and
+// the nanoseconds of a request, bare and by the extension, for each turn, and at the end how many
+// bytes have been written to the log.
 
 #include "bench/SystemCall.h"
 #include "extension/FinderSync.h"
 #include "platform/linux/BufferedOutput.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <iostream>
 #include <linux/sockios.h>
 #include <list>
@@ -33,19 +31,6 @@ using findersync::FinderSync;
 using findersync::bench::checked;
 
 constexpr std::size_t linesPerTurn = 4'000;
-
-/// What starts a line now. Its length stays the same.
-std::string linePrefix() {
-    if (std::getenv("JOURNAL_STREAM") != nullptr)
-        return "<7>";
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    (void)::localtime_r(&now, &local);
-    char date[sizeof "2026-01-31 12:00:00.000 "];
-    const std::size_t size = std::strftime(date, sizeof date, "%F %T.000 ", &local);
-    return std::string(date, size) + program_invocation_short_name + "[" +
-           std::to_string(::getpid()) + "] ";
-}
 
 /// Waits until the log's reader has read everything, so that no turn pays for the one before.
 void waitForReader() {
@@ -72,11 +57,11 @@ class Case {
 public:
     Case(const std::string& item, const std::vector<std::string>& roots)
         : item_(platform::fileURLWithPath(item)) {
-        const std::string prefix = linePrefix();
-        lines_.push_back(prefix + "requestBadgeIdentifierForURL: " + item_->description() + "\n");
+        // In the form of the journal.
+        lines_.push_back("<7>requestBadgeIdentifierForURL: " + item_->description() + "\n");
         for (const std::string& root : roots) {
-            lines_.push_back(prefix + "curpath: " + root + "\n");
-            lines_.push_back(prefix + "path: " + item + "\n");
+            lines_.push_back("<7>curpath: " + root + "\n");
+            lines_.push_back("<7>path: " + item + "\n");
         }
         requests_ = std::max<std::size_t>(1, linesPerTurn / lines_.size());
         extension_.setPathsOfRootFolders(roots);

@@ -13,8 +13,6 @@
 
 // The C library's own allocator, by the names that stay reachable when the usual ones are replaced.
 extern "C" {
-void* __libc_malloc(std::size_t);
-void* __libc_calloc(std::size_t, std::size_t);
 void* __libc_memalign(std::size_t, std::size_t);
 void __libc_free(void*);
 }
@@ -55,8 +53,14 @@ Note* noteOf(void* memory) {
     return static_cast<Note*>(memory) - 1;
 }
 
-/// Notes the size in the room before `offset`, and gives what the program gets to see.
-void* noted(void* block, std::size_t offset, std::size_t size) {
+void* allocate(std::size_t alignment, std::size_t size) {
+    const std::size_t offset = alignment > sizeof(Note) ? alignment : sizeof(Note);
+    std::size_t total = 0;
+    if (__builtin_add_overflow(size, offset, &total)) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    void* const block = __libc_memalign(alignment, total);
     if (block == nullptr)
         return nullptr;
     void* const memory = static_cast<std::byte*>(block) + offset;
@@ -66,29 +70,12 @@ void* noted(void* block, std::size_t offset, std::size_t size) {
     return memory;
 }
 
-/// The size of a block together with the room for its note, or 0 when there is no such size.
-std::size_t sizeWithRoom(std::size_t size, std::size_t room) {
-    std::size_t sum = 0;
-    if (__builtin_add_overflow(size, room, &sum)) {
-        errno = ENOMEM;
-        return 0;
-    }
-    return sum;
-}
-
-void* allocateAligned(std::size_t alignment, std::size_t size) {
-    const std::size_t offset = alignment > sizeof(Note) ? alignment : sizeof(Note);
-    const std::size_t total = sizeWithRoom(size, offset);
-    return total == 0 ? nullptr : noted(__libc_memalign(alignment, total), offset, size);
-}
-
 } // namespace
 
 extern "C" {
 
 void* malloc(std::size_t size) {
-    const std::size_t total = sizeWithRoom(size, sizeof(Note));
-    return total == 0 ? nullptr : noted(__libc_malloc(total), sizeof(Note), size);
+    return allocate(alignof(Note), size);
 }
 
 void* calloc(std::size_t count, std::size_t elementSize) {
@@ -97,8 +84,8 @@ void* calloc(std::size_t count, std::size_t elementSize) {
         errno = ENOMEM;
         return nullptr;
     }
-    const std::size_t total = sizeWithRoom(size, sizeof(Note));
-    return total == 0 ? nullptr : noted(__libc_calloc(1, total), sizeof(Note), size);
+    void* const memory = allocate(alignof(Note), size);
+    return memory == nullptr ? nullptr : std::memset(memory, 0, size);
 }
 
 void free(void* memory) {
@@ -127,15 +114,15 @@ void* realloc(void* memory, std::size_t size) {
 }
 
 void* memalign(std::size_t alignment, std::size_t size) {
-    return allocateAligned(alignment, size);
+    return allocate(alignment, size);
 }
 
 void* aligned_alloc(std::size_t alignment, std::size_t size) {
-    return allocateAligned(alignment, size);
+    return allocate(alignment, size);
 }
 
 int posix_memalign(void** result, std::size_t alignment, std::size_t size) {
-    *result = allocateAligned(alignment, size);
+    *result = allocate(alignment, size);
     return *result == nullptr ? ENOMEM : 0;
 }
 

@@ -30,16 +30,9 @@ GType provider = G_TYPE_INVALID;
 extern "C" {
 
 G_MODULE_EXPORT void caja_module_initialize(GTypeModule* module) {
-    const GTypeInfo type = {.class_size = sizeof(GObjectClass),
-                            .base_init = nullptr,
-                            .base_finalize = nullptr,
-                            .class_init = nullptr,
-                            .class_finalize = nullptr,
-                            .class_data = nullptr,
-                            .instance_size = sizeof(GObject),
-                            .n_preallocs = 0,
-                            .instance_init = nullptr,
-                            .value_table = nullptr};
+    GTypeInfo type{};
+    type.class_size = sizeof(GObjectClass);
+    type.instance_size = sizeof(GObject);
     const GInterfaceInfo info = {&initializeInfoProvider, nullptr, nullptr};
     const GInterfaceInfo menu = {&initializeMenuProvider, nullptr, nullptr};
     provider =

@@ -38,23 +38,14 @@ struct TraceCounter {
 
     void add(std::string_view piece) {
         bytes += piece.size();
-        for (auto end = piece.find('\n'); end != std::string_view::npos; end = piece.find('\n')) {
-            if (begun.empty()) {
-                addLine(piece.substr(0, end));
-            } else {
-                addLine(begun.append(piece.substr(0, end)));
-                begun.clear();
-            }
-            piece.remove_prefix(end + 1);
-        }
         begun.append(piece);
-    }
-
-    void addLine(std::string_view line) {
-        if (line.starts_with("type - "))
-            ++lines;
-        else if (line == "receiving")
-            ++events;
+        std::string_view left = begun;
+        for (auto end = left.find('\n'); end != std::string_view::npos; end = left.find('\n')) {
+            lines += left.starts_with("type - ") ? 1U : 0U;
+            events += left.starts_with("receiving\n") ? 1U : 0U;
+            left.remove_prefix(end + 1);
+        }
+        begun.erase(0, begun.size() - left.size());
     }
 };
 

@@ -150,29 +150,24 @@ def badge(session, report):
     text = "".join(f"{BADGE[name][0]}\n" +
                    "".join(f"{BADGE[name][1 + number % 2]}{number:04}\n" for number in range(count))
                    + "\n" for name, count in cases)
-    for is_journal in (True, False):
-        sink = LogSink()
-        *lines, (written,) = session.run(
-            "badge-bench", 1 if session.is_quick else 31, text=text, error=sink,
-            environment=sink.environment if is_journal else ())
-        if sink.close() != int(written):
-            raise CannotMeasure("the extension's log differs in length from the bare one")
-        bare_times, times = {}, {}
-        for number, case in enumerate(cases):
-            pairs = [(float(bare), float(real))
-                     for index, bare, real in lines if int(index) == number]
-            bare_times[case], times[case] = (median(column) for column in zip(*pairs))
-            if case[1] in JUDGED_ROOT_COUNTS:
-                form = "" if is_journal else ", log with time"
-                report.pairs(f"badge request, {case[0]}, {case[1]} roots{form}", pairs, "ns",
-                             at_most=1.25 if is_journal else None)
-        for name in BADGE if is_journal else ():
-            columns = [[table[name, count] for count in ROOT_COUNTS]
-                       for table in (bare_times, times)]
-            bare, real = (linear_regression(ROOT_COUNTS, column) for column in columns)
-            report.figure(f"badge request, {name}, per further root", real.slope / bare.slope)
-            report.figure(f"badge request, {name}, per further root, r squared",
-                          correlation(ROOT_COUNTS, columns[1]) ** 2, at_least=0.99, decimals=4)
+    sink = LogSink()
+    *lines, (written,) = session.run("badge-bench", 1 if session.is_quick else 31, text=text,
+                                     error=sink, environment=sink.environment)
+    if sink.close() != int(written):
+        raise CannotMeasure("the extension's log differs in length from the bare one")
+    bare_times, times = {}, {}
+    for number, case in enumerate(cases):
+        pairs = [(float(bare), float(real))
+                 for index, bare, real in lines if int(index) == number]
+        bare_times[case], times[case] = (median(column) for column in zip(*pairs))
+        if case[1] in JUDGED_ROOT_COUNTS:
+            report.pairs(f"badge request, {case[0]}, {case[1]} roots", pairs, "ns", at_most=1.25)
+    for name in BADGE:
+        columns = [[table[name, count] for count in ROOT_COUNTS] for table in (bare_times, times)]
+        bare, real = (linear_regression(ROOT_COUNTS, column) for column in columns)
+        report.figure(f"badge request, {name}, per further root", real.slope / bare.slope)
+        report.figure(f"badge request, {name}, per further root, r squared",
+                      correlation(ROOT_COUNTS, columns[1]) ** 2, at_least=0.99, decimals=4)
 
 
 def click(session, report):
@@ -210,12 +205,11 @@ def bus(session, report):
                            environment=sink.environment) as extension):
             announce_entries(extension)
             trace = extension.drain()
-            *pairs, answer = session.run("bus-bench", 50 if session.is_quick else 5000, call,
-                                         text="\n".join([item, "", *roots, ""]))
+            pairs, _ = session.round_trips(50 if session.is_quick else 5000, call,
+                                           "\n".join([item, "", *roots, ""]))
         trace.wait()
         if sink.close() == 0:
             raise CannotMeasure("the extension does not log")
-        pairs = [(float(bare), float(real)) for bare, real in pairs]
         report.medians(f"bus, {what}", pairs, "us", at_most=1.3)
     os.sched_setaffinity(session.bus.pid, before)
     os.sched_setaffinity(0, before)
@@ -227,10 +221,9 @@ def badges_of_a_folder(session, report):
         f"{REPORTS}/Folder {number:05}\n" for number in range(300))
     with (session.link(session.bench("empty-program", "")),
           session.link([*session.extension, "--log-level", "warning"])):
-        *pairs, answer = session.run("bus-bench", 1 if session.is_quick else 30, "badges", text=text)
+        pairs, answer = session.round_trips(1 if session.is_quick else 30, "badges", text)
     if answer != ["1000", "0"]:
         raise CannotMeasure(f"1,000 items have got other badges than none: {answer}")
-    pairs = [(float(bare), float(real)) for bare, real in pairs]
     report.medians("bus, 1,000 badges, 300 roots, log off", pairs, "us", at_most=2.0)
 
 
@@ -254,9 +247,8 @@ def many_roots(session, report):
                 announce_entries(extension)
                 for call in calls:
                     times = 3 if session.is_quick or count > 1000 else 11
-                    *pairs, _ = session.run("bus-bench", times, call, text=text)
-                    report.medians(f"bus, {call}, {count} roots, log level {level}",
-                                   [(float(bare), float(real)) for bare, real in pairs], "us")
+                    pairs, _ = session.round_trips(times, call, text)
+                    report.medians(f"bus, {call}, {count} roots, log level {level}", pairs, "us")
                 if level == "warning":
                     report.figure(f"announcing one more than {count} roots, processor time",
                                   announcing(extension) / bare)

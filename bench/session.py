@@ -4,7 +4,6 @@ import json
 import os
 import pathlib
 import re
-import signal
 import socket
 import subprocess
 import time
@@ -22,29 +21,22 @@ class CannotMeasure(Exception):
     pass
 
 
-class Program:
+class Program(subprocess.Popen):
     """A child process. It is killed at the end of the `with` block unless it has ended by then."""
 
     def __init__(self, command, output, error, environment):
-        streams = [(os.POSIX_SPAWN_DUP2, output, 1), (os.POSIX_SPAWN_DUP2, error, 2)]
-        command = [str(argument) for argument in command]
         self.started = time.monotonic_ns()
-        self.pid = os.posix_spawnp(command[0], command, environment, file_actions=streams)
-
-    def __enter__(self):
-        return self
+        super().__init__([str(argument) for argument in command], stdout=output, stderr=error,
+                         env=environment, close_fds=False)  # which lets it use posix_spawn
 
     def __exit__(self, *_):
-        if self.pid:
-            os.kill(self.pid, signal.SIGKILL)
-            os.waitpid(self.pid, 0)
+        self.kill()
+        self.wait()
 
     def end(self):
         """Asks the program to end, which it must do with exit code 0."""
-        os.kill(self.pid, signal.SIGTERM)
-        _, status = os.waitpid(self.pid, 0)
-        self.pid = None
-        if status != 0:
+        self.terminate()
+        if self.wait() != 0:
             raise CannotMeasure("a program did not end well when it was told to")
 
     def processor_time(self):
@@ -161,6 +153,11 @@ class Session:
         link.connected = time.monotonic_ns()
         link.connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
         return link
+
+    def round_trips(self, calls, call, text):
+        """Microseconds of each, of the empty program and of ours, and the words of the answer."""
+        *pairs, answer = self.run("bus-bench", calls, call, text=text)
+        return [tuple(map(float, pair)) for pair in pairs], answer
 
     def run(self, name, *arguments, descriptors=(), output=subprocess.PIPE, error=None,
             environment=(), text=None):
