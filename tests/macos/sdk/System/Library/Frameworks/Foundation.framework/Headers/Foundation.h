@@ -140,8 +140,7 @@ enum : NSStringEncoding { NSUTF8StringEncoding = 4 };
 @property (readonly) NSUInteger count;
 + (instancetype)array;
 + (instancetype)arrayWithObject:(ObjectType)anObject;
-+ (instancetype)arrayWithObjects:(const ObjectType _Nonnull[_Nonnull])objects
-                           count:(NSUInteger)cnt;
++ (instancetype)arrayWithObjects:(const ObjectType _Nonnull[_Nonnull])objects count:(NSUInteger)cnt;
 @property (nullable, nonatomic, readonly) ObjectType lastObject;
 - (ObjectType)objectAtIndex:(NSUInteger)index;
 - (NSString*)componentsJoinedByString:(NSString*)separator;
