@@ -95,7 +95,7 @@ class Desktop(Session):
         self.screen = subprocess.Popen(
             # It is not to start over when a client was the only one, and goes.
             ["Xvfb", "-displayfd", str(writer), "-screen", "0", "1000x700x24", "-nolisten", "tcp",
-             "-noreset", "-fbdir", self.folder],
+             "-noreset", "-nocursor", "-fbdir", self.folder],
             pass_fds=[writer], stderr=subprocess.DEVNULL)
         os.close(writer)
         with os.fdopen(reader) as display:
