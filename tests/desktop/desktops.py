@@ -303,12 +303,12 @@ def name_of(file_manager):
     return file_manager.__name__
 
 
-def tests_of(*file_managers):
+def only_in(*file_managers):
     return pytest.mark.parametrize("file_manager", file_managers, ids=name_of, indirect=True)
 
 
-with_badges = tests_of(caja, nemo, gnome_files, dolphin)
-with_named_entries = tests_of(caja, nemo, gnome_files, thunar)
+with_badges = only_in(caja, nemo, gnome_files, dolphin)
+with_named_entries = only_in(caja, nemo, gnome_files, thunar)
 
 
 @pytest.fixture

@@ -16,7 +16,7 @@ import time
 
 from conftest import line, wait_for
 from desktops import (BADGE, FILE_MANAGERS, LINK, Desktop, desktop, dolphin,  # noqa: F401
-                      file_manager, gnome_files, tests_of, thunar, with_badges)
+                      file_manager, gnome_files, only_in, thunar, with_badges)
 from hostile.impostor import ERROR, Impostor
 
 LONGEST_ANSWER = 0.2  # seconds, to a key
@@ -190,7 +190,7 @@ def test_a_thousand_long_paths(desktop, file_manager):
     wait_for(lambda: not file_manager.has_badge("Sync"), "no badge")
 
 
-@tests_of(gnome_files, dolphin, thunar)  # Caja and Nemo take the entries out of an open menu
+@only_in(gnome_files, dolphin, thunar)  # Caja and Nemo take the entries out of an open menu
 def test_entries_picked_once_the_extension_has_ended(desktop, file_manager):
     folder, peer = opened(desktop, file_manager)
     for _ in range(PICKS):

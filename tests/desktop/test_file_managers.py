@@ -6,7 +6,7 @@ import signal
 
 from conftest import BUS_NAME, line, wait_for
 from desktops import (BACKUP, ENTRY_ICON, LINK, caja, desktop, dolphin, file_manager,  # noqa: F401
-                      gnome_files, nemo, tests_of, thunar, with_badges, with_named_entries)
+                      gnome_files, nemo, only_in, thunar, with_badges, with_named_entries)
 from jeepney import message_bus
 
 
@@ -69,14 +69,14 @@ def test_the_background_of_a_folder_gets_no_entries(desktop, file_manager):
     file_manager.expect_menu_without(LINK)
 
 
-@tests_of(thunar)
+@only_in(thunar)
 def test_the_location_bar_gets_no_entries(desktop, file_manager):
     opened_below_root_folder(desktop, file_manager)
     desktop.accessible("menu", "thunar", "toggle button", "Inside")
     file_manager.expect_menu_without(LINK)
 
 
-@tests_of(caja, nemo, thunar)  # the others search with programs that the tests do not install
+@only_in(caja, nemo, thunar)  # the others search with programs that the tests do not install
 def test_what_a_search_finds_gets_badges_and_entries(desktop, file_manager):
     folder, peer = opened(desktop, file_manager)
     desktop.announce(peer, folder / "Sync", folder / "Sync/Inside")
@@ -106,7 +106,7 @@ def test_what_is_in_the_trash_is_not_asked_about(desktop, file_manager):
     assert {call.split()[0] for call in extension.output().splitlines()} == {"get"}
 
 
-@tests_of(caja)  # and not Nemo, whose desktop is another program
+@only_in(caja)  # and not Nemo, whose desktop is another program
 def test_the_desktop_shows_badges_and_entries(desktop, file_manager):
     root = desktop.home / "Desktop/Sync"
     root.mkdir(parents=True)
@@ -123,7 +123,7 @@ def test_the_desktop_shows_badges_and_entries(desktop, file_manager):
     assert "x-caja-desktop" not in extension.output()
 
 
-@tests_of(gnome_files)  # Caja and Nemo end the entries of a file that goes, and Thunar does not tell
+@only_in(gnome_files)  # Caja and Nemo end the entries of a file that goes, and Thunar does not tell
 def test_a_file_that_goes_while_its_menu_is_open_is_not_reported(desktop, file_manager):
     folder, peer = opened(desktop, file_manager, "Sync")
     desktop.announce(peer, folder / "Sync")
@@ -135,7 +135,7 @@ def test_a_file_that_goes_while_its_menu_is_open_is_not_reported(desktop, file_m
     assert json.loads(peer.connection.recv(4096))["items"] == []
 
 
-@tests_of(caja, dolphin)
+@only_in(caja, dolphin)
 def test_products_beside_one_that_hangs_and_one_that_answers_nonsense(desktop, file_manager):
     badge_of_second = (0, 255, 255)
     desktop.add_images("org.second", badge_of_second, title="Second", entry=(255, 255, 0))
