@@ -61,7 +61,7 @@ public:
     void requestBadges(const QStringList& urls, const BadgesAnswer& answer);
 
     /// Asks for the root folders. The answer is nothing when they cannot be had.
-    using RootFoldersAnswer = std::function<void(std::optional<std::vector<RootFolder>>)>;
+    using RootFoldersAnswer = std::function<void(RootFolders::List)>;
     void requestRootFolders(const RootFoldersAnswer& answer);
 
     /// Whether to ask the extension for a menu: after one that it did not answer in time, not until

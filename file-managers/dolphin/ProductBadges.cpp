@@ -14,7 +14,8 @@ ProductBadges::ProductBadges(ExtensionProxy& extension, const Items& items, Chan
     rootFoldersRetry_.callOnTimeout([this] { requestRootFolders(); });
     connect(&extension_, &ExtensionProxy::rootFoldersChanged, this,
             [this] { readRootFolders_.request(); });
-    requestRootFolders(); // before the badges, so that none of these is older
+    if (rootFolders_.request()) // before the badges, so that none of these is older
+        requestRootFolders();
     requestOutdated();
 }
 
@@ -24,26 +25,15 @@ void ProductBadges::request(const QUrl& item) {
         sendTimer_.start(0); // collects requests until the file manager is idle
 }
 
-/// One request at a time.
 void ProductBadges::requestRootFolders() {
-    areRootFoldersOutdated_ = areRootFoldersPending_;
-    if (areRootFoldersPending_ || rootFoldersRetry_.isActive())
-        return;
-    areRootFoldersPending_ = true;
     extension_.requestRootFolders([this](auto folders) { rootFoldersRead(std::move(folders)); });
 }
 
-void ProductBadges::rootFoldersRead(std::optional<std::vector<RootFolder>> folders) {
-    areRootFoldersPending_ = false;
-    if (folders) {
-        rootFolders_.replace(*std::move(folders));
-        rootFoldersBackoff_.reset();
-    } else {
-        rootFolders_.forget();
-        rootFoldersRetry_.start(rootFoldersBackoff_.next());
-    }
+void ProductBadges::rootFoldersRead(RootFolders::List folders) {
+    if (const auto pause = rootFolders_.take(std::move(folders)))
+        rootFoldersRetry_.start(*pause);
     requestOutdated();
-    if (std::exchange(areRootFoldersOutdated_, false))
+    if (rootFolders_.areOutdated())
         readRootFolders_.request();
 }
 

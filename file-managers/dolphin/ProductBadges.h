@@ -16,7 +16,6 @@
 #include <QUrl>
 #include <functional>
 #include <list>
-#include <optional>
 #include <vector>
 
 namespace file_managers {
@@ -55,7 +54,7 @@ private:
     };
 
     void requestRootFolders();
-    void rootFoldersRead(std::optional<std::vector<RootFolder>> folders);
+    void rootFoldersRead(RootFolders::List folders);
     void requestOutdated();
     void send();
     template <typename Urls> [[nodiscard]] Batch takeFrom(Urls& items, int most) const;
@@ -67,10 +66,10 @@ private:
     const Items& items_;
     const Changed changed_;
     RootFolders rootFolders_;
-    bool areRootFoldersPending_ = false;
-    bool areRootFoldersOutdated_ = false; ///< they have changed while they were pending
-    PacedCall readRootFolders_{[this] { requestRootFolders(); }};
-    Backoff rootFoldersBackoff_;
+    PacedCall readRootFolders_{[this] {
+        if (rootFolders_.request())
+            requestRootFolders();
+    }};
     QTimer rootFoldersRetry_;
     QHash<QUrl, QString> badges_; ///< identifiers, of the items that have one
     QSet<QUrl> recent_;           ///< answered since the root folders were read

@@ -58,7 +58,7 @@ public:
     [[nodiscard]] std::optional<std::string> watchedPath(const char* url) const;
 
     /// Asks for the root folders. `answer` gets nothing when they cannot be had.
-    using RootFoldersAnswer = std::function<void(std::optional<std::vector<RootFolder>>)>;
+    using RootFoldersAnswer = std::function<void(RootFolders::List)>;
     void requestRootFolders(RootFoldersAnswer answer);
 
     /// Asks for the badges of items. `answer` gets one identifier for each URL, in their order, ""

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <iterator>
 #include <memory>
-#include <optional>
 #include <utility>
 
 namespace file_managers {
@@ -41,26 +40,15 @@ void ProductBadges::enqueue(FileInfo* file, Item& item) {
         queue_.push_back(file);
 }
 
-/// One request at a time.
 void ProductBadges::requestRootFolders() {
-    areRootFoldersOutdated_ = areRootFoldersPending_;
-    if (areRootFoldersPending_ || rootFoldersRetry_.isActive())
-        return;
-    areRootFoldersPending_ = true;
     extension_.requestRootFolders([this](auto folders) { rootFoldersRead(std::move(folders)); });
 }
 
-void ProductBadges::rootFoldersRead(std::optional<std::vector<RootFolder>> folders) {
-    areRootFoldersPending_ = false;
-    if (folders) {
-        rootFolders_.replace(*std::move(folders));
-        rootFoldersBackoff_.reset();
-    } else {
-        rootFolders_.forget();
-        rootFoldersRetry_.start(rootFoldersBackoff_.next());
-    }
+void ProductBadges::rootFoldersRead(RootFolders::List folders) {
+    if (const auto pause = rootFolders_.take(std::move(folders)))
+        rootFoldersRetry_.start(*pause);
     requestDoubtful();
-    if (std::exchange(areRootFoldersOutdated_, false))
+    if (rootFolders_.areOutdated())
         readRootFolders_.request();
 }
 

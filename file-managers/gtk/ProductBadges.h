@@ -8,7 +8,6 @@
 #include "file-managers/gtk/SingleShotTimer.h"
 
 #include <functional>
-#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -57,7 +56,7 @@ private:
     };
 
     void requestRootFolders();
-    void rootFoldersRead(std::optional<std::vector<RootFolder>> folders);
+    void rootFoldersRead(RootFolders::List folders);
     void requestDoubtful();
     void enqueue(FileInfo* file, Item& item);
     void sendLater();
@@ -83,11 +82,11 @@ private:
     SingleShotTimer retryTimer_{[this] { retry(); }};
     bool isPending_ = false; ///< a request is; the next is sent once it is answered
     RootFolders rootFolders_;
-    bool areRootFoldersPending_ = false;
-    bool areRootFoldersOutdated_ = false; ///< they have changed while they were pending
-    Backoff rootFoldersBackoff_;
     SingleShotTimer rootFoldersRetry_{[this] { requestRootFolders(); }};
-    PacedCall readRootFolders_{[this] { requestRootFolders(); }};
+    PacedCall readRootFolders_{[this] {
+        if (rootFolders_.request())
+            requestRootFolders();
+    }};
 };
 
 } // namespace file_managers
