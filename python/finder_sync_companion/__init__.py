@@ -1,0 +1,12 @@
+"""The companion's side of the link to a Finder Sync extension.
+
+`Companion` holds what every extension must be told; `Connection` turns it into the blocks of one
+connection and gives what the user picks as values. Neither does input or output.
+"""
+
+from .connection import Connection
+from .reports import Report, ReportType
+from .state import BLOCK_SIZE, Companion, Reason, Refusal, Titles
+
+__all__ = ["BLOCK_SIZE", "Companion", "Connection", "Reason", "Refusal", "Report", "ReportType",
+           "Titles"]
