@@ -10,7 +10,7 @@ import signal
 import subprocess
 
 import pytest
-from test_bundle import HOST, Mac, SOURCES, run
+from test_bundle import HOST, Mac, SOURCES
 
 BUILD = pathlib.Path(os.environ["FINDER_SYNC_BUILD"])
 CODESIGN = f"{SOURCES}/tests/macos/sdk/tools/codesign"
@@ -93,13 +93,18 @@ def test_all_holds_of_what_the_cross_build_made(check):
     assert untried == {"badge, menu, report of a pick"}
     assert "| yes | contract suite and unit tests | 100% tests passed, 0 tests failed" in check.table
     assert "| yes | both processors | arm64 x86_64 |" in check.table
-    assert "| AppKit CoreFoundation FinderSync Foundation libSystem.B.dylib " in check.table
+    assert "| yes | oldest macOS | 11.0, 11.0 in Info.plist |" in check.table
     assert "-DX=y z" in (check.state / "configured").read_text()
     folder, = (check.state / "opened").read_text().splitlines()
     assert f'"path":"{folder}/Synced"' in (check.state / "sent").read_text()
     assert str(check.home) not in check.table
     log = (check.script.parents[2] / "build/macos/check.log").read_text()
     assert "== the Finder starts it\n" in log
+    assert set(re.findall(r"(?m)^\t(/\S+) \(", log)) == {
+        *(f"/usr/lib/lib{name}.dylib" for name in ("System.B", "c++.1", "objc.A")),
+        *(f"/System/Library/Frameworks/{name}.framework/Versions/{version}/{name}"
+          for name, version in (("AppKit", "C"), ("CoreFoundation", "A"), ("FinderSync", "A"),
+                                ("Foundation", "C")))}
 
 
 def test_somebody_is_asked_what_the_finder_shows(check):
@@ -109,14 +114,6 @@ def test_somebody_is_asked_what_the_finder_shows(check):
     assert done.returncode == 1
     assert check.rows["badge"] == "NO"
     assert check.rows["menu, and the report of the pick"] == "yes"
-
-
-def test_it_explains_itself_and_needs_a_mac(check):
-    done = run(HOST / "check", "--help")
-    assert (done.returncode, done.stderr) == (0, "")
-    assert done.stdout.startswith("usage: check ")
-    check.mac.provide("uname", "echo Linux")
-    assert "check: this works on a Mac only\n" == check.run().stderr
 
 
 def test_it_takes_everything_back_when_it_is_ended(check):
