@@ -153,14 +153,3 @@ def test_nothing_traced_is_lost_when_an_error_is_fatal(session, place):
     assert extension.wait() == -signal.SIGABRT
     assert (output or extension.output()).endswith(
         f"receiving\nserver said: {messages.decode()}\ntype - add_folder\n")
-
-
-def test_many_reads_arrive_whole_and_in_order(session):
-    peer, extension = session.start_connected()
-    for number in range(200):
-        message = line(type="add_folder", path=f"/root {number}")
-        peer.send(message[:-1].ljust(1023) + b"\n")
-        if number % 32 == 31:  # more on the way could fill the connection and be cut by it
-            wait_for(lambda: extension.output().count("type - add_folder\n") == number + 1)
-    session.wait_for_value("pathsOfRootFolders", [f"/root {number}" for number in range(200)])
-    wait_for(lambda: extension.output().count("type - add_folder\n") == 200)

@@ -199,13 +199,6 @@ def test_the_log_is_switched_while_it_runs(session):
             session.call(LOG_CONTROL.set(name, "s", "syslog"))
 
 
-def test_a_fatal_error_is_logged_at_any_level(session):
-    session.store_settings("no JSON")
-    extension = session.start("finder-sync-extension", "--log-level", "emerg")
-    assert extension.wait() == -signal.SIGABRT
-    assert extension.error().startswith("finder-sync-extension: fatal error: ")
-
-
 @pytest.mark.parametrize("arguments, code, expected", [
     (["--help"], 0, "Usage: "),
     (["--version"], 0, "finder-sync-extension 0.1.0"),

@@ -96,7 +96,9 @@ def test_malformed_settings(session):
     for text in ("", "{", "[]", "5", '{"a":1} x', '{"a":"\\ud800"}', b'{"BackupTitle":"\xff"}'):
         expect_refused(session.start_extension(text),
                        f"the shared settings cannot be opened: {session.settings_file}: ")
-    expect_refused(session.start_extension({"BackupTitle": 5}),
+    session.store_settings({"BackupTitle": 5})
+    # The reason of an end is logged at any level.
+    expect_refused(session.start("finder-sync-extension", "--log-level", "emerg"),
                    'the setting "BackupTitle" is not a string')
 
 

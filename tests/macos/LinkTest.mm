@@ -22,11 +22,6 @@ TEST_F(Link, FromStartUpToTheEndOfTheStream) {
     EXPECT_TRUE([[extension shareViaUrlTitle] isEqual:@"\u00fc"]);
     EXPECT_EQ([extension displayBackup], 1);
 
-    [finder setSelectedItemURLs:@[ [NSURL fileURLWithPath:@"/sync/a"] ]];
-    [extension createLinkClicked:nil];
-    EXPECT_TRUE(runUntil([&] { return peer.received().ends_with('}'); }));
-    EXPECT_NE(peer.received().find("clicked_create_url_link"), std::string::npos);
-
     peer.finishSending();
     EXPECT_TRUE(printedUntil("ignore\n").ends_with("ignore\n"));
     EXPECT_FALSE([extension isSocketConnected]);

@@ -11,7 +11,6 @@ from jeepney import message_bus
 from .installation import BUILD, run
 
 SCRIPTS = pathlib.Path(__file__).parents[2] / "scripts"
-MANIFEST = ".local/share/finder-sync/installed-files"
 ENVIRONMENT = "/usr/lib/systemd/user-environment-generators/30-systemd-environment-d-generator"
 
 

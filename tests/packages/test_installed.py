@@ -7,40 +7,20 @@ import subprocess
 
 from conftest import GROUP
 
-from .installation import run
-
 UNIT = f"/usr/share/systemd/user/{GROUP}.FinderSync.service"
 TESTS = pathlib.Path(__file__).parents[1]
 
 
-def test_the_program_tells_its_version(root):
-    version = re.search(r"project\(finder-sync VERSION (\S+)",
-                        (TESTS.parent / "CMakeLists.txt").read_text())[1]
-    assert run(*root.command("finder-sync-extension", "--version")) == \
-        f"finder-sync-extension {version}\n"
-
-
-def run_suite(root, folder, *selection):
-    """Runs tests of another suite with the installed programs."""
-    tests = [str(TESTS / one) for one in selection]
+def test_a_file_manager_shows_badge_and_menu(root, tmp_path):
+    """By the tests of the windows, with the installed programs."""
+    tests = [f"{TESTS}/desktop/test_file_managers.py::test_{name}[caja]" for name in (
+        "a_root_folder_gets_its_badge_in_the_open_window", "an_entry_is_picked_and_reported")]
     outcome = subprocess.run(
         root.command("/usr/bin/python3", "-B", "-m", "pytest", "-q", "-c",
-                     str(TESTS / "pytest.ini"), f"--basetemp={folder}/suite", *tests),
+                     str(TESTS / "pytest.ini"), f"--basetemp={tmp_path}/suite", *tests),
         env=os.environ | {"FINDER_SYNC_BIN": "/usr/bin"}, capture_output=True, text=True)
     assert outcome.returncode == 0, outcome.stdout
     assert re.search(rf"^{len(tests)} passed", outcome.stdout, re.MULTILINE), outcome.stdout
-
-
-def test_a_file_manager_shows_badge_and_menu(root, tmp_path):
-    suite = "desktop/test_file_managers.py"
-    run_suite(root, tmp_path,
-              f"{suite}::test_a_root_folder_gets_its_badge_in_the_open_window[caja]",
-              f"{suite}::test_an_entry_is_picked_and_reported[caja]")
-
-
-def test_the_session_bus_starts_the_extension(root, tmp_path):
-    run_suite(root, tmp_path,
-              "end_to_end/test_restart.py::test_without_an_extension_it_is_started")
 
 
 def analyse(root, folder, *arguments):
