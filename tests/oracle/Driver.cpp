@@ -159,69 +159,55 @@ private:
 };
 
 std::string Session::play(const boost::json::array& events) {
-    using Step = std::function<void(Session&, const Event&)>;
-    static const std::map<std::string_view, Step> steps = {
+    Event event;
+    const std::map<std::string_view, std::function<void()>> steps = {
         // What the platform answers.
-        {"script", &Session::prepare},
-        {"setting",
-         [](Session&, const Event& event) {
-             script().settings.insert_or_assign(text(event[1]), object(event[3]));
-         }},
-        {"no image", [](Session&, const Event& event) { script().images.erase(text(event[1])); }},
-        {"port",
-         [](Session&, const Event& event) {
-             world().listeningPorts.insert(event[1].to_number<std::uint32_t>());
-         }},
-        {"answer",
-         [](Session&, const Event& event) {
-             script().hasBytesAvailable.push_back(event[1].as_bool());
-         }},
+        {"script", [&] { prepare(event); }},
+        {"setting", [&] { script().settings.insert_or_assign(text(event[1]), object(event[3])); }},
+        {"no image", [&] { script().images.erase(text(event[1])); }},
+        {"port", [&] { world().listeningPorts.insert(event[1].to_number<std::uint32_t>()); }},
+        {"answer", [&] { script().hasBytesAvailable.push_back(event[1].as_bool()); }},
         {"read",
-         [](Session&, const Event& event) {
+         [&] {
              script().reads.push_back({.count = event[1].as_int64(), .bytes = bytes(event[2])});
          }},
-        {"write",
-         [](Session&, const Event& event) { script().writes.push_back(event[1].as_int64()); }},
+        {"write", [&] { script().writes.push_back(event[1].as_int64()); }},
         // What happens to the object.
-        {"start", [](Session& session, const Event&) { session.start(); }},
-        {"turn", [](Session&, const Event&) { (void)platform::recording::runOnce(); }},
-        {"turns", [](Session&, const Event&) { platform::recording::runAll(); }},
-        {"send",
-         [](Session&, const Event& event) { platform::recording::peerSends(bytes(event[1])); }},
-        {"close", [](Session&, const Event&) { platform::recording::peerCloses(); }},
-        {"reset", [](Session&, const Event&) { platform::recording::peerResets(); }},
-        {"event", &Session::handleEvent},
-        {"menu", &Session::menu},
-        {"badge",
-         [](Session& session, const Event& event) {
-             session.extension_->requestBadgeIdentifierForURL(*session.url(event[1]));
-         }},
+        {"start", [&] { start(); }},
+        {"turn", [] { (void)platform::recording::runOnce(); }},
+        {"turns", &platform::recording::runAll},
+        {"send", [&] { platform::recording::peerSends(bytes(event[1])); }},
+        {"close", &platform::recording::peerCloses},
+        {"reset", &platform::recording::peerResets},
+        {"event", [&] { handleEvent(event); }},
+        {"menu", [&] { menu(event); }},
+        {"badge", [&] { extension_->requestBadgeIdentifierForURL(*url(event[1])); }},
         {"observe",
-         [](Session& session, const Event& event) {
+         [&] {
              std::invoke(event[1] == "begin" ? &FinderSync::beginObservingDirectoryAtURL
                                              : &FinderSync::endObservingDirectoryAtURL,
-                         *session.extension_, *session.url(event[2]));
+                         *extension_, *url(event[2]));
          }},
-        {"click", &Session::click},
+        {"click", [&] { click(event); }},
         {"report",
-         [](Session& session, const Event& event) {
-             session.select(event[2]);
-             session.extension_->sendClickedData(text(event[1]));
+         [&] {
+             select(event[2]);
+             extension_->sendClickedData(text(event[1]));
          }},
-        {"set", &Session::set},
-        {"connect", [](Session& session, const Event&) { session.extension_->connect(); }},
-        {"parse", &Session::parse},
+        {"set", [&] { set(event); }},
+        {"connect", [&] { extension_->connect(); }},
+        {"parse", [&] { parse(event); }},
         {"stringify",
-         [](Session& session, const Event& event) {
-             answer("JSON " +
-                    session.extension_->JSONStringify(object(event[1]), event[2].as_bool()));
+         [&] {
+             answer("JSON " + extension_->JSONStringify(object(event[1]), event[2].as_bool()));
          }},
     };
     std::string death;
     try {
-        for (auto event = events.begin(); event != events.end() && !isOver_; ++event) {
-            record("event " + text(event->at(0)));
-            steps.at(text(event->at(0)))(*this, event->as_array());
+        for (auto next = events.begin(); next != events.end() && !isOver_; ++next) {
+            event = next->as_array();
+            record("event " + text(event[0]));
+            steps.at(text(event[0]))();
             script().selection.reset();
         }
     } catch (const FatalError& error) {

@@ -48,7 +48,8 @@ def playable(event):
 
 
 def ask(session, name, *arguments):
-    """Brings an event to the real process. Gives its answer in the form of `answers_of`."""
+    """Brings an event to the real process. Gives the answer to a menu, in the form of
+    `answer_to_menu`, and to a badge."""
     if name == "menu":
         kind, selection = arguments
         is_offered, entries = session.method("MenuForMenuKind", "uas", kind,
@@ -56,8 +57,7 @@ def ask(session, name, *arguments):
         flat = [part for title, action, image in entries for part in (title, action, "", image)]
         return [f"menu {len(entries)}", *flat] if is_offered else ["no menu"]
     if name == "badge":
-        badge, = session.method("RequestBadgeIdentifierForURL", "s", arguments[0][0])
-        return [badge] if badge else []
+        return session.method("RequestBadgeIdentifierForURL", "s", arguments[0][0])
     if name == "observe":
         which, url = arguments
         session.method(METHODS[which], "s", url[0])
@@ -74,17 +74,10 @@ def visible(text):
     return text.split("\0")[0]
 
 
-def answers_of(records):
-    """What the model answers to each badge request and each menu request."""
-    answers = []
-    for record in records:
-        if record in ("event badge", "event menu"):
-            answers.append([])
-        elif isinstance(record, str) and answers and record.startswith("answer: "):
-            answers[-1].append(visible(record.removeprefix("answer: ")))
-        elif isinstance(record, str) and record.startswith("setBadgeIdentifier:forURL: "):
-            answers[-1].append("FolderIco")
-    return answers
+def answer_to_menu(records):
+    """What the model answers to the one menu request among these records."""
+    return [visible(record.removeprefix("answer: ")) for record in records
+            if record.startswith("answer: ")]
 
 
 def printed(records):

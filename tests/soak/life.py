@@ -19,7 +19,7 @@ from conftest import BUS_NAME, TIMEOUT, BusError, Session, line, wait_for
 from jeepney import message_bus
 from jeepney.io.blocking import open_dbus_connection
 from oracle import compare, model
-from oracle.over_bus import (answers_of, ask, printed, sent_over_bus, visible,
+from oracle.over_bus import (answer_to_menu, ask, printed, sent_over_bus, visible,
                              without_parsers_words)
 from oracle.text import decomposed
 
@@ -269,7 +269,7 @@ class Life:
         expected = ["no menu"]
         if all(self.is_watched(path) for _, path, _ in selection):
             self.play("menu", kind, selection)
-            expected, = answers_of(self.world.records)
+            expected = answer_to_menu(self.world.records)
         require(expected, answer, ("menu", selection))
 
     def observe(self, which, url):
@@ -278,8 +278,7 @@ class Life:
             self.play("observe", which, url)
 
     def badge(self, url):
-        badges = ask(self.session, "badge", url)
-        self.require_badges([url], badges or [""])
+        self.require_badges([url], list(ask(self.session, "badge", url)))
 
     def badges(self, urls):
         badges, = self.session.method("RequestBadgeIdentifiersForURLs", "as",
