@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <limits>
+#include <map>
 #include <memory>
 #include <string>
 
@@ -49,7 +50,7 @@ TEST_F(SettingsContract, StoredValuesKeepTheirTypes) {
     EXPECT_EQ(suite->objectForKey("Text"), std::nullopt);
 }
 
-TEST_F(SettingsContract, NumbersGiveTheirIntegerValue) {
+TEST_F(SettingsContract, EveryValueGivesAnInteger) {
     using Limits = std::numeric_limits<std::int64_t>;
     for (const std::int64_t number : {std::int64_t{0}, std::int64_t{-7}, std::int64_t{4294967295},
                                       Limits::max(), Limits::min()})
@@ -58,17 +59,9 @@ TEST_F(SettingsContract, NumbersGiveTheirIntegerValue) {
     EXPECT_EQ(integerOf({-3.9}), -3);
     EXPECT_EQ(integerOf({true}), 1);
     EXPECT_EQ(integerOf({false}), 0);
-}
-
-TEST_F(SettingsContract, TextsThatAreDecimalIntegersGiveThem) {
-    EXPECT_EQ(integerOf({std::string("5000")}), 5000);
-    EXPECT_EQ(integerOf({std::string("-1")}), -1);
-    EXPECT_EQ(integerOf({std::string("007")}), 7);
-}
-
-TEST_F(SettingsContract, OtherValuesGiveZero) {
-    EXPECT_EQ(integerOf({std::string("letters")}), 0);
-    EXPECT_EQ(integerOf({std::string()}), 0);
+    for (const auto& [text, number] : std::map<std::string, std::int64_t>{
+             {"5000", 5000}, {"-1", -1}, {"007", 7}, {"letters", 0}, {"", 0}})
+        EXPECT_EQ(integerOf({text}), number) << text;
     EXPECT_EQ(integerOf({NSArray{Object{std::int64_t{5}}}}), 0);
     EXPECT_EQ(integerOf({NSDictionary{{"a", Object{std::int64_t{5}}}}}), 0);
 }
