@@ -7,7 +7,7 @@
 // the nanoseconds of a request, bare and by the extension, for each turn, and at the end how many
 // bytes have been written to the log.
 
-#include "bench/SystemCall.h"
+#include "bench/SystemCalls.h"
 #include "extension/FinderSync.h"
 #include "platform/linux/BufferedOutput.h"
 

@@ -2,8 +2,7 @@
 // kinds of system calls for the same bytes and does nothing else: it waits, receives at most as
 // many bytes as BURST has, and writes TRACE, which is what the extension prints for that burst.
 
-#include "bench/Loopback.h"
-#include "bench/SystemCall.h"
+#include "bench/SystemCalls.h"
 
 #include <csignal>
 #include <cstdlib>

@@ -3,8 +3,7 @@
 // bytes take when they are sent bare. Writes the microseconds of each pair to the file RESULTS, the
 // bare ones first. The trace goes to standard output.
 
-#include "bench/Loopback.h"
-#include "bench/SystemCall.h"
+#include "bench/SystemCalls.h"
 #include "extension/FinderSync.h"
 #include "platform/linux/FinderSyncController.h"
 #include "platform/linux/RunLoop.h"

@@ -6,7 +6,7 @@
 // same size, sent by the same library. It connects as soon as it can be called.
 
 #include "Names.h"
-#include "bench/Loopback.h"
+#include "bench/SystemCalls.h"
 #include "process/SystemdHandles.h"
 
 #include <csignal>

@@ -6,7 +6,7 @@
 // sent alone. Prints the seconds that this took, the seconds of processor time that PROCESS used,
 // and its number of events.
 
-#include "bench/SystemCall.h"
+#include "bench/SystemCalls.h"
 
 #include <chrono>
 #include <cstdio>

@@ -1,23 +1,27 @@
-// Preloaded into a process of ours, numbers the calls that can fail and makes chosen ones fail.
+// Preloaded into a process of ours, counts what its heap holds, numbers the calls that can fail and
+// makes chosen ones fail.
 //
 // A call is one that our program or plug-in makes of a library's function, numbered by function;
 // those that libraries make of each other are left alone. An allocation, called "memory" here,
 // counts whoever makes it. Numbers begin with 1.
 //
-//     FAILING_CALLS         what fails: words such as "recv:3:2", for the third call of that
-//     function
-//                           and the second way in which it can fail, and "memory:100:1". With "3+"
-//                           that call fails, and all later ones of the function.
-//     FAILING_CALLS_REPORT  file of sizeof(Report) bytes, filled in while the process runs
+//     FAILING_CALLS         what fails: words such as "recv:3:2", for the third call of recv, in
+//                           the second way in which it can fail, and "memory:100:1". With "3+"
+//                           that call fails, and all later ones of the function. Without this
+//                           variable, only the heap is counted.
+//     FAILING_CALLS_REPORT  file of sizeof(Report) bytes, or of sizeof(Heap) if only the heap is
+//                           counted; filled in while the process runs
 //     LD_BIND_NOW           must be set: the addresses have to be bound before they are changed
 //
 // Calls of ours are caught in the table of addresses through which the linker resolves them, so
 // that tail calls are caught as well.
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -33,9 +37,6 @@
 #include <utility>
 
 extern "C" { // the C library's own
-void* __libc_malloc(std::size_t size);
-void* __libc_calloc(std::size_t count, std::size_t size);
-void* __libc_realloc(void* memory, std::size_t size);
 void* __libc_memalign(std::size_t alignment, std::size_t size);
 void __libc_free(void* memory);
 }
@@ -68,13 +69,7 @@ constexpr Failure doneWith(int number) {
 constexpr Failure answer(long result) {
     return {.kind = Kind::Instead, .result = result, .code = ENOMEM};
 }
-/// How libsystemd reports errors.
-constexpr Failure negative(int number) {
-    return answer(-number);
-}
-constexpr Failure oneByte() {
-    return {.kind = Kind::OneByte};
-}
+constexpr Failure oneByte = {.kind = Kind::OneByte};
 constexpr Failure status(std::size_t place) {
     return {.kind = Kind::Status, .code = 7 /* U_MEMORY_ALLOCATION_ERROR */, .place = place};
 }
@@ -106,35 +101,33 @@ constexpr Group groups[] = {
     {"listxattr", {systemError(ENOTSUP), systemError(ERANGE), systemError(ENOMEM)}},
     {"open", {systemError(EMFILE), systemError(EINTR), systemError(EACCES), systemError(ENOMEM)}},
     {"poll", {systemError(EINTR), systemError(ENOMEM)}},
-    {"read __read_chk", {systemError(EINTR), systemError(EIO), oneByte(), answer(0)}},
+    {"read __read_chk", {systemError(EINTR), systemError(EIO), oneByte, answer(0)}},
     {"readlink", {systemError(EACCES), systemError(ENOMEM)}},
-    {"recv", {systemError(EINTR), systemError(ECONNRESET), systemError(ENOMEM), oneByte()}},
+    {"recv", {systemError(EINTR), systemError(ECONNRESET), systemError(ENOMEM), oneByte}},
     {"send",
      {systemError(EPIPE), systemError(ECONNRESET), systemError(EAGAIN), systemError(ENOBUFS),
-      oneByte()}},
+      oneByte}},
     {"write",
-     {systemError(EINTR), systemError(EAGAIN), systemError(EIO), systemError(EPIPE), oneByte()}},
-    // libsystemd.
-    {"sd_bus_add_filter sd_bus_add_object_vtable sd_bus_attach_event "
-     "sd_bus_emit_properties_changed "
-     "sd_bus_message_append sd_bus_reply_method_return "
-     "sd_bus_message_append_basic sd_bus_message_close_container sd_bus_message_new_method_return "
-     "sd_bus_message_open_container sd_event_add_defer sd_event_add_time sd_event_run "
-     "sd_event_source_set_enabled sd_event_source_set_io_events "
-     "sd_event_source_set_time_relative",
-     {negative(ENOMEM)}},
-    {"sd_bus_creds_get_pid", {negative(ENODATA)}},
-    {"sd_bus_emit_properties_changed_strv", {negative(ENOMEM), negative(ENOTCONN)}},
-    {"sd_bus_get_name_creds", {negative(ENOMEM), negative(ENXIO), negative(ETIMEDOUT)}},
-    {"sd_bus_get_n_queued_write", {negative(ENOTCONN)}},
+     {systemError(EINTR), systemError(EAGAIN), systemError(EIO), systemError(EPIPE), oneByte}},
+    // libsystemd, which returns the error's number, negated.
+    {"sd_bus_add_filter sd_bus_add_object_vtable sd_bus_attach_event sd_bus_message_append "
+     "sd_bus_emit_properties_changed sd_bus_message_append_basic sd_bus_message_close_container "
+     "sd_bus_message_new_method_return sd_bus_message_open_container sd_bus_reply_method_return "
+     "sd_event_add_defer sd_event_add_time sd_event_run sd_event_source_set_enabled "
+     "sd_event_source_set_io_events sd_event_source_set_time_relative",
+     {answer(-ENOMEM)}},
+    {"sd_bus_creds_get_pid", {answer(-ENODATA)}},
+    {"sd_bus_emit_properties_changed_strv", {answer(-ENOMEM), answer(-ENOTCONN)}},
+    {"sd_bus_get_name_creds", {answer(-ENOMEM), answer(-ENXIO), answer(-ETIMEDOUT)}},
+    {"sd_bus_get_n_queued_write", {answer(-ENOTCONN)}},
     {"sd_bus_message_enter_container sd_bus_message_read_basic",
-     {negative(ENOMEM), negative(EBADMSG)}},
-    {"sd_bus_message_exit_container", {negative(EBUSY)}},
-    {"sd_bus_open_user", {negative(ENOMEM), negative(ECONNREFUSED), negative(ENOMEDIUM)}},
-    {"sd_bus_request_name", {negative(ENOMEM), negative(ETIMEDOUT), negative(ECONNRESET)}},
-    {"sd_bus_send", {negative(ENOBUFS), negative(ENOTCONN), negative(ENOMEM)}},
-    {"sd_event_add_io", {negative(ENOMEM), negative(ENOSPC)}},
-    {"sd_event_default", {negative(ENOMEM), negative(EMFILE)}},
+     {answer(-ENOMEM), answer(-EBADMSG)}},
+    {"sd_bus_message_exit_container", {answer(-EBUSY)}},
+    {"sd_bus_open_user", {answer(-ENOMEM), answer(-ECONNREFUSED), answer(-ENOMEDIUM)}},
+    {"sd_bus_request_name", {answer(-ENOMEM), answer(-ETIMEDOUT), answer(-ECONNRESET)}},
+    {"sd_bus_send", {answer(-ENOBUFS), answer(-ENOTCONN), answer(-ENOMEM)}},
+    {"sd_event_add_io", {answer(-ENOMEM), answer(-ENOSPC)}},
+    {"sd_event_default", {answer(-ENOMEM), answer(-EMFILE)}},
     // ICU.
     {"_ZN6icu_??11Normalizer214getNFDInstanceER10UErrorCode", {status(0)}},
     {"_ZN6icu_??13BreakIterator23createCharacterInstanceERKNS_6LocaleER10UErrorCode", {status(1)}},
@@ -169,15 +162,14 @@ void listFunctions() {
         std::size_t ways = 0;
         while (ways < std::size(group.failures) && group.failures[ways].kind != Kind::None)
             ++ways;
-        for (const char* name = group.functions; *name != '\0';) {
-            const std::size_t length = std::strcspn(name, " ");
-            if (functionCount == std::size(functions) || length >= sizeof Function::name)
+        int length = 0;
+        for (const char* name = group.functions;
+             std::sscanf(name, "%95s%n", functions[functionCount].name, &length) == 1;
+             name += length) {
+            functions[functionCount].failures = group.failures;
+            functions[functionCount].ways = ways;
+            if (++functionCount == std::size(functions))
                 std::abort();
-            Function& function = functions[functionCount++];
-            std::memcpy(function.name, name, length);
-            function.failures = group.failures;
-            function.ways = ways;
-            name += length + std::strspn(name + length, " ");
         }
     }
 }
@@ -201,8 +193,15 @@ const Order* orderFor(const Function* function, std::uint64_t number) {
     return nullptr;
 }
 
+/// What has been allocated and not freed. What was there when the file was opened does not count.
+struct Heap {
+    std::atomic<std::int64_t> bytes; ///< as requested, without what the allocator adds
+    std::atomic<std::int64_t> blocks;
+};
+
 struct Report {
-    std::int64_t blocksAtEnd; ///< of memory, when the process has exited; -1 before that
+    Heap heap;
+    std::int64_t blocksAtEnd; ///< when the process has exited; -1 before that
     /// Of the text: a line for each call and allocation, and one for each failure.
     std::atomic<std::uint64_t> length;
     char text[std::size_t{1} << 18];
@@ -211,7 +210,8 @@ struct Report {
 Report* report = nullptr;
 bool isProgramOurs = false; ///< if not, only its plug-ins are, and their memory is not told apart
 std::atomic<std::uint64_t> allocations{0};
-std::atomic<std::int64_t> liveBlocks{0};
+Heap beforeTheFileIsOpen;
+Heap* heap = &beforeTheFileIsOpen;
 
 [[gnu::format(printf, 1, 2)]] void say(const char* format, ...) {
     char line[256];
@@ -344,14 +344,36 @@ bool isAllocationToFail(const void* caller) {
     const char* const object = ::dladdr(caller, &info) != 0 ? baseName(info.dli_fname) : "?";
     say("%smemory %llu %s %s\n", fails ? "failed " : "", static_cast<unsigned long long>(number),
         object, info.dli_sname == nullptr ? "?" : info.dli_sname);
-    if (fails)
-        errno = ENOMEM;
     return fails;
 }
 
-void* counted(void* memory) {
-    if (memory != nullptr)
-        ++liveBlocks;
+/// Precedes each block.
+struct alignas(std::max_align_t) Note {
+    std::size_t size; ///< as requested
+    void* block;      ///< as the C library gave it
+};
+
+Note* noteOf(void* memory) {
+    return static_cast<Note*>(memory) - 1;
+}
+
+void* allocate(const void* caller, std::size_t alignment, std::size_t elementSize,
+               std::size_t count = 1) {
+    const std::size_t offset = std::max(alignment, sizeof(Note));
+    std::size_t size = 0;
+    std::size_t total = 0;
+    const bool fails = isAllocationToFail(caller) ||
+                       __builtin_mul_overflow(count, elementSize, &size) ||
+                       __builtin_add_overflow(size, offset, &total);
+    void* const block = fails ? nullptr : __libc_memalign(alignment, total);
+    if (block == nullptr) {
+        errno = ENOMEM;
+        return nullptr;
+    }
+    void* const memory = static_cast<std::byte*>(block) + offset;
+    *noteOf(memory) = {.size = size, .block = block};
+    heap->bytes += static_cast<std::int64_t>(size);
+    ++heap->blocks;
     return memory;
 }
 
@@ -384,30 +406,33 @@ void take(const char* word) {
     const char* const file = std::getenv("FAILING_CALLS_REPORT");
     if (file == nullptr)
         return; // a process that another one has started
-    listFunctions();
-    char words[512] = "";
-    if (const char* const given = std::getenv("FAILING_CALLS"))
-        (void)std::snprintf(words, sizeof words, "%s", given);
-    for (char* word = std::strtok(words, " "); word != nullptr; word = std::strtok(nullptr, " "))
-        take(word);
     // The processes that it starts are not observed.
     (void)::unsetenv("FAILING_CALLS_REPORT");
     const int descriptor = ::open(file, O_RDWR | O_CLOEXEC);
-    void* const memory =
-        ::mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    auto* const opened = static_cast<Report*>(
+        ::mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0));
     (void)::close(descriptor);
-    if (memory == MAP_FAILED)
+    if (opened == MAP_FAILED)
         refuse("FAILING_CALLS_REPORT", file, std::strerror(errno));
-    redirectCallsOfOurs();
-    liveBlocks = 0;
-    static_cast<Report*>(memory)->blocksAtEnd = -1;
-    report = static_cast<Report*>(memory);
+    char* const words = std::getenv("FAILING_CALLS");
+    if (words != nullptr) {
+        listFunctions();
+        for (char* word = std::strtok(words, " "); word != nullptr;
+             word = std::strtok(nullptr, " "))
+            take(word);
+        redirectCallsOfOurs();
+        opened->blocksAtEnd = -1;
+    }
+    opened->heap.bytes = 0;
+    opened->heap.blocks = 0;
+    heap = &opened->heap;
+    report = words == nullptr ? nullptr : opened;
 }
 
 /// Runs after the program has destroyed everything it has.
 [[gnu::destructor]] void end() {
     if (report != nullptr)
-        report->blocksAtEnd = liveBlocks;
+        report->blocksAtEnd = heap->blocks;
 }
 
 } // namespace
@@ -425,42 +450,51 @@ void* dlopen(const char* file, int flags) {
 }
 
 void* malloc(std::size_t size) {
-    return isAllocationToFail(__builtin_return_address(0)) ? nullptr : counted(__libc_malloc(size));
+    return allocate(__builtin_return_address(0), alignof(Note), size);
 }
 
-void* calloc(std::size_t count, std::size_t size) {
-    return isAllocationToFail(__builtin_return_address(0)) ? nullptr
-                                                           : counted(__libc_calloc(count, size));
+void* calloc(std::size_t count, std::size_t elementSize) {
+    void* const memory = allocate(__builtin_return_address(0), alignof(Note), elementSize, count);
+    return memory == nullptr ? nullptr : std::memset(memory, 0, noteOf(memory)->size);
+}
+
+void free(void* memory) {
+    if (memory == nullptr)
+        return;
+    const Note note = *noteOf(memory);
+    heap->bytes -= static_cast<std::int64_t>(note.size);
+    --heap->blocks;
+    __libc_free(note.block);
 }
 
 void* realloc(void* memory, std::size_t size) {
-    if (isAllocationToFail(__builtin_return_address(0)))
+    if (memory != nullptr && size == 0) {
+        free(memory);
         return nullptr;
-    void* const resized = __libc_realloc(memory, size);
-    if (memory == nullptr)
-        return counted(resized);
-    if (resized == nullptr && size == 0)
-        --liveBlocks;
+    }
+    void* const resized = allocate(__builtin_return_address(0), alignof(Note), size);
+    if (memory != nullptr && resized != nullptr) {
+        std::memcpy(resized, memory, std::min(noteOf(memory)->size, size));
+        free(memory);
+    }
     return resized;
 }
 
 void* aligned_alloc(std::size_t alignment, std::size_t size) {
-    return isAllocationToFail(__builtin_return_address(0))
-               ? nullptr
-               : counted(__libc_memalign(alignment, size));
+    return allocate(__builtin_return_address(0), alignment, size);
+}
+
+void* memalign(std::size_t alignment, std::size_t size) {
+    return allocate(__builtin_return_address(0), alignment, size);
 }
 
 int posix_memalign(void** memory, std::size_t alignment, std::size_t size) {
-    if (isAllocationToFail(__builtin_return_address(0)))
-        return ENOMEM;
-    *memory = counted(__libc_memalign(alignment, size));
+    *memory = allocate(__builtin_return_address(0), alignment, size);
     return *memory == nullptr ? ENOMEM : 0;
 }
 
-void free(void* memory) {
-    if (memory != nullptr)
-        --liveBlocks;
-    __libc_free(memory);
+std::size_t malloc_usable_size(void* memory) {
+    return memory == nullptr ? 0 : noteOf(memory)->size;
 }
 
 } // extern "C"

@@ -18,7 +18,7 @@ from jeepney import (DBusAddress, HeaderFields, MessageType, Properties, message
 BUILD = pathlib.Path(os.environ["FINDER_SYNC_BIN"]).parent
 LIBRARY = BUILD / "tests" / "libfailing-calls.so"
 BUFFER_SIZE = 1024
-REPORT = struct.Struct("<qQ")
+REPORT = struct.Struct("<16xqQ")  # without what the heap holds now
 REPORT_SIZE = REPORT.size + (1 << 18)
 TIMEOUT = 5  # seconds until it counts as hanging; a whole session takes 50 ms
 ANSWER_TIMEOUT = 0.5  # seconds until an answer counts as dropped

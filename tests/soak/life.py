@@ -19,6 +19,7 @@ from conftest import BUS_NAME, TIMEOUT, BusError, Session, line, wait_for
 from jeepney import message_bus
 from jeepney.io.blocking import open_dbus_connection
 from oracle import compare, model
+from oracle.compare import Different
 from oracle.over_bus import (answer_to_menu, ask, printed, sent_over_bus, visible,
                              without_parsers_words)
 from oracle.text import decomposed
@@ -40,10 +41,6 @@ AT_REST = {"pathsOfRootFolders": [], "displayBackup": 0, "displayUrlLink": 1, "s
 # Each match of "K" in it ends inside a grapheme, after many others: the break iterator then goes
 # back, and keeps the cache that it needs for that.
 CHARACTERS = ("long" * 20 + "K" + "\u0301" * 70 + "\U0001f1e6" * 81) * 2
-
-
-class Different(Exception):
-    """The extension does not do what it must."""
 
 
 def require(expected, actual, what):
@@ -91,13 +88,13 @@ class Written:
 
 class WatchedSession(Session):
     """A session in which the extension is watched from outside: what it writes, its descriptors and
-    threads and, with the counting allocator of the benches, what its heap holds."""
+    threads and, with an allocator that counts, what its heap holds."""
 
     def __init__(self, folder, allocator=None):
         super().__init__(folder)
         self.allocator = allocator
         self.trace, self.log = Written(folder / "trace"), Written(folder / "log")
-        live_bytes = folder / "live-bytes"  # which the counting allocator fills in
+        live_bytes = folder / "live-bytes"  # which the allocator fills in
         live_bytes.write_bytes(bytes(16))
         with open(live_bytes, "r+b") as file:
             self.heap = mmap.mmap(file.fileno(), 16)
@@ -118,7 +115,7 @@ class WatchedSession(Session):
         environment = self.environment | {
             "TMPDIR": str(self.folder), "JOURNAL_STREAM": f"{log.st_dev}:{log.st_ino}",
             "LD_PRELOAD": str(self.allocator or ""),
-            "FINDER_SYNC_BENCH_LIVE_BYTES": str(self.folder / "live-bytes")}
+            "FAILING_CALLS_REPORT": str(self.folder / "live-bytes")}
         with open(self.trace.path, "ab") as trace, open(self.log.path, "ab") as log:
             self.process = subprocess.Popen(
                 [self.programs / "finder-sync-extension"], env=environment, stdout=trace,

@@ -1,14 +1,21 @@
 #pragma once
 
-#include "bench/SystemCall.h"
-
 #include <arpa/inet.h>
+#include <cerrno>
 #include <cstdint>
 #include <netinet/in.h>
 #include <string>
 #include <sys/socket.h>
+#include <system_error>
 
 namespace findersync::bench {
+
+/// The result of a system call, or an exception when it failed.
+template <typename Result> Result checked(Result result, const char* what) {
+    if (result < 0)
+        throw std::system_error(errno, std::generic_category(), what);
+    return result;
+}
 
 /// Connects to a port of 127.0.0.1, given as text. The socket stays open as long as the process.
 inline int connectToLoopback(const char* port) {
