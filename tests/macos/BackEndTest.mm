@@ -302,14 +302,6 @@ TEST_F(Serialization, ReadsWithoutOptions) {
     EXPECT_EQ(optionsSeen, 0U);
 }
 
-TEST_F(Serialization, PrettyPrintsOnlyWhenAskedTo) {
-    const Substitution writer(@selector(dataWithJSONObject:options:error:), &noteOptions);
-    EXPECT_EQ(platform::dataWithJSONObject({platform::NSArray()}, false), std::nullopt);
-    EXPECT_EQ(optionsSeen, 0U);
-    EXPECT_EQ(platform::dataWithJSONObject({platform::NSArray()}, true), std::nullopt);
-    EXPECT_EQ(optionsSeen, NSUInteger{NSJSONWritingPrettyPrinted});
-}
-
 TEST_F(Serialization, ThePlatformSaysWhatIsValid) {
     EXPECT_TRUE(platform::isValidJSONObject({platform::NSArray()}));
     const Substitution judge(@selector(isValidJSONObject:), &isInvalid);

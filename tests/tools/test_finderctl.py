@@ -75,6 +75,14 @@ def test_wrong_usage(session, arguments, message):
         2, "", f"finderctl: {message}; see finderctl --help\n")
 
 
+@pytest.mark.parametrize("program", ["companion", "finderctl"])
+def test_help_and_version(session, program):
+    for option, expected in (("--help", f"usage: {program} "), ("--version", f"{program} ")):
+        process = session.start(program, option)
+        assert process.wait() == 0
+        assert expected in process.out.text
+
+
 def test_nothing_starts_the_extension(session, tmp_path):
     marker = tmp_path / "started"
     services = tmp_path / "later services"
