@@ -36,18 +36,6 @@ TEST_F(Plugin, StartsWhatEndsAtOnceLessAndLessThoughEachEndCausesAMenu) {
     });
     EXPECT_EQ(extension.starts(), 2) << "the third is due after three seconds";
 }
-#else
-TEST_F(Plugin, OffersNothingOnTheLocationBar) {
-    ExtensionProcess extension({"/sync"});
-    ASSERT_TRUE(knowsExtension());
-    const std::string folder = root + "/folder";
-    manager.goTo(folder);
-    EXPECT_EQ(manager.menu({folder + "/a"}), Texts{FileManager::label});
-    EXPECT_EQ(manager.menu({folder + "/found/b"}), Texts{FileManager::label}) << "by a search";
-    for (const std::string& button : {folder, root, root + "/folder2"})
-        EXPECT_EQ(manager.menu({button}), Texts());
-    EXPECT_EQ(manager.menu({folder + "/a", folder}), Texts());
-}
 #endif
 
 } // namespace

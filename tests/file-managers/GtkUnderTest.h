@@ -157,7 +157,6 @@ public:
     }
     [[nodiscard]] microseconds menuTook() const { return menuTook_; }
     [[nodiscard]] Texts icons() const { return properties("icon"); }
-    [[nodiscard]] Texts names() const { return properties("name"); }
     void pickFirst() const { g_signal_emit_by_name(items_->data, "activate"); }
 
     static void processEvents() {

@@ -1,6 +1,5 @@
 // Menus, in every file manager.
 
-#include "tests/file-managers/AheadOfOthers.h"
 #include "tests/file-managers/PluginTest.h"
 
 namespace {
@@ -29,13 +28,6 @@ TEST_F(Plugin, AsksForNoMenuOfWhatIsNoFileOrOfNothing) {
     EXPECT_EQ(extension.output(), before);
 }
 
-TEST_F(Plugin, WaitsForAMenuATenthOfASecondAtTheMost) {
-    ExtensionProcess slow({"--delay", "90", "/sync"});
-    ASSERT_TRUE(knowsExtension());
-    EXPECT_EQ(manager.menu({root}), Texts{FileManager::label}) << "within the time";
-    EXPECT_GE(manager.menuTook(), milliseconds(90));
-}
-
 TEST_F(Plugin, GoesWithoutEntriesWhenTheExtensionIsSlowAndThenLeavesItAlone) {
     ExtensionProcess slow({"--delay", "1000", "/sync"});
     ASSERT_TRUE(knowsExtension());
@@ -62,15 +54,6 @@ TEST_F(Plugin, CutsATitleThatIsTooLongBetweenTwoCharacters) {
     EXPECT_TRUE(begin.ends_with('x') || begin.ends_with(accented)) << begin.substr(1000);
 }
 
-TEST_F(Plugin, OffersTheEntriesAgainWhenTheExtensionIsBack) {
-    ExtensionProcess extension({"/sync"});
-    ASSERT_TRUE(knowsExtension());
-    extension.end();
-    expectNothingAtOnce(manager.menu({root}));
-    ExtensionProcess again({"/sync"});
-    EXPECT_TRUE(runUntil([&] { return manager.menu({root}).size() == 1; }));
-}
-
 TEST_F(Plugin, AsksAgainAfterAWhileWhenAMenuWasNonsense) {
     ExtensionProcess extension({"--nonsense", "/sync", "--then", "/sync"});
     ASSERT_TRUE(extension.writes("get directoryURLs"));
@@ -95,14 +78,6 @@ TEST_F(Plugin, StartsAnExtensionThatHasEndedForWhatIsPicked) {
         manager.pickFirst();
         ASSERT_TRUE(runUntil([&] { return installed.starts() == 2; })) << "after " << picks;
     }
-}
-
-TEST_F(Plugin, StartsTheExtensionForAMenu) {
-    const ActivatableExtension extension;
-    EXPECT_TRUE(runUntil([&] {
-        EXPECT_EQ(manager.menu({root}), Texts());
-        return extension.starts() == 1;
-    }));
 }
 
 TEST_F(Plugin, WithoutAnExtensionThereIsNothingToWaitFor) {

@@ -6,12 +6,11 @@
 //     --delay MILLISECONDS  what menus take
 //     --nonsense            menus have 1,000 entries, and badges come in lists of another length
 //     --without-interface   the names have a process, but nothing to offer
-//     --late                the first request for properties and the first for badges fail
 //     --refuse URL          requests for badges fail that hold this item
 //     --once                ends after an action
-// SIGUSR1 replaces the root folders by those after --then, and ends the nonsense; SIGUSR2 restores
-// the root folders. It writes a line for each request: "get PROPERTY", "badges COUNT", "menu URL…",
-// "action SELECTOR URL…"; without the interface, "call".
+// SIGUSR1 replaces the root folders by those after --then, SIGUSR2 restores them; both end the
+// nonsense. It writes a line for each request: "get PROPERTY", "badges COUNT", "menu URL…", "action
+// SELECTOR URL…"; without the interface, "call".
 
 #include "Names.h"
 #include "file-managers/gtk/Handles.h"
@@ -23,7 +22,6 @@
 #include <glib-unix.h>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -35,7 +33,6 @@ struct Script {
     unsigned delay = 0; // milliseconds
     bool isNonsense = false;
     bool hasInterface = true;
-    bool isLate = false;
     std::string_view refused;
     bool endsAfterAction = false;
     std::vector<const char*> roots;
@@ -67,9 +64,7 @@ gboolean answerBadges(FinderSyncExtension1* extension, GDBusMethodInvocation* ca
     for (const char* const* url = urls; *url != nullptr; ++url)
         badges.push_back(isRoot(extension, *url) ? "FolderIco" : "");
     say(("badges " + std::to_string(badges.size())).c_str(), none);
-    static bool isFirst = script.isLate;
-    if (std::exchange(isFirst, false) ||
-        std::ranges::find(urls, urls + badges.size(), script.refused) != urls + badges.size()) {
+    if (std::ranges::find(urls, urls + badges.size(), script.refused) != urls + badges.size()) {
         g_dbus_method_invocation_return_dbus_error(call,
                                                    "org.freedesktop.DBus.Error.LimitsExceeded", "");
         return TRUE;
@@ -109,27 +104,18 @@ gboolean answerAction(FinderSyncExtension1* extension, GDBusMethodInvocation* ca
 }
 
 /// Sees each message first, in the bus's thread.
-GDBusMessage* sayCall(GDBusConnection* bus, GDBusMessage* message, gboolean isIncoming, void*) {
+GDBusMessage* sayCall(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, void*) {
     if (isIncoming == FALSE ||
         g_dbus_message_get_message_type(message) != G_DBUS_MESSAGE_TYPE_METHOD_CALL)
         return message;
-    if (!script.hasInterface)
+    if (!script.hasInterface) {
         say("call", none);
-    const char* property = nullptr;
-    if (script.hasInterface && std::string_view("Get") == g_dbus_message_get_member(message)) {
+    } else if (std::string_view("Get") == g_dbus_message_get_member(message)) {
+        const char* property = nullptr;
         g_variant_get(g_dbus_message_get_body(message), "(&s&s)", nullptr, &property);
         say((std::string("get ") + property).c_str(), none);
     }
-    static bool isFirst = script.isLate;
-    if (property == nullptr || !std::exchange(isFirst, false))
-        return message;
-    GDBusMessage* const reply = g_dbus_message_new_method_error_literal(
-        message, "org.freedesktop.DBus.Error.Failed", "too early");
-    (void)g_dbus_connection_send_message(bus, reply, G_DBUS_SEND_MESSAGE_FLAGS_NONE, nullptr,
-                                         nullptr);
-    g_object_unref(reply);
-    g_object_unref(message);
-    return nullptr;
+    return message;
 }
 
 /// Changed root folders are signalled without their value, which GDBus would send. In the bus's
@@ -145,6 +131,13 @@ GDBusMessage* withoutValue(GDBusConnection*, GDBusMessage* message, gboolean isI
     return signal;
 }
 
+template <auto roots> gboolean use(void* extension) {
+    script.isNonsense = false;
+    finder_sync_extension1_set_paths_of_root_folders(static_cast<FinderSyncExtension1*>(extension),
+                                                     (script.*roots).data());
+    return G_SOURCE_CONTINUE;
+}
+
 void publish(GDBusConnection* bus) {
     (void)g_dbus_connection_add_filter(bus, &sayCall, nullptr, nullptr);
     (void)g_dbus_connection_add_filter(bus, &withoutValue, nullptr, nullptr);
@@ -153,19 +146,8 @@ void publish(GDBusConnection* bus) {
     FinderSyncExtension1* const extension = finder_sync_extension1_skeleton_new();
     finder_sync_extension1_set_directory_urls(extension, script.directories.data());
     finder_sync_extension1_set_paths_of_root_folders(extension, script.roots.data());
-    const auto useLaterRoots = [](void* published) -> gboolean {
-        script.isNonsense = false;
-        finder_sync_extension1_set_paths_of_root_folders(
-            static_cast<FinderSyncExtension1*>(published), script.laterRoots.data());
-        return G_SOURCE_CONTINUE;
-    };
-    const auto useRoots = [](void* published) -> gboolean {
-        finder_sync_extension1_set_paths_of_root_folders(
-            static_cast<FinderSyncExtension1*>(published), script.roots.data());
-        return G_SOURCE_CONTINUE;
-    };
-    (void)g_unix_signal_add(SIGUSR1, useLaterRoots, extension);
-    (void)g_unix_signal_add(SIGUSR2, useRoots, extension);
+    (void)g_unix_signal_add(SIGUSR1, &use<&Script::laterRoots>, extension);
+    (void)g_unix_signal_add(SIGUSR2, &use<&Script::roots>, extension);
     g_signal_connect(extension, "handle-request-badge-identifiers-for-urls",
                      G_CALLBACK(&answerBadges), nullptr);
     g_signal_connect(extension, "handle-menu-for-menu-kind", G_CALLBACK(&answerMenu), nullptr);
@@ -192,8 +174,6 @@ int main(int argc, char** argv) {
             script.isNonsense = true;
         else if (word == "--without-interface")
             script.hasInterface = false;
-        else if (word == "--late")
-            script.isLate = true;
         else if (word == "--refuse")
             script.refused = argv[++index];
         else if (word == "--once")

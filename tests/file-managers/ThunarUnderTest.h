@@ -12,31 +12,8 @@ class FileManager : public GtkFileManager {
 public:
     static constexpr bool hasBadges = false;
 
-    /// Shows another folder in the window.
-    void goTo(const std::string& url) { folder_ = newFile(url.c_str()); }
-
 private:
     static inline bool isResident = false;
-
-    /// A window is a widget, but nobody here asks it for more than its folder.
-    static GType windowType() {
-        static const GType type = [] {
-            const auto initialize = [](void* window, void*) {
-                auto* const object = static_cast<GObjectClass*>(window);
-                object->get_property = [](GObject* shown, guint, GValue* value, GParamSpec*) {
-                    g_value_set_object(value, g_object_get_data(shown, "folder"));
-                };
-                g_object_class_install_property(object, 1,
-                                                g_param_spec_object("current-directory", "", "",
-                                                                    G_TYPE_OBJECT,
-                                                                    G_PARAM_READABLE));
-            };
-            return g_type_register_static_simple(G_TYPE_OBJECT, "TestWindow", sizeof(GObjectClass),
-                                                 initialize, sizeof(GObject), nullptr,
-                                                 GTypeFlags(0));
-        }();
-        return type;
-    }
 
     static void initializeProviderPlugin(void* interface, void*) {
         auto* const plugin = static_cast<ThunarxProviderPluginIface*>(interface);
@@ -96,14 +73,13 @@ private:
     GList* newItems(GList* selection) override {
         const Object<ThunarxMenuProvider> provider(
             static_cast<ThunarxMenuProvider*>(g_object_new(providerType(), nullptr)));
-        const Object<GObject> window(static_cast<GObject*>(g_object_new(windowType(), nullptr)));
-        g_object_set_data(window.get(), "folder", folder_.get());
-        // Not through the library, which demands a window and so a display.
+        // Without a folder, it is the desktop's.
+        const Object<GObject> window(static_cast<GObject*>(g_object_new(G_TYPE_OBJECT, nullptr)));
+        // Not through the library, which demands a widget and so a display.
         return THUNARX_MENU_PROVIDER_GET_IFACE(provider.get())
             ->get_file_menu_items(provider.get(), reinterpret_cast<GtkWidget*>(window.get()),
                                   selection);
     }
 
     const GType loaded_ = providerType();
-    Object<GObject> folder_ = newFile("file:///");
 };

@@ -5,7 +5,6 @@
 //     menu URL     opens a menu: "menu MICROSECONDS LABEL…", with tabs in between
 //     pick         picks the first entry of that menu
 
-#include "tests/file-managers/AheadOfOthers.h"
 #include "tests/file-managers/FileManagerUnderTest.h"
 
 #include <algorithm>
