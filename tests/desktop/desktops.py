@@ -113,8 +113,11 @@ class Desktop(Session):
         assert found.returncode == 0, found.stderr + self.look("failed")
         return [int(number) for number in found.stdout.split()]
 
+    def xdotool(self, *words):
+        subprocess.run(["xdotool", *words], env=self.environment, check=True)
+
     def type(self, *keys):
-        subprocess.run(["xdotool", "key", *keys], env=self.environment, check=True)
+        self.xdotool("key", *keys)
 
     def screenshot(self):
         """The X server keeps its pixels in a file, so that nobody has to wait for it."""
@@ -186,8 +189,7 @@ class FileManager:
     def open_background_menu(self, name):
         """That of the folder, below the icons, of which one is named."""
         x, y, *_ = self.icon(name)
-        subprocess.run(["xdotool", "mousemove", str(x + 20), str(y + 250), "click", "3"],
-                       env=self.desktop.environment, check=True)
+        self.desktop.xdotool("mousemove", str(x + 20), str(y + 250), "click", "3")
 
     def expect_menu_without(self, title):
         self.entry(self.last_entry)
@@ -259,8 +261,7 @@ class Dolphin(FileManager):
             return None
         left, top, right, bottom = wait_for(lambda: self.place_of(title), "the entry")
         if action == "click":
-            subprocess.run(["xdotool", "mousemove", str(left), str(top), "click", "1"],
-                           env=self.desktop.environment, check=True)
+            self.desktop.xdotool("mousemove", str(left), str(top), "click", "1")
         return left, top, right - left, bottom - top
 
     def pick(self, title):
@@ -282,8 +283,7 @@ class Dolphin(FileManager):
         wait_for(lambda: len(self.windows()) > 1, "the menu")
         self.desktop.type("Escape")
         wait_for(lambda: len(self.windows()) == 1, "no menu")
-        subprocess.run(["xdotool", "mousemove", "990", "690", "key", "Escape"],
-                       env=self.desktop.environment, check=True)
+        self.desktop.xdotool("mousemove", "990", "690", "key", "Escape")
 
     def windows(self):
         search = ["xdotool", "search", "--onlyvisible", "--class", self.name]

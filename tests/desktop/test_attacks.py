@@ -1,22 +1,19 @@
 """Attacks on real file managers: a window goes on answering, and nothing that is wrong stays."""
 
 import contextlib
-import fcntl
 import json
 import os
-import pathlib
-import re
 import select
 import shutil
 import signal
 import subprocess
-import termios
 import threading
 import time
 
-from conftest import line, wait_for
+from conftest import wait_for
 from desktops import (BADGE, FILE_MANAGERS, LINK, Desktop, desktop, dolphin,  # noqa: F401
                       file_manager, gnome_files, only_in, thunar, with_badges)
+from hostile.conftest import READ_LENGTH, block, deliver, memory
 from hostile.impostor import ERROR, Impostor
 
 LONGEST_ANSWER = 0.2  # seconds, to a key
@@ -24,7 +21,6 @@ SOON = 1  # seconds from the last change to the right badges and titles
 GROWTH = 1.1  # of memory that is in use
 GROWTH_OF_BUS = 1 << 10  # kilobytes in a second, for a file manager that reads nothing
 ROOTS, PATH_LENGTH = 2000, 900
-READ_SIZE = 1024  # of the extension; a message that a read cuts in two ends it
 PICKS = 2
 MENU_BACKOFF = 5  # seconds in which an extension that let a menu time out is not asked for another
 
@@ -49,29 +45,24 @@ def opened(desktop, file_manager):
     return folder, peer
 
 
-def block(*messages):
-    """One read of the extension."""
-    size = READ_SIZE // len(messages)
-    return b"".join(line(**message)[:-1].ljust(size - 1) + b"\n" for message in messages)
-
-
-def titles(last):
-    return {"type": "set_locale", "shareContactTitle": "", "backupTitle": "",
-            "shareViaUrlTitle": f"Copy link {last}"}
+def titles(last, length):
+    return block(length, type="set_locale", shareContactTitle="", backupTitle="",
+                 shareViaUrlTitle=f"Copy link {last}")
 
 
 def twenty_thousand_titles(_):
-    return [block(*map(titles, range(number, number + 8))) for number in range(0, 20000, 8)]
+    return [b"".join(titles(number + each, READ_LENGTH // 8) for each in range(8))
+            for number in range(0, 20000, 8)]
 
 
 def two_thousand_roots(_):
-    return [block({"type": "add_folder", "path": f"/{number}".ljust(PATH_LENGTH, "x")})
+    return [block(type="add_folder", path=f"/{number}".ljust(PATH_LENGTH, "x"))
             for number in range(ROOTS)]
 
 
 def one_root_toggled(root):
     kinds = "del_folder", "add_folder"
-    return [block({"type": kind, "path": str(root)}) for kind in kinds] * 1000
+    return [block(type=kind, path=str(root)) for kind in kinds] * 1000
 
 
 def send(peer, blocks, rate=1000):
@@ -79,15 +70,7 @@ def send(peer, blocks, rate=1000):
     begin = time.monotonic()
     for number, each in enumerate(blocks):
         time.sleep(max(0, begin + number / rate - time.monotonic()))
-        peer.send(each)
-        while fcntl.ioctl(peer.connection, termios.TIOCOUTQ, bytes(4)) != bytes(4):
-            pass  # the other end's system has not taken all of it
-
-
-def memory(process):
-    """Kilobytes."""
-    status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
-    return int(re.search(r"^VmRSS:\s*(\d+)", status, re.MULTILINE)[1])
+        deliver(peer.connection, each)
 
 
 def open_menu(file_manager, title):
@@ -97,8 +80,7 @@ def open_menu(file_manager, title):
     try:
         file_manager.entry(title, timeout=3)
     except AssertionError:
-        environment = file_manager.desktop.environment
-        subprocess.run(["xdotool", "key", "Escape"], env=environment, check=True)
+        file_manager.desktop.type("Escape")
         time.sleep(MENU_BACKOFF)
         file_manager.icon("last.txt", "menu")
         file_manager.entry(title)
@@ -112,7 +94,7 @@ def wait_for_key(desktop, key, place):
         return desktop.screenshot().crop((x, y, x + width, y + height)).tobytes()
 
     before, begin = look(), time.monotonic()
-    subprocess.run(["xdotool", "key", key], env=desktop.environment, check=True)
+    desktop.type(key)
     wait_for(lambda: look() != before, "an answer to a key")
     return time.monotonic() - begin
 
@@ -132,7 +114,7 @@ def test_bursts_of_changes(desktop, file_manager):
     expect_menu(LINK)
     last = file_manager.icon("last.txt")
     processes = desktop.daemon, file_manager.process
-    before = [memory(each) for each in processes]
+    before = [memory(each, "VmRSS") for each in processes]
     for burst in (twenty_thousand_titles, two_thousand_roots, one_root_toggled):
         blocks = burst(folder / "Sync")
         sender = threading.Thread(target=send, args=(peer, blocks), daemon=True)
@@ -140,14 +122,14 @@ def test_bursts_of_changes(desktop, file_manager):
         waits = []
         while sender.is_alive():
             waits += [wait_for_key(desktop, key, last) for key in ("Home", "End")]
-        send(peer, [block({"type": "del_folder", "path": str(folder / "Sync")},
-                          titles(burst.__name__))])
+        send(peer, [block(READ_LENGTH // 2, type="del_folder", path=str(folder / "Sync")) +
+                    titles(burst.__name__, READ_LENGTH // 2)])
         end = time.monotonic()
         wait_for(lambda: not is_badged(), "no badge")
         took = time.monotonic() - end
         time.sleep(max(0, SOON - took))
         expect_menu(f"Copy link {burst.__name__}")
-        after = [memory(each) for each in processes]
+        after = [memory(each, "VmRSS") for each in processes]
         assert max(waits) < LONGEST_ANSWER, burst.__name__
         assert took < SOON, burst.__name__
         # The bus keeps a buffer for the largest message that a connection has sent.
@@ -157,9 +139,9 @@ def test_bursts_of_changes(desktop, file_manager):
         desktop.announce(peer, folder / "Sync")
 
     file_manager.process.send_signal(signal.SIGSTOP)
-    before = memory(desktop.daemon)
+    before = memory(desktop.daemon, "VmRSS")
     send(peer, one_root_toggled(folder / "Sync")[:1000])
-    grown = memory(desktop.daemon) - before
+    grown = memory(desktop.daemon, "VmRSS") - before
     file_manager.process.send_signal(signal.SIGCONT)
     assert grown <= GROWTH_OF_BUS
     wait_for(lambda: is_badged() or not file_manager.badge_offset, "the badge")

@@ -3,6 +3,7 @@ whose plug-ins open menus during each attack and time them."""
 
 import collections
 import contextlib
+import fcntl
 import json
 import os
 import pathlib
@@ -10,6 +11,7 @@ import re
 import select
 import signal
 import subprocess
+import termios
 import threading
 import time
 
@@ -21,6 +23,7 @@ ROOT, FILE = "file:///sync", "file:///sync/a"
 TITLE = "Copy link"
 # A plug-in waits for a menu for at most a tenth of a second; then the system has to wake it.
 MENU_TIMEOUT, ALLOWANCE = 100.0, 25.0  # milliseconds
+READ_LENGTH = 1024  # of the extension; a message that a read cuts in two ends it
 GROWTH = 4096  # kilobytes; the allocator keeps what the largest request has taken
 UNIT = pathlib.Path(__file__).parents[2] / "hosts/linux/FinderSync.systemd.service.in"
 MEMORY_MAX = int(re.search(r"^MemoryMax=(\d+)M$", UNIT.read_text(), re.MULTILINE)[1]) << 10
@@ -98,10 +101,9 @@ class Scene:
 
     def announce(self):
         """What a companion says first."""
-        for message in [line(type="add_folder", path="/sync"),
-                        line(type="set_locale", shareContactTitle="", shareViaUrlTitle=TITLE,
-                             backupTitle="")]:
-            self.peer.send(message[:-1].ljust(1023) + b"\n")
+        self.peer.send(block(type="add_folder", path="/sync"))
+        self.peer.send(block(type="set_locale", shareContactTitle="", shareViaUrlTitle=TITLE,
+                             backupTitle=""))
 
     def open_file_managers(self, names=tuple(NAMES)):
         self.close_file_managers()
@@ -232,6 +234,18 @@ class Scene:
         self.announce()
         self.works()
         assert len(self.receive(len(NAMES))) == len(NAMES)
+
+
+def block(length=READ_LENGTH, **message):
+    """A message that fills a read of the extension, or a part of it."""
+    return line(**message)[:-1].ljust(length - 1) + b"\n"
+
+
+def deliver(connection, data):
+    """Returns once the other end's system has taken all of it."""
+    connection.sendall(data)
+    while fcntl.ioctl(connection, termios.TIOCOUTQ, bytes(4)) != bytes(4):
+        pass
 
 
 def own_memory(process):

@@ -2,24 +2,14 @@
 as it does at malformed messages; the file managers never wait for it."""
 
 import contextlib
-import fcntl
-import signal
 import socket
 import subprocess
-import termios
 import time
 
 import pytest
-from conftest import TIMEOUT, line
+from conftest import TIMEOUT
 
-from hostile.conftest import meanwhile, own_memory
-
-BLOCK = 1024
-MOST_GROWTH = 256  # kilobytes a second, of a bus whose messages some do not read
-
-
-def block(**message):
-    return line(**message)[:-1].ljust(BLOCK - 1) + b"\n"
+from hostile.conftest import READ_LENGTH, block, deliver, meanwhile
 
 
 def click(session, count):
@@ -45,11 +35,11 @@ def test_never_reads_the_reports(scene):
 
 @pytest.mark.parametrize(("data", "flags", "pause", "outcome"), [
     pytest.param(b"{", 0, 0.01, "has_ended", id="single_bytes"),  # the first is no message
-    pytest.param(b"\n" * BLOCK * 64, 0, 0, "is_as_before", id="empty_lines"),
+    pytest.param(b"\n" * READ_LENGTH * 64, 0, 0, "is_as_before", id="empty_lines"),
     pytest.param(block(type="hello") * 1000 + b" ", 0, 0, "has_ended", id="blocks_that_tcp_splits"),
-    pytest.param(b" " * BLOCK * 64, 0, 0, "has_ended", id="an_endless_line"),
+    pytest.param(b" " * READ_LENGTH * 64, 0, 0, "has_ended", id="an_endless_line"),
     # One that is overtaken by the next is a byte like any other, which is no message.
-    pytest.param(b"!" * BLOCK, socket.MSG_OOB, 0, "has_ended", id="urgent_bytes"),
+    pytest.param(b"!" * READ_LENGTH, socket.MSG_OOB, 0, "has_ended", id="urgent_bytes"),
 ])
 def test_a_flood_of(scene, data, flags, pause, outcome):
     connection = scene.begin(stdout=subprocess.DEVNULL)
@@ -65,43 +55,7 @@ def test_a_flood_of_messages(scene):
     connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_CORK, 1)
     # No more under way than fits: what TCP has to split would end the process.
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, len(flood))
-
-    def send():
-        connection.sendall(flood)
-        while fcntl.ioctl(connection, termios.TIOCOUTQ, bytes(4)) != bytes(4):
-            pass  # the other end's system has not taken all of it
-
-    scene.withstands(send, seconds=0.5)
-
-
-@pytest.mark.parametrize("changes", [
-    pytest.param([block(type="add_folder", path="/other"), block(type="del_folder", path="/other")],
-                 id="root_folders"),
-    pytest.param([block(type="set_locale", shareContactTitle="", shareViaUrlTitle=title * 900,
-                        backupTitle="") for title in "xy"], id="titles"),
-])
-def test_changes_that_no_file_manager_reads(scene, changes):
-    """They cost the bus little, however long the list of root folders and fast the companion."""
-    connection = scene.begin(stdout=subprocess.DEVNULL)
-    scene.session.set("pathsOfRootFolders", "as", ["/sync", *(f"/{number:0900}" for number in
-                                                              range(200))])
-    for each in scene.file_managers:
-        each.popen.send_signal(signal.SIGSTOP)
-    before = own_memory(scene.session.daemon)
-
-    def send():
-        for change in changes:
-            connection.sendall(change)
-            time.sleep(0.001)
-
-    with meanwhile(send):
-        time.sleep(2)
-    grown = own_memory(scene.session.daemon) - before
-    for each in scene.file_managers:
-        each.popen.send_signal(signal.SIGCONT)
-    assert grown < 2 * MOST_GROWTH
-    scene.announce()
-    scene.is_as_before()
+    scene.withstands(lambda: deliver(connection, flood), seconds=0.5)
 
 
 def test_half_closes_and_goes_on_sending(scene):
@@ -123,7 +77,7 @@ def test_resets_in_the_middle_of_a_line(scene):
 
 def test_resets_in_the_middle_of_a_report(scene):
     connection = scene.begin()
-    connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, BLOCK)
+    connection.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, READ_LENGTH)
     with meanwhile(lambda: click(scene.session, 2000)):
         time.sleep(0.1)
         scene.peer.reset()
