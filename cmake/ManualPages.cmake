@@ -24,5 +24,7 @@ function(add_manual_page component program source)
     COMMAND sh -c "\"$1\" <\"$2\" >\"$3\"" sh ${SCDOC} ${configured} ${folder}/${page}
     DEPENDS ${configured}
     VERBATIM)
-  install_compressed(${component} ${folder}/${page} ${CMAKE_INSTALL_MANDIR}/man1/${page})
+  add_custom_target(${page} ALL DEPENDS ${folder}/${page})
+  add_dependencies(programs ${page})
+  install(FILES ${folder}/${page} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT ${component})
 endfunction()

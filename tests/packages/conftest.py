@@ -1,17 +1,19 @@
 """Packages made of the build under test, and a place where they are installed."""
 
+import os
 import subprocess
 
 import pytest
 
-from .installation import BUILD, Root, run
+from .installation import BUILD, SOURCES, Root, run
 
 
 @pytest.fixture(scope="session")
 def packages(tmp_path_factory):
     """The packages' files, by name."""
     folder = tmp_path_factory.mktemp("packages")
-    run("cpack", "--config", str(BUILD / "CPackConfig.cmake"), "-B", str(folder))
+    run(SOURCES / "scripts/package", "--output", folder, stderr=subprocess.DEVNULL, env=os.environ
+        | {"FINDER_SYNC_BUILD": str(BUILD), "DEB_BUILD_OPTIONS": "noautodbgsym"})
     return {file.name.split("_")[0]: file for file in folder.glob("*.deb")}
 
 

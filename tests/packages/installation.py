@@ -4,6 +4,7 @@ import os
 import pathlib
 import subprocess
 
+SOURCES = pathlib.Path(__file__).parents[2]
 BUILD = pathlib.Path(os.environ["FINDER_SYNC_BIN"]).parent
 
 

@@ -1,0 +1,77 @@
+"""What rpmbuild and makepkg make of the sources and the build under test."""
+
+import os
+import subprocess
+
+import pytest
+
+from .installation import BUILD, SOURCES, run
+from .test_packages import FILES, files_of
+
+FINISHED = os.environ | {"FINDER_SYNC_BUILD": str(BUILD)}
+
+
+@pytest.fixture
+def sources(tmp_path):
+    run(SOURCES / "scripts/package", "--source", "--output", tmp_path / "sources")
+    return tmp_path / "sources"
+
+
+@pytest.fixture
+def installed(tmp_path):
+    (tmp_path / "root/var/lib/pacman").mkdir(parents=True)
+    return tmp_path / "root"
+
+
+def as_user(number, *command):
+    """The words of a command that is to run as this user, or as one who takes himself for it."""
+    command = [str(word) for word in command]
+    if os.geteuid() == number or (number and os.geteuid()):
+        return command
+    unshare = ["unshare", "--user", f"--map-user={number}", f"--map-group={number}"]
+    attempt = subprocess.run([*unshare, "true"], capture_output=True, text=True)
+    if attempt.returncode != 0:
+        pytest.skip(f"needs user namespaces: {attempt.stderr.strip()}")
+    return [*unshare, *command]
+
+
+def check_files(installed):
+    """The same files as those of the Debian packages, but for the documents."""
+    files = [file.removesuffix(".gz") for file in files_of(installed / "usr")
+             if not file.startswith(("lib/.build-id/", "share/doc/", "share/licenses/"))]
+    assert files == sorted(file.removesuffix(".gz").removeprefix("usr/")
+                           for files in FILES.values() for file in files)
+
+
+def test_rpm(sources, installed, tmp_path):
+    # Debian's rpm knows nothing of Debian's packages, so nothing that is needed is there for it.
+    run("rpmbuild", "-ba", "--nodeps", "--define", f"_topdir {tmp_path}", "--define",
+        f"_sourcedir {sources}", sources / "finder-sync.spec", stderr=subprocess.DEVNULL, env=FINISHED)
+    packages = list(tmp_path.glob("RPMS/*/*.rpm"))
+    assert sorted(package.name.split("-0.")[0] for package in packages) == sorted(FILES)
+    run("rpmlint", "--strict", "-c", SOURCES / "packaging/rpmlint.toml", sources / "finder-sync.spec",
+        *packages, *tmp_path.glob("SRPMS/*"))
+
+    for package in packages:
+        asked = run("rpm", "--query", "--requires", "--package", package).splitlines()
+        name = package.name.split("-0.")[0]
+        if name.endswith("-finder-sync"):
+            assert name.removesuffix("-finder-sync") in asked
+            assert not [one for one in asked if one.startswith("finder-sync")]
+        assert name != "finder-sync-tools" or \
+            "finder-sync-extension(x86-64) = 0.1.0-1" in asked
+
+    rpm = as_user(0, "rpm", "--root", installed, "--nodeps")
+    run(*rpm, "--install", *map(str, packages))
+    check_files(installed)
+    run(*rpm, "--erase", *FILES)
+    assert not (installed / "usr").exists() or not files_of(installed / "usr")
+
+
+def test_arch_linux(sources, installed):
+    run(*as_user(1000, "makepkg", "--nodeps"), cwd=sources, stderr=subprocess.DEVNULL, env=FINISHED)
+    packages = [package for package in sources.glob("*.pkg.tar*")]
+    pacman = as_user(0, "pacman", "--root", installed, "--dbpath", installed / "var/lib/pacman",
+                     "--noconfirm", "--noscriptlet", "-dd")
+    run(*pacman, "-U", *map(str, packages))
+    check_files(installed)
