@@ -3,7 +3,7 @@
 import dataclasses
 import enum
 import json
-from collections.abc import Iterable
+from collections.abc import Callable, Iterable
 
 BLOCK_SIZE = 1024
 """Bytes that the extension reads at once, and so the most that a message may have."""
@@ -61,6 +61,8 @@ class Companion:
         self._titles: Titles | None = None
         self._backup: bool | None = None
         self._changes = 0
+        self.watchers: list[Callable[[], None]] = []
+        """Are called whenever anything has been set."""
 
     @property
     def folders(self) -> list[str]:
@@ -91,7 +93,7 @@ class Companion:
                 refusals.append(Refusal(path, reason))
             else:
                 self._folders[path] = None
-        self._changes += 1
+        self._has_changed()
         return refusals
 
     def set_titles(self, titles: Titles) -> list[Refusal]:
@@ -108,13 +110,13 @@ class Companion:
                 refusals.append(Refusal(key, Reason.NOT_UTF8))
                 titles = dataclasses.replace(titles, **{name: getattr(former, name)})
         self._titles = _fitting(titles)
-        self._changes += 1
+        self._has_changed()
         return refusals
 
     def set_backup(self, is_shown: bool) -> None:
         """Shows or hides the backup entry."""
         self._backup = is_shown
-        self._changes += 1
+        self._has_changed()
 
     def folders_around(self, path: str) -> list[str]:
         """The folders that contain a normalized path or are it, the innermost first."""
@@ -124,6 +126,11 @@ class Companion:
                 found.append(path)
             path = path.rpartition("/")[0]
         return found + ["/"] if "/" in self._folders else found
+
+    def _has_changed(self) -> None:
+        self._changes += 1
+        for watcher in self.watchers:
+            watcher()
 
 
 def _is_utf8(text: str) -> bool:
