@@ -37,7 +37,7 @@ void requestTermination(int signal) {
 }
 
 void handle(int signal, void (*handler)(int)) {
-    struct sigaction action {};
+    struct sigaction action{};
     action.sa_handler = handler;
     action.sa_flags = SA_RESTART;
     (void)sigemptyset(&action.sa_mask);
@@ -45,7 +45,7 @@ void handle(int signal, void (*handler)(int)) {
 }
 
 bool isIgnored(int signal) {
-    struct sigaction action {};
+    struct sigaction action{};
     return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
 }
 

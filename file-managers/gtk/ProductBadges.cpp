@@ -81,7 +81,7 @@ ProductBadges::Batch ProductBadges::nextBatch() {
     return batch;
 }
 
-ProductBadges::Batch ProductBadges::takeBatch(Files& files, bool Item::*isHere) {
+ProductBadges::Batch ProductBadges::takeBatch(Files& files, bool Item::* isHere) {
     Batch batch;
     std::size_t size = 0;
     std::size_t taken = 0;

@@ -62,7 +62,7 @@ private:
     void sendLater();
     void send();
     [[nodiscard]] Batch nextBatch();
-    [[nodiscard]] Batch takeBatch(Files& files, bool Item::*isHere);
+    [[nodiscard]] Batch takeBatch(Files& files, bool Item::* isHere);
     void answered(const Batch& batch, const std::vector<std::string>& badges);
     void retryLater(const Batch& batch);
     void retry();

@@ -77,7 +77,7 @@ std::string& linesFor(int descriptor) {
 /// Whether a stream is the journal that `$JOURNAL_STREAM` names.
 bool isJournal(int descriptor) {
     const char* const journalStream = std::getenv("JOURNAL_STREAM");
-    struct stat status {};
+    struct stat status{};
     if (journalStream == nullptr || ::fstat(descriptor, &status) != 0)
         return false;
     // No allocation: fatalError calls this when memory has run out.

@@ -16,7 +16,7 @@ namespace platform {
 namespace {
 
 bool isReadableFile(const std::string& path) {
-    struct stat status {};
+    struct stat status{};
     return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
            ::access(path.c_str(), R_OK) == 0;
 }

@@ -14,7 +14,7 @@ namespace platform {
 namespace {
 
 /// The base of both streams: one direction of the shared connection.
-template <typename Base, linux_backend::Direction linux_backend::SocketConnection::*member>
+template <typename Base, linux_backend::Direction linux_backend::SocketConnection::* member>
 class SocketStream : public Base {
 public:
     explicit SocketStream(std::shared_ptr<linux_backend::SocketConnection> connection)

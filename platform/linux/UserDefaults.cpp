@@ -37,7 +37,7 @@ std::string configurationDirectory() {
 
 /// Reads an open settings file, at most `sizeLimit` bytes even if it grows meanwhile.
 std::optional<std::string> readSettings(int descriptor, std::string& failure) {
-    struct stat status {};
+    struct stat status{};
     if (::fstat(descriptor, &status) != 0) {
         failure = errorText(errno);
         return std::nullopt;

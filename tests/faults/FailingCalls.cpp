@@ -281,8 +281,7 @@ template <std::size_t index> long call(long a, long b, long c, long d, long e, l
 
 constexpr auto wrappers = []<std::size_t... index>(std::index_sequence<index...>) {
     return std::array{&call<index>...};
-}
-(std::make_index_sequence<std::size(functions)>());
+}(std::make_index_sequence<std::size(functions)>());
 
 void redirect(void** slot, const char* symbol) {
     for (std::size_t index = 0; index < functionCount; ++index) {

@@ -24,14 +24,10 @@ static_assert(!platform::macos::ObjectPointer<void*>);
 static_assert(!platform::macos::ObjectPointer<CFStringRef>,
               "these are cast to their classes first");
 template <typename T>
-concept GivesObjectOfTemporary = requires(T&& reference) {
-    static_cast<T&&>(reference).get();
-};
+concept GivesObjectOfTemporary = requires(T&& reference) { static_cast<T&&>(reference).get(); };
 static_assert(!GivesObjectOfTemporary<Text>, "its object may be released already");
 template <typename T>
-concept GivesCountAway = requires(T&& reference) {
-    static_cast<T&&>(reference).autoreleased();
-};
+concept GivesCountAway = requires(T&& reference) { static_cast<T&&>(reference).autoreleased(); };
 static_assert(!GivesCountAway<Text&>, "ownership is not given away implicitly");
 
 using References = tests::PrincipalClassTest;

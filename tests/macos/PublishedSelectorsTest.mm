@@ -27,9 +27,7 @@
 @end
 
 template <typename T>
-concept HasFields = requires(T* object) {
-    object->extension_;
-};
+concept HasFields = requires(T* object) { object->extension_; };
 static_assert(!HasFields<FinderSync>, "its fields are its own");
 static_assert(std::is_same_v<decltype([static_cast<FinderSync*>(nil) backupTitle]), NSString*>);
 static_assert(std::is_same_v<decltype([static_cast<FinderSync*>(nil) JSONParseDictionary:nil]),

@@ -11,7 +11,9 @@ namespace {
 /// Reading commands pauses while more bytes than this wait for an extension that reads slowly.
 constexpr std::size_t outboxLimit = std::size_t{1024} * 1024;
 
-template <typename... Cases> struct Overloaded : Cases... { using Cases::operator()...; };
+template <typename... Cases> struct Overloaded : Cases... {
+    using Cases::operator()...;
+};
 template <typename... Cases> Overloaded(Cases...) -> Overloaded<Cases...>;
 
 std::string countOfLines(std::size_t count) {

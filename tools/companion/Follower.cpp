@@ -16,7 +16,7 @@ namespace {
 constexpr std::size_t lineLimit = std::size_t{64} * 1024;
 
 bool isNamedPipe(int descriptor) {
-    struct stat status {};
+    struct stat status{};
     return ::fstat(descriptor, &status) == 0 && S_ISFIFO(status.st_mode);
 }
 

@@ -34,7 +34,7 @@ constexpr FileManager fileManagers[] = {
 
 /// The file manager that a process of this user runs, or null.
 const FileManager* fileManagerOf(const std::filesystem::path& process) {
-    struct stat status {};
+    struct stat status{};
     std::error_code error;
     std::string program = std::filesystem::read_symlink(process / "exe", error).filename();
     if (error || ::stat(process.c_str(), &status) != 0 || status.st_uid != ::getuid())
