@@ -10,9 +10,9 @@
 #   that has it. Sets HAS_<NAME> in the caller's scope, appends the name to one of the global
 #   properties FINDER_SYNC_BUILT_<group> and FINDER_SYNC_LEFT_OUT_<group>, and reports the outcome.
 #
-#     find_package(Qt5 5.15 QUIET)
-#     add_component(Plug-ins dolphin Qt5_FOUND "Qt5 5.15" qtbase5-dev)
-#     if(NOT HAS_DOLPHIN)
+#     find_package(Boost 1.81 QUIET COMPONENTS json)
+#     add_component(Parts tools Boost_FOUND "Boost.JSON 1.81" libboost-json-dev)
+#     if(NOT HAS_TOOLS)
 #       return()
 #     endif()
 #

@@ -84,7 +84,7 @@ void ProductBadges::send() {
 
 template <typename Urls> ProductBadges::Batch ProductBadges::takeFrom(Urls& items, int most) const {
     Batch batch;
-    int size = 0;
+    qsizetype size = 0;
     for (auto next = items.begin(); next != items.end() && batch.items.size() < most;
          next = items.erase(next)) {
         const QString url = requestURL(*next);

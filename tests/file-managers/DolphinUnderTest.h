@@ -82,8 +82,11 @@ public:
     }
 
     static KPluginMetaData pluginOfKind(const char* kind) {
-        const auto found =
-            KPluginMetaData::findPlugins(QStringLiteral("kf5/") + QLatin1String(kind));
+        const auto found = KPluginMetaData::findPlugins(
+            QStringLiteral(FINDER_SYNC_PLUGIN_FOLDER "/") + QLatin1String(kind),
+            [](const KPluginMetaData& plugin) {
+                return plugin.fileName().startsWith(QStringLiteral(FINDER_SYNC_PLUGINS));
+            });
         if (found.size() != 1)
             throw std::runtime_error(std::string("there is not one plug-in in ") + kind);
         return found.front();
