@@ -73,7 +73,7 @@ std::vector<Refusal> Companion::setFolders(const std::vector<std::string>& paths
 std::vector<Refusal> Companion::setTitles(Titles titles) {
     std::vector<Refusal> refusals;
     const Titles former = titles_.value_or(Titles());
-    const auto check = [&](const char* key, std::string Titles::*title) {
+    const auto check = [&](const char* key, std::string Titles::* title) {
         if (isUTF8(titles.*title))
             return;
         refusals.push_back({key, Reason::NotUTF8});
