@@ -11,10 +11,11 @@ from .installation import BUILD, run
 
 UNIT = f"{GROUP}.FinderSync.service"
 LIBRARIES = "usr/lib/" + run("dpkg-architecture", "-qDEB_HOST_MULTIARCH").strip()
+KDE_PLUGINS = "qt{0}/plugins/kf{0}".format(next((BUILD / "lib/plugins").iterdir()).name[-1])
 PLUGINS = {
     "caja-finder-sync": ["caja/extensions-2.0/libfinder-sync-caja.so"],
-    "dolphin-finder-sync": ["qt5/plugins/kf5/kfileitemaction/finder-sync-menu.so",
-                            "qt5/plugins/kf5/overlayicon/finder-sync-badges.so"],
+    "dolphin-finder-sync": [f"{KDE_PLUGINS}/kfileitemaction/finder-sync-menu.so",
+                            f"{KDE_PLUGINS}/overlayicon/finder-sync-badges.so"],
     "nautilus-finder-sync": ["nautilus/extensions-4/libfinder-sync-nautilus.so"],
     "nemo-finder-sync": ["nemo/extensions-3.0/libfinder-sync-nemo.so"],
     "thunar-finder-sync": ["thunarx-3/libfinder-sync-thunar.so"],
@@ -38,6 +39,7 @@ FILES = {
         *(f"usr/share/{place}icon_{entry}.svg" for entry in ("Backup", "URLlink", "share")
           for place in ("finder-sync/", f"icons/hicolor/scalable/actions/{GROUP}.")),
         f"usr/share/icons/hicolor/scalable/emblems/emblem-{GROUP}.FolderIco.svg",
+        f"usr/share/metainfo/{GROUP}.FinderSync.metainfo.xml",
         "usr/share/man/man1/finder-sync-extension.1.gz",
         "usr/share/man/man1/finderctl.1.gz",
         f"usr/share/systemd/user/{UNIT}",
@@ -50,7 +52,9 @@ FILES = {
         "usr/share/man/man1/companion.1.gz",
         "usr/share/rlwrap/completions/companion",
     ],
-} | {package: [f"{LIBRARIES}/{file}" for file in files] for package, files in PLUGINS.items()}
+} | {package: [*(f"{LIBRARIES}/{file}" for file in files),
+               "usr/share/metainfo/com.example.finder_sync.{}.metainfo.xml".format(
+                   package.removesuffix("-finder-sync"))] for package, files in PLUGINS.items()}
 
 
 def documents(package):
@@ -150,6 +154,12 @@ def test_lintian_has_nothing_to_say(packages):
     changes, = packages["finder-sync-extension"].parent.glob("*.changes")
     run("lintian", "--no-cfg", "--allow-root", "--pedantic", "--fail-on", "error,warning,pedantic",
         str(changes))
+
+
+def test_software_centres_understand_the_metadata(unpacked):
+    files = list((unpacked / "usr/share/metainfo").iterdir())
+    assert len(files) == len(PLUGINS) + 1
+    run("appstreamcli", "validate", "--strict", "--no-net", *map(str, files))
 
 
 def test_the_packages_of_the_next_release_replace_them(packages):
