@@ -1,6 +1,6 @@
 """Finds things on the screen by their names, as assistive technologies do, and uses the mouse.
 
-usage: accessible.py TIMEOUT find|click|menu|press|gone APPLICATION ROLE NAME
+usage: accessible.py TIMEOUT find|click|menu|press|gone APPLICATION ROLE[|ROLE] NAME
 
 Waits until the thing is shown, or for "gone" until it is not, for at most TIMEOUT seconds; writes
 where it is: x, y, width, height. "click" and "menu" press the left or the right button on it, and
@@ -23,8 +23,13 @@ def children(node):
 
 
 def place(node):
-    extents = node.get_component_iface().get_extents(Atspi.CoordType.SCREEN)
-    return extents.x, extents.y, extents.width, extents.height
+    # From 4.18 on, GTK does not know where on the screen a window is. Ours are in its corner. Within
+    # the window it leaves out margins, which are these in all of one view.
+    is_in_window = tuple(map(int, node.get_toolkit_version().split(".")[:2])) >= (4, 18)
+    margin = 28 if is_in_window else 0
+    extents = node.get_component_iface().get_extents(
+        Atspi.CoordType.WINDOW if is_in_window else Atspi.CoordType.SCREEN)
+    return extents.x + margin, extents.y + margin, extents.width, extents.height
 
 
 def is_shown(node, visible):
@@ -32,11 +37,21 @@ def is_shown(node, visible):
     return node.get_state_set().contains(visible) and x >= 0 and width > 1
 
 
-def search(node, role, name, visible):
-    if node.get_role_name() == role and node.get_name() == name and is_shown(node, visible):
+def name_of(node):
+    """GTK 4.18 has no names for menu entries, but labels with texts."""
+    name = node.get_name()
+    for relation in [] if name else node.get_relation_set():
+        label = relation.get_target(0)
+        if relation.get_relation_type() == Atspi.RelationType.LABELLED_BY and label.get_text_iface():
+            return Atspi.Text.get_text(label, 0, -1)
+    return name
+
+
+def search(node, roles, name, visible):
+    if node.get_role_name() in roles and name_of(node) == name and is_shown(node, visible):
         return node
     for child in children(node):
-        found = search(child, role, name, visible)
+        found = search(child, roles, name, visible)
         if found:
             return found
     return None
@@ -49,7 +64,7 @@ def find(application, role, name):
             if program.get_name() == application:
                 # GTK 4 says of windows alone that they are showing.
                 is_gtk4 = program.get_toolkit_version().startswith("4.")
-                found = search(program, role, name, Atspi.StateType.VISIBLE if is_gtk4
+                found = search(program, role.split("|"), name, Atspi.StateType.VISIBLE if is_gtk4
                                else Atspi.StateType.SHOWING)
                 if found:
                     return found, place(found)

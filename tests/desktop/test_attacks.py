@@ -11,7 +11,7 @@ import threading
 import time
 
 from conftest import wait_for
-from desktops import (BADGE, FILE_MANAGERS, LINK, Desktop, desktop, dolphin,  # noqa: F401
+from desktops import (FILE_MANAGERS, LINK, Desktop, desktop, dolphin,  # noqa: F401
                       file_manager, gnome_files, only_in, thunar, with_badges)
 from hostile.conftest import READ_LENGTH, block, deliver, memory
 from hostile.impostor import ERROR, Impostor
@@ -104,7 +104,7 @@ def test_bursts_of_changes(desktop, file_manager):
     place = file_manager.icon("Sync")
 
     def is_badged():
-        return file_manager.badge_offset and desktop.shows(BADGE, place, *file_manager.badge_offset)
+        return file_manager.badge_offset and file_manager.shows_badge(place)
 
     def expect_menu(title):
         open_menu(file_manager, title)
