@@ -66,7 +66,7 @@ std::vector<Refusal> Companion::setFolders(const std::vector<std::string>& paths
         else if (!lookup_.contains(path))
             lookup_.insert(folders_.emplace_back(path));
     }
-    ++version_;
+    noteChange();
     return refusals;
 }
 
@@ -84,13 +84,19 @@ std::vector<Refusal> Companion::setTitles(Titles titles) {
     check("backupTitle", &Titles::backup);
     fitIntoBlock(titles);
     titles_ = std::move(titles);
-    ++version_;
+    noteChange();
     return refusals;
 }
 
 void Companion::setBackup(bool isShown) {
     backup_ = isShown;
+    noteChange();
+}
+
+void Companion::noteChange() {
     ++version_;
+    if (watcher_)
+        watcher_();
 }
 
 } // namespace finder_sync

@@ -13,6 +13,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 namespace finder_sync {
@@ -75,15 +76,21 @@ public:
     /// Whether one of the folders has this path, as text.
     [[nodiscard]] bool hasFolder(std::string_view path) const { return lookup_.contains(path); }
 
+    /// Has this called after each change; a server does so. None for null.
+    void setWatcher(std::function<void()> watcher) { watcher_ = std::move(watcher); }
+
     /// Grows with each change.
     [[nodiscard]] std::uint64_t version() const { return version_; }
 
 private:
+    void noteChange();
+
     std::vector<std::string> folders_;
     std::unordered_set<std::string_view> lookup_; ///< of `folders_`
     std::optional<Titles> titles_;
     std::optional<bool> backup_;
     std::uint64_t version_ = 1;
+    std::function<void()> watcher_;
 };
 
 /// The menu entry that the user has picked. No file manager offers the last four.

@@ -1,0 +1,82 @@
+#include "companion/Restart.h"
+
+#include "companion/System.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+extern char** environ; // NOLINT(readability-redundant-declaration)
+
+namespace finder_sync {
+
+namespace {
+
+/// Starts a program whose output goes to a descriptor. Returns 0 or an errno.
+int spawn(std::vector<std::string>& command, int output, pid_t& process) {
+    std::vector<char*> arguments;
+    for (std::string& argument : command)
+        arguments.push_back(argument.data());
+    arguments.push_back(nullptr);
+
+    posix_spawn_file_actions_t files{};
+    (void)::posix_spawn_file_actions_init(&files);
+    (void)::posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    (void)::posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO);
+    (void)::posix_spawn_file_actions_adddup2(&files, output, STDERR_FILENO);
+    posix_spawnattr_t attributes{};
+    (void)::posix_spawnattr_init(&attributes);
+    sigset_t signals{}; // which the application blocks or ignores for itself
+    (void)::sigemptyset(&signals);
+    (void)::posix_spawnattr_setsigmask(&attributes, &signals);
+    (void)::sigaddset(&signals, SIGPIPE);
+    (void)::posix_spawnattr_setsigdefault(&attributes, &signals);
+    (void)::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    const int result =
+        ::posix_spawnp(&process, arguments.front(), &files, &attributes, arguments.data(), environ);
+    (void)::posix_spawnattr_destroy(&attributes);
+    (void)::posix_spawn_file_actions_destroy(&files);
+    return result;
+}
+
+} // namespace
+
+bool Restart::start(std::vector<std::string> command, std::string& failure) {
+    std::array<int, 2> ends{};
+    int result = ::pipe(ends.data()) == 0 ? 0 : errno;
+    if (result == 0) {
+        output_.reset(ends[0]);
+        const process::Descriptor input(ends[1]);
+        makePrivate(output_.get());
+        (void)::fcntl(input.get(), F_SETFD, FD_CLOEXEC);
+        printed_.clear();
+        result = spawn(command, input.get(), process_);
+    }
+    if (result == 0)
+        return true;
+    output_.reset();
+    failure = command.front() + " cannot be started: " + std::strerror(result);
+    return false;
+}
+
+bool Restart::hasEnded(std::string& failure) {
+    std::array<char, 1024> buffer{};
+    const ssize_t count = ::read(output_.get(), buffer.data(), buffer.size());
+    if (count > 0)
+        printed_.append(buffer.data(), static_cast<std::size_t>(count));
+    if (count != 0)
+        return false;
+    output_.reset();
+    int status = 0;
+    if (::waitpid(process_, &status, 0) == process_ && status == 0)
+        printed_.clear();
+    failure = printed_.substr(0, printed_.find_last_not_of('\n') + 1);
+    return true;
+}
+
+} // namespace finder_sync
