@@ -26,6 +26,12 @@ set(rpm_needs "pkgconfig(libcaja-extension)" "cmake(KF6KIO)" "pkgconfig(libnauti
 set(wanted OFF)
 if(FINDER_SYNC_NAME STREQUAL "finder-sync")
   set(wanted ON)
+  # The companion for everybody is the default product's; other products have one of their own.
+  set(FINDER_SYNC_COMPANION companion)
+  file(READ ${CMAKE_CURRENT_LIST_DIR}/debian/control.companion FINDER_SYNC_PLUGINS_CONTROL)
+  string(STRIP "${FINDER_SYNC_PLUGINS_CONTROL}" FINDER_SYNC_PLUGINS_CONTROL)
+  string(PREPEND FINDER_SYNC_PLUGINS_CONTROL "\n\n")
+  string(PREPEND FINDER_SYNC_PLUGINS_SPEC "%companion")
 endif()
 set(FINDER_SYNC_OPTIONS "-DFINDER_SYNC_NAME=${FINDER_SYNC_NAME} -DFINDER_SYNC_GROUP=${FINDER_SYNC_GROUP} -DFINDER_SYNC_TESTS=OFF -DFINDER_SYNC_TOOLS=ON")
 foreach(FILE_MANAGER debian_need rpm_need IN ZIP_LISTS plugins debian_needs rpm_needs)

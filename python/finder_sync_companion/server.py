@@ -62,11 +62,13 @@ class Server:
         if self._listener:
             self._listener.close()
 
-    def write_settings(self, group: str, root_folder: str = "/") -> None:
-        """Writes the shared settings of the application group: the port, the watched directory, and
-        the companion's titles and backup switch, so that no entry is ever blank. Raises OSError, and
-        ValueError when the file that is there is malformed."""
-        values: dict[str, str | int] = {"ServerPort": self.port, "RootFolder": root_folder}
+    def write_settings(self, group: str, root_folder: str | None = None) -> None:
+        """Writes the shared settings of the application group: the port, the companion's titles and
+        backup switch, so that no entry is ever blank, and the watched directory if it is given.
+        Raises OSError, and ValueError when the file that is there is malformed."""
+        values: dict[str, str | int] = {"ServerPort": self.port}
+        if root_folder is not None:
+            values["RootFolder"] = root_folder
         if titles := self.companion.titles:
             values |= {"ShareContactTitle": titles.share_contact,
                        "ShareViaUrlTitle": titles.share_via_url, "BackupTitle": titles.backup}

@@ -7,8 +7,9 @@ import subprocess
 import pytest
 from conftest import GROUP
 
-from .installation import BUILD, run
+from .installation import BUILD, SOURCES, run
 
+PYTHON = SOURCES / "python"
 UNIT = f"{GROUP}.FinderSync.service"
 LIBRARIES = "usr/lib/" + run("dpkg-architecture", "-qDEB_HOST_MULTIARCH").strip()
 KDE_PLUGINS = "qt{0}/plugins/kf{0}".format(next((BUILD / "lib/plugins").iterdir()).name[-1])
@@ -51,6 +52,17 @@ FILES = {
         "usr/share/finder-sync/findersync.Process1.xml",
         "usr/share/man/man1/companion.1.gz",
         "usr/share/rlwrap/completions/companion",
+    ],
+    "finder-sync-companion": [
+        "usr/bin/finder-sync-companion",
+        *completions("finder-sync-companion"),
+        "usr/share/man/man1/finder-sync-companion.1.gz",
+        *(f"usr/share/locale/{file.stem}/LC_MESSAGES/finder-sync-companion.mo"
+          for file in (PYTHON / "po").glob("*.po")),
+        *(f"usr/share/systemd/user/finder-sync-companion.{unit}" for unit in ("service", "socket")),
+        *(f"usr/lib/python3/dist-packages/{file.relative_to(PYTHON)}"
+          for file in (PYTHON / "finder_sync_companion").rglob("*")
+          if file.is_file() and "__pycache__" not in file.parts),
     ],
 } | {package: [*(f"{LIBRARIES}/{file}" for file in files),
                "usr/share/metainfo/com.example.finder_sync.{}.metainfo.xml".format(

@@ -59,7 +59,8 @@ def subcommands():
 
 
 @pytest.mark.parametrize("shell", FILES)
-@pytest.mark.parametrize("program", ["companion", "finderctl", "finder-sync-extension"])
+@pytest.mark.parametrize("program", ["companion", "finderctl", "finder-sync-extension",
+                                     "finder-sync-companion"])
 def test_options_are_those_of_the_program(program, shell):
     known = re.findall(r"(?:--|complete .* -l )([a-z][a-z-]+)", file_of(shell, program).read_text())
     assert {*known} == {*re.findall(r"--([a-z][a-z-]+)", help_of(program))}

@@ -1,0 +1,171 @@
+"""The companion that runs: tells folders and titles, and runs commands for what users pick."""
+
+import asyncio
+import json
+import pathlib
+from collections.abc import Callable, Iterable, Sequence
+
+from .. import settings
+from ..reports import Report, ReportType
+from ..server import Server, restart_extension
+from ..state import Companion, Titles
+from . import configuration, desktop, systemd
+from .configuration import Configuration, Entry, Problem
+from .log import log
+from .pick import Pick
+from .sources import Folder, Source
+
+FILE_INTERVAL = 1.0  # seconds between looks at the settings file
+CONNECTION_TIME = 1.0  # seconds in which an extension that systemd has started us for is there
+
+
+class Application:
+    """Serves the extension of a group, by the settings in a file, until it is cancelled."""
+
+    def __init__(self, group: str, control_program: str, file: pathlib.Path,
+                 translate: Callable[[str], str]) -> None:
+        self._group = group
+        self._control_program = control_program
+        self._file = file
+        self._translate = translate
+        self._companion = Companion()
+        self._server = Server(self._companion, self._reported, self._connected)
+        self._configuration = Configuration()
+        self._folders: dict[Source, Sequence[Folder]] = {}
+        self._sources: list[asyncio.Task[None]] = []
+        self._commands: set[asyncio.Task[None]] = set()
+        self._is_connected = asyncio.Event()
+
+    async def run(self) -> None:
+        """Raises OSError when the port or a file cannot be used, ValueError for malformed ones."""
+        text = self._load()
+        await self._listen()
+        self._server.write_settings(self._group)
+        try:
+            await asyncio.gather(self._watch_file(text), self._have_extension_connect())
+        finally:
+            await self._close()
+
+    async def enable(self) -> None:
+        """Has systemd listen on the port in the program's place, and start it when the extension
+        connects. Raises as `run` does."""
+        self._load()
+        self._server.port = self._port_of_settings()
+        if not self._server.port:
+            await self._listen()
+            await self._close()
+        self._server.write_settings(self._group)
+        await systemd.enable_socket(self._server.port)
+        if failure := await restart_extension(self._group, self._control_program):
+            raise OSError(failure)
+
+    def _load(self) -> str:
+        text = self._file.read_text(encoding="utf-8")
+        loaded, problems = configuration.parse(text)
+        if problems:
+            raise ValueError("\n".join(described(self._file, problems)))
+        self._apply(loaded)
+        return text
+
+    async def _listen(self) -> None:
+        port = self._port_of_settings()
+        try:
+            await self._server.start(port)
+        except OSError as error:
+            raise OSError(f"port {port} of 127.0.0.1 cannot be had: {error.strerror}. "
+                          "Does the program run already?") from None
+        log(f"listening on 127.0.0.1:{self._server.port}")
+
+    async def _close(self) -> None:
+        running = [*self._sources, *self._commands]
+        for task in running:
+            task.cancel()
+        await asyncio.gather(*running, return_exceptions=True)
+        await self._server.close()
+
+    def _port_of_settings(self) -> int:
+        """The port of the last time, so that an extension that starts first knows it."""
+        try:
+            port = json.loads(settings.file_of(self._group).read_text(encoding="utf-8"))["ServerPort"]
+        except (OSError, ValueError, KeyError, TypeError):
+            return 0
+        return port if isinstance(port, int) and 0 < port < 65536 else 0
+
+    async def _have_extension_connect(self) -> None:
+        """One that has connected to another companion, or tried while there was none, starts anew."""
+        try:
+            await asyncio.wait_for(self._is_connected.wait(), CONNECTION_TIME)
+        except asyncio.TimeoutError:
+            if failure := await restart_extension(self._group, self._control_program):
+                log(failure)
+
+    def _connected(self) -> None:
+        self._is_connected.set()
+        log("the extension has connected")
+
+    async def _watch_file(self, text: str) -> None:
+        """Takes over what is edited, and keeps what was there while something is wrong with it."""
+        while True:
+            await asyncio.sleep(FILE_INTERVAL)
+            try:
+                new_text = self._file.read_text(encoding="utf-8")
+            except (OSError, UnicodeDecodeError):
+                continue  # an editor is about to put it in place
+            if new_text == text:
+                continue
+            text = new_text
+            loaded, problems = configuration.parse(text)
+            if problems:
+                lines = described(self._file, problems)
+                log("\n".join(lines))
+                await desktop.Notification().show(
+                    self._translate("The settings are wrong"), "\n".join(lines))
+                continue
+            self._apply(loaded)
+            self._server.write_settings(self._group)
+            log(f"{self._file} has been read again")
+
+    def _apply(self, loaded: Configuration) -> None:
+        self._configuration = loaded
+        self._companion.set_titles(Titles(
+            "", (loaded.link and loaded.link.title) or self._translate("Copy link"),
+            (loaded.backup and loaded.backup.title) or self._translate("Back up now")))
+        self._companion.set_backup(loaded.backup is not None)
+        for task in self._sources:
+            task.cancel()
+        self._folders = {}
+        self._sources = [asyncio.create_task(self._follow(source)) for source in loaded.sources]
+
+    async def _follow(self, source: Source) -> None:
+        async for folders in source.watch():
+            self._folders[source] = folders
+            everything = [folder.path for each in self._folders.values() for folder in each]
+            for refusal in self._companion.set_folders(everything):
+                log(str(refusal))
+
+    def _reported(self, report: Report) -> None:
+        entries = {ReportType.CREATE_URL_LINK: self._configuration.link,
+                   ReportType.BACKUP: self._configuration.backup}
+        entry = entries.get(report.type)
+        for path in report.paths:
+            task = asyncio.create_task(self._act(entry, path))
+            self._commands.add(task)
+            task.add_done_callback(self._commands.discard)
+
+    async def _act(self, entry: Entry | None, path: str) -> None:
+        pick = Pick(path, self._translate)
+        folder = self._folder_around(path)
+        if not entry:
+            await pick.fail(self._translate("The settings have no command for this entry"))
+        elif folder:  # it may have been withdrawn since
+            await pick.run(entry, folder)
+
+    def _folder_around(self, path: str) -> Folder | None:
+        """The innermost one that contains the path or is it."""
+        known = {folder.path: folder for each in self._folders.values() for folder in each}
+        around = self._companion.folders_around(path)
+        return known.get(around[0]) if around else None
+
+def described(file: pathlib.Path, problems: Iterable[Problem]) -> list[str]:
+    """A line for each problem, in the form that editors understand."""
+    return [f"{file}:{problem.line}:{problem.column}: {problem.text}" for problem in problems]

@@ -1,0 +1,183 @@
+"""The settings file, in TOML: folders, and what the two entries do."""
+
+import dataclasses
+import os
+import pathlib
+import re
+import shutil
+import tomllib
+from collections.abc import Iterator
+from typing import Any
+
+from ..state import Companion
+from .sources import Folder, ListInFile, Source
+
+EXAMPLE = """\
+# Folders that get a badge, and the entries on what is in them. A table gives a folder another name
+# for the commands: { path = "~/Pictures", name = "photos" }
+folders = ["~/Sync"]
+
+# What the entries do. Commands run without a shell. In them, {path} is the picked item, {relative} its
+# path inside the folder, and {folder} the folder's name.
+[link]
+command = ["echo", "https://example.com/{folder}/{relative}"]
+# title = "Copy link"       # otherwise in your language
+# clipboard = true          # copies the first line that the command prints
+
+# [backup]
+# command = ["restic", "backup", "{path}"]
+"""
+PLACEHOLDER = re.compile(r"\{\{|\}\}|\{(\w*)\}|[{}]")
+PLACEHOLDERS = ("path", "relative", "folder")
+
+
+@dataclasses.dataclass(frozen=True)
+class Entry:
+    """What an entry of the menu does. Without a title, it has one in the user's language."""
+
+    command: tuple[str, ...]
+    title: str | None
+    clipboard: bool
+
+
+@dataclasses.dataclass(frozen=True)
+class Configuration:
+    """What stands in a file. The link's entry is always shown, the other if it does something."""
+
+    sources: tuple[Source, ...] = ()
+    link: Entry | None = None
+    backup: Entry | None = None
+
+
+@dataclasses.dataclass(frozen=True)
+class Problem:
+    """What is wrong, and where: lines and columns count from 1."""
+
+    line: int
+    column: int
+    text: str
+
+
+def default_file() -> pathlib.Path:
+    base = os.environ.get("XDG_CONFIG_HOME", "")
+    folder = pathlib.Path(base) if base.startswith("/") else pathlib.Path.home() / ".config"
+    return folder / "finder-sync-companion/settings.toml"
+
+
+def parse(text: str, looks_at_machine: bool = False) -> tuple[Configuration, list[Problem]]:
+    """The settings, and what is wrong with them; they are of use only if nothing is.
+
+    What they name and the machine does not have is found as well if that is wished.
+    """
+    try:
+        values = tomllib.loads(text)
+    except tomllib.TOMLDecodeError as error:
+        return Configuration(), [_problem_of_syntax(text, str(error))]
+    reader = _Reader(text, looks_at_machine)
+    reader.check_keys(values, None, {"folders", "link", "backup"})
+    folders = ListInFile(tuple(reader.folders(values.get("folders", []))))
+    entries = {name: reader.entry(name, values[name], clipboard=name == "link")
+               for name in ("link", "backup") if name in values}
+    return Configuration((folders,), **entries), reader.problems
+
+
+def filled_in(command: tuple[str, ...], values: dict[str, str]) -> list[str]:
+    """The command with its placeholders replaced; braces are doubled to stand for themselves."""
+    def replacement(match: re.Match[str]) -> str:
+        return values[match[1]] if match[1] else match[0][0]
+
+    return [PLACEHOLDER.sub(replacement, word) for word in command]
+
+
+def _problem_of_syntax(text: str, message: str) -> Problem:
+    place = re.search(r" \(at (?:line (\d+), column (\d+)|end of document)\)$", message)
+    if place and place[1]:
+        return Problem(int(place[1]), int(place[2]), message[:place.start()])
+    last_line = text.count("\n") + 1
+    column = len(text) - (text.rfind("\n") + 1) + 1
+    return Problem(last_line, column, message[:place.start()] if place else message)
+
+
+class _Reader:
+    """Takes values out of what was parsed, and says where in the text something is wrong."""
+
+    def __init__(self, text: str, looks_at_machine: bool) -> None:
+        self._text = text
+        self._looks_at_machine = looks_at_machine
+        self.problems: list[Problem] = []
+
+    def complain(self, what: str, table: str | None, key: str, value: str = "") -> None:
+        position = self._position(table, key, value)
+        line = self._text.count("\n", 0, position) + 1
+        column = position - (self._text.rfind("\n", 0, position) + 1) + 1
+        self.problems.append(Problem(line, column, what))
+
+    def _position(self, table: str | None, key: str, value: str) -> int:
+        """Where the value stands, or else the key, or else its table."""
+        headers = [*re.finditer(r"(?m)^[ \t]*\[+[ \t]*([^]\n]*?)[ \t]*\]", self._text)]
+        start, end = 0, headers[0].start() if headers else len(self._text)
+        for header, following in zip(headers, [*headers[1:], None]):
+            if header[1].strip("\"'") == table:
+                start, end = header.start(), following.start() if following else len(self._text)
+        found = re.compile(rf"(?m)^[ \t]*([\"']?){re.escape(key)}\1[ \t]*[.=]").search(
+            self._text, start, end)
+        if not found:
+            return start
+        key_start = found.end() - len(found[0].lstrip())
+        if value:
+            for spelling in (f'"{value}"', f"'{value}'", value):
+                value_start = self._text.find(spelling, found.end(), end)
+                if value_start >= 0:
+                    return value_start
+        return key_start
+
+    def check_keys(self, values: dict[str, Any], table: str | None, known: set[str]) -> None:
+        for key in values:
+            if key not in known:
+                listed = ", ".join(f'"{name}"' for name in sorted(known))
+                self.complain(f'unknown key "{key}"; there are {listed}', table, key)
+
+    def folders(self, values: Any) -> Iterator[Folder]:
+        if not isinstance(values, list):
+            self.complain('"folders" is not a list', None, "folders")
+            return
+        for value in values:
+            table = value if isinstance(value, dict) else {"path": value}
+            path, name = table.get("path"), table.get("name", "")
+            if table.keys() - {"path", "name"} or not isinstance(path, str) or not isinstance(name, str):
+                self.complain("a folder is a text, or a table with the texts path and name", None,
+                              "folders", str(path or ""))
+                continue
+            expanded = os.path.expanduser(path).rstrip("/") or "/"
+            for refusal in Companion().set_folders([expanded]):
+                self.complain(str(refusal), None, "folders", path)
+            if self._looks_at_machine and not os.path.isdir(expanded):
+                self.complain(f"there is no folder {expanded}", None, "folders", path)
+            yield Folder(expanded, name or os.path.basename(expanded))
+
+    def entry(self, name: str, values: Any, clipboard: bool) -> Entry:
+        if not isinstance(values, dict):
+            self.complain(f'"{name}" is not a table', None, name)
+            return Entry((), None, clipboard)
+        self.check_keys(values, name, {"command", "title", "clipboard"})
+        command = values.get("command")
+        if not isinstance(command, list) or not command or not all(isinstance(word, str) for word in command):
+            self.complain("a command is a list of texts, its program and each argument: "
+                          'it runs without a shell', name, "command")
+            command = []
+        for word in command:
+            self._check_placeholders(word, name)
+        if self._looks_at_machine and command and not shutil.which(command[0]):
+            self.complain(f"there is no program {command[0]}", name, "command", command[0])
+        if not isinstance(values.get("title", ""), str):
+            self.complain("a title is a text", name, "title")
+        if not isinstance(values.get("clipboard", False), bool):
+            self.complain('"clipboard" is true or false', name, "clipboard")
+        return Entry(tuple(command), values.get("title"), values.get("clipboard", clipboard))
+
+    def _check_placeholders(self, word: str, table: str) -> None:
+        for match in PLACEHOLDER.finditer(word):
+            if match[0] not in ("{{", "}}") and match[1] not in PLACEHOLDERS:
+                listed = ", ".join(f"{{{name}}}" for name in PLACEHOLDERS)
+                self.complain(f'"{match[0]}" is no placeholder; there are {listed}, and {{{{ and }}}} '
+                              "stand for braces", table, "command", match[0])
