@@ -24,9 +24,10 @@ def has_room(link: socket.socket) -> bool:
             info = link.getsockopt(socket.IPPROTO_TCP, _MAC_TCP_CONNECTION_INFO, _MAC_SND_WND + 8)
             window, unacknowledged = struct.unpack_from("II", info, _MAC_SND_WND)
         else:
+            # In this order: a window that was read before the acknowledgement is the one of before.
+            unacknowledged, = struct.unpack("i", fcntl.ioctl(link, termios.TIOCOUTQ, bytes(4)))
             info = link.getsockopt(socket.IPPROTO_TCP, socket.TCP_INFO, _LINUX_SND_WND + 4)
             window, = struct.unpack_from("I", info, _LINUX_SND_WND)
-            unacknowledged, = struct.unpack("i", fcntl.ioctl(link, termios.TIOCOUTQ, bytes(4)))
     except OSError:
         return True
     return bool(unacknowledged == 0 and window >= BLOCK_SIZE)
