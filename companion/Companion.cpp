@@ -55,16 +55,16 @@ std::string Refusal::message() const {
     return text + predicateOf(reason);
 }
 
-std::vector<Refusal> Companion::setFolders(const std::vector<std::string>& paths) {
+std::vector<Refusal> Companion::setFolders(std::vector<std::string> paths) {
     std::vector<Refusal> refusals;
     lookup_.clear();
     folders_.clear();
     folders_.reserve(paths.size()); // so that the texts in `lookup_` stay in their places
-    for (const std::string& path : paths) {
+    for (std::string& path : paths) {
         if (const auto reason = reasonToRefuse(path))
-            refusals.push_back({path, *reason});
+            refusals.push_back({std::move(path), *reason});
         else if (!lookup_.contains(path))
-            lookup_.insert(folders_.emplace_back(path));
+            lookup_.insert(folders_.emplace_back(std::move(path)));
     }
     noteChange();
     return refusals;

@@ -76,6 +76,13 @@ TEST(Companion, ReportsAreAllocatedForNothingButTheirPaths) {
               2 * count + 20);
 }
 
+TEST(Companion, TakesItsOwnFoldersAgain) {
+    Companion companion;
+    companion.setFolders({"/a folder with a long name", "/b"});
+    companion.setFolders(companion.folders());
+    EXPECT_EQ(companion.folders(), (std::vector<std::string>{"/a folder with a long name", "/b"}));
+}
+
 TEST(Companion, ChangeIsComparedOnce) {
     std::vector<std::string> paths;
     for (int index = 0; index < 30000; ++index)

@@ -60,7 +60,7 @@ public:
 
     /// Replaces the folders: absolute paths as the file manager shows them, in the order in which
     /// they are announced. Refused ones are left out, and duplicates are taken once.
-    std::vector<Refusal> setFolders(const std::vector<std::string>& paths);
+    std::vector<Refusal> setFolders(std::vector<std::string> paths);
 
     /// Replaces the titles. A title that is refused keeps its former text. When the three do not
     /// fit into one message, each is cut to a third of the room, at a character's boundary.
