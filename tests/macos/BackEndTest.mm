@@ -273,7 +273,8 @@ class Substitution {
 public:
     template <typename Function> Substitution(SEL selector, Function* function)
         : method_(class_getClassMethod([NSJSONSerialization class], selector)),
-          original_(method_setImplementation(method_, reinterpret_cast<IMP>(function))) {}
+          original_(method_setImplementation(
+              method_, reinterpret_cast<IMP>(reinterpret_cast<void (*)()>(function)))) {}
     ~Substitution() { method_setImplementation(method_, original_); }
     Substitution(const Substitution&) = delete;
     Substitution& operator=(const Substitution&) = delete;

@@ -22,7 +22,8 @@ public:
         class_addMethod(base, @selector(init), class_getMethodImplementation(base, @selector(init)),
                         "@@:");
         initializer_ = class_getInstanceMethod(base, @selector(init));
-        original_ = method_setImplementation(initializer_, reinterpret_cast<IMP>(function));
+        original_ = method_setImplementation(
+            initializer_, reinterpret_cast<IMP>(reinterpret_cast<void (*)()>(function)));
     }
     ~BaseInitializer() { method_setImplementation(initializer_, original_); }
     BaseInitializer(const BaseInitializer&) = delete;
