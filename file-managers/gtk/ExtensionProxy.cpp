@@ -45,6 +45,13 @@ std::vector<std::string> directoriesIn(GVariant* list) {
     return directories;
 }
 
+std::vector<std::string_view> textsIn(GVariant* list) {
+    std::size_t count = 0;
+    const std::unique_ptr<const char*[], decltype(&g_free)> texts(g_variant_get_strv(list, &count),
+                                                                  &g_free);
+    return {texts.get(), texts.get() + count};
+}
+
 std::vector<RootFolder> rootFoldersIn(GVariant* list) {
     std::vector<RootFolder> folders;
     GVariantIter each;
@@ -207,11 +214,20 @@ std::optional<std::string> ExtensionProxy::watchedPath(const char* url) const {
     return path;
 }
 
-void ExtensionProxy::requestRootFolders(RootFoldersAnswer answer) {
-    requestTexts(rootFoldersProperty, [answer = std::move(answer)](GVariant* paths) {
+template <typename Answer, typename Read>
+void ExtensionProxy::requestRootFolders(Answer answer, Read read) {
+    requestTexts(rootFoldersProperty, [answer = std::move(answer), read](GVariant* paths) {
         const bool isUsable = paths != nullptr && g_variant_get_size(paths) <= maxRootFoldersSize;
-        answer(isUsable ? std::optional(rootFoldersIn(paths)) : std::nullopt);
+        answer(isUsable ? std::optional(read(paths)) : std::nullopt);
     });
+}
+
+void ExtensionProxy::requestRootFolders(RootFoldersAnswer answer) {
+    requestRootFolders(std::move(answer), &rootFoldersIn);
+}
+
+void ExtensionProxy::requestPathsOfRootFolders(PathsAnswer answer) {
+    requestRootFolders(std::move(answer), &textsIn);
 }
 
 void ExtensionProxy::requestBadges(const std::vector<std::string>& urls, BadgesAnswer answer) {

@@ -12,6 +12,7 @@
 #include <gio/gio.h>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace file_managers {
@@ -61,6 +62,10 @@ public:
     using RootFoldersAnswer = std::function<void(RootFolders::List)>;
     void requestRootFolders(RootFoldersAnswer answer);
 
+    /// The same, as they are announced: texts that end in a NUL and last until `answer` returns.
+    using PathsAnswer = std::function<void(std::optional<std::vector<std::string_view>>)>;
+    void requestPathsOfRootFolders(PathsAnswer answer);
+
     /// Asks for the badges of items. `answer` gets one identifier for each URL, in their order, ""
     /// for no badge; or an empty list when the request failed.
     using BadgesAnswer = std::function<void(std::vector<std::string>)>;
@@ -78,6 +83,7 @@ public:
 private:
     void requestDirectories();
     void requestTexts(const char* property, const std::function<void(GVariant* texts)>& got);
+    template <typename Answer, typename Read> void requestRootFolders(Answer answer, Read read);
     void propertiesChanged(GVariant* arguments);
     [[nodiscard]] Method method(const char* name) const;
 

@@ -1,8 +1,18 @@
-// The plug-in of Thunar, whose plug-ins can add menu entries but no badges.
+// The plug-in of Thunar, whose plug-ins can add menu entries but no badges. These go by way of
+// GVfs.
 
 #include "file-managers/gtk/Handles.h"
 #include "file-managers/gtk/MenuItems.h"
+#include "file-managers/gtk/PacedCall.h"
 #include "file-managers/gtk/Products.h"
+#include "file-managers/thunar/AnnouncedFolders.h"
+#include "file-managers/thunar/FolderEmblems.h"
+#include "file-managers/thunar/Windows.h"
+
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
 
 extern "C" { // some of its headers do not say that they are C
 #include <thunarx/thunarx.h>
@@ -12,12 +22,53 @@ namespace {
 
 using namespace file_managers;
 
-/// Outlive every provider: Thunar drops a provider that it has not used for a while, and the next
+/// How long extensions have after the start, until what the last Thunar has left of their badges
+/// is taken away.
+constexpr std::chrono::seconds timeToAnnounce(5);
+
+class Service {
+public:
+    /// Thunar does not report what it shows. Started now, extensions are ready for the first menu.
+    Service() {
+        products_.start();
+        removeUnwanted_.start(hasBadges_ ? timeToAnnounce : std::chrono::seconds(0));
+    }
+
+    [[nodiscard]] Products& products() { return products_; }
+
+private:
+    void changed(ExtensionProxy& extension, ExtensionProxy::Change change);
+
+    const bool hasBadges_ = g_strcmp0(g_getenv("FINDER_SYNC_THUNAR_BADGES"), "0") != 0;
+    Products products_{[this](ExtensionProxy& extension, ExtensionProxy::Change change) {
+        if (hasBadges_) // menus need no notice: Thunar asks for the entries of each
+            changed(extension, change);
+    }};
+    std::map<std::string, std::vector<std::string>> unshown_; ///< emblems, by URL
+    PacedCall show_{[this] { showEmblems(std::exchange(unshown_, {})); }};
+    FolderEmblems emblems_{[this](const std::string& url, std::vector<std::string> emblems) {
+        unshown_[url] = std::move(emblems);
+        show_.request();
+    }};
+    std::map<std::string, AnnouncedFolders> announced_; ///< by bus name
+    SingleShotTimer removeUnwanted_{[this] { emblems_.removeUnwanted(); }};
+};
+
+void Service::changed(ExtensionProxy& extension, ExtensionProxy::Change change) {
+    using enum ExtensionProxy::Change;
+    if (change == Appeared)
+        announced_.try_emplace(extension.busName(), extension, emblems_);
+    else if (change == RootFolders)
+        announced_.at(extension.busName()).rootFoldersChanged();
+    else if (change == Gone)
+        announced_.erase(extension.busName());
+}
+
+/// Outlives every provider: Thunar drops a provider that it has not used for a while, and the next
 /// one's first menu is to find the extensions connected.
-Products& products() {
-    // Nothing follows their changes, since Thunar asks for the entries of every menu.
-    static Products all([](ExtensionProxy&, ExtensionProxy::Change) {});
-    return all;
+Service& service() {
+    static Service instance;
+    return instance;
 }
 
 /// The provider's type, once it is registered.
@@ -54,12 +105,13 @@ bool areInView(GtkWidget* window, GList* files) {
 GList* fileMenuItems(ThunarxMenuProvider*, GtkWidget* window, GList* files) {
     if (!areInView(window, files))
         return nullptr;
-    products().startForUser(); // for the next menu
+    Products& products = service().products();
+    products.startForUser(); // for the next menu
     const auto newItem = [](const char* name, const char* label, const char* tip,
                             const char* icon) {
         return G_OBJECT(thunarx_menu_item_new(name, label, tip, icon));
     };
-    return menuItems(products(), files, {.url = &urlOf, .newItem = newItem});
+    return menuItems(products, files, {.url = &urlOf, .newItem = newItem});
 }
 
 void initializeMenuProvider(void* interface, void*) {
@@ -85,8 +137,7 @@ G_MODULE_EXPORT void thunar_extension_initialize(ThunarxProviderPlugin* plugin) 
     // Pending calls and the items of open menus call back into this code.
     thunarx_provider_plugin_set_resident(plugin, TRUE);
     provider() = registerProvider(plugin);
-    // Thunar does not report what it shows. Started now, extensions are ready for the first menu.
-    products().start();
+    (void)service();
 }
 
 G_MODULE_EXPORT void thunar_extension_shutdown() {}

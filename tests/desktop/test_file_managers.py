@@ -6,7 +6,7 @@ import signal
 
 from conftest import line, wait_for
 from desktops import (BACKUP, ENTRY_ICON, LINK, caja, desktop, dolphin, file_manager,  # noqa: F401
-                      gnome_files, nemo, only_in, thunar, with_badges, with_named_entries)
+                      gnome_files, nemo, only_in, thunar, with_named_entries)
 
 
 def opened(desktop, file_manager, where="."):
@@ -22,14 +22,13 @@ def opened(desktop, file_manager, where="."):
         {"ServerPort": peer.port, "ShareViaUrlTitle": LINK, "BackupTitle": BACKUP})
     file_manager.open(folder / where)
     peer.accept()
-    if file_manager.badge_offset:
+    if file_manager.reports_items:
         # It asks once it knows that the extension is there. Menus have nothing of it before.
         wait_for(lambda: "requestBadgeIdentifierForURL" in desktop.bus_log.read_text(),
                  "a question for a badge")
     return folder, peer
 
 
-@with_badges
 def test_a_root_folder_gets_its_badge_in_the_open_window(desktop, file_manager):
     folder, peer = opened(desktop, file_manager)
     assert not file_manager.has_badge("Sync")
@@ -86,8 +85,7 @@ def test_what_a_search_finds_gets_badges_and_entries(desktop, file_manager):
     file_manager.icon("Inside", "menu")
     file_manager.entry(LINK)
     file_manager.close_menu()
-    if file_manager.badge_offset:
-        wait_for(lambda: file_manager.has_badge("Inside"), "the badge")
+    wait_for(lambda: file_manager.has_badge("Inside"), "the badge")
 
 
 @with_named_entries  # Dolphin offers no plug-in's entries there
@@ -98,7 +96,7 @@ def test_what_is_in_the_trash_is_not_asked_about(desktop, file_manager):
                        ("info/Letter.txt.trashinfo", "[Trash Info]\nPath=/Letter.txt\n")]:
         (trash / name).parent.mkdir(parents=True)
         (trash / name).write_text(text)
-    extension = desktop.start("../tests/scripted-extension", "--title", LINK, "/")
+    extension = desktop.start("../tests/scripted-extension", "--title", LINK)
     desktop.wait_for_name()
     file_manager.open("trash:///")
     extension.wait_output("get directoryURLs\n")
@@ -189,7 +187,6 @@ def test_the_menu_follows_the_companion(desktop, file_manager):
     file_manager.entry("Sichern", "gone")
 
 
-@with_badges
 def test_an_extension_that_dies_takes_its_badges_along(desktop, file_manager):
     folder, peer = opened(desktop, file_manager)
     peer.send(line(type="add_folder", path=str(folder / "Sync")))

@@ -10,6 +10,7 @@
 class FileManager : public GtkFileManager {
 public:
     static constexpr bool hasBadges = true;
+    static inline const Texts services;
 
     FileManager() {
         const auto noticed = [](GObject*, int* notices) { ++*notices; };

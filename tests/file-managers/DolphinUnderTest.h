@@ -55,6 +55,7 @@ private:
 class FileManager {
 public:
     static constexpr bool hasBadges = true;
+    static inline const Texts services;
     static constexpr int plugins = 2;
     static inline const std::string badgePrefix = "emblem-";
     static inline const std::string badge = badgePrefix + findersync::iconPrefix + "FolderIco";

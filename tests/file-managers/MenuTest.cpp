@@ -18,6 +18,7 @@ TEST_F(Plugin, OffersTheEntriesAndTellsWhatIsPicked) {
 TEST_F(Plugin, AsksForNoMenuOfWhatIsNoFileOrOfNothing) {
     ExtensionProcess extension({"/sync"});
     ASSERT_TRUE(knowsExtension());
+    ASSERT_TRUE(runUntil([&] { return extension.requestedBadges() == 1; }));
     const std::string before = extension.output();
     for (const std::string& url : FileManager::notFiles) {
         EXPECT_EQ(manager.menu({url}), Texts());

@@ -104,7 +104,8 @@ public:
     }
 };
 
-/// The environment of this process. The only services are those that a test adds.
+/// The environment of this process. The only services are those that a test adds, and those that
+/// the file manager needs.
 class Session {
 public:
     Session() {
@@ -118,6 +119,9 @@ public:
         set("XDG_CACHE_HOME", "cache");
         set("XDG_RUNTIME_DIR", "run");
         (void)::unsetenv("DISPLAY");
+        for (const std::string& service : FileManager::services)
+            std::filesystem::create_symlink("/usr/share/dbus-1/services/" + service + ".service",
+                                            folder_ / "services" / (service + ".service"));
         std::ofstream(folder_ / "bus.conf")
             << "<busconfig><type>session</type><auth>EXTERNAL</auth>"
             << "<listen>unix:dir=" << (folder_ / "run").string() << "</listen>"

@@ -10,7 +10,8 @@ extern "C" { // some of its headers do not say that they are C
 
 class FileManager : public GtkFileManager {
 public:
-    static constexpr bool hasBadges = false;
+    static constexpr bool hasBadges = false; ///< of the items that a window shows
+    static inline const Texts services = {"org.gtk.vfs.Daemon", "org.gtk.vfs.Metadata"};
 
 private:
     static inline bool isResident = false;
