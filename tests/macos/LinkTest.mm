@@ -43,8 +43,8 @@ NSUInteger eventsSeen = 0;
 void countEvent(id object, SEL selector, NSStream* stream, NSStreamEvent event) {
     ++eventsSeen;
     using Handler = void (*)(id, SEL, NSStream*, NSStreamEvent);
-    const auto inherited =
-        reinterpret_cast<Handler>(class_getMethodImplementation(tests::principalClass(), selector));
+    const auto inherited = reinterpret_cast<Handler>(reinterpret_cast<void (*)()>(
+        class_getMethodImplementation(tests::principalClass(), selector)));
     inherited(object, selector, stream, event);
 }
 
@@ -52,7 +52,8 @@ TEST_F(Link, ThePrincipalObjectItselfIsTheDelegateOfBothStreams) {
     Class const watching = objc_allocateClassPair(tests::principalClass(), "WatchingFinderSync", 0);
     const SEL handler = @selector(stream:handleEvent:);
     Method const inherited = class_getInstanceMethod(tests::principalClass(), handler);
-    class_addMethod(watching, handler, reinterpret_cast<IMP>(&countEvent),
+    class_addMethod(watching, handler,
+                    reinterpret_cast<IMP>(reinterpret_cast<void (*)()>(&countEvent)),
                     method_getTypeEncoding(inherited));
     objc_registerClassPair(watching);
     FinderSync* const extension = [[[watching alloc] init] autorelease];
