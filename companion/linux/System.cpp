@@ -53,6 +53,7 @@ bool hasRoomForBlock(int socket) {
     int unacknowledged = 0;
     tcp_info info{};
     socklen_t length = sizeof info;
+    // In this order, so that the window is not older than the acknowledgement.
     return ::ioctl(socket, SIOCOUTQ, &unacknowledged) == 0 &&
            ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &length) == 0 &&
            unacknowledged == 0 && info.tcpi_snd_wnd >= blockSize;
