@@ -65,7 +65,8 @@ FinderSyncMenuItems itemsWithinLimits(const FinderSyncMenuItems& items) {
     FinderSyncMenuItems kept;
     for (const FinderSyncMenuItem& item : items) {
         if (item.selector.size() <= maxTextLength && item.image.size() <= maxTextLength)
-            kept.push_back({shownTitle(item.title), item.selector, item.image});
+            kept.push_back(
+                {.title = shownTitle(item.title), .selector = item.selector, .image = item.image});
     }
     return kept;
 }
@@ -174,7 +175,7 @@ void ExtensionProxy::requestBadges(const QStringList& urls, const BadgesAnswer& 
         if (badges.size() != count)
             badges.clear();
         const auto isTooLong = [](const QString& badge) { return badge.size() > maxTextLength; };
-        std::replace_if(badges.begin(), badges.end(), isTooLong, QString());
+        std::ranges::replace_if(badges, isTooLong, QString());
         answer(badges);
     });
 }

@@ -59,7 +59,7 @@ void ProductBadges::forget(const QUrl& item) {
     queue_.remove(item);
     recent_.remove(item);
     refused_.removeOne(item);
-    std::replace(pending_.begin(), pending_.end(), item, QUrl());
+    std::ranges::replace(pending_, item, QUrl());
 }
 
 /// What was refused goes last, so that it holds up nothing else.

@@ -63,7 +63,7 @@ void ShownItems::add(const QUrl& url) {
 /// Items with a badge are kept, since the badge has to be removed one day. They are few.
 void ShownItems::dropOldest() {
     const auto hasNone = [this](const ShownItem& item) { return icons(item.url).isEmpty(); };
-    const auto oldest = std::find_if(items_.begin(), items_.end(), hasNone);
+    const auto oldest = std::ranges::find_if(items_, hasNone);
     places_.remove(oldest->url);
     changed_.remove(oldest->url);
     for (auto& [prefix, badges] : badges_)
