@@ -1,5 +1,6 @@
 """finder-sync-companion, the companion for everybody, with the real extension."""
 
+import json
 import pathlib
 import re
 import subprocess
@@ -186,6 +187,29 @@ def test_systemd_starts_it_when_the_extension_connects(companion):
     program = session.start("finder-sync-companion", stdin=peer.listener)
     session.wait_for_value("pathsOfRootFolders", [str(companion.folder)])
     assert f"listening on 127.0.0.1:{peer.port}\n" in program.error()
+
+
+def test_enable_gives_systemd_a_port_of_the_users_own_and_keeps_it(companion):
+    session = companion.session
+    programs = session.home / "bin"
+    programs.mkdir()
+    (programs / "systemctl").write_text('#!/bin/sh\necho "$@" >>$HOME/calls\n')
+    (programs / "systemctl").chmod(0o755)
+    session.environment["PATH"] = f"{programs}:{session.environment['PATH']}"
+    companion.settings.write_text('folders = ["~/Sync"]\n[link]\ntitle = "Web page"\ncommand = ["true"]')
+    ports = set()
+    for _ in range(2):
+        status, _, error = run(session, "enable")
+        assert status == 1 and "link" in error  # nobody listens on it here, as systemd would
+        settings = json.loads(session.settings_file.read_text())
+        assert settings["ShareViaUrlTitle"] == "Web page" and settings["BackupTitle"] == "Back up now"
+        drop_in = session.home / "config/systemd/user/finder-sync-companion.socket.d/port.conf"
+        assert drop_in.read_text() == f"[Socket]\nListenStream=127.0.0.1:{settings['ServerPort']}\n"
+        ports.add(settings["ServerPort"])
+    assert len(ports) == 1
+    assert (session.home / "calls").read_text() == 2 * (
+        "--user daemon-reload\n--user enable --quiet finder-sync-companion.socket\n"
+        "--user restart finder-sync-companion.socket\n")
 
 
 def test_every_text_is_translated():
