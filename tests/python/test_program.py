@@ -55,7 +55,7 @@ def run(session, *arguments):
 
 
 def test_the_first_steps(session):
-    status, _, error = run(session)
+    status, _, error = run(session, "check")
     assert status == 1
     subprocess.run(re.search('"(.*)"', error)[1], shell=True, check=True,
                    env=session.environment | {"PATH": f"{session.programs}:/usr/bin:/bin"})
@@ -122,6 +122,7 @@ def test_titles_are_in_the_users_language_unless_the_file_has_them(companion):
         command = ["echo", "link"]
         ''', LC_ALL="C.UTF-8", LANGUAGE="de")
     item = companion.folder / "a"
+    companion.session.wait_for_value("pathsOfRootFolders", [str(companion.folder)])
     entries = companion.session.method("MenuForMenuKind", "uas", 0, [item.as_uri()])[1]
     assert [entry[0] for entry in entries] == ["Web page", "Jetzt sichern"]
     companion.pick("backupClicked:", item)
@@ -142,7 +143,7 @@ def test_what_fails_is_told(companion):
     companion.notifications.wait_for("Failed: a", "The settings have no command for this entry")
     companion.settings.write_text('folders = ["~/Sync"]\n[link]\ncommand = ["/nowhere"]\n')
     companion.notifications.shown.clear()
-    wait_for(lambda: "read again" in companion.process.error())
+    wait_for(lambda: companion.process.error().count("has been read\n") == 2)
     companion.pick("createLinkClicked:", companion.folder / "a")
     companion.notifications.wait_for("Failed: a", "/nowhere: No such file or directory")
 
@@ -161,7 +162,10 @@ def test_a_long_command_shows_progress_and_can_be_cancelled(companion):
 
 
 def test_an_edited_file_is_taken_over_and_a_wrong_one_is_not(companion):
-    companion.start('folders = ["~/Sync"]')
+    companion.start('folders = [')
+    companion.notifications.wait_for("The settings are wrong",
+                                     f"{companion.settings}:1:12: Invalid value")
+    companion.settings.write_text('folders = ["~/Sync"]')
     session = companion.session
     session.wait_for_value("pathsOfRootFolders", [str(companion.folder)])
     assert session.get("displayBackup") == 0

@@ -37,19 +37,25 @@ class Application:
         self._is_connected = asyncio.Event()
 
     async def run(self) -> None:
-        """Raises OSError when the port or a file cannot be used, ValueError for malformed ones."""
-        text = self._load()
+        """Waits for settings that are missing or wrong, since systemd would start it at once again.
+
+        Raises OSError when the port or the shared settings cannot be used, ValueError when these are
+        malformed.
+        """
         await self._listen()
         self._server.write_settings(self._group)
         try:
-            await asyncio.gather(self._watch_file(text), self._have_extension_connect())
+            await asyncio.gather(self._watch_file(), self._have_extension_connect())
         finally:
             await self._close()
 
     async def enable(self) -> None:
         """Has systemd listen on the port in the program's place, and start it when the extension
-        connects. Raises as `run` does."""
-        self._load()
+        connects. Raises as `run` does, and also when the settings are missing or wrong."""
+        loaded, problems = configuration.parse(self._file.read_text(encoding="utf-8"))
+        if problems:
+            raise ValueError("\n".join(described(self._file, problems)))
+        self._apply(loaded)
         self._server.port = self._port_of_settings()
         if not self._server.port:
             await self._listen()
@@ -58,14 +64,6 @@ class Application:
         await systemd.enable_socket(self._server.port)
         if failure := await restart_extension(self._group, self._control_program):
             raise OSError(failure)
-
-    def _load(self) -> str:
-        text = self._file.read_text(encoding="utf-8")
-        loaded, problems = configuration.parse(text)
-        if problems:
-            raise ValueError("\n".join(described(self._file, problems)))
-        self._apply(loaded)
-        return text
 
     async def _listen(self) -> None:
         port = self._port_of_settings()
@@ -103,27 +101,37 @@ class Application:
         self._is_connected.set()
         log("the extension has connected")
 
-    async def _watch_file(self, text: str) -> None:
-        """Takes over what is edited, and keeps what was there while something is wrong with it."""
+    async def _watch_file(self) -> None:
+        text = self._read()
+        if text is None:
+            log(configuration.how_to_begin(self._file))
+        else:
+            await self._take_over(text)
         while True:
             await asyncio.sleep(FILE_INTERVAL)
-            try:
-                new_text = self._file.read_text(encoding="utf-8")
-            except (OSError, UnicodeDecodeError):
-                continue  # an editor is about to put it in place
-            if new_text == text:
-                continue
-            text = new_text
-            loaded, problems = configuration.parse(text)
-            if problems:
-                lines = described(self._file, problems)
-                log("\n".join(lines))
-                await desktop.Notification().show(
-                    self._translate("The settings are wrong"), "\n".join(lines))
-                continue
+            edited = self._read()
+            if edited is not None and edited != text:
+                text = edited
+                await self._take_over(edited)
+
+    def _read(self) -> str | None:
+        """None while it is not there, as when an editor is about to put it in place."""
+        try:
+            return self._file.read_text(encoding="utf-8")
+        except (OSError, UnicodeDecodeError):
+            return None
+
+    async def _take_over(self, text: str) -> None:
+        """Keeps what was there while something is wrong with the file."""
+        loaded, problems = configuration.parse(text)
+        if problems:
+            lines = "\n".join(described(self._file, problems))
+            log(lines)
+            await desktop.Notification().show(self._translate("The settings are wrong"), lines)
+        else:
             self._apply(loaded)
             self._server.write_settings(self._group)
-            log(f"{self._file} has been read again")
+            log(f"{self._file} has been read")
 
     def _apply(self, loaded: Configuration) -> None:
         self._configuration = loaded
@@ -165,6 +173,7 @@ class Application:
         known = {folder.path: folder for each in self._folders.values() for folder in each}
         around = self._companion.folders_around(path)
         return known.get(around[0]) if around else None
+
 
 def described(file: pathlib.Path, problems: Iterable[Problem]) -> list[str]:
     """A line for each problem, in the form that editors understand."""

@@ -64,6 +64,12 @@ def default_file() -> pathlib.Path:
     return folder / "finder-sync-companion/settings.toml"
 
 
+def how_to_begin(file: pathlib.Path) -> str:
+    """A sentence for those who have no settings file yet."""
+    return (f'{file} does not exist: begin with "mkdir -p {file.parent} '
+            f'&& finder-sync-companion example >{file}"')
+
+
 def parse(text: str, looks_at_machine: bool = False) -> tuple[Configuration, list[Problem]]:
     """The settings, and what is wrong with them; they are of use only if nothing is.
 

@@ -37,10 +37,8 @@ def main(group: str = "com.example.companion", control_program: str = "finderctl
         application = Application(group, control_program, arguments.settings, translations.gettext)
         asyncio.run(_until_signal(application, arguments.command == "enable"))
     except FileNotFoundError as error:
-        folder = arguments.settings.parent
-        hint = f'begin with "mkdir -p {folder} && finder-sync-companion example >{arguments.settings}"'
-        log(f"{error.filename} does not exist"
-            + (f": {hint}" if error.filename == str(arguments.settings) else ""))
+        is_settings = error.filename == str(arguments.settings)
+        log(configuration.how_to_begin(arguments.settings) if is_settings else str(error))
         return 1
     except (OSError, ValueError) as error:
         log(str(error))

@@ -51,6 +51,7 @@ class Pick:
 
     async def fail(self, reason: str) -> None:
         """Tells the user what went wrong."""
+        log(f"{self._path}: {reason}")
         await self._say(self._translate("Failed: %s") % self._name, reason)
 
     async def _copy(self, text: str) -> None:
@@ -72,5 +73,5 @@ class Pick:
                                               self._translate("Cancel"), cancel)
 
     async def _say(self, title: str, body: str) -> None:
-        log(f"{self._path}: {title}: {body}")
+        log(f"{self._path}: {title}")
         await self._notification.show(title, body)
