@@ -20,7 +20,8 @@ set -e
 mount -t proc proc /proc
 mount -t cgroup2 cgroup2 /sys/fs/cgroup
 mount -t tmpfs -o mode=755 tmpfs /run
-mkdir -p /run/systemd/system /run/systemd/unit-root /run/user/4242 /run/home /sys/fs/cgroup/user
+mkdir -p /run/systemd/system /run/systemd/unit-root /run/systemd/mount-rootfs
+mkdir -p /run/user/4242 /run/home /sys/fs/cgroup/user
 echo $$ >/sys/fs/cgroup/user/cgroup.procs
 chown -R 4242:4242 /sys/fs/cgroup/user /run/user/4242 /run/home
 chmod 700 /run/user/4242
