@@ -1,0 +1,12 @@
+"""Which libraries programs of the preset static look for when they start."""
+
+import re
+
+import pytest
+from test_programs import PROGRAMS, name_of, readelf
+
+
+@pytest.mark.parametrize("program", PROGRAMS, ids=name_of)
+def test_needs_only_what_every_system_has(program):
+    needed = re.findall(r"NEEDED.*\[(.*?)\.so", readelf(program, "--dynamic"))
+    assert "libc" in needed and set(needed) <= {"libsystemd", "libm", "libc", "ld-linux-x86-64"}
