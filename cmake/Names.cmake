@@ -17,6 +17,9 @@ set(FINDER_SYNC_COMPANION_IDENTIFIER "" CACHE STRING
 set(FINDER_SYNC_NAME finder-sync CACHE STRING
   "Name of the product: the programs, packages, manual pages and the folder of images are called after it")
 
+set(FINDER_SYNC_HOMEPAGE https://example.com/finder-sync CACHE STRING
+  "Page of the product on the web, which packages and software centres link to")
+
 block(PROPAGATE companion_identifier extension_identifier)
   string(REPEAT "[A-Z0-9]" 10 team)
   set(domain "[A-Za-z_][A-Za-z0-9_-]*(\\.[A-Za-z_][A-Za-z0-9_-]*)+")
