@@ -21,11 +21,12 @@ std::vector<std::string> emblemsIn(GFileInfo* info) {
 }
 
 /// A change of the attribute, which is removed rather than left empty.
-Object<GFileInfo> changeTo(const std::vector<std::string>& emblems) {
+Object<GFileInfo> changeTo(std::vector<std::string> emblems) {
     Object<GFileInfo> change(g_file_info_new());
     std::vector<char*> names;
-    for (const std::string& emblem : emblems)
-        names.push_back(const_cast<char*>(emblem.c_str()));
+    names.reserve(emblems.size() + 1);
+    for (std::string& emblem : emblems)
+        names.push_back(emblem.data());
     names.push_back(nullptr);
     if (emblems.empty())
         g_file_info_set_attribute(change.get(), attribute, G_FILE_ATTRIBUTE_TYPE_INVALID, nullptr);

@@ -13,13 +13,14 @@ namespace {
 using Emblems = std::map<std::string, std::vector<std::string>>;
 
 /// The information is that which Thunar draws the file from.
-void showEmblems(ThunarxFileInfo* file, const std::vector<std::string>& emblems) {
+void showEmblems(ThunarxFileInfo* file, std::vector<std::string> emblems) {
     const Object<GFileInfo> info(thunarx_file_info_get_file_info(file));
     if (!info)
         return;
     std::vector<char*> names;
-    for (const std::string& emblem : emblems)
-        names.push_back(const_cast<char*>(emblem.c_str()));
+    names.reserve(emblems.size() + 1);
+    for (std::string& emblem : emblems)
+        names.push_back(emblem.data());
     names.push_back(nullptr);
     g_file_info_set_attribute_stringv(info.get(), "metadata::emblems", names.data());
     thunarx_file_info_changed(file);
