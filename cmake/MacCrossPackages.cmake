@@ -3,6 +3,7 @@
 macro(provide_package method name)
   if("${name}" MATCHES "^(GTest|Boost|ICU)$")
     set(${name}_FOUND TRUE)
+    set(${name}_JSON_FOUND TRUE)
   endif()
   if("${name}" STREQUAL GTest AND NOT TARGET googletest)
     set(sources /usr/src/googletest/googletest)

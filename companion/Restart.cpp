@@ -31,10 +31,11 @@ int spawn(std::vector<std::string>& command, int output, pid_t& process) {
     (void)::posix_spawn_file_actions_adddup2(&files, output, STDERR_FILENO);
     posix_spawnattr_t attributes{};
     (void)::posix_spawnattr_init(&attributes);
-    sigset_t signals{}; // which the application blocks or ignores for itself
-    (void)::sigemptyset(&signals);
+    // Which the application blocks or ignores for itself. On a Mac, these functions are macros.
+    sigset_t signals{};
+    (void)sigemptyset(&signals);
     (void)::posix_spawnattr_setsigmask(&attributes, &signals);
-    (void)::sigaddset(&signals, SIGPIPE);
+    (void)sigaddset(&signals, SIGPIPE);
     (void)::posix_spawnattr_setsigdefault(&attributes, &signals);
     (void)::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     const int result =
