@@ -11,7 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern char** environ; // NOLINT(readability-redundant-declaration)
+extern char** environ; // NOLINT(*-redundant-declaration, *-non-const-global-variables)
 
 namespace finder_sync {
 
@@ -20,6 +20,7 @@ namespace {
 /// Starts a program whose output goes to a descriptor. Returns 0 or an errno.
 int spawn(std::vector<std::string>& command, int output, pid_t& process) {
     std::vector<char*> arguments;
+    arguments.reserve(command.size() + 1);
     for (std::string& argument : command)
         arguments.push_back(argument.data());
     arguments.push_back(nullptr);

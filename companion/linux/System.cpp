@@ -12,6 +12,7 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/timerfd.h>
+#include <tuple>
 
 namespace finder_sync {
 
@@ -42,7 +43,7 @@ std::vector<int> Poller::ready() {
         const int descriptor = events[static_cast<std::size_t>(index)].data.fd;
         std::uint64_t expirations = 0;
         if (descriptor == timer_.get())
-            (void)!::read(descriptor, &expirations, sizeof expirations);
+            std::ignore = ::read(descriptor, &expirations, sizeof expirations);
         else
             descriptors.push_back(descriptor);
     }

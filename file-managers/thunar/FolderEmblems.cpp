@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <fstream>
 #include <iterator>
-#include <ranges>
 #include <system_error>
 #include <utility>
 
@@ -134,8 +133,10 @@ bool FolderEmblems::has(const std::string& url, const std::string& busName) cons
 
 FolderEmblems::Names FolderEmblems::wanted(const std::string& url) const {
     Names names;
-    if (const auto found = wanted_.find(url); found != wanted_.end())
-        std::ranges::copy(found->second | std::views::values, std::inserter(names, names.end()));
+    if (const auto found = wanted_.find(url); found != wanted_.end()) {
+        for (const auto& [busName, emblem] : found->second)
+            names.insert(emblem);
+    }
     return names;
 }
 
