@@ -13,7 +13,7 @@ inline constexpr std::chrono::milliseconds menuTimeout(100);
 inline constexpr std::chrono::milliseconds menuBackoff(5000);
 
 /// How long a file manager is left alone between two notices of the same kind, and an extension
-/// between two readings of its root folders. The first is not delayed.
+/// after it was asked because root folders have changed. The first is not delayed.
 inline constexpr std::chrono::milliseconds noticeInterval(250);
 
 // Badges asked for in one request: a folder of any size keeps neither side busy for long, and no
@@ -28,6 +28,8 @@ inline constexpr int maxMenuItems = 16;      ///< of one product
 inline constexpr int maxMenuSize = 16 << 20; ///< of one product, in bytes of a message
 inline constexpr int maxDirectories = 16;
 inline constexpr int maxRootFoldersSize = 16 << 20; ///< in bytes of a message
+inline constexpr int maxChangedNames = 1 << 16;
+inline constexpr int maxChangedNamesSize = 64 << 10; ///< in bytes of a message
 /// In code units of the toolkit's strings. A title that is longer is cut.
 inline constexpr int maxTextLength = 1024;
 

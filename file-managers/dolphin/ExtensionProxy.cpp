@@ -18,36 +18,37 @@ namespace {
 
 const QLatin1String object(objectPath);
 const QLatin1String propertiesInterface("org.freedesktop.DBus.Properties");
-const QLatin1String rootFolders("pathsOfRootFolders");
 const QChar ellipsis(0x2026);
 
 constexpr uint itemsKind = 0;
 
+std::string composed(const QString& text) {
+    return text.normalized(QString::NormalizationForm_C).toStdString();
+}
+
 /// A path in the form in which paths are compared: resolved as text, composed, and without a "/" at
 /// the end.
-std::string comparedPath(const QString& text) {
-    QString path = QDir::cleanPath(text);
+std::string comparedPath(const QUrl& url) {
+    QString path = QDir::cleanPath(url.path(QUrl::FullyDecoded));
     if (path.endsWith(QLatin1Char('/')))
         path.chop(1);
-    return path.normalized(QString::NormalizationForm_C).toStdString();
+    return composed(path);
 }
 
-std::string comparedPath(const QUrl& url) {
-    return comparedPath(url.path(QUrl::FullyDecoded));
-}
-
-/// Nothing when they are too large.
-std::optional<std::vector<RootFolder>> rootFoldersIn(const QStringList& paths) {
-    std::vector<RootFolder> folders;
+ChangedNames changedNamesIn(const QStringList& list) {
+    ChangedNames names;
     qsizetype size = 0;
-    for (const QString& each : paths) {
-        size += each.size();
-        if (size > maxRootFoldersSize)
-            return {};
-        const std::string path = comparedPath(each);
-        folders.push_back({.name = nameHash(path), .path = std::hash<std::string>()(path)});
+    if (list.isEmpty())
+        names.addAny();
+    for (const QString& name : list) {
+        size += name.size();
+        if (size > maxChangedNamesSize)
+            names.addAny();
+        if (names.areAny())
+            break;
+        names.add(nameHash(composed(name)));
     }
-    return folders;
+    return names;
 }
 
 /// The start of a title that is too long, up to the end of a character.
@@ -104,37 +105,25 @@ ExtensionProxy::ExtensionProxy(const QString& busName, const QString& owner)
     proxy_.setTimeout(noTimeout);
     retryTimer_.setSingleShot(true);
     retryTimer_.callOnTimeout([this] { requestDirectories(); });
-    // Of any process: QtDBus blocks until it learns the owner of a name, even if that is unique.
-    bus_.connect(QString(), object, propertiesInterface, QStringLiteral("PropertiesChanged"), this,
-                 SLOT(propertiesChanged(QString, QVariantMap, QStringList, QDBusMessage)));
     requestDirectories();
-}
-
-/// Asks for one property: another may be too large to be had beside it. The answer is nothing when
-/// the property cannot be had.
-void ExtensionProxy::requestTexts(const QString& property, const TextsAnswer& answer) {
-    QDBusMessage call = QDBusMessage::createMethodCall(proxy_.service(), object,
-                                                       propertiesInterface, QStringLiteral("Get"));
-    call << proxy_.interface() << property;
-    auto* const watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call, noTimeout), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [watcher, answer] {
-        watcher->deleteLater();
-        const QDBusPendingReply<QDBusVariant> reply = *watcher;
-        const QVariant value = reply.isError() ? QVariant() : reply.value().variant();
-        answer(value.userType() == QMetaType::QStringList ? std::optional(value.toStringList())
-                                                          : std::nullopt);
-    });
 }
 
 /// A process that does not have the property yet, or never will, is asked again less and less.
 void ExtensionProxy::requestDirectories() {
-    requestTexts(QStringLiteral("directoryURLs"), [this](const std::optional<QStringList>& urls) {
-        hasInterface_ = urls.has_value();
-        if (!urls) {
+    QDBusMessage call = QDBusMessage::createMethodCall(proxy_.service(), object,
+                                                       propertiesInterface, QStringLiteral("Get"));
+    call << proxy_.interface() << QStringLiteral("directoryURLs");
+    auto* const watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call, noTimeout), this);
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher] {
+        watcher->deleteLater();
+        const QDBusPendingReply<QDBusVariant> reply = *watcher;
+        const QVariant urls = reply.isError() ? QVariant() : reply.value().variant();
+        hasInterface_ = urls.userType() == QMetaType::QStringList;
+        if (!*hasInterface_) {
             retryTimer_.start(backoff_.next());
             return;
         }
-        for (const QUrl& url : QUrl::fromStringList(urls->mid(0, maxDirectories))) {
+        for (const QUrl& url : QUrl::fromStringList(urls.toStringList().mid(0, maxDirectories))) {
             if (!requestURL(url).isEmpty())
                 watchedDirectories_.push_back(comparedPath(url));
         }
@@ -142,17 +131,16 @@ void ExtensionProxy::requestDirectories() {
     });
 }
 
-void ExtensionProxy::requestRootFolders(const RootFoldersAnswer& answer) {
-    requestTexts(rootFolders, [answer](const std::optional<QStringList>& paths) {
-        answer(paths ? rootFoldersIn(*paths) : std::nullopt);
-    });
+void ExtensionProxy::observeRootFolders() {
+    // Of any process: QtDBus blocks until it learns the owner of a name, even if that is unique.
+    bus_.connect(QString(), object, proxy_.interface(), QStringLiteral("RootFoldersChanged"), this,
+                 SLOT(rootFoldersChangedBy(QDBusMessage)));
 }
 
-void ExtensionProxy::propertiesChanged(const QString& interface, const QVariantMap& changed,
-                                       const QStringList& invalidated, const QDBusMessage& signal) {
-    if (hasAppeared() && signal.service() == owner() && interface == proxy_.interface() &&
-        (changed.contains(rootFolders) || invalidated.contains(rootFolders)))
-        Q_EMIT rootFoldersChanged();
+/// Takes the whole message: QtDBus aborts on an array of another type than the slot's.
+void ExtensionProxy::rootFoldersChangedBy(const QDBusMessage& signal) {
+    if (signal.service() == owner() && signal.signature() == QLatin1String("as"))
+        Q_EMIT rootFoldersChanged(changedNamesIn(signal.arguments().constFirst().toStringList()));
 }
 
 bool ExtensionProxy::watches(const QUrl& url) const {

@@ -17,7 +17,6 @@
 #include <QStringList>
 #include <QTimer>
 #include <QUrl>
-#include <QVariantMap>
 #include <functional>
 #include <optional>
 #include <string>
@@ -47,7 +46,7 @@ public:
     /// com.example.companion.FinderSync.
     [[nodiscard]] const QString& iconPrefix() const { return iconPrefix_; }
 
-    /// Whether appeared() was emitted. Only then may badges and root folders be requested.
+    /// Whether appeared() was emitted. Only then may badges be requested.
     [[nodiscard]] bool hasAppeared() const { return hasInterface_.value_or(false); }
 
     /// Whether an item lies in a directory that the extension watches. Its request URL must not be
@@ -60,9 +59,9 @@ public:
     using BadgesAnswer = std::function<void(const QStringList&)>;
     void requestBadges(const QStringList& urls, const BadgesAnswer& answer);
 
-    /// Asks for the root folders. The answer is nothing when they cannot be had.
-    using RootFoldersAnswer = std::function<void(RootFolders::List)>;
-    void requestRootFolders(const RootFoldersAnswer& answer);
+    /// Has rootFoldersChanged() emitted when root folders were added or removed. Call it before
+    /// badges are requested, so that no change of theirs is missed.
+    void observeRootFolders();
 
     /// Whether to ask the extension for a menu: after one that it did not answer in time, not until
     /// it has, nor for `menuBackoff`; after nonsense, not for a while.
@@ -77,14 +76,10 @@ public:
 
 Q_SIGNALS:
     void appeared();
-    void rootFoldersChanged();
+    void rootFoldersChanged(const file_managers::ChangedNames& names);
 
 private:
-    using TextsAnswer = std::function<void(const std::optional<QStringList>&)>;
-
-    Q_SLOT void propertiesChanged(const QString& interface, const QVariantMap& changed,
-                                  const QStringList& invalidated, const QDBusMessage& signal);
-    void requestTexts(const QString& property, const TextsAnswer& answer);
+    Q_SLOT void rootFoldersChangedBy(const QDBusMessage& signal);
     void requestDirectories();
 
     const QString iconPrefix_;

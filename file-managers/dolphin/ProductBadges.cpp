@@ -7,16 +7,17 @@ namespace file_managers {
 
 ProductBadges::ProductBadges(ExtensionProxy& extension, const Items& items, Changed changed)
     : extension_(extension), items_(items), changed_(std::move(changed)) {
-    for (QTimer* timer : {&sendTimer_, &retryTimer_, &rootFoldersRetry_})
+    for (QTimer* timer : {&sendTimer_, &retryTimer_})
         timer->setSingleShot(true);
     sendTimer_.callOnTimeout([this] { send(); });
     retryTimer_.callOnTimeout([this] { send(); });
-    rootFoldersRetry_.callOnTimeout([this] { requestRootFolders(); });
-    connect(&extension_, &ExtensionProxy::rootFoldersChanged, this,
-            [this] { readRootFolders_.request(); });
-    if (rootFolders_.request()) // before the badges, so that none of these is older
-        requestRootFolders();
-    requestOutdated();
+    connect(&extension_, &ExtensionProxy::rootFoldersChanged, this, [this](const auto& names) {
+        changedNames_.add(names);
+        requestChanged_.request();
+    });
+    extension_.observeRootFolders(); // before any badge is requested
+    for (const ShownItem& item : items_)
+        request(item.url);
 }
 
 void ProductBadges::request(const QUrl& item) {
@@ -25,26 +26,11 @@ void ProductBadges::request(const QUrl& item) {
         sendTimer_.start(0); // collects requests until the file manager is idle
 }
 
-void ProductBadges::requestRootFolders() {
-    extension_.requestRootFolders([this](auto folders) { rootFoldersRead(std::move(folders)); });
-}
-
-void ProductBadges::rootFoldersRead(RootFolders::List folders) {
-    if (const auto pause = rootFolders_.take(std::move(folders)))
-        rootFoldersRetry_.start(*pause);
-    requestOutdated();
-    if (rootFolders_.areOutdated())
-        readRootFolders_.request();
-}
-
-/// What was answered since the last list may be of one in between, which nobody has read: such an
-/// item is asked about again if it has a badge, or could have one now.
-void ProductBadges::requestOutdated() {
-    const QSet<QUrl> recent = std::exchange(recent_, {});
+/// Requests the badges that a change of the root folders may have changed.
+void ProductBadges::requestChanged() {
+    const ChangedNames names = std::exchange(changedNames_, {});
     for (const auto& [url, name] : items_) {
-        const bool isDoubtful =
-            recent.contains(url) && (badges_.contains(url) || rootFolders_.have(name));
-        if (isDoubtful || rootFolders_.haveChanged(name))
+        if (names.contain(name))
             request(url);
     }
 }
@@ -57,7 +43,6 @@ QString ProductBadges::icon(const QUrl& item) const {
 void ProductBadges::forget(const QUrl& item) {
     badges_.remove(item);
     queue_.remove(item);
-    recent_.remove(item);
     refused_.removeOne(item);
     std::ranges::replace(pending_, item, QUrl());
 }
@@ -108,7 +93,6 @@ void ProductBadges::setBadges(const QStringList& badges) {
 }
 
 void ProductBadges::setBadge(const QUrl& item, const QString& badge) {
-    recent_.insert(item);
     if (badges_.value(item) == badge)
         return;
     if (badge.isEmpty())

@@ -53,9 +53,7 @@ private:
         QStringList urls;
     };
 
-    void requestRootFolders();
-    void rootFoldersRead(RootFolders::List folders);
-    void requestOutdated();
+    void requestChanged();
     void send();
     template <typename Urls> [[nodiscard]] Batch takeFrom(Urls& items, int most) const;
     void setBadges(const QStringList& badges);
@@ -65,14 +63,9 @@ private:
     ExtensionProxy& extension_;
     const Items& items_;
     const Changed changed_;
-    RootFolders rootFolders_;
-    PacedCall readRootFolders_{[this] {
-        if (rootFolders_.request())
-            requestRootFolders();
-    }};
-    QTimer rootFoldersRetry_;
+    ChangedNames changedNames_; ///< since the last call of requestChanged()
+    PacedCall requestChanged_{[this] { requestChanged(); }};
     QHash<QUrl, QString> badges_; ///< identifiers, of the items that have one
-    QSet<QUrl> recent_;           ///< answered since the root folders were read
     QSet<QUrl> queue_;            ///< to be requested
     QList<QUrl> pending_;         ///< requested; empty URLs for those that were forgotten since
     QList<QUrl> refused_;         ///< requested in vain, to be requested again

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstring>
 #include <initializer_list>
 #include <string_view>
 #include <utility>
@@ -15,7 +14,6 @@ namespace file_managers {
 namespace {
 
 constexpr char propertiesInterface[] = "org.freedesktop.DBus.Properties";
-constexpr char rootFoldersProperty[] = "pathsOfRootFolders";
 constexpr guint itemsKind = 0;
 constexpr std::string_view ellipsis = "…";
 
@@ -45,24 +43,15 @@ std::vector<std::string> directoriesIn(GVariant* list) {
     return directories;
 }
 
-std::vector<std::string_view> textsIn(GVariant* list) {
-    std::size_t count = 0;
-    const std::unique_ptr<const char*[], decltype(&g_free)> texts(g_variant_get_strv(list, &count),
-                                                                  &g_free);
-    return {texts.get(), texts.get() + count};
-}
-
-std::vector<RootFolder> rootFoldersIn(GVariant* list) {
-    std::vector<RootFolder> folders;
+ChangedNames changedNamesIn(GVariant* list) {
+    ChangedNames names;
     GVariantIter each;
-    folders.reserve(g_variant_iter_init(&each, list));
-    const char* path = nullptr;
-    while (g_variant_iter_next(&each, "&s", &path) != FALSE) {
-        const char* const slash = std::strrchr(path, '/');
-        const std::string name = composed(slash != nullptr ? slash : path);
-        folders.push_back({.name = nameHash(name), .path = std::hash<std::string_view>()(path)});
-    }
-    return folders;
+    if (g_variant_iter_init(&each, list) == 0 || g_variant_get_size(list) > maxChangedNamesSize)
+        names.addAny();
+    const char* name = nullptr;
+    while (!names.areAny() && g_variant_iter_next(&each, "&s", &name) != FALSE)
+        names.add(nameHash(composed(name)));
+    return names;
 }
 
 bool areWithinLimit(std::initializer_list<std::string_view> texts) {
@@ -146,21 +135,28 @@ ExtensionProxy::ExtensionProxy(GDBusConnection* bus, std::string busName, std::s
       iconPrefix_(busName_, 0, busName_.size() + 1 - std::string_view(busNameEnd).size()),
       owner_(std::move(owner)),
       changed_(std::move(changed)) {
-    const auto changedProperties = [](GDBusConnection*, const char*, const char*, const char*,
-                                      const char*, GVariant* arguments, void* self) {
-        static_cast<ExtensionProxy*>(self)->propertiesChanged(arguments);
-    };
     // The signal is of one interface, and its first argument names another.
     // NOLINTNEXTLINE(readability-suspicious-call-argument)
-    subscription_ = g_dbus_connection_signal_subscribe(
-        bus_, owner_.c_str(), propertiesInterface, "PropertiesChanged", objectPath, interfaceName,
-        G_DBUS_SIGNAL_FLAGS_NONE, changedProperties, this, nullptr);
+    subscribe<&ExtensionProxy::propertiesChanged>(propertiesInterface, "PropertiesChanged",
+                                                  interfaceName);
     requestDirectories();
 }
 
 ExtensionProxy::~ExtensionProxy() {
     g_cancellable_cancel(cancellable_.get());
-    g_dbus_connection_signal_unsubscribe(bus_, subscription_);
+    for (const guint subscription : subscriptions_)
+        g_dbus_connection_signal_unsubscribe(bus_, subscription);
+}
+
+template <ExtensionProxy::SignalHandler handler> void
+ExtensionProxy::subscribe(const char* interface, const char* signal, const char* firstArgument) {
+    const auto received = [](GDBusConnection*, const char*, const char*, const char*, const char*,
+                             GVariant* arguments, void* self) {
+        (static_cast<ExtensionProxy*>(self)->*handler)(arguments);
+    };
+    subscriptions_.push_back(g_dbus_connection_signal_subscribe(
+        bus_, owner_.c_str(), interface, signal, objectPath, firstArgument,
+        G_DBUS_SIGNAL_FLAGS_NONE, received, this, nullptr));
 }
 
 Method ExtensionProxy::method(const char* name) const {
@@ -196,14 +192,21 @@ void ExtensionProxy::requestDirectories() {
     });
 }
 
-void ExtensionProxy::propertiesChanged(GVariant* arguments) {
-    if (!isReady_ || g_variant_is_of_type(arguments, G_VARIANT_TYPE("(sa{sv}as)")) == FALSE)
+void ExtensionProxy::propertiesChanged(GVariant*) {
+    if (isReady_)
+        changed_(*this, Change::Properties);
+}
+
+void ExtensionProxy::observeRootFolders(RootFoldersChanged changed) {
+    rootFoldersChanged_ = std::move(changed);
+    subscribe<&ExtensionProxy::rootFoldersChanged>(interfaceName, "RootFoldersChanged", nullptr);
+}
+
+void ExtensionProxy::rootFoldersChanged(GVariant* arguments) {
+    if (g_variant_is_of_type(arguments, G_VARIANT_TYPE("(as)")) == FALSE)
         return;
-    const Variant invalidated(g_variant_get_child_value(arguments, 2));
-    const std::unique_ptr<const char*[], decltype(&g_free)> names(
-        g_variant_get_strv(invalidated.get(), nullptr), &g_free);
-    changed_(*this, g_strv_contains(names.get(), rootFoldersProperty) != FALSE ? Change::RootFolders
-                                                                               : Change::Menus);
+    const Variant names(g_variant_get_child_value(arguments, 0));
+    rootFoldersChanged_(changedNamesIn(names.get()));
 }
 
 std::optional<std::string> ExtensionProxy::watchedPath(const char* url) const {
@@ -214,20 +217,17 @@ std::optional<std::string> ExtensionProxy::watchedPath(const char* url) const {
     return path;
 }
 
-template <typename Answer, typename Read>
-void ExtensionProxy::requestRootFolders(Answer answer, Read read) {
-    requestTexts(rootFoldersProperty, [answer = std::move(answer), read](GVariant* paths) {
-        const bool isUsable = paths != nullptr && g_variant_get_size(paths) <= maxRootFoldersSize;
-        answer(isUsable ? std::optional(read(paths)) : std::nullopt);
+void ExtensionProxy::requestPathsOfRootFolders(const PathsAnswer& answer) {
+    requestTexts("pathsOfRootFolders", [answer](GVariant* paths) {
+        std::optional<std::vector<std::string_view>> texts;
+        std::unique_ptr<const char*[], decltype(&g_free)> list(nullptr, &g_free);
+        if (paths != nullptr && g_variant_get_size(paths) <= maxRootFoldersSize) {
+            std::size_t count = 0;
+            list.reset(g_variant_get_strv(paths, &count));
+            texts.emplace(list.get(), list.get() + count);
+        }
+        answer(std::move(texts));
     });
-}
-
-void ExtensionProxy::requestRootFolders(RootFoldersAnswer answer) {
-    requestRootFolders(std::move(answer), &rootFoldersIn);
-}
-
-void ExtensionProxy::requestPathsOfRootFolders(PathsAnswer answer) {
-    requestRootFolders(std::move(answer), &textsIn);
 }
 
 void ExtensionProxy::requestBadges(const std::vector<std::string>& urls, BadgesAnswer answer) {

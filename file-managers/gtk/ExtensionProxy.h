@@ -32,9 +32,8 @@ struct MenuEntry {
 /// thread. Destroying it cancels its requests: their answers do not come any more.
 class ExtensionProxy {
 public:
-    /// What has changed. Appeared and Gone concern badges and menus, as do RootFolders; Menus
-    /// concerns menus alone.
-    enum class Change { Appeared, Gone, RootFolders, Menus };
+    /// What has changed. Appeared and Gone concern badges and menus, Properties menus alone.
+    enum class Change { Appeared, Gone, Properties };
     using Changed = std::function<void(ExtensionProxy&, Change)>;
 
     /// `owner` is the unique name of the process. `changed` is called from the main loop, never
@@ -58,13 +57,15 @@ public:
     /// directory.
     [[nodiscard]] std::optional<std::string> watchedPath(const char* url) const;
 
-    /// Asks for the root folders. `answer` gets nothing when they cannot be had.
-    using RootFoldersAnswer = std::function<void(RootFolders::List)>;
-    void requestRootFolders(RootFoldersAnswer answer);
+    /// Has `changed` called from the main loop when root folders were added or removed. Call it
+    /// before badges are requested, so that no change of theirs is missed.
+    using RootFoldersChanged = std::function<void(const ChangedNames&)>;
+    void observeRootFolders(RootFoldersChanged changed);
 
-    /// The same, as they are announced: texts that end in a NUL and last until `answer` returns.
+    /// Asks for the paths of the root folders: texts that end in a NUL and last until `answer`
+    /// returns. Nothing when they cannot be had.
     using PathsAnswer = std::function<void(std::optional<std::vector<std::string_view>>)>;
-    void requestPathsOfRootFolders(PathsAnswer answer);
+    void requestPathsOfRootFolders(const PathsAnswer& answer);
 
     /// Asks for the badges of items. `answer` gets one identifier for each URL, in their order, ""
     /// for no badge; or an empty list when the request failed.
@@ -81,10 +82,14 @@ public:
     void requestMenu(const std::vector<std::string>& urls, MenuAnswer answer);
 
 private:
+    using SignalHandler = void (ExtensionProxy::*)(GVariant* arguments);
+
+    template <SignalHandler handler>
+    void subscribe(const char* interface, const char* signal, const char* firstArgument);
     void requestDirectories();
     void requestTexts(const char* property, const std::function<void(GVariant* texts)>& got);
-    template <typename Answer, typename Read> void requestRootFolders(Answer answer, Read read);
     void propertiesChanged(GVariant* arguments);
+    void rootFoldersChanged(GVariant* arguments);
     [[nodiscard]] Method method(const char* name) const;
 
     GDBusConnection* bus_;
@@ -93,7 +98,8 @@ private:
     std::string owner_;
     Changed changed_;
     Object<GCancellable> cancellable_{g_cancellable_new()};
-    guint subscription_ = 0; ///< to changes of properties
+    std::vector<guint> subscriptions_;
+    RootFoldersChanged rootFoldersChanged_;
     bool isReady_ = false;
     Backoff retryBackoff_;
     SingleShotTimer retry_{[this] { requestDirectories(); }};

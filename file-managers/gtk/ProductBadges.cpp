@@ -29,36 +29,20 @@ ProductBadges::Files ProductBadges::badgedFiles() const {
 }
 
 void ProductBadges::request(FileInfo* file) {
-    Item& item = items_[file];
-    if (!item.isFailed)
-        enqueue(file, item);
+    enqueue(file, items_[file]);
     sendLater();
 }
 
 void ProductBadges::enqueue(FileInfo* file, Item& item) {
-    if (!std::exchange(item.isQueued, true))
+    if (!item.isFailed && !std::exchange(item.isQueued, true))
         queue_.push_back(file);
 }
 
-void ProductBadges::requestRootFolders() {
-    extension_.requestRootFolders([this](auto folders) { rootFoldersRead(std::move(folders)); });
-}
-
-void ProductBadges::rootFoldersRead(RootFolders::List folders) {
-    if (const auto pause = rootFolders_.take(std::move(folders)))
-        rootFoldersRetry_.start(*pause);
-    requestDoubtful();
-    if (rootFolders_.areOutdated())
-        readRootFolders_.request();
-}
-
-/// What was answered since the last list may be of one in between, which nobody has read: such an
-/// item is asked about again if it has a badge, or could have one now.
-void ProductBadges::requestDoubtful() {
+/// Requests the badges that a change of the root folders may have changed.
+void ProductBadges::requestChanged() {
+    const ChangedNames names = std::exchange(changedNames_, {});
     for (auto& [file, item] : items_) {
-        const bool isDoubtful = std::exchange(item.isRecent, false) &&
-                                (badges_.contains(file) || rootFolders_.have(item.name));
-        if (isDoubtful || rootFolders_.haveChanged(item.name))
+        if (names.contain(item.name))
             enqueue(file, item);
     }
     send();
@@ -137,7 +121,6 @@ void ProductBadges::answered(const Batch& batch, const std::vector<std::string>&
 
 /// Whether the badge is another one.
 bool ProductBadges::setBadge(FileInfo* file, const std::string& badge) {
-    items_[file].isRecent = true;
     const auto known = badges_.find(file);
     if (badge == (known != badges_.end() ? known->second : std::string()))
         return false;

@@ -23,7 +23,10 @@ public:
     /// `changed` is called from the main loop when items have other badges. The extension is ready.
     ProductBadges(ExtensionProxy& extension, std::function<void(const Files&)> changed)
         : extension_(extension), changed_(std::move(changed)) {
-        readRootFolders_.request(); // before any badge, so that each answer is newer
+        extension_.observeRootFolders([this](const ChangedNames& names) {
+            changedNames_.add(names);
+            requestChanged_.request();
+        });
     }
     ~ProductBadges() = default;
     ProductBadges(const ProductBadges&) = delete;
@@ -31,9 +34,6 @@ public:
 
     /// Requests an item's badge, unless it is to be requested anyway, soon or when it has failed.
     void request(FileInfo* file);
-
-    /// Reads the root folders, and requests the badges that may be others now.
-    void rootFoldersChanged() { readRootFolders_.request(); }
 
     /// Adds the emblem of an item's last known badge, if any.
     void addEmblem(FileInfo* file) const;
@@ -48,16 +48,13 @@ private:
         NameHash name = 0;     ///< when its badge was requested last
         bool isQueued = false; ///< in queue_
         bool isFailed = false; ///< in failed_ or retried_
-        bool isRecent = false; ///< its badge has come since the root folders were read
     };
     struct Batch {
         std::vector<Object<FileInfo>> files;
         std::vector<std::string> urls;
     };
 
-    void requestRootFolders();
-    void rootFoldersRead(RootFolders::List folders);
-    void requestDoubtful();
+    void requestChanged();
     void enqueue(FileInfo* file, Item& item);
     void sendLater();
     void send();
@@ -80,13 +77,9 @@ private:
     Backoff backoff_;
     SingleShotTimer sendTimer_{[this] { send(); }};
     SingleShotTimer retryTimer_{[this] { retry(); }};
-    bool isPending_ = false; ///< a request is; the next is sent once it is answered
-    RootFolders rootFolders_;
-    SingleShotTimer rootFoldersRetry_{[this] { requestRootFolders(); }};
-    PacedCall readRootFolders_{[this] {
-        if (rootFolders_.request())
-            requestRootFolders();
-    }};
+    bool isPending_ = false;    ///< a request is; the next is sent once it is answered
+    ChangedNames changedNames_; ///< since the last call of requestChanged()
+    PacedCall requestChanged_{[this] { requestChanged(); }};
 };
 
 } // namespace file_managers

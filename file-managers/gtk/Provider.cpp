@@ -5,6 +5,7 @@
 #include "file-managers/gtk/PacedCall.h"
 #include "file-managers/gtk/Products.h"
 #include "file-managers/gtk/ShownItems.h"
+#include "file-managers/gtk/SingleShotTimer.h"
 
 namespace file_managers {
 
@@ -12,6 +13,10 @@ namespace {
 
 /// How long after the signal file managers may ask for entries because of it.
 constexpr std::chrono::milliseconds afterEmission(1000);
+
+/// File managers spend milliseconds on entries anew. What changes them changes badges too, whose
+/// answers come meanwhile, and are shown first.
+constexpr std::chrono::milliseconds afterBadges(20);
 
 /// The provider's part in C++. The provider itself is a GObject.
 class Service {
@@ -30,6 +35,7 @@ private:
     MenuProvider* provider_; ///< owns this object
     Clock::time_point emitted_;
     PacedCall menusOutdated_{[this] { emitItemsUpdated(); }};
+    SingleShotTimer menusOutdatedSoon_{[this] { menusOutdated_.request(); }};
     Products products_{
         [this](ExtensionProxy& extension, Change change) { changed(extension, change); }};
     ShownItems shown_{products_};
@@ -37,7 +43,8 @@ private:
 
 void Service::changed(ExtensionProxy& extension, Change change) {
     shown_.productChanged(extension, change);
-    menusOutdated_.request();
+    if (!menusOutdatedSoon_.isActive())
+        menusOutdatedSoon_.start(afterBadges);
 }
 
 /// File managers cache the entries until the selection changes, or this.

@@ -38,8 +38,6 @@ void ShownItems::productChanged(ExtensionProxy& extension, ExtensionProxy::Chang
         requestAll(extension);
     else if (change == Gone)
         removeBadges(extension.busName());
-    else if (change == RootFolders)
-        badges_.at(extension.busName()).rootFoldersChanged();
 }
 
 void ShownItems::requestAll(ExtensionProxy& extension) {

@@ -32,6 +32,7 @@ bool isIconName(const std::string& badge) {
 
 AnnouncedFolders::AnnouncedFolders(ExtensionProxy& extension, FolderEmblems& emblems)
     : extension_(extension), emblems_(emblems) {
+    extension_.observeRootFolders([this](const ChangedNames&) { read_.request(); });
     read_.request();
 }
 
@@ -44,7 +45,7 @@ void AnnouncedFolders::requestPaths() {
         if (paths)
             read(*paths);
         else
-            finish(std::nullopt);
+            finish(false);
     });
 }
 
@@ -80,13 +81,13 @@ void AnnouncedFolders::requestBadges() {
                                  [this, urls](const auto& badges) { answered(urls, badges); });
         return;
     }
-    finish(std::vector<RootFolder>());
+    finish(true);
 }
 
 void AnnouncedFolders::answered(const std::vector<std::string>& urls,
                                 const std::vector<std::string>& badges) {
     if (badges.size() != urls.size()) {
-        finish(std::nullopt);
+        finish(false);
         return;
     }
     for (std::size_t index = 0; index < urls.size(); ++index) {
@@ -97,10 +98,16 @@ void AnnouncedFolders::answered(const std::vector<std::string>& urls,
     requestBadges();
 }
 
-void AnnouncedFolders::finish(RootFolders::List list) {
-    if (const auto pause = requests_.take(std::move(list)))
-        retry_.start(*pause);
-    if (requests_.areOutdated())
+/// What could not be read is read anew after a pause.
+void AnnouncedFolders::finish(bool isRead) {
+    isReading_ = !isRead;
+    if (!isRead) {
+        isOutdated_ = false;
+        retry_.start(backoff_.next());
+        return;
+    }
+    backoff_.reset();
+    if (std::exchange(isOutdated_, false))
         read_.request();
 }
 

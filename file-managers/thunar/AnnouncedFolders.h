@@ -1,6 +1,6 @@
 #pragma once
 
-#include "file-managers/RootFolders.h"
+#include "file-managers/Backoff.h"
 #include "file-managers/gtk/ExtensionProxy.h"
 #include "file-managers/gtk/PacedCall.h"
 #include "file-managers/gtk/SingleShotTimer.h"
@@ -8,6 +8,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace file_managers {
@@ -23,22 +24,23 @@ public:
     AnnouncedFolders(const AnnouncedFolders&) = delete;
     AnnouncedFolders& operator=(const AnnouncedFolders&) = delete;
 
-    void rootFoldersChanged() { read_.request(); }
-
 private:
     void requestPaths();
     void read(const std::vector<std::string_view>& paths);
     void requestBadges();
     void answered(const std::vector<std::string>& urls, const std::vector<std::string>& badges);
-    void finish(RootFolders::List list);
+    void finish(bool isRead);
 
     ExtensionProxy& extension_;
     FolderEmblems& emblems_;
     std::vector<std::string> unknown_; ///< URLs of the root folders whose badges to request
-    RootFolders requests_;             ///< only tells when to request the next list
+    bool isReading_ = false;           ///< or will read again after a pause
+    bool isOutdated_ = false;          ///< the list has changed while it was read
+    Backoff backoff_;
     SingleShotTimer retry_{[this] { requestPaths(); }};
     PacedCall read_{[this] {
-        if (requests_.request())
+        isOutdated_ = isReading_;
+        if (!std::exchange(isReading_, true))
             requestPaths();
     }};
 };

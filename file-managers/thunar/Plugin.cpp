@@ -58,8 +58,6 @@ void Service::changed(ExtensionProxy& extension, ExtensionProxy::Change change) 
     using enum ExtensionProxy::Change;
     if (change == Appeared)
         announced_.try_emplace(extension.busName(), extension, emblems_);
-    else if (change == RootFolders)
-        announced_.at(extension.busName()).rootFoldersChanged();
     else if (change == Gone)
         announced_.erase(extension.busName());
 }

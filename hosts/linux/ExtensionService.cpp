@@ -114,6 +114,7 @@ const sd_bus_vtable ExtensionService::Callbacks::vtable[] = {
     WRITABLE("backupTitle", "s", withValue),
     CONSTANT("directoryURLs", "as", getDirectoryURLs),
     CONSTANT("badges", "a{s(ss)}", getBadges),
+    SD_BUS_SIGNAL_WITH_ARGS("RootFoldersChanged", SD_BUS_ARGS("as", names), 0),
     SD_BUS_VTABLE_END,
 };
 
@@ -123,6 +124,7 @@ ExtensionService::ExtensionService(sd_bus* bus, ObservedFinderSync& extension,
 
 ExtensionService::~ExtensionService() {
     extension_.setObserver(nullptr);
+    extension_.setRootFoldersObserver(nullptr);
 }
 
 int ExtensionService::publish() {
@@ -132,8 +134,11 @@ int ExtensionService::publish() {
     if (result >= 0)
         result = sd_bus_add_object_vtable(bus_, Out(objectSlot_), findersync::objectPath,
                                           findersync::interfaceName, Callbacks::vtable, this);
-    if (result >= 0)
-        extension_.setObserver([this](std::string_view property) { changes_.note(property); });
+    if (result < 0)
+        return result;
+    extension_.setObserver([this](std::string_view property) { changes_.note(property); });
+    extension_.setRootFoldersObserver(
+        [this](const auto& current, const auto& next) { changes_.noteRootFolders(current, next); });
     return result;
 }
 

@@ -9,6 +9,8 @@ void ObservedFinderSync::setMyFolderURL(URL url) {
 
 void ObservedFinderSync::setPathsOfRootFolders(std::vector<std::string> paths) {
     compare("pathsOfRootFolders", pathsOfRootFolders(), paths);
+    if (rootFoldersObserver_)
+        rootFoldersObserver_(pathsOfRootFolders(), paths);
     FinderSync::setPathsOfRootFolders(std::move(paths));
 }
 

@@ -24,6 +24,15 @@ public:
     /// Replaces the observer; there is none at first.
     void setObserver(Observer observer) { observer_ = std::move(observer); }
 
+    /// Called with the paths of the root folders and with those that replace them.
+    using RootFoldersObserver = std::function<void(const std::vector<std::string>& current,
+                                                   const std::vector<std::string>& next)>;
+
+    /// Replaces this observer; there is none at first.
+    void setRootFoldersObserver(RootFoldersObserver observer) {
+        rootFoldersObserver_ = std::move(observer);
+    }
+
     [[nodiscard]] LinkState linkState() const { return linkState_; }
 
     /// Replaces what is called after each change of the link's state; there is nothing at first.
@@ -52,6 +61,7 @@ private:
     void setLinkState(LinkState state);
 
     Observer observer_;
+    RootFoldersObserver rootFoldersObserver_;
     LinkState linkState_ = LinkState::NeverTried;
     std::function<void()> linkObserver_;
 };

@@ -2,10 +2,12 @@
 
 #include "Names.h"
 #include "extension/PublishedInterface.h"
+#include "hosts/linux/Marshalling.h"
 
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <iterator>
 
 namespace hosts::linux_host {
 
@@ -15,6 +17,8 @@ namespace {
 
 constexpr std::chrono::microseconds interval = 50ms;
 constexpr std::chrono::microseconds accuracy = 1us; // sd-event would take up to 250 ms otherwise
+constexpr std::size_t longestList = std::size_t{64} * 1024; // bytes
+constexpr std::size_t textOverhead = 8;                     // bytes, of a text in a list
 
 } // namespace
 
@@ -36,6 +40,31 @@ void PropertyChanges::note(std::string_view property) {
     (void)sd_event_source_set_enabled(timer_.get(), SD_EVENT_ONESHOT);
 }
 
+void PropertyChanges::noteRootFolders(const std::vector<std::string>& current,
+                                      const std::vector<std::string>& next) {
+    // The list grows at its end or loses one path, so that few lie between what stays the same.
+    const auto [removed, added] =
+        std::mismatch(current.begin(), current.end(), next.begin(), next.end());
+    const auto [removedEnd, addedEnd] =
+        std::mismatch(current.rbegin(), std::make_reverse_iterator(removed), next.rbegin(),
+                      std::make_reverse_iterator(added));
+    const auto noteEach = [this](const std::string& path) { noteRootFolder(path); };
+    std::for_each(removed, removedEnd.base(), noteEach);
+    std::for_each(added, addedEnd.base(), noteEach);
+}
+
+/// A folder that is added and removed again is noted as well: somebody may have been told its badge
+/// in between.
+void PropertyChanges::noteRootFolder(std::string_view path) {
+    if (foldersSize_ > longestList)
+        return;
+    const auto [name, isNew] = folders_.emplace(path.substr(path.rfind('/') + 1));
+    if (isNew)
+        foldersSize_ += name->size() + textOverhead;
+    if (foldersSize_ > longestList)
+        folders_.clear(); // an empty list stands for any name
+}
+
 void PropertyChanges::signal() {
     (void)sd_event_source_set_time_relative(timer_.get(), interval.count());
     std::uint64_t queued = 0;
@@ -44,6 +73,11 @@ void PropertyChanges::signal() {
         (void)sd_event_source_set_enabled(timer_.get(), SD_EVENT_ONESHOT);
         return;
     }
+    signalProperties();
+    signalRootFolders();
+}
+
+void PropertyChanges::signalProperties() {
     std::vector<char*> names;
     names.reserve(names_.size() + 1);
     for (std::string& name : names_)
@@ -53,6 +87,22 @@ void PropertyChanges::signal() {
     (void)sd_bus_emit_properties_changed_strv(bus_, findersync::objectPath,
                                               findersync::interfaceName, names.data());
     names_.clear();
+}
+
+void PropertyChanges::signalRootFolders() {
+    if (foldersSize_ == 0)
+        return;
+    process::Message signal;
+    int result = sd_bus_message_new_signal(bus_, process::Out(signal), findersync::objectPath,
+                                           findersync::interfaceName, "RootFoldersChanged");
+    if (result >= 0)
+        result = MessageWriter(signal.get()).append(std::vector(folders_.begin(), folders_.end()));
+    if (result >= 0)
+        result = sd_bus_send(bus_, signal.get(), nullptr);
+    if (result < 0)
+        return; // the next signal tells of these too
+    folders_.clear();
+    foldersSize_ = 0;
 }
 
 } // namespace hosts::linux_host

@@ -132,11 +132,14 @@ def test_bursts_of_changes(desktop, file_manager):
         after = [memory(each, "VmRSS") for each in processes]
         assert max(waits) < LONGEST_ANSWER, burst.__name__
         assert took < SOON, burst.__name__
-        # The bus keeps a buffer for the largest message that a connection has sent.
-        list_of_roots = ROOTS * PATH_LENGTH >> 10
-        assert after[0] <= GROWTH * before[0] + list_of_roots
-        assert after[1] <= GROWTH * before[1]
-        desktop.announce(peer, folder / "Sync")
+        # The bus keeps a buffer for the largest message that a connection has sent; Thunar's plug-in
+        # has to read the list of roots.
+        list_of_roots = ROOTS * PATH_LENGTH >> 10 if file_manager.name == "thunar" else 0
+        assert after[0] <= GROWTH * before[0] + list_of_roots, burst.__name__
+        assert after[1] <= GROWTH * before[1], burst.__name__
+        # Without a look at the list of roots, which the bus would keep a buffer for.
+        send(peer, [block(type="add_folder", path=str(folder / "Sync"))])
+        wait_for(is_badged, "the badge")
 
     file_manager.process.send_signal(signal.SIGSTOP)
     before = memory(desktop.daemon, "VmRSS")

@@ -6,7 +6,7 @@ import xml.etree.ElementTree as ElementTree
 
 import pytest
 from conftest import EXTENSION, TIMEOUT, BusError, line
-from jeepney import DBusAddress, Properties, new_method_call
+from jeepney import DBusAddress, MatchRule, Properties, message_bus, new_method_call
 
 INTERFACE = "findersync.Extension1"
 CONTRACTS = pathlib.Path(__file__).parents[2] / "hosts/linux"
@@ -130,6 +130,40 @@ def test_changes_are_signalled_together_and_only_when_something_changed(session)
     assert first.body == (INTERFACE, {"displayBackup": ("x", 0)}, ["pathsOfRootFolders"])
     assert second.body == (INTERFACE, {"shareViaUrlTitle": ("s", "x")}, [])
     assert third.body == (INTERFACE, {"isSocketConnected": ("b", False)}, [])
+
+
+def test_changed_root_folders_are_named(session):
+    peer, _ = session.start_connected()
+    listener, _ = session.subscribe()
+    listener.send_and_get_reply(message_bus.AddMatch(
+        MatchRule(type="signal", interface=INTERFACE, member="RootFoldersChanged")))
+
+    def tell(**commands):
+        peer.send(b"".join(line(type=command, path=path)
+                           for command, paths in commands.items() for path in paths))
+
+    def set_paths(paths):
+        session.set("pathsOfRootFolders", "as", paths)
+
+    with listener.filter(MatchRule(type="signal", path="/FinderSync"), bufsize=None) as signals:
+        for change, names in [
+                (lambda: tell(add_folder=["/a/x", "/e\u0301", "/b/x", "z", "/"]),
+                 ["", "e\u0301", "x", "z"]),
+                (lambda: tell(del_folder=["/e\u0301"]), ["e\u0301"]),
+                (lambda: tell(del_folder=["z"], add_folder=["z"]), ["z"]),
+                # Somebody may have been told of it in between.
+                (lambda: tell(add_folder=["/new"], del_folder=["/new"]), ["new"]),
+                (lambda: set_paths(["/a", "/b", "/c"]), ["", "a", "b", "c", "x", "z"]),
+                (lambda: set_paths(["/a", "/c/1", "/c/2", "/c"]), ["1", "2", "b"]),
+                (lambda: set_paths([f"/{'d' * 100}{number}" for number in range(1000)]), []),
+                (lambda: tell(del_folder=["/" + "d" * 100 + "7"]), ["d" * 100 + "7"])]:
+            change()
+            bodies = [listener.recv_until_filtered(signals, timeout=TIMEOUT).body for _ in range(2)]
+            assert bodies == [(INTERFACE, {}, ["pathsOfRootFolders"]), (names,)]
+        session.set("backupTitle", "s", "x")
+        assert listener.recv_until_filtered(signals, timeout=TIMEOUT).body[0] == INTERFACE
+        listener.send_and_get_reply(Properties(EXTENSION).get("backupTitle"))
+        assert not signals
 
 
 def test_the_first_change_is_signalled_at_once_and_those_that_follow_at_a_pace(session):

@@ -8,6 +8,7 @@
 //     --without-interface   the names have a process, but nothing to offer
 //     --refuse URL          requests for badges fail that hold this item
 //     --once                ends after an action
+//     --any                 signals no names of changed root folders, so that it may be any
 // SIGUSR1 replaces the root folders by those after --then, SIGUSR2 restores them; both end the
 // nonsense. It writes a line for each request: "get PROPERTY", "badges COUNT", "menu URL…", "action
 // SELECTOR URL…"; without the interface, "call".
@@ -19,6 +20,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <glib-unix.h>
 #include <string>
 #include <string_view>
@@ -35,6 +37,7 @@ struct Script {
     bool hasInterface = true;
     std::string_view refused;
     bool endsAfterAction = false;
+    bool namesNoChanges = false;
     std::vector<const char*> roots;
     std::vector<const char*> laterRoots;
 };
@@ -131,10 +134,28 @@ GDBusMessage* withoutValue(GDBusConnection*, GDBusMessage* message, gboolean isI
     return signal;
 }
 
-template <auto roots> gboolean use(void* extension) {
+/// The last components of the paths that are in one list alone; null at the end.
+std::vector<const char*> changedNames() {
+    std::vector<const char*> names;
+    const auto add = [&](const auto& roots, const auto& others) {
+        for (std::size_t index = 0; !script.namesNoChanges && roots[index] != nullptr; ++index) {
+            if (g_strv_contains(others.data(), roots[index]) == FALSE) {
+                const char* const slash = std::strrchr(roots[index], '/');
+                names.push_back(slash != nullptr ? slash + 1 : roots[index]);
+            }
+        }
+    };
+    add(script.roots, script.laterRoots);
+    add(script.laterRoots, script.roots);
+    names.push_back(nullptr);
+    return names;
+}
+
+template <auto roots> gboolean use(void* object) {
+    auto* const extension = static_cast<FinderSyncExtension1*>(object);
     script.isNonsense = false;
-    finder_sync_extension1_set_paths_of_root_folders(static_cast<FinderSyncExtension1*>(extension),
-                                                     (script.*roots).data());
+    finder_sync_extension1_set_paths_of_root_folders(extension, (script.*roots).data());
+    finder_sync_extension1_emit_root_folders_changed(extension, changedNames().data());
     return G_SOURCE_CONTINUE;
 }
 
@@ -178,6 +199,8 @@ int main(int argc, char** argv) {
             script.refused = argv[++index];
         else if (word == "--once")
             script.endsAfterAction = true;
+        else if (word == "--any")
+            script.namesNoChanges = true;
         else if (word == "--then")
             roots = &script.laterRoots;
         else

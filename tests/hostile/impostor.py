@@ -7,8 +7,8 @@ import struct
 import threading
 import time
 
-from conftest import BUS_NAME, TIMEOUT
-from jeepney import HeaderFields, MessageType, message_bus, new_error, new_method_return
+from conftest import BUS_NAME, EXTENSION, TIMEOUT
+from jeepney import HeaderFields, MessageType, message_bus, new_error, new_method_return, new_signal
 from jeepney.low_level import Endianness, parse_signature
 
 ERROR = "org.freedesktop.DBus.Error.Failed"
@@ -50,19 +50,20 @@ def value(signature, value):
     return "v", marshalled("v", (signature, value))
 
 
-USUAL = {"directoryURLs": value("as", ["file:///"]), "pathsOfRootFolders": value("as", ["/sync"]),
-         "MenuForMenuKind": (MENU, menu())}
+USUAL = {"directoryURLs": value("as", ["file:///"]), "MenuForMenuKind": (MENU, menu())}
 
 
 class Impostor:
     """`answers` says for each member and property what is answered instead of the usual: a
     signature and a marshalled body, the name of an error, or None for nothing at all; and `delay`
-    how long a menu takes, in seconds."""
+    how long a menu takes, in seconds. `changes`, a signature and a marshalled body, are signalled
+    as changed root folders before each answer about badges."""
 
-    def __init__(self, session, answers, delay=0):
+    def __init__(self, session, answers, delay=0, changes=None):
         self.connection = session.connect_to_bus()
         self.answers = answers
         self.delay = delay
+        self.changes = changes
         self.asked = collections.Counter()
         self.connection.send_and_get_reply(message_bus.RequestName(BUS_NAME))
         self.thread = threading.Thread(target=self.serve, daemon=True)
@@ -84,6 +85,9 @@ class Impostor:
         if member == "Get":
             member = call.body[1]
         self.asked[member] += 1
+        if self.changes and member == "RequestBadgeIdentifiersForURLs":
+            signature, body = self.changes
+            send_raw(self.connection, new_signal(EXTENSION, "RootFoldersChanged", signature), body)
         if member == "RequestBadgeIdentifiersForURLs" and member not in self.answers:
             count = len(call.body[0])
             answer = (BADGES, texts("FolderIco", count))

@@ -121,11 +121,20 @@ OTHERS = {
     "not_one_directory": directories([]),
     "directories_without_urls": directories(["", "\1", "x" * 100000]),
     "thousands_of_directories": directories(["file:///x"] * 100000),
-    "badges_and_root_folders_of_another_type": {
-        "pathsOfRootFolders": value("u", 1), "RequestBadgeIdentifiersForURLs": ("u", bytes(4))},
+    "badges_of_another_type": badges(("u", bytes(4))),
     "no_badges": badges(None),
     "an_error_for_badges": badges(ERROR),
     "no_badge_at_all": badges((BADGES, texts("", 0))),
+}
+
+CHANGES = {
+    "none": ("as", texts("", 0)),
+    "one_text": ("s", marshalled("s", "sync")),
+    "no_names": ("", b""),
+    "numbers": ("au", marshalled("au", [1])),
+    "names_and_more": ("asu", marshalled("asu", ["sync"], 1)),
+    "thousands_of_names": ("as", texts("/", 20000)),
+    "a_long_name": ("as", texts("\u0301" * (1 << 18), 1)),
 }
 
 
@@ -149,4 +158,17 @@ def test_badges_and_properties(scene):
         scene.attack = "badges_and_properties, " + name
         ask(scene, times=10)
         assert not scene.are_badged(), name
+    scene.recovers_from(impostor)
+
+
+def test_signals_about_root_folders(scene):
+    """Each answer about badges comes with a signal that has them requested again."""
+    impostor = begin(scene, {})
+    for name, changes in CHANGES.items():
+        impostor.end()
+        impostor = Impostor(scene.session, {}, changes=changes)
+        wait_for(lambda asked=impostor.asked: asked["RequestBadgeIdentifiersForURLs"] >= len(NAMES) - 1)
+        scene.attack = "signals_about_root_folders, " + name
+        ask(scene, times=10)
+        wait_for(scene.are_badged, f"badges with {name}")
     scene.recovers_from(impostor)
