@@ -112,7 +112,8 @@ constexpr Group groups[] = {
     // libsystemd, which returns the error's number, negated.
     {"sd_bus_add_filter sd_bus_add_object_vtable sd_bus_attach_event sd_bus_message_append "
      "sd_bus_emit_properties_changed sd_bus_message_append_basic sd_bus_message_close_container "
-     "sd_bus_message_new_method_return sd_bus_message_open_container sd_bus_reply_method_return "
+     "sd_bus_message_new_method_return sd_bus_message_new_signal sd_bus_message_open_container "
+     "sd_bus_reply_method_return "
      "sd_event_add_defer sd_event_add_time sd_event_run sd_event_source_set_enabled "
      "sd_event_source_set_io_events sd_event_source_set_time_relative",
      {answer(-ENOMEM)}},
@@ -135,6 +136,9 @@ constexpr Group groups[] = {
     // GLib, the file managers' own libraries, and Qt.
     {"g_bus_get_finish", {error(1, failed), error(1, noSpace)}},
     {"g_dbus_connection_call_finish", {error(2, failed), error(2, closed), error(2, timedOut)}},
+    {"g_file_query_info_finish", {error(2, failed)}},
+    {"g_file_set_attributes_finish", {error(3, failed)}},
+    {"g_file_monitor_file thunarx_file_info_get_file_info", {answer(0)}},
     {"g_filename_from_uri g_utf8_validate g_variant_lookup_value caja_file_info_get_uri "
      "nemo_file_info_get_uri nautilus_file_info_get_uri thunarx_file_info_get_uri "
      "_ZN15QDBusConnection7connectERK7QStringS2_S2_S2_P7QObjectPKc",

@@ -24,14 +24,16 @@ LET_BE = [re.compile(pattern) for pattern in (
     r"g_(cclosure|datalist|list|main_context|malloc0|mutex|object|once|param_spec)_?\w*",
     r"g_(quark|signal|source|str|strv|type|value)_?\w+",
     r"g_variant_(get|is_of|iter|new|type|unref)_?\w*|g_(idle|timeout)_\w+|g_get_monotonic_time",
-    r"g_(free|log|file_has_prefix|file_new_for_uri|unichar_ismark)|g_utf8_(find|get|prev)\w+",
+    r"g_(free|log|unichar_ismark|ascii_table|get(env|_home_dir|_user_state_dir))",
+    r"g_file_(has_prefix|new_for_\w+|get_\w+|info_\w+)|g_utf8_(find|get|prev)\w+",
     r"g_utf8_normalize",  # of a text that is UTF-8
     r"g_error_\w+|g_io_error_quark|g_cancellable_\w+",
     # They start a call, whose failure its "finish" function returns.
-    r"g_bus_get|g_dbus_connection_call",
+    r"g_bus_get|g_dbus_connection_call|g_file_\w+_async",
     r"g_dbus_connection_(get_type|signal_(un)?subscribe)",
     r"(caja|nemo|nautilus|thunarx)_\w+_(get_type|new|signal|emblem|extension_info|is_gone)",
-    r"thunarx_provider_plugin_\w+",
+    r"thunarx_provider_plugin_\w+|thunarx_file_info_changed",
+    r"gtk_\w+",  # of windows that are there
     # Qt's own classes, but for those of the bus.
     r"_Z(?!\w*QDBus)\w+",
     r"_ZN?K?\w*QDBus(Argument|MetaType|Message|Error|ServiceWatcher|PendingCallWatcher)\w*",
