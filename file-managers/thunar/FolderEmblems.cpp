@@ -22,15 +22,10 @@ std::vector<std::string> emblemsIn(GFileInfo* info) {
 /// A change of the attribute, which is removed rather than left empty.
 Object<GFileInfo> changeTo(std::vector<std::string> emblems) {
     Object<GFileInfo> change(g_file_info_new());
-    std::vector<char*> names;
-    names.reserve(emblems.size() + 1);
-    for (std::string& emblem : emblems)
-        names.push_back(emblem.data());
-    names.push_back(nullptr);
     if (emblems.empty())
         g_file_info_set_attribute(change.get(), attribute, G_FILE_ATTRIBUTE_TYPE_INVALID, nullptr);
     else
-        g_file_info_set_attribute_stringv(change.get(), attribute, names.data());
+        setEmblems(change.get(), std::move(emblems));
     return change;
 }
 
@@ -39,6 +34,15 @@ bool isCancelled(const Error& error) {
 }
 
 } // namespace
+
+void setEmblems(GFileInfo* info, std::vector<std::string> emblems) {
+    std::vector<char*> names;
+    names.reserve(emblems.size() + 1);
+    for (std::string& emblem : emblems)
+        names.push_back(emblem.data());
+    names.push_back(nullptr);
+    g_file_info_set_attribute_stringv(info, attribute, names.data());
+}
 
 FolderEmblems::FolderEmblems(Stored stored)
     : stored_(std::move(stored)),

@@ -17,6 +17,9 @@
 
 namespace file_managers {
 
+/// Sets the attribute in information about a file, and stores nothing.
+void setEmblems(GFileInfo* info, std::vector<std::string> emblems);
+
 /// Has GVfs store products' emblems for the folders that are to have them, and for no other; the
 /// emblems that the user has chosen stay. What may be stored is first written to a small file,
 /// $XDG_STATE_HOME/finder-sync/thunar-emblems, so that the next process can take away what this one

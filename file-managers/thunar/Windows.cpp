@@ -1,6 +1,9 @@
 #include "file-managers/thunar/Windows.h"
 
 #include "file-managers/gtk/Handles.h"
+#include "file-managers/thunar/FolderEmblems.h"
+
+#include <utility>
 
 extern "C" { // some of its headers do not say that they are C
 #include <thunarx/thunarx.h>
@@ -17,12 +20,7 @@ void showEmblems(ThunarxFileInfo* file, std::vector<std::string> emblems) {
     const Object<GFileInfo> info(thunarx_file_info_get_file_info(file));
     if (!info)
         return;
-    std::vector<char*> names;
-    names.reserve(emblems.size() + 1);
-    for (std::string& emblem : emblems)
-        names.push_back(emblem.data());
-    names.push_back(nullptr);
-    g_file_info_set_attribute_stringv(info.get(), "metadata::emblems", names.data());
+    setEmblems(info.get(), std::move(emblems));
     thunarx_file_info_changed(file);
 }
 

@@ -8,11 +8,15 @@ from collections.abc import Mapping
 from typing import Any
 
 
-def file_of(group: str) -> pathlib.Path:
-    """The settings file of an application group. A relative path in the variable counts as none."""
+def config_home() -> pathlib.Path:
+    """Where the user's settings are. A relative path in the variable counts as none."""
     base = os.environ.get("XDG_CONFIG_HOME", "")
-    folder = pathlib.Path(base) if base.startswith("/") else pathlib.Path.home() / ".config"
-    return folder / group / "settings.json"
+    return pathlib.Path(base) if base.startswith("/") else pathlib.Path.home() / ".config"
+
+
+def file_of(group: str) -> pathlib.Path:
+    """The settings file of an application group."""
+    return config_home() / group / "settings.json"
 
 
 def write(group: str, values: Mapping[str, str | int]) -> None:

@@ -9,6 +9,7 @@ import tomllib
 from collections.abc import Iterator
 from typing import Any
 
+from ..settings import config_home
 from ..state import Companion
 from .sources import Folder, ListInFile, Source
 
@@ -59,9 +60,7 @@ class Problem:
 
 
 def default_file() -> pathlib.Path:
-    base = os.environ.get("XDG_CONFIG_HOME", "")
-    folder = pathlib.Path(base) if base.startswith("/") else pathlib.Path.home() / ".config"
-    return folder / "finder-sync-companion/settings.toml"
+    return config_home() / "finder-sync-companion/settings.toml"
 
 
 def how_to_begin(file: pathlib.Path) -> str:

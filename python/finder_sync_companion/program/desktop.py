@@ -50,7 +50,8 @@ class Notification:
                    self._number, *(["--action", f"cancel={cancel}"] if on_cancel else [])]
         try:
             child = await asyncio.create_subprocess_exec(
-                "notify-send", *options, "--", title, html.escape(body, quote=False), stdin=_NULL, stdout=_PIPE, stderr=_NULL)
+                "notify-send", *options, "--", title, html.escape(body, quote=False),
+                stdin=_NULL, stdout=_PIPE, stderr=_NULL)
         except OSError:
             return  # without notifications, the log says the same
         assert child.stdout

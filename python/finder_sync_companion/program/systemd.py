@@ -1,17 +1,15 @@
 """Has systemd listen for the extension, so that the order in which programs start does not matter."""
 
 import asyncio
-import os
-import pathlib
+
+from ..settings import config_home
 
 SOCKET = "finder-sync-companion.socket"
 
 
 async def enable_socket(port: int) -> None:
     """Enables the unit that is installed, with the port of this user. Raises OSError."""
-    base = os.environ.get("XDG_CONFIG_HOME", "")
-    folder = pathlib.Path(base) if base.startswith("/") else pathlib.Path.home() / ".config"
-    drop_in = folder / "systemd/user" / f"{SOCKET}.d/port.conf"
+    drop_in = config_home() / "systemd/user" / f"{SOCKET}.d/port.conf"
     drop_in.parent.mkdir(parents=True, exist_ok=True)
     drop_in.write_text(f"[Socket]\nListenStream=127.0.0.1:{port}\n", encoding="ascii")
     for words in (["daemon-reload"], ["enable", "--quiet", SOCKET], ["restart", SOCKET]):
