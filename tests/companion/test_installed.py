@@ -26,7 +26,7 @@ def prefix(tmp_path):
 
 def test_cmake(prefix, tmp_path):
     (tmp_path / "CMakeLists.txt").write_text(PROJECT)
-    subprocess.run(["cmake", "-S", tmp_path, "-B", tmp_path / "build",
+    subprocess.run(["cmake", "-G", "Ninja", "-S", tmp_path, "-B", tmp_path / "build",
                     f"-DCMAKE_PREFIX_PATH={prefix}"], check=True)
     subprocess.run(["cmake", "--build", tmp_path / "build"], check=True)
     finds_no_place_for_settings(tmp_path / "build/example")

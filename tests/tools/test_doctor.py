@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import shutil
+import subprocess
 import sys
 import threading
 
@@ -55,6 +56,7 @@ def without_service(session):
 
 
 def with_failing_service(session):
+    only_with_user_namespaces()
     services = session.folder / "failing"
     services.mkdir()
     session.start_bus(folders=[services])
@@ -73,6 +75,11 @@ def without_user_namespaces(session):
 def only_root():
     if os.geteuid() != 0:
         pytest.skip("only root can be another user, and deny user namespaces")
+
+
+def only_with_user_namespaces():
+    if subprocess.run(["unshare", "--user", "--mount", "true"], check=False).returncode != 0:
+        pytest.skip("this system has no user namespaces; no chroot has")
 
 
 def without_companion(session):
