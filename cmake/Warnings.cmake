@@ -10,4 +10,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # gcc 12 sees overlaps in the joining of strings that are not there (its bug 105651).
   list(APPEND warnings -Wno-restrict)
 endif()
+if(CMAKE_UNITY_BUILD)
+  # Files that are compiled as one share what is meant for each alone.
+  list(APPEND warnings -Wno-shadow -Wno-subobject-linkage)
+endif()
 add_compile_options("$<$<COMPILE_LANGUAGE:CXX,OBJCXX>:${warnings}>")

@@ -66,7 +66,7 @@ int getIdentifier(sd_bus*, const char*, const char*, const char*, sd_bus_message
     return sd_bus_message_append_basic(reply, SD_BUS_TYPE_STRING, program_invocation_short_name);
 }
 
-const sd_bus_vtable vtable[] = {
+const sd_bus_vtable logControlMembers[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_WRITABLE_PROPERTY("LogLevel", "s", getLevel, setLevel, 0, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_WRITABLE_PROPERTY("LogTarget", "s", getTarget, setTarget, 0, SD_BUS_VTABLE_UNPRIVILEGED),
@@ -78,7 +78,7 @@ const sd_bus_vtable vtable[] = {
 
 int publishLogControl(sd_bus* bus) {
     return sd_bus_add_object_vtable(bus, nullptr, "/org/freedesktop/LogControl1",
-                                    "org.freedesktop.LogControl1", vtable, nullptr);
+                                    "org.freedesktop.LogControl1", logControlMembers, nullptr);
 }
 
 std::optional<Level> logLevelNamed(std::string_view name) {

@@ -16,7 +16,6 @@ namespace {
 // array of all properties.
 constexpr std::size_t longestArgument = std::size_t{4} * 1024 * 1024; // bytes, of a text or a list
 constexpr std::size_t longestList = std::size_t{32} * 1024 * 1024;    // bytes, in a reply
-constexpr std::size_t textOverhead = 8;                               // bytes, of a text in a list
 constexpr std::size_t longestQuotation = 1024;                        // bytes, in an error message
 
 int checkURL(const std::string& text, URL& url, sd_bus_error* error) {

@@ -18,6 +18,9 @@ namespace hosts::linux_host {
 
 using URL = findersync::FinderSync::URL;
 
+/// Bytes that a text in a list takes beside its own.
+inline constexpr std::size_t textOverhead = 8;
+
 /// Appends values to a message, and counts their bytes. A list of more than 32 MiB fails with
 /// ENOBUFS.
 class MessageWriter {

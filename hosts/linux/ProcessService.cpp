@@ -36,7 +36,7 @@ int getLinkState(sd_bus*, const char*, const char*, const char*, sd_bus_message*
     return sd_bus_message_append_basic(reply, 's', textOf(extension.linkState()));
 }
 
-const sd_bus_vtable vtable[] = {
+const sd_bus_vtable processMembers[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD("Quit", "", "", quit, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_PROPERTY("linkState", "s", getLinkState, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
@@ -48,7 +48,7 @@ const sd_bus_vtable vtable[] = {
 int ProcessService::publish() {
     const int result =
         sd_bus_add_object_vtable(bus_, process::Out(slot_), findersync::objectPath,
-                                 findersync::processInterfaceName, vtable, &extension_);
+                                 findersync::processInterfaceName, processMembers, &extension_);
     // The state changes a few times in the life of a process, so no queue grows.
     if (result >= 0)
         extension_.setLinkObserver([this] {

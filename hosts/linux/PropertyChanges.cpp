@@ -17,8 +17,7 @@ namespace {
 
 constexpr std::chrono::microseconds interval = 50ms;
 constexpr std::chrono::microseconds accuracy = 1us; // sd-event would take up to 250 ms otherwise
-constexpr std::size_t longestList = std::size_t{64} * 1024; // bytes
-constexpr std::size_t textOverhead = 8;                     // bytes, of a text in a list
+constexpr std::size_t longestNames = std::size_t{64} * 1024; // bytes, of all in a signal
 
 } // namespace
 
@@ -56,12 +55,12 @@ void PropertyChanges::noteRootFolders(const std::vector<std::string>& current,
 /// A folder that is added and removed again is noted as well: somebody may have been told its badge
 /// in between.
 void PropertyChanges::noteRootFolder(std::string_view path) {
-    if (foldersSize_ > longestList)
+    if (foldersSize_ > longestNames)
         return;
     const auto [name, isNew] = folders_.emplace(path.substr(path.rfind('/') + 1));
     if (isNew)
         foldersSize_ += name->size() + textOverhead;
-    if (foldersSize_ > longestList)
+    if (foldersSize_ > longestNames)
         folders_.clear(); // an empty list stands for any name
 }
 

@@ -43,7 +43,7 @@ private:
     process::EventSource timer_; ///< set to the earliest next signal, enabled while one is pending
     std::vector<std::string> names_; ///< of the changed properties, each once
     std::set<std::string> folders_;  ///< last components of added or removed paths
-    std::size_t foldersSize_ = 0;    ///< bytes; above `longestList`, `folders_` is empty
+    std::size_t foldersSize_ = 0;    ///< bytes; above `longestNames`, `folders_` is empty
 };
 
 } // namespace hosts::linux_host

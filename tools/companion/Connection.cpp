@@ -17,7 +17,7 @@ namespace companion {
 
 namespace {
 
-constexpr std::size_t readSize = std::size_t{64} * 1024;
+constexpr std::size_t socketReadSize = std::size_t{64} * 1024;
 constexpr std::uint64_t pollInterval = 250; // microseconds
 
 void setOption(int socket, int option, int value) {
@@ -116,7 +116,7 @@ void Connection::watch(std::uint32_t events) {
 }
 
 Connection::ReadResult Connection::readOnce(std::string& reason) {
-    std::array<char, readSize> buffer{};
+    std::array<char, socketReadSize> buffer{};
     const ssize_t count = ::recv(socket_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
     if (count < 0 && (errno == EAGAIN || errno == EINTR))
         return ReadResult::NothingMore;

@@ -13,7 +13,7 @@ namespace companion {
 namespace {
 
 /// Longer lines are shown in pieces.
-constexpr std::size_t lineLimit = std::size_t{64} * 1024;
+constexpr std::size_t unfinishedLimit = std::size_t{64} * 1024;
 
 bool isNamedPipe(int descriptor) {
     struct stat status{};
@@ -56,7 +56,7 @@ void Follower::read() {
         begin = end + 1;
     }
     unfinishedLine_.erase(0, begin);
-    if (unfinishedLine_.size() >= lineLimit)
+    if (unfinishedLine_.size() >= unfinishedLimit)
         observer_(std::exchange(unfinishedLine_, {}));
 }
 

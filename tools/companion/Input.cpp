@@ -10,7 +10,7 @@ namespace companion {
 
 namespace {
 
-constexpr std::size_t readSize = std::size_t{64} * 1024;
+constexpr std::size_t inputReadSize = std::size_t{64} * 1024;
 
 } // namespace
 
@@ -48,7 +48,7 @@ int Input::readFile(sd_event_source*, void* self) noexcept {
 }
 
 void Input::readSome(bool isHungUp) {
-    std::array<char, readSize> buffer{};
+    std::array<char, inputReadSize> buffer{};
     const ssize_t count = ::read(STDIN_FILENO, buffer.data(), buffer.size());
     if (count > 0)
         take({buffer.data(), static_cast<std::size_t>(count)});

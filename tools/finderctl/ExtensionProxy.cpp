@@ -15,7 +15,6 @@ namespace {
 
 constexpr std::chrono::microseconds timeout = std::chrono::seconds(5);
 constexpr const char* callFailed = "the call cannot be made";
-constexpr const char* replyFailed = "the answer cannot be read";
 
 class Error {
 public:

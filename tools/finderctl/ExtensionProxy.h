@@ -55,6 +55,9 @@ private:
     process::Bus bus_;
 };
 
+/// What `check` is told where an answer is read.
+inline constexpr const char* replyFailed = "the answer cannot be read";
+
 /// Throws `Failure` for a negative errno.
 void check(int result, const char* whatFailed);
 

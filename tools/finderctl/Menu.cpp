@@ -15,8 +15,6 @@ namespace finderctl {
 
 namespace {
 
-constexpr const char* replyFailed = "the answer cannot be read";
-
 struct Entry {
     std::string title;
     std::string action;

@@ -22,7 +22,7 @@ namespace finderctl {
 
 namespace {
 
-constexpr const char* whatFailed = "the session bus cannot be watched";
+constexpr const char* watchFailed = "the session bus cannot be watched";
 
 class Monitor {
 public:
@@ -84,18 +84,18 @@ void Monitor::fail(std::exception_ptr failure) {
 }
 
 int Monitor::run() {
-    check(sd_event_new(process::Out(event_)), whatFailed);
+    check(sd_event_new(process::Out(event_)), watchFailed);
     check(process::endOnSignals(event_.get()), "signals cannot be watched");
     watchOutput();
     // Subscribing comes before asking, so that no change falls between the two.
     watchBus();
     askForOwner();
     check(sd_bus_attach_event(extension_.bus(), event_.get(), SD_EVENT_PRIORITY_NORMAL),
-          whatFailed);
+          watchFailed);
     const int exitCode = sd_event_loop(event_.get());
     if (failure_)
         std::rethrow_exception(failure_);
-    check(exitCode, whatFailed);
+    check(exitCode, watchFailed);
     return exitCode;
 }
 
@@ -117,27 +117,27 @@ void Monitor::watchBus() {
                                   "arg0='" +
                                   extension_.name() + "'";
     check(sd_bus_add_match(bus, nullptr, ownerRule.c_str(), handle<&Monitor::ownerChanged>, this),
-          whatFailed);
+          watchFailed);
     check(sd_bus_match_signal(bus, nullptr, extension_.name().c_str(), findersync::objectPath,
                               propertiesInterface, "PropertiesChanged",
                               handle<&Monitor::propertiesChanged>, this),
-          whatFailed);
+          watchFailed);
     check(sd_bus_match_signal_async(bus, nullptr, "org.freedesktop.DBus.Local", nullptr,
                                     "org.freedesktop.DBus.Local", "Disconnected", busGone, nullptr,
                                     this),
-          whatFailed);
+          watchFailed);
 }
 
 void Monitor::askForOwner() {
     check(sd_bus_call_method_async(extension_.bus(), nullptr, busDriver, "/org/freedesktop/DBus",
                                    busDriver, "NameHasOwner", handle<&Monitor::ownerTold>, this,
                                    "s", extension_.name().c_str()),
-          whatFailed);
+          watchFailed);
 }
 
 void Monitor::ownerTold(sd_bus_message* reply) {
     int isRunning = 0;
-    check(sd_bus_message_read(reply, "b", &isRunning), whatFailed);
+    check(sd_bus_message_read(reply, "b", &isRunning), watchFailed);
     setRunning(isRunning != 0);
 }
 
@@ -145,7 +145,7 @@ void Monitor::ownerChanged(sd_bus_message* signal) {
     const char* name = nullptr;
     const char* before = nullptr;
     const char* after = nullptr;
-    check(sd_bus_message_read(signal, "sss", &name, &before, &after), whatFailed);
+    check(sd_bus_message_read(signal, "sss", &name, &before, &after), watchFailed);
     // A signal that arrives before the first reply is older than that reply.
     if (!isRunning_)
         return;
@@ -167,7 +167,7 @@ void Monitor::setRunning(bool isRunning) {
 }
 
 void Monitor::propertiesChanged(sd_bus_message* signal) {
-    check(sd_bus_message_skip(signal, "s"), whatFailed); // the interface
+    check(sd_bus_message_skip(signal, "s"), watchFailed); // the interface
     show(readProperties(signal));
     if (!readList(signal).empty())
         askForRootFolders();
@@ -178,7 +178,7 @@ void Monitor::askForRootFolders() {
     const process::Message call = extension_.newGet(findersync::interfaceName, rootFolders);
     check(sd_bus_call_async(extension_.bus(), nullptr, call.get(),
                             handle<&Monitor::rootFoldersTold>, this, 0),
-          whatFailed);
+          watchFailed);
 }
 
 void Monitor::rootFoldersTold(sd_bus_message* reply) {

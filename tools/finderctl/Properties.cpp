@@ -12,25 +12,25 @@ namespace finderctl {
 
 namespace {
 
-constexpr const char* whatFailed = "the extension's answer cannot be understood";
+constexpr const char* answerFailed = "the extension's answer cannot be understood";
 
 void enter(sd_bus_message* message, char type, const char* contents) {
-    check(sd_bus_message_enter_container(message, type, contents), whatFailed);
+    check(sd_bus_message_enter_container(message, type, contents), answerFailed);
 }
 
 bool enterNext(sd_bus_message* message, char type, const char* contents) {
     const int result = sd_bus_message_enter_container(message, type, contents);
-    check(result, whatFailed);
+    check(result, answerFailed);
     return result > 0;
 }
 
 void leave(sd_bus_message* message) {
-    check(sd_bus_message_exit_container(message), whatFailed);
+    check(sd_bus_message_exit_container(message), answerFailed);
 }
 
 template <typename Value> Value readBasic(sd_bus_message* message, char type) {
     Value value{};
-    check(sd_bus_message_read_basic(message, type, &value), whatFailed);
+    check(sd_bus_message_read_basic(message, type, &value), answerFailed);
     return value;
 }
 
@@ -87,7 +87,7 @@ void readValue(sd_bus_message* message, std::string_view type, Property& propert
     } else if (type == "a{s(ss)}") {
         readBadges(message, property);
     } else {
-        check(sd_bus_message_skip(message, std::string(type).c_str()), whatFailed);
+        check(sd_bus_message_skip(message, std::string(type).c_str()), answerFailed);
         setScalar("null");
     }
 }
@@ -97,7 +97,7 @@ void readValue(sd_bus_message* message, std::string_view type, Property& propert
 Property readProperty(std::string name, sd_bus_message* message) {
     Property property{.name = std::move(name), .json = "", .text = "", .lines = {}};
     const char* type = nullptr;
-    check(sd_bus_message_peek_type(message, nullptr, &type), whatFailed);
+    check(sd_bus_message_peek_type(message, nullptr, &type), answerFailed);
     enter(message, 'v', type);
     readValue(message, type, property);
     leave(message);

@@ -6,9 +6,11 @@
 #include "platform/linux/FinderSyncController.h"
 #include "tests/hosts/linux/BusPair.h"
 
+#include <array>
+#include <cstdio>
 #include <gtest/gtest.h>
 #include <map>
-#include <regex>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <variant>
@@ -57,11 +59,17 @@ TEST_F(PublishedMembers, PropertiesAreThoseOfTheTableAndTheTwoOfTheFinder) {
     const Message reply = answer(newCall("org.freedesktop.DBus.Introspectable", "Introspect"));
     const char* text = nullptr;
     require(sd_bus_message_read_basic(reply.get(), 's', &text));
-    const std::string xml = text;
+    std::istringstream lines(text);
     std::map<std::string, std::string> published;
-    const std::regex property(R"re(<property name="(\w+)" type="([^"]+)" access="(\w+)">)re");
-    for (std::sregex_iterator found(xml.begin(), xml.end(), property), end; found != end; ++found)
-        published.emplace((*found)[1], found->str(2) + " " + found->str(3));
+    for (std::string line; std::getline(lines, line);) {
+        std::array<char, 64> name{};
+        std::array<char, 64> type{};
+        std::array<char, 64> access{};
+        if (std::sscanf(line.c_str(),
+                        R"( <property name="%63[^"]" type="%63[^"]" access="%63[^"]")", name.data(),
+                        type.data(), access.data()) == 3)
+            published.emplace(name.data(), std::string(type.data()) + " " + access.data());
+    }
     EXPECT_EQ(published, expected);
 }
 
