@@ -90,12 +90,17 @@ def test_every_image_has_its_size_and_transparent_corners(contents):
 @pytest.mark.skipif(not shutil.which("rsvg-convert"), reason="librsvg2-bin is not installed")
 def test_the_images_show_what_the_masters_show(tmp_path):
     image_module = pytest.importorskip("PIL.Image", reason="python3-pil is not installed")
+    difference = pytest.importorskip("PIL.ImageChops").difference
     assert run(SOURCES / "scripts/render-images", tmp_path).returncode == 0
     for folder in (tmp_path, IMAGES):
         assert {file.name for file in folder.iterdir()} == set(IMAGE_SIZES)
     for name in IMAGE_SIZES:
         with image_module.open(tmp_path / name) as fresh, image_module.open(IMAGES / name) as kept:
-            assert fresh.tobytes() == kept.tobytes(), f"{name}: run scripts/render-images"
+            assert fresh.size == kept.size
+            # Versions of the renderer differ in a few pixels of a curve, by less than an eye sees.
+            steps = difference(fresh, kept).tobytes()
+            assert max(steps) <= 8 and steps.count(0) >= 0.99 * len(steps), \
+                f"{name}: run scripts/render-images"
 
 
 def test_without_the_renderer_the_script_names_the_package(tmp_path):
