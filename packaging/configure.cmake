@@ -22,12 +22,16 @@ set(debian_needs libcaja-extension-dev "libkf6kio-dev | libkf5kio-dev" libnautil
 set(rpm_needs "pkgconfig(libcaja-extension)" "cmake(KF6KIO)" "pkgconfig(libnautilus-extension-4)"
   "pkgconfig(libnemo-extension)" "pkgconfig(thunarx-3)")
 
-# A plug-in serves every product and carries no product's name, so one source package has them all.
+set(packages ${FINDER_SYNC_EXTENSION_PROGRAM} ${FINDER_SYNC_NAME}-tools)
+set(components extension tools)
+# Plug-ins, the libraries and the companion for everybody serve every product and carry no product's name,
+# so one source package has them all.
 set(wanted OFF)
 if(FINDER_SYNC_NAME STREQUAL "finder-sync")
   set(wanted ON)
-  # The companion for everybody is the default product's; other products have one of their own.
-  set(FINDER_SYNC_COMPANION companion)
+  set(FINDER_SYNC_COMPANION "finder-sync-companion libfinder-sync-companion")
+  list(APPEND packages finder-sync-companion python3-finder-sync-companion libfinder-sync-companion-dev)
+  list(APPEND components companion companion-python companion-library)
   file(READ ${CMAKE_CURRENT_LIST_DIR}/debian/control.companion FINDER_SYNC_PLUGINS_CONTROL)
   string(STRIP "${FINDER_SYNC_PLUGINS_CONTROL}" FINDER_SYNC_PLUGINS_CONTROL)
   string(PREPEND FINDER_SYNC_PLUGINS_CONTROL "\n\n")
@@ -38,6 +42,8 @@ foreach(FILE_MANAGER debian_need rpm_need IN ZIP_LISTS plugins debian_needs rpm_
   string(TOUPPER ${FILE_MANAGER} upper)
   string(APPEND FINDER_SYNC_OPTIONS " -DFINDER_SYNC_${upper}=${wanted}")
   if(wanted)
+    list(APPEND packages ${FILE_MANAGER}-finder-sync)
+    list(APPEND components ${FILE_MANAGER})
     string(APPEND FINDER_SYNC_PLUGINS " ${FILE_MANAGER}")
     string(APPEND FINDER_SYNC_PLUGINS_DEBIAN_NEEDS ",\n ${debian_need}")
     string(APPEND FINDER_SYNC_PLUGINS_SPEC "\n%plug_in ${FILE_MANAGER} ${rpm_need}")
@@ -47,6 +53,10 @@ foreach(FILE_MANAGER debian_need rpm_need IN ZIP_LISTS plugins debian_needs rpm_
     string(APPEND FINDER_SYNC_PLUGINS_CONTROL "\n\n${control}")
   endif()
 endforeach()
+foreach(package component IN ZIP_LISTS packages components)
+  string(APPEND FINDER_SYNC_INSTALL "\n\t$(call install,${package},${component})")
+endforeach()
+list(JOIN components " " FINDER_SYNC_COMPONENTS)
 
 foreach(file changelog control copyright rules source/format source/lintian-overrides)
   set(template ${CMAKE_CURRENT_LIST_DIR}/debian/${file})

@@ -11,6 +11,7 @@ from jeepney import message_bus
 from .installation import BUILD, run
 
 SCRIPTS = pathlib.Path(__file__).parents[2] / "scripts"
+MODULES = "lib/python3/dist-packages/finder_sync_companion/server.py"
 ENVIRONMENT = "/usr/lib/systemd/user-environment-generators/30-systemd-environment-d-generator"
 
 
@@ -71,7 +72,8 @@ def test_installed_twice_it_is_as_installed_once(home):
 
 
 @pytest.mark.parametrize("part, there, missing", [("extension", "bin/finder-sync-extension", "lib"),
-                                                  ("caja", "lib", "bin")])
+                                                  ("caja", "lib", "bin"),
+                                                  ("companion", MODULES, "bin/finderctl")])
 def test_a_product_is_installed_without_plugins_and_they_without_it(home, part, there, missing):
     before = tree(home)
     assert script("install", home).returncode == 0

@@ -5,6 +5,7 @@ import pathlib
 import re
 import subprocess
 
+import pytest
 from conftest import GROUP
 
 UNIT = f"/usr/share/systemd/user/{GROUP}.FinderSync.service"
@@ -21,6 +22,12 @@ def test_a_file_manager_shows_badge_and_menu(root, tmp_path):
         env=os.environ | {"FINDER_SYNC_BIN": "/usr/bin"}, capture_output=True, text=True)
     assert outcome.returncode == 0, outcome.stdout
     assert re.search(rf"^{len(tests)} passed", outcome.stdout, re.MULTILINE), outcome.stdout
+
+
+@pytest.mark.parametrize("command", [["finder-sync-companion", "--version"],
+                                     ["/usr/bin/python3", "-c", "import finder_sync_companion"]])
+def test_the_python_library_is_found(root, command):
+    subprocess.run(root.command(*command), check=True)
 
 
 def analyse(root, folder, *arguments):
