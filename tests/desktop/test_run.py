@@ -1,4 +1,4 @@
-"""scripts/run on a desktop: a file manager beside the companion's prompt."""
+"""scripts/run on a desktop: a file manager on a folder of the companion for everybody."""
 
 import os
 import shutil
@@ -7,7 +7,7 @@ import sys
 
 import pytest
 from conftest import startable_services, wait_for
-from desktops import BLUE, SOURCES, desktop  # noqa: F401
+from desktops import BLUE, SOURCES, caja, desktop  # noqa: F401
 
 sys.path.append(str(SOURCES / "tests/tools"))
 from pseudo_terminal import Terminal  # noqa: E402
@@ -21,13 +21,21 @@ def terminal():
 
 
 def name_services(desktop):
-    """Has scripts/run start a bus that can start the same services as the desktop's own."""
+    """Has scripts/run start a bus that can start the same services as the desktop's own, and say which
+    bus that is."""
     program = desktop.folder / "bin/dbus-run-session"
     program.parent.mkdir()
-    program.write_text(f"#!/bin/sh\nexec {shutil.which(program.name)} "
-                       f"--config-file='{desktop.bus_configuration}' \"$@\"\n")
+    program.write_text(f"""#!/bin/sh
+        exec {shutil.which(program.name)} --config-file='{desktop.bus_configuration}' \\
+            -- sh -c 'echo "bus $DBUS_SESSION_BUS_ADDRESS"; shift; exec "$@"' sh "$@"
+        """)
     program.chmod(0o755)
     desktop.environment["PATH"] = f"{program.parent}:{os.environ['PATH']}"
+
+
+def clipboard(desktop):
+    return subprocess.run(["xclip", "-o", "-selection", "clipboard"], env=desktop.environment,
+                          capture_output=True, text=True).stdout
 
 
 @pytest.mark.skipif(not shutil.which("caja"), reason="caja is not installed")
@@ -38,13 +46,19 @@ def test_caja_shows_the_demonstration(desktop, terminal):
     run = subprocess.Popen([SOURCES / "scripts/run", "--with", "caja"], env=desktop.environment,
                            **terminal.streams())
     try:
-        terminal.wait_for("requestBadgeIdentifier")
-        address = terminal.wait_for("DBUS_SESSION_BUS_ADDRESS='(.*)'")[1]
+        address = terminal.wait_for(r"bus (\S+)")[1]
         assert startable_services(address) == startable_services(desktop.address)
         desktop.environment["DBUS_SESSION_BUS_ADDRESS"] = address
-        folder = desktop.accessible("find", "caja", "icon", "My synchronised folder")
+        terminal.wait_for("the extension has connected")
+        window = caja(desktop)
+        folder = window.icon("My synchronised folder")
         wait_for(lambda: desktop.shows(BLUE, folder, 20, 20), "the badge")
-        terminal.type("quit\n")
+        window.icon("My synchronised folder", "click")
+        desktop.type("Return")
+        window.icon("Letter to é.txt", "menu")
+        window.pick("Copy link")
+        wait_for(lambda: clipboard(desktop) == "https://example.com/demo/Letter to é.txt", "the link")
+        desktop.type("ctrl+w")
         assert run.wait(20) == 0
     finally:
         run.terminate()
