@@ -21,16 +21,18 @@ def terminal():
 
 
 def name_services(desktop):
-    """Has scripts/run start a bus that can start the same services as the desktop's own, and say which
-    bus that is."""
+    """Has scripts/run start a bus that can start the same services as the desktop's own. Gives the file
+    that its address is written into."""
+    address = desktop.folder / "address"
     program = desktop.folder / "bin/dbus-run-session"
     program.parent.mkdir()
     program.write_text(f"""#!/bin/sh
         exec {shutil.which(program.name)} --config-file='{desktop.bus_configuration}' \\
-            -- sh -c 'echo "bus $DBUS_SESSION_BUS_ADDRESS"; shift; exec "$@"' sh "$@"
+            -- sh -c 'echo "$DBUS_SESSION_BUS_ADDRESS" >{address}; shift; exec "$@"' sh "$@"
         """)
     program.chmod(0o755)
     desktop.environment["PATH"] = f"{program.parent}:{os.environ['PATH']}"
+    return address
 
 
 def clipboard(desktop):
@@ -42,14 +44,14 @@ def clipboard(desktop):
 def test_caja_shows_the_demonstration(desktop, terminal):
     if desktop.programs.parent.name != "release":
         pytest.skip("scripts/run builds and starts the release build, and this is another")
-    name_services(desktop)
+    address_file = name_services(desktop)
     run = subprocess.Popen([SOURCES / "scripts/run", "--with", "caja"], env=desktop.environment,
                            **terminal.streams())
     try:
-        address = terminal.wait_for(r"bus (\S+)")[1]
+        terminal.wait_for("the extension has connected")
+        address = address_file.read_text().strip()
         assert startable_services(address) == startable_services(desktop.address)
         desktop.environment["DBUS_SESSION_BUS_ADDRESS"] = address
-        terminal.wait_for("the extension has connected")
         window = caja(desktop)
         folder = window.icon("My synchronised folder")
         wait_for(lambda: desktop.shows(BLUE, folder, 20, 20), "the badge")
