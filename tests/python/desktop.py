@@ -70,13 +70,29 @@ class Display:
                                        pass_fds=[writer], stderr=subprocess.DEVNULL)
         os.close(writer)
         with os.fdopen(reader) as number:
-            self.name = ":" + number.readline().strip()
+            self.environment = {"DISPLAY": ":" + number.readline().strip()}
+        self.paste = ["xclip", "-o", "-selection", "clipboard"]
 
     def clipboard(self):
-        return subprocess.run(["xclip", "-o", "-selection", "clipboard"], capture_output=True,
-                              env=os.environ | {"DISPLAY": self.name}, check=False,
-                              timeout=TIMEOUT).stdout.decode()
+        return subprocess.run(self.paste, capture_output=True, env=os.environ | self.environment,
+                              check=False, timeout=TIMEOUT).stdout.decode()
 
     def end(self):
         self.server.terminate()
         self.server.wait()
+
+
+class WaylandDisplay(Display):
+    """The same of a Wayland compositor."""
+
+    def __init__(self, folder):
+        self.environment = {"XDG_RUNTIME_DIR": str(folder), "WAYLAND_DISPLAY": "wayland-1"}
+        self.paste = ["wl-paste", "--no-newline"]
+        (folder / "sway.conf").write_text("xwayland disable\n")
+        # It does not run as root.
+        user = [] if os.geteuid() else ["unshare", "--user", "--map-user=1000"]
+        self.server = subprocess.Popen(
+            [*user, "sway", "--config", folder / "sway.conf"], stderr=subprocess.DEVNULL,
+            env=os.environ | {"XDG_RUNTIME_DIR": str(folder), "WLR_BACKENDS": "headless",
+                              "WLR_LIBINPUT_NO_DEVICES": "1", "WLR_RENDERER": "pixman"})
+        wait_for((folder / "wayland-1").exists, "the compositor")

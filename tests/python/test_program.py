@@ -3,13 +3,14 @@
 import json
 import pathlib
 import re
+import shutil
 import subprocess
 
 import pytest
 from conftest import BUS_NAME, TIMEOUT, wait_for
 from finder_sync_companion.program import configuration
 
-from .desktop import Display, Notifications
+from .desktop import Display, Notifications, WaylandDisplay
 
 SOURCES = pathlib.Path(__file__).parents[2] / "python"
 
@@ -43,8 +44,10 @@ def companion(session):
 
 
 @pytest.fixture
-def display():
-    display = Display()
+def display(program, tmp_path):
+    if program == "wl-copy" and not (shutil.which("sway") and shutil.which(program)):
+        pytest.skip("sway or wl-clipboard is not installed")
+    display = WaylandDisplay(tmp_path) if program == "wl-copy" else Display()
     yield display
     display.end()
 
@@ -97,17 +100,17 @@ def test_placeholders_are_replaced_once_and_braces_stand_for_themselves():
         "{folder}", "{r}", "f:{}"]
 
 
-@pytest.mark.parametrize("program", ["xclip", "xsel"])
+@pytest.mark.parametrize("program", ["xclip", "xsel", "wl-copy"])
 def test_a_link_is_copied(companion, display, program):
     programs = companion.session.home / "bin"
     programs.mkdir()
-    for name in (program, "python3", "notify-send", "printf"):
+    for name in (program, "cat", "python3", "notify-send", "printf"):  # wl-copy runs cat
         (programs / name).symlink_to(f"/usr/bin/{name}")
     companion.start(f'''
         folders = [{{path = "~/Sync/", name = "photos"}}]
         [link]
         command = ["printf", "https://example.com/%s/%s?a&b\\\\nmore", "{{folder}}", "{{relative}}"]
-        ''', DISPLAY=display.name, PATH=f"{programs}:{companion.session.programs}")
+        ''', PATH=f"{programs}:{companion.session.programs}", **display.environment)
     companion.pick("createLinkClicked:", companion.folder / "Ü $(x)/a b")
     companion.notifications.wait_for("Copied", "https://example.com/photos/Ü $(x)/a b?a&amp;b")
     assert display.clipboard() == "https://example.com/photos/Ü $(x)/a b?a&b"
