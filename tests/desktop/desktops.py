@@ -44,15 +44,16 @@ class Desktop(Session):
     def start_bus(self, *services):
         """File managers get by with assistive technologies; some need another service. With
         "org.gtk.vfs.Daemon", GTK shows more than local files: the trash, for one."""
-        self.start_screen()
         self.environment |= {
             "XDG_DATA_DIRS": f"{self.marked_data()}:/usr/share",
             "XDG_RUNTIME_DIR": str(self.home / "run"),
             "GDK_BACKEND": "x11",
+            "QT_QPA_PLATFORM": "xcb",
             "GSETTINGS_BACKEND": "keyfile",
             "GIO_USE_VFS": "gvfs" if "org.gtk.vfs.Daemon" in services else "local",
         }
         (self.home / "run").mkdir(mode=0o700, exist_ok=True)
+        self.start_screen()
         self.configure("gtk-3.0/settings.ini", GTK_SETTINGS.format("gtk-menu-images=1\n"))
         self.configure("gtk-4.0/settings.ini", GTK_SETTINGS.format(""))
         self.services |= {*services}
@@ -118,6 +119,9 @@ class Desktop(Session):
 
     def type(self, *keys):
         self.xdotool("key", *keys)
+
+    def click(self, x, y, button=1):
+        self.xdotool("mousemove", str(x), str(y), "click", str(button))
 
     def screenshot(self):
         """The X server keeps its pixels in a file, so that nobody has to wait for it."""
@@ -197,7 +201,7 @@ class FileManager:
     def open_background_menu(self, name):
         """That of the folder, below the icons, of which one is named."""
         x, y, *_ = self.icon(name)
-        self.desktop.xdotool("mousemove", str(x + 20), str(y + 250), "click", "3")
+        self.desktop.click(x + 20, y + 250, 3)
 
     def expect_menu_without(self, title):
         self.entry(self.last_entry)
@@ -264,14 +268,14 @@ class Dolphin(FileManager):
 
     def entry(self, title, action="find", **options):
         """Qt keeps popup menus out of the accessible tree: the entries' icons tell where they are."""
-        wait_for(lambda: len(self.windows()) > 1, "the menu")
         if action == "gone":
+            wait_for(lambda: len(self.windows()) > 1, "the menu")
             wait_for(lambda: self.desktop.screenshot() == self.desktop.screenshot(), "a menu at rest")
             assert self.place_of(title) is None, self.desktop.look("failed")
             return None
         left, top, right, bottom = wait_for(lambda: self.place_of(title), "the entry")
         if action == "click":
-            self.desktop.xdotool("mousemove", str(left), str(top), "click", "1")
+            self.desktop.click(left, top)
         return left, top, right - left, bottom - top
 
     def pick(self, title):
@@ -302,7 +306,6 @@ class Dolphin(FileManager):
 
 
 def dolphin(desktop):
-    desktop.environment["QT_QPA_PLATFORM"] = "xcb"
     return Dolphin(desktop, "dolphin", "dolphin", "table cell|list item", (20, 20))
 
 
