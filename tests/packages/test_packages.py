@@ -57,6 +57,8 @@ FILES = {
         "usr/share/rlwrap/completions/companion",
     ],
     "finder-sync-companion": [
+        *(f"usr/share/doc/finder-sync-companion/examples/{file.name}"
+          for file in (PYTHON / "examples").iterdir()),
         "usr/bin/finder-sync-companion",
         *completions("finder-sync-companion"),
         "usr/share/man/man1/finder-sync-companion.1.gz",
@@ -109,7 +111,8 @@ def test_a_package_has_these_files_and_no_others(packages, tmp_path, package):
 def test_every_installed_file_is_in_a_package(unpacked, tmp_path):
     for component in ([], ["--component", "companion-library"]):
         run("cmake", "--install", str(BUILD), "--prefix", str(tmp_path / "usr"), *component)
-    packaged = [file.removesuffix(".gz") for file in files_of(unpacked) if "/doc/" not in file]
+    packaged = [file.removesuffix(".gz") for file in files_of(unpacked)
+                if "/doc/" not in file or "/examples/" in file]
     assert files_of(tmp_path) == packaged
 
 

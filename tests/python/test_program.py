@@ -75,7 +75,7 @@ def test_the_first_steps(session):
     ('\nfolders = "/a"', '2:1: "folders" is not a list'),
     ('folders = [\n  "/a",\n  "b/c"]', "3:3: b/c is not an absolute path"),
     ('folders = ["/a", {path = "/b", nam = "c"}]', "1:26: a folder is a text, or a table"),
-    ('folder = ["/a"]', '1:1: unknown key "folder"; there are "backup", "folders", "link"'),
+    ('folder = ["/a"]', '1:1: unknown key "folder"; there are "backup", "folders", "link", "source"'),
     ('[link]\ncommand = ["a"]\n[backup]\n command = "b"', "4:2: a command is a list of texts"),
     ('[link]\ntitle = "a"', "1:1: a command is a list of texts"),
     ('[link]\ncommand = ["a", "{paht}"]', '2:17: "{paht}" is no placeholder'),
@@ -84,6 +84,8 @@ def test_the_first_steps(session):
     ('[link]\ncommand = ["a"]\nclipboard = 1', '3:1: "clipboard" is true or false'),
     ('[backup]\ncommand = ["a"]\ntitle = 1', "3:1: a title is a text"),
     ('link = 1', '1:1: "link" is not a table'),
+    ('source = 1', '1:1: "source" is not a table'),
+    ('[source]\ncommand = ["a"]\ntitle = "b"', '3:1: unknown key "title"; there are "command"'),
     ('folders = ["/nowhere"]\n[link]\ncommand = ["no-such-program"]', "1:12: there is no folder"),
     ('[link]\n command = ["no-such-program"]', "2:13: there is no program no-such-program"),
 ])
@@ -181,6 +183,47 @@ def test_an_edited_file_is_taken_over_and_a_wrong_one_is_not(companion):
     session.wait_for_value("pathsOfRootFolders", ["/a", "/b"])
     session.wait_for_value("displayBackup", 1)
     assert companion.process.end() == 0
+
+
+def write_program(companion, text):
+    program = companion.session.home / "folders"
+    program.write_text(text, encoding="utf-8")
+    program.chmod(0o755)
+    companion.start(f'folders = ["~/Sync"]\n[source]\ncommand = ["{program}"]')
+
+
+def test_a_program_finds_folders(companion):
+    page = (SOURCES.parent / "docs/companion-sources.md").read_text(encoding="utf-8")
+    write_program(companion, re.search(r"(?s)```python\n(.*?)```", page)[1])
+    bookmarks = companion.session.home / ".config/gtk-3.0/bookmarks"
+    bookmarks.parent.mkdir(parents=True)
+    for text, found in [("file:///a%20b Name\nsftp://host/c\nfile:///d\n", ["/a b", "/d"]), ("", [])]:
+        bookmarks.write_text(text)
+        companion.session.wait_for_value("pathsOfRootFolders", [str(companion.folder), *found])
+
+
+def test_a_program_that_fails_is_run_again_and_its_folders_stay(companion):
+    write_program(companion, """#!/bin/sh
+        trap 'echo >>ends; exit' TERM
+        echo >>runs
+        case $(wc -l <runs) in
+        1) echo '["/a"]'; echo oops >&2; exit 1 ;;
+        2) echo '{"path": "/b"}' ;;
+        *) [ -e go ] || exit 1; echo '["d/e", {"path": "/c", "name": "f"}]' ;;
+        esac
+        sleep 60 & wait
+        """)
+    session, sync = companion.session, str(companion.folder)
+    session.wait_for_value("pathsOfRootFolders", [sync, "/a"])
+    for reason in ("folders: oops\n", 'this one is not: {"path": "/b"}\n', "folders: exit status 1\n"):
+        wait_for(lambda: reason in companion.process.error(), reason)
+    assert session.get("pathsOfRootFolders") == [sync, "/a"]
+    (session.home / "go").touch()
+    session.wait_for_value("pathsOfRootFolders", [sync, "/c"])
+    assert companion.process.error().count("d/e is not an absolute path\n") == 1
+    companion.settings.write_text('folders = ["~/Sync"]')
+    session.wait_for_value("pathsOfRootFolders", [sync])
+    wait_for(lambda: (session.home / "ends").read_text() == "\n\n", "the end of the program")
 
 
 def test_systemd_starts_it_when_the_extension_connects(companion):

@@ -3,7 +3,8 @@
 import asyncio
 import json
 import pathlib
-from collections.abc import Callable, Iterable, Sequence
+from collections.abc import Callable, Coroutine, Iterable, Sequence
+from typing import Any
 
 from .. import settings
 from ..reports import Report, ReportType
@@ -13,7 +14,7 @@ from . import configuration, desktop, systemd
 from .configuration import Configuration, Entry, Problem
 from .log import log
 from .pick import Pick
-from .sources import Folder, Source
+from .sources import Folder, follow
 
 FILE_INTERVAL = 1.0  # seconds between looks at the settings file
 CONNECTION_TIME = 1.0  # seconds in which an extension that systemd has started us for is there
@@ -31,9 +32,10 @@ class Application:
         self._companion = Companion()
         self._server = Server(self._companion, self._reported, self._connected)
         self._configuration = Configuration()
-        self._folders: dict[Source, Sequence[Folder]] = {}
-        self._sources: list[asyncio.Task[None]] = []
-        self._commands: set[asyncio.Task[None]] = set()
+        self._found: Sequence[Folder] = ()
+        self._refusals: set[str] = set()
+        self._source: asyncio.Task[None] | None = None
+        self._tasks: set[asyncio.Task[None]] = set()
         self._is_connected = asyncio.Event()
 
     async def run(self) -> None:
@@ -55,7 +57,7 @@ class Application:
         loaded, problems = configuration.parse(self._file.read_text(encoding="utf-8"))
         if problems:
             raise ValueError("\n".join(described(self._file, problems)))
-        self._apply(loaded)
+        self._set_entries(loaded)
         self._server.port = self._port_of_settings()
         if not self._server.port:
             await self._listen()
@@ -75,10 +77,9 @@ class Application:
         log(f"listening on 127.0.0.1:{self._server.port}")
 
     async def _close(self) -> None:
-        running = [*self._sources, *self._commands]
-        for task in running:
+        for task in self._tasks:
             task.cancel()
-        await asyncio.gather(*running, return_exceptions=True)
+        await asyncio.gather(*self._tasks, return_exceptions=True)
         await self._server.close()
 
     def _port_of_settings(self) -> int:
@@ -134,31 +135,56 @@ class Application:
             log(f"{self._file} has been read")
 
     def _apply(self, loaded: Configuration) -> None:
-        self._configuration = loaded
+        self._set_entries(loaded)
+        former, self._configuration = self._configuration, loaded
+        if loaded.source != former.source:
+            self._found = ()
+            if self._source:
+                self._source.cancel()
+            self._source = self._start(follow(
+                loaded.source, self._have_found, self._source_has_failed)) if loaded.source else None
+        self._tell_folders()
+
+    def _set_entries(self, loaded: Configuration) -> None:
         self._companion.set_titles(Titles(
             "", (loaded.link and loaded.link.title) or self._translate("Copy link"),
             (loaded.backup and loaded.backup.title) or self._translate("Back up now")))
         self._companion.set_backup(loaded.backup is not None)
-        for task in self._sources:
-            task.cancel()
-        self._folders = {}
-        self._sources = [asyncio.create_task(self._follow(source)) for source in loaded.sources]
 
-    async def _follow(self, source: Source) -> None:
-        async for folders in source.watch():
-            self._folders[source] = folders
-            everything = [folder.path for each in self._folders.values() for folder in each]
-            for refusal in self._companion.set_folders(everything):
-                log(str(refusal))
+    def _have_found(self, folders: Sequence[Folder]) -> None:
+        if folders != self._found:
+            self._found = folders
+            self._tell_folders()
+
+    async def _source_has_failed(self, reason: str, has_lasted: bool) -> None:
+        """Its folders stay: they are what they were, even while nobody can be asked for them."""
+        program = " ".join(self._configuration.source)
+        if has_lasted:
+            await desktop.Notification().show(self._translate("Failed: %s") % program, reason)
+        else:
+            log(f"{program}: {reason}")
+
+    def _folders(self) -> list[Folder]:
+        return [*self._configuration.folders, *self._found]
+
+    def _tell_folders(self) -> None:
+        refusals = {*map(str, self._companion.set_folders(folder.path for folder in self._folders()))}
+        for refusal in sorted(refusals - self._refusals):
+            log(refusal)
+        self._refusals = refusals
 
     def _reported(self, report: Report) -> None:
         entries = {ReportType.CREATE_URL_LINK: self._configuration.link,
                    ReportType.BACKUP: self._configuration.backup}
         entry = entries.get(report.type)
         for path in report.paths:
-            task = asyncio.create_task(self._act(entry, path))
-            self._commands.add(task)
-            task.add_done_callback(self._commands.discard)
+            self._start(self._act(entry, path))
+
+    def _start(self, work: Coroutine[Any, Any, None]) -> asyncio.Task[None]:
+        task = asyncio.create_task(work)
+        self._tasks.add(task)
+        task.add_done_callback(self._tasks.discard)
+        return task
 
     async def _act(self, entry: Entry | None, path: str) -> None:
         pick = Pick(path, self._translate)
@@ -170,7 +196,7 @@ class Application:
 
     def _folder_around(self, path: str) -> Folder | None:
         """The innermost one that contains the path or is it."""
-        known = {folder.path: folder for each in self._folders.values() for folder in each}
+        known = {folder.path: folder for folder in self._folders()}
         around = self._companion.folders_around(path)
         return known.get(around[0]) if around else None
 

@@ -5,9 +5,10 @@ import dataclasses
 import os
 import re
 import signal
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 
-_LINE_LIMIT = 4096  # bytes of a line that are shown
+_SHOWN_LIMIT = 4096  # bytes of a line that are shown
+_TAKEN_LIMIT = 1 << 24  # bytes of a line that is taken
 _TIME_TO_END = 5.0  # seconds between the request to end and the kill
 
 
@@ -40,29 +41,37 @@ class Command:
             *words, cwd=folder, stdin=asyncio.subprocess.DEVNULL, stdout=pipe, stderr=pipe,
             start_new_session=True))
 
-    async def wait(self) -> Outcome:
-        """Waits for its end. If the waiting task is cancelled, so is the command."""
+    async def wait(self, take: Callable[[bytes], object] | None = None) -> Outcome:
+        """Waits for its end, and has each line of the output taken.
+
+        If the waiting task is cancelled, or a line raises ValueError, the command is ended.
+        """
         output, error = self._process.stdout, self._process.stderr
         assert output and error
         try:
-            await asyncio.gather(self._read(output, "output"), self._read(error, "error"))
+            await asyncio.gather(self._read(output, "output", take), self._read(error, "error"))
             status = await self._process.wait()
-        except asyncio.CancelledError:
+        except (asyncio.CancelledError, ValueError):
             await self._end()
             raise
         return Outcome(status == 0, _as_text(self._first),
                        _as_text(self._last["error"]) or f"exit status {status}")
 
-    async def _read(self, stream: asyncio.StreamReader, name: str) -> None:
+    async def _read(self, stream: asyncio.StreamReader, name: str,
+                    take: Callable[[bytes], object] | None = None) -> None:
         rest = b""
         while data := await stream.read(65536):
-            *lines, rest = re.split(rb"[\r\n]+", rest + data)
-            self._note(lines, name)
-            rest = rest[:_LINE_LIMIT]
-        self._note([rest], name)
+            first, *others = re.split(rb"[\r\n]+", data)
+            *lines, rest = (rest + first, *others)
+            self._note(lines, name, take)
+            rest = rest[:_TAKEN_LIMIT if take else _SHOWN_LIMIT]
+        self._note([rest], name, take)
 
-    def _note(self, lines: list[bytes], name: str) -> None:
+    def _note(self, lines: list[bytes], name: str,
+              take: Callable[[bytes], object] | None) -> None:
         for line in filter(bytes.strip, lines):
+            if take:
+                take(line)
             if name == "output" and not self._first:
                 self._first = line
             self._last[name] = line
@@ -84,4 +93,4 @@ class Command:
 
 
 def _as_text(line: bytes) -> str:
-    return line[:_LINE_LIMIT].decode(errors="replace").replace("\0", "").strip()
+    return line[:_SHOWN_LIMIT].decode(errors="replace").replace("\0", "").strip()

@@ -11,7 +11,7 @@ from typing import Any
 
 from ..settings import config_home
 from ..state import Companion
-from .sources import Folder, ListInFile, Source
+from .sources import Folder, folder_of
 
 EXAMPLE = """\
 # Folders that get a badge, and the entries on what is in them. A table gives a folder another name
@@ -45,7 +45,9 @@ class Entry:
 class Configuration:
     """What stands in a file. The link's entry is always shown, the other if it does something."""
 
-    sources: tuple[Source, ...] = ()
+    folders: tuple[Folder, ...] = ()
+    source: tuple[str, ...] = ()
+    """The program that finds more folders, with its arguments."""
     link: Entry | None = None
     backup: Entry | None = None
 
@@ -79,11 +81,12 @@ def parse(text: str, looks_at_machine: bool = False) -> tuple[Configuration, lis
     except tomllib.TOMLDecodeError as error:
         return Configuration(), [_problem_of_syntax(text, str(error))]
     reader = _Reader(text, looks_at_machine)
-    reader.check_keys(values, None, {"folders", "link", "backup"})
-    folders = ListInFile(tuple(reader.folders(values.get("folders", []))))
+    reader.check_keys(values, None, {"folders", "source", "link", "backup"})
+    folders = tuple(reader.folders(values.get("folders", [])))
+    source = reader.command("source", values["source"]) if "source" in values else ()
     entries = {name: reader.entry(name, values[name], clipboard=name == "link")
                for name in ("link", "backup") if name in values}
-    return Configuration((folders,), **entries), reader.problems
+    return Configuration(folders, source, **entries), reader.problems
 
 
 def filled_in(command: tuple[str, ...], values: dict[str, str]) -> list[str]:
@@ -147,38 +150,44 @@ class _Reader:
             self.complain('"folders" is not a list', None, "folders")
             return
         for value in values:
-            table = value if isinstance(value, dict) else {"path": value}
-            path, name = table.get("path"), table.get("name", "")
-            if table.keys() - {"path", "name"} or not isinstance(path, str) or not isinstance(name, str):
-                self.complain("a folder is a text, or a table with the texts path and name", None,
-                              "folders", str(path or ""))
+            path = str((value.get("path") if isinstance(value, dict) else value) or "")
+            try:
+                folder = folder_of(value)
+            except ValueError as error:
+                self.complain(str(error), None, "folders", path)
                 continue
-            expanded = os.path.expanduser(path).rstrip("/") or "/"
-            for refusal in Companion().set_folders([expanded]):
+            for refusal in Companion().set_folders([folder.path]):
                 self.complain(str(refusal), None, "folders", path)
-            if self._looks_at_machine and not os.path.isdir(expanded):
-                self.complain(f"there is no folder {expanded}", None, "folders", path)
-            yield Folder(expanded, name or os.path.basename(expanded))
+            if self._looks_at_machine and not os.path.isdir(folder.path):
+                self.complain(f"there is no folder {folder.path}", None, "folders", path)
+            yield folder
 
-    def entry(self, name: str, values: Any, clipboard: bool) -> Entry:
+    def command(self, name: str, values: Any, *others: str) -> tuple[str, ...]:
+        """The command of a table, in which there may be other keys."""
         if not isinstance(values, dict):
             self.complain(f'"{name}" is not a table', None, name)
-            return Entry((), None, clipboard)
-        self.check_keys(values, name, {"command", "title", "clipboard"})
+            return ()
+        self.check_keys(values, name, {"command", *others})
         command = values.get("command")
         if not isinstance(command, list) or not command or not all(isinstance(word, str) for word in command):
             self.complain("a command is a list of texts, its program and each argument: "
                           'it runs without a shell', name, "command")
-            command = []
+            return ()
+        if self._looks_at_machine and not shutil.which(command[0]):
+            self.complain(f"there is no program {command[0]}", name, "command", command[0])
+        return tuple(command)
+
+    def entry(self, name: str, values: Any, clipboard: bool) -> Entry:
+        command = self.command(name, values, "title", "clipboard")
+        if not isinstance(values, dict):
+            return Entry(command, None, clipboard)
         for word in command:
             self._check_placeholders(word, name)
-        if self._looks_at_machine and command and not shutil.which(command[0]):
-            self.complain(f"there is no program {command[0]}", name, "command", command[0])
         if not isinstance(values.get("title", ""), str):
             self.complain("a title is a text", name, "title")
         if not isinstance(values.get("clipboard", False), bool):
             self.complain('"clipboard" is true or false', name, "clipboard")
-        return Entry(tuple(command), values.get("title"), values.get("clipboard", clipboard))
+        return Entry(command, values.get("title"), values.get("clipboard", clipboard))
 
     def _check_placeholders(self, word: str, table: str) -> None:
         for match in PLACEHOLDER.finditer(word):

@@ -6,12 +6,18 @@ import gettext
 import pathlib
 import signal
 import sys
+from collections.abc import Callable
 
-from . import configuration
+from . import configuration, git_annex, syncthing
 from .application import Application, described
 from .log import log
 
 VERSION = "0.1.0"
+FOR_SETTINGS: dict[str, Callable[..., None]] = {
+    "syncthing-folders": syncthing.print_folders,
+    "syncthing-rescan": syncthing.rescan,
+    "git-annex-folders": git_annex.print_folders,
+}
 
 
 def main(group: str = "com.example.companion", control_program: str = "finderctl",
@@ -20,17 +26,25 @@ def main(group: str = "com.example.companion", control_program: str = "finderctl
     parser = argparse.ArgumentParser(
         prog="finder-sync-companion",
         description="Badges on folders, and menu entries that run commands of your own.")
-    parser.add_argument("command", nargs="?", choices=["run", "check", "example", "enable"],
-                        default="run", help="run (the default), check the settings file, print an "
-                        "example of one, or have systemd run the program when the extension connects")
+    parser.add_argument("command", nargs="?", choices=["run", "check", "example", "enable", *FOR_SETTINGS],
+                        default="run", metavar="COMMAND", help="run (the default), check the settings "
+                        "file, print an example of one, enable: have systemd run the program when the "
+                        f"extension connects; or, for settings files, {', '.join(FOR_SETTINGS)}")
+    parser.add_argument("words", nargs="*", metavar="WORD", help="of syncthing-rescan: folder and path")
     parser.add_argument("--settings", type=pathlib.Path, metavar="FILE",
                         default=configuration.default_file(), help="another settings file")
     parser.add_argument("--version", action="version", version=f"%(prog)s {VERSION}")
     arguments = parser.parse_args()
+    if len(arguments.words) != (2 if arguments.command == "syncthing-rescan" else 0):
+        parser.error("syncthing-rescan takes a folder and a path, and nothing else does")
     if arguments.command == "example":
         print(configuration.EXAMPLE, end="")
         return 0
     try:
+        if arguments.command in FOR_SETTINGS:
+            signal.signal(signal.SIGINT, signal.SIG_DFL)
+            FOR_SETTINGS[arguments.command](*arguments.words)
+            return 0
         if arguments.command == "check":
             return check(arguments.settings)
         translations = gettext.translation("finder-sync-companion", locale_folder, fallback=True)
