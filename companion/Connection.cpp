@@ -1,5 +1,6 @@
 #include "companion/Messages.h"
 #include "companion/Paths.h"
+#include "companion/Reports.h"
 #include "finder_sync_companion/Companion.h"
 
 #include <utility>
@@ -82,15 +83,18 @@ void Connection::noteAsTold(const Step& step) {
 }
 
 std::vector<Report> Connection::receive(std::string_view bytes) {
-    std::vector<Report> arrived;
-    parser_.take(bytes, arrived);
     std::vector<Report> reports;
-    reports.reserve(arrived.size());
-    for (Report& report : arrived) {
+    while (!failed_) {
+        const auto text = splitter_.next(bytes);
+        failed_ = splitter_.failed();
+        if (!text)
+            break;
+        Report report{};
+        failed_ = parseReport(*text, report);
         const std::size_t count = report.paths.size();
         const std::size_t dropped = dropPathsOutside(report.paths);
         droppedPaths_ += dropped;
-        if (count == 0 || dropped < count)
+        if (!failed_ && (count == 0 || dropped < count))
             reports.push_back(std::move(report));
     }
     return reports;

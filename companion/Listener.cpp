@@ -39,15 +39,16 @@ int Listener::listen(std::uint16_t port) {
     address.sin_port = htons(port);
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     socket_.reset(passedSocket());
-    if (!socket_) {
-        socket_.reset(::socket(AF_INET, SOCK_STREAM, 0));
+    if (socket_) {
+        makePrivate(socket_.get());
+    } else {
+        socket_ = openSocket();
         // Connections that have just ended must not keep the port in use.
         const int one = 1;
         (void)::setsockopt(socket_.get(), SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
         if (::bind(socket_.get(), generic(address), length) != 0)
             return errno;
     }
-    makePrivate(socket_.get());
     if (::listen(socket_.get(), SOMAXCONN) != 0 ||
         ::getsockname(socket_.get(), generic(address), &length) != 0)
         return errno;

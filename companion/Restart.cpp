@@ -49,16 +49,10 @@ int spawn(std::vector<std::string>& command, int output, pid_t& process) {
 } // namespace
 
 bool Restart::start(std::vector<std::string> command, std::string& failure) {
-    std::array<int, 2> ends{};
-    int result = ::pipe(ends.data()) == 0 ? 0 : errno;
-    if (result == 0) {
-        output_.reset(ends[0]);
-        const process::Descriptor input(ends[1]);
-        makePrivate(output_.get());
-        (void)::fcntl(input.get(), F_SETFD, FD_CLOEXEC);
-        printed_.clear();
-        result = spawn(command, input.get(), process_);
-    }
+    process::Descriptor input;
+    const bool isOpen = openPipe(output_, input);
+    printed_.clear();
+    const int result = isOpen ? spawn(command, input.get(), process_) : errno;
     if (result == 0)
         return true;
     output_.reset();

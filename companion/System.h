@@ -22,6 +22,9 @@ public:
     /// Watches a descriptor until it is closed: for bytes to read, and for its end.
     [[nodiscard]] int watch(int descriptor);
 
+    /// Watches it no longer, though it stays open.
+    void unwatch(int descriptor);
+
     /// Wakes up once after this time, instead of what was set before.
     void wakeAfter(std::chrono::microseconds delay);
 
@@ -40,7 +43,16 @@ private:
 /// Whether the peer of an accepted connection is a process of the same user.
 [[nodiscard]] bool isOfSameUser(int socket);
 
-/// Makes a descriptor non-blocking, and closed in programs that are started.
+// Non-blocking descriptors that are closed in programs that are started: from the beginning where
+// the system can do that, since another thread may be starting one. None on failure, which errno
+// names.
+
+[[nodiscard]] process::Descriptor openSocket();
+[[nodiscard]] process::Descriptor acceptFrom(int listener);
+/// Only the end for reading is non-blocking.
+[[nodiscard]] bool openPipe(process::Descriptor& output, process::Descriptor& input);
+
+/// The same for one that was opened elsewhere.
 void makePrivate(int descriptor);
 
 } // namespace finder_sync

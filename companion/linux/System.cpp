@@ -29,6 +29,10 @@ int Poller::watch(int descriptor) {
     return ::epoll_ctl(queue_.get(), EPOLL_CTL_ADD, descriptor, &event) == 0 ? 0 : errno;
 }
 
+void Poller::unwatch(int descriptor) {
+    (void)::epoll_ctl(queue_.get(), EPOLL_CTL_DEL, descriptor, nullptr);
+}
+
 void Poller::wakeAfter(std::chrono::microseconds delay) {
     itimerspec time{};
     time.it_value.tv_nsec = std::chrono::nanoseconds(delay).count();
@@ -79,6 +83,23 @@ bool isOfSameUser(int socket) {
         return false;
     });
     return isSame;
+}
+
+process::Descriptor openSocket() {
+    return process::Descriptor(::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+}
+
+process::Descriptor acceptFrom(int listener) {
+    return process::Descriptor(::accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+}
+
+bool openPipe(process::Descriptor& output, process::Descriptor& input) {
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0)
+        return false;
+    output.reset(ends[0]);
+    input.reset(ends[1]);
+    return ::fcntl(output.get(), F_SETFL, O_NONBLOCK) == 0;
 }
 
 void makePrivate(int descriptor) {

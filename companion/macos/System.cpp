@@ -33,6 +33,11 @@ int Poller::watch(int descriptor) {
     return change(queue_.get(), static_cast<std::uintptr_t>(descriptor), EVFILT_READ, EV_ADD, 0, 0);
 }
 
+void Poller::unwatch(int descriptor) {
+    (void)change(queue_.get(), static_cast<std::uintptr_t>(descriptor), EVFILT_READ, EV_DELETE, 0,
+                 0);
+}
+
 void Poller::wakeAfter(std::chrono::microseconds delay) {
     (void)change(queue_.get(), 0, EVFILT_TIMER, EV_ADD | EV_ONESHOT, NOTE_USECONDS, delay.count());
 }
@@ -59,6 +64,29 @@ bool hasRoomForBlock(int socket) {
 
 bool isOfSameUser(int) {
     return true;
+}
+
+process::Descriptor openSocket() {
+    process::Descriptor socket(::socket(AF_INET, SOCK_STREAM, 0));
+    makePrivate(socket.get());
+    return socket;
+}
+
+process::Descriptor acceptFrom(int listener) {
+    process::Descriptor socket(::accept(listener, nullptr, nullptr));
+    if (socket)
+        makePrivate(socket.get());
+    return socket;
+}
+
+bool openPipe(process::Descriptor& output, process::Descriptor& input) {
+    std::array<int, 2> ends{};
+    if (::pipe(ends.data()) != 0)
+        return false;
+    output.reset(ends[0]);
+    input.reset(ends[1]);
+    makePrivate(output.get());
+    return ::fcntl(input.get(), F_SETFD, FD_CLOEXEC) == 0;
 }
 
 void makePrivate(int descriptor) {

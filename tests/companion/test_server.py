@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import random
+import resource
 import signal
 import socket
 import subprocess
@@ -12,7 +13,7 @@ import sys
 import time
 
 import pytest
-from conftest import BUS_NAME, GROUP, wait_for
+from conftest import BUS_NAME, GROUP, TIMEOUT, wait_for
 from jeepney import message_bus
 
 EXAMPLES = pathlib.Path(os.environ["FINDER_SYNC_BIN"]).parent / "examples"
@@ -87,6 +88,25 @@ def test_socket_of_systemd(session, start):
             "/bin/bash", "-c", 'exec 3<&$0; LISTEN_PID=$$ LISTEN_FDS=1 exec "$@"', str(listener.fileno())])
         session.wait_for_value("pathsOfRootFolders", ["/sync"])
         assert session.get("serverPort") == listener.getsockname()[1]
+
+
+def test_extension_waits_for_a_descriptor(session, start):
+    """While there is none, the companion does not keep the processor busy."""
+    companion = start("example-poll", "/sync", before=["/usr/bin/prlimit", "--nofile=12:"])
+    session.wait_for_value("pathsOfRootFolders", ["/sync"])
+    address = "127.0.0.1", session.get("serverPort")
+    first, *others = [socket.create_connection(address) for _ in range(12)]
+    assert first.recv(1024, socket.MSG_WAITALL)
+    clock = ~companion.popen.pid << 3 | 2  # as clock_getcpuclockid(3) composes it
+    before = time.clock_gettime(clock)
+    others[-1].settimeout(1)
+    with pytest.raises(TimeoutError):
+        others[-1].recv(1)
+    assert time.clock_gettime(clock) - before < 0.1
+    others[-1].settimeout(TIMEOUT)
+    limit = resource.RLIMIT_NOFILE
+    resource.prlimit(companion.popen.pid, limit, (64, resource.getrlimit(limit)[1]))
+    assert b'"/sync"' in others[-1].recv(1024)
 
 
 @pytest.mark.skipif(os.getuid() != 0, reason="only root can be somebody else")

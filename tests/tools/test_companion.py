@@ -278,7 +278,7 @@ def test_peer_that_reads_nothing_does_not_block(session, companion):
     gone = companion.err.wait_for(r"gone: .*; (\d+) lines? not sent yet will go to the next")
     assert int(gone.group(1)) >= 1
     second = session.connect(companion)
-    received = b""
+    received = bytearray()
     while not received.endswith(lines[-1][4:].encode()):
         received += second.socket.recv(1 << 20)
     feeder.join()
@@ -337,11 +337,12 @@ def test_report_that_is_too_large(companion, peer):
         peer.send(b'{"a":"' + b"x" * (64 * 1024 * 1024) + b'"}')
     except (ConnectionResetError, BrokenPipeError):
         pass
-    companion.err.wait_for("larger than 64 MiB; the link is closed")
+    companion.err.wait_for("longer than 64 MiB; the link is closed")
     assert companion.out.text == ""
 
 
 def test_report_that_breaks_off(session, companion, peer):
+    companion.err.wait_for("an extension has connected")
     peer.send(b'{"a":')
     peer.close()
     companion.err.wait_for("gone: .*; the click report that it had begun is lost")

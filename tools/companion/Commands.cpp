@@ -1,5 +1,6 @@
 #include "tools/companion/Commands.h"
 
+#include "finder_sync_companion/Companion.h"
 #include "tools/console/JSON.h"
 #include "tools/console/Text.h"
 
@@ -24,10 +25,10 @@ Command sendMessage(std::string_view type, std::initializer_list<Member> members
         object.emplace_back(name, console::jsonString(value));
     std::string line = console::jsonObject(object);
     const std::size_t size = line.size() + 1;
-    if (size > lineLimit)
+    if (size > finder_sync::blockSize)
         return Refusal{"the message takes " + std::to_string(size) +
                        " bytes with its line end, and the extension reads no more than " +
-                       std::to_string(lineLimit) +
+                       std::to_string(finder_sync::blockSize) +
                        " at once: it is not sent (\"raw\" sends it anyway)"};
     return Send{std::move(line)};
 }
@@ -175,7 +176,7 @@ Command parseCommand(std::string_view line) {
 std::string outboundLine(const Send& message, bool isPadded) {
     std::string line = message.line;
     if (isPadded && !message.isRaw)
-        line.append(lineLimit - 1 - line.size(), ' ');
+        line.append(finder_sync::blockSize - 1 - line.size(), ' ');
     return line += '\n';
 }
 

@@ -1,15 +1,10 @@
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <string_view>
 #include <variant>
 
 namespace companion {
-
-/// Longest line in bytes, with its LF: the extension reads at most this many bytes at once, and
-/// decodes each read on its own.
-inline constexpr std::size_t lineLimit = 1024;
 
 // What a line of input can be.
 
@@ -37,8 +32,8 @@ using Command = std::variant<Nothing, Send, ShowHelp, Quit, Refusal>;
 /// Parses one line of input, without its LF. A bad line gives a `Refusal`.
 [[nodiscard]] Command parseCommand(std::string_view line);
 
-/// The line as it is sent: with its LF and, when padded, with spaces before the LF up to exactly
-/// `lineLimit` bytes, so that no read of the extension can hold parts of two lines.
+/// The line as it is sent: with its LF and, when padded, with spaces before the LF up to a whole
+/// block, so that no read of the extension can hold parts of two lines.
 [[nodiscard]] std::string outboundLine(const Send& message, bool isPadded);
 
 /// One line for each command.

@@ -1,21 +1,23 @@
 #pragma once
 
+#include "companion/Links.h"
+#include "finder_sync_companion/Companion.h"
+#include "process/SystemdHandles.h"
 #include "tools/companion/Commands.h"
-#include "tools/companion/Connection.h"
 #include "tools/companion/Input.h"
-#include "tools/companion/Listener.h"
-#include "tools/companion/Outbox.h"
-#include "tools/companion/ReportParser.h"
 #include "tools/companion/Screen.h"
 
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 
 namespace companion {
 
-/// The program: takes commands from its input to the extension, and click reports back.
-class Companion : private InputObserver, private ConnectionObserver {
+/// The program: takes commands from its input to the extension, and click reports back. What the
+/// library would refuse or say only once is sent as well, and any report is shown: so it has links
+/// of the library, but lines in place of a state.
+class Companion : private InputObserver, private finder_sync::Dialogue {
 public:
     struct Options {
         bool isPadded = false;       ///< Lines are padded to the size of the extension's reads.
@@ -24,11 +26,13 @@ public:
 
     Companion(sd_event* event, Screen& screen, Options options);
 
-    /// Binds to the port, which can then be written into settings before anybody connects.
-    [[nodiscard]] bool bind(std::uint16_t port, std::string& failure);
-    [[nodiscard]] std::uint16_t port() const { return listener_.port(); }
+    /// Takes the port, which can then be written into settings. Returns false on failure; `failure`
+    /// then says what is wrong and what to do.
+    [[nodiscard]] bool listen(std::uint16_t port, std::string& failure);
+    [[nodiscard]] std::uint16_t port() const { return links_.port(); }
 
-    /// Listens and reads standard input from now on. Ends the event loop when all is done.
+    /// Serves an extension and reads standard input from now on. Ends the event loop when all is
+    /// done.
     [[nodiscard]] bool start(std::string& failure);
 
     /// Carries out a command as if it had been entered.
@@ -38,12 +42,13 @@ private:
     void lineEntered(std::string_view line) override;
     void inputEnded() override;
     void terminalClosed() override;
-    bool bytesArrived(std::string_view bytes) override;
-    void linesTaken() override;
-    void everythingSent() override;
-    void connectionLost(const std::string& reason) override;
+    [[nodiscard]] bool hasMore() const override;
+    [[nodiscard]] std::optional<std::string> nextBlock() override;
+    [[nodiscard]] std::string receive(std::string_view bytes) override;
 
-    void extensionConnected(process::Descriptor socket);
+    finder_sync::Dialogue* extensionConnected();
+    void connectionLost(const std::string& reason);
+    std::string print(std::string_view report);
     void send(const Send& message);
     void complain(const std::string& about);
     void sayWhatIsMissing();
@@ -53,16 +58,22 @@ private:
     sd_event* event_;
     Screen& screen_;
     Options options_;
-    Listener listener_;
-    Outbox outbox_;
-    ReportParser parser_;
+    finder_sync::Links links_;
+    process::EventSource linksSource_;
     Input input_;
-    std::optional<Connection> connection_;
+    bool isConnected_ = false;
+    bool wasConnected_ = false;
+
+    std::deque<std::string> lines_; ///< that wait for an extension, with their LF
+    std::size_t size_ = 0;          ///< of the waiting lines, in bytes
+    std::size_t sentOfFirst_ = 0;   ///< bytes
+    bool isAcknowledged_ = true;    ///< What has been sent is.
+
+    finder_sync::ReportSplitter splitter_;
     std::uint64_t lineNumber_ = 0;
     bool isInputPaused_ = false;
     bool hasInputEnded_ = false;
     bool hasReader_ = true; ///< Standard output takes what is printed.
-    bool wasConnected_ = false;
     int exitCode_ = 0;
 };
 

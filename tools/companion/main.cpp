@@ -2,19 +2,21 @@
 // told to, and shows what comes back.
 
 #include "Names.h"
+#include "finder_sync_companion/Settings.h"
 #include "process/StandardStreams.h"
 #include "process/SystemdHandles.h"
 #include "process/Termination.h"
 #include "tools/companion/Companion.h"
 #include "tools/companion/Follower.h"
 #include "tools/companion/Screen.h"
-#include "tools/companion/SettingsFile.h"
 #include "tools/console/Text.h"
 
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <getopt.h>
+#include <optional>
+#include <string>
 #include <string_view>
 #include <unistd.h>
 
@@ -27,7 +29,7 @@ struct Options {
     bool isPadded = false;
     bool isNotPadded = false;
     bool writesSettings = false;
-    std::vector<std::string> settings; ///< KEY=VALUE
+    finder_sync::Settings settings;
     companion::Color color = companion::Color::Automatic;
     std::vector<std::string> commands;
     std::string follow; ///< Path of a named pipe, empty for none.
@@ -69,13 +71,28 @@ void printHelp() {
     std::exit(usageError);
 }
 
-std::uint16_t portOfText(std::string_view text) {
-    std::uint16_t port = 0;
+template <typename Number> std::optional<Number> numberOf(std::string_view text) {
+    Number number = 0;
     const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, port);
-    if (stop != end || error != std::errc())
-        exitWithUsageError("--port needs a number from 0 to 65535");
-    return port;
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    return stop == end && error == std::errc() ? std::optional(number) : std::nullopt;
+}
+
+/// Adds a setting of the form KEY=VALUE.
+void addSetting(std::string_view keyAndValue, finder_sync::Settings& settings) {
+    const std::size_t separator = keyAndValue.find('=');
+    if (separator == std::string_view::npos)
+        exitWithUsageError("--set: \"" + console::printable(keyAndValue) +
+                           "\" is not of the form KEY=VALUE");
+    const std::string key(keyAndValue.substr(0, separator));
+    const std::string text(keyAndValue.substr(separator + 1));
+    finder_sync::Settings setting = {{key, text}};
+    const auto number = numberOf<std::int64_t>(text);
+    if (number && !finder_sync::problemOf(setting).empty())
+        setting[key] = *number;
+    if (const std::string problem = finder_sync::problemOf(setting); !problem.empty())
+        exitWithUsageError("--set: " + console::printable(problem));
+    settings[key] = setting[key];
 }
 
 companion::Color colorOfName(std::string_view name) {
@@ -92,7 +109,10 @@ companion::Color colorOfName(std::string_view name) {
 void take(int letter, Options& options) {
     switch (letter) {
     case 'p':
-        options.port = portOfText(optarg);
+        if (const auto port = numberOf<std::uint16_t>(optarg))
+            options.port = *port;
+        else
+            exitWithUsageError("--port needs a number from 0 to 65535");
         break;
     case 'P':
         options.isPadded = true;
@@ -104,7 +124,7 @@ void take(int letter, Options& options) {
         options.writesSettings = true;
         break;
     case 's':
-        options.settings.emplace_back(optarg);
+        addSetting(optarg, options.settings);
         break;
     case 'C':
         options.color = colorOfName(optarg);
@@ -151,9 +171,6 @@ Options parse(int argc, char** argv) {
         exitWithUsageError("--pad and --no-pad exclude each other");
     if (!options.settings.empty() && !options.writesSettings)
         exitWithUsageError("--set needs --write-settings");
-    if (const std::string problem = companion::problemOfSettings(options.settings);
-        !problem.empty())
-        exitWithUsageError("--set: " + problem);
     return options;
 }
 
@@ -170,14 +187,15 @@ int serve(sd_event* event, const Options& options, companion::Screen& screen,
         event, screen,
         {.isPadded = options.isPadded || (!isTerminal && !options.isNotPadded),
          .countsBadLines = !isTerminal});
-    if (!program.bind(options.port, failure))
+    if (!program.listen(options.port, failure))
         return EXIT_FAILURE;
     if (options.writesSettings) {
-        const auto path =
-            companion::mergeIntoSettingsFile(options.settings, program.port(), failure);
-        if (!path)
+        finder_sync::Settings settings = options.settings;
+        settings.insert({"ServerPort", program.port()});
+        if (!finder_sync::writeSettings(findersync::applicationGroup, settings, failure))
             return EXIT_FAILURE;
-        screen.status("settings written to " + *path);
+        screen.status("settings written to " +
+                      finder_sync::settingsFile(findersync::applicationGroup));
     }
     companion::Follower follower(
         [&screen](std::string_view line) { screen.other(console::printable(line)); });

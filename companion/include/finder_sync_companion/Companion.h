@@ -109,26 +109,28 @@ struct Report {
 
 /// Finds the reports in the extension's bytes: JSON objects with nothing between them, cut
 /// anywhere.
-class ReportParser {
+class ReportSplitter {
 public:
-    /// More bytes than this in one report are an error.
-    static constexpr std::size_t sizeLimit = std::size_t{1024} * 1024;
+    /// More bytes than the limit in one report are an error.
+    explicit ReportSplitter(std::size_t sizeLimit = std::size_t{1} << 20U)
+        : sizeLimit_(sizeLimit) {}
 
-    /// Takes the next bytes and appends every report that they complete, with its paths as they
-    /// stand. Returns false once there was something that is no report; nothing more is taken then.
-    bool take(std::string_view bytes, std::vector<Report>& reports);
+    /// Takes bytes from the front, up to the end of a report. Returns the text of that report,
+    /// valid until the next call; none once all bytes are taken, or when there was something that
+    /// is no report.
+    [[nodiscard]] std::optional<std::string_view> next(std::string_view& bytes);
 
     /// What was wrong, none for nothing.
     [[nodiscard]] const std::optional<std::string>& failed() const { return failed_; }
 
     /// Whether the bytes so far end within a report.
-    [[nodiscard]] bool isWithinReport() const { return !text_.empty(); }
+    [[nodiscard]] bool isWithinReport() const { return depth_ > 0; }
 
 private:
     [[nodiscard]] std::size_t sizeOfRest(std::string_view bytes);
-    void parse(std::vector<Report>& reports);
 
-    std::string text_;      ///< of the unfinished report
+    std::size_t sizeLimit_;
+    std::string text_;      ///< of the current report
     std::size_t depth_ = 0; ///< of objects
     bool isInString_ = false;
     bool isEscaped_ = false;
@@ -156,7 +158,7 @@ public:
     [[nodiscard]] std::vector<Report> receive(std::string_view bytes);
 
     /// Why the connection has to be closed: what has arrived is no report. None if all is well.
-    [[nodiscard]] const std::optional<std::string>& failed() const { return parser_.failed(); }
+    [[nodiscard]] const std::optional<std::string>& failed() const { return failed_; }
 
     /// How many paths of reports have been dropped.
     [[nodiscard]] std::uint64_t droppedPaths() const { return droppedPaths_; }
@@ -178,7 +180,8 @@ private:
 
     const Companion& companion_;
     Resolver resolver_;
-    ReportParser parser_;
+    ReportSplitter splitter_;
+    std::optional<std::string> failed_;
     std::uint64_t droppedPaths_ = 0;
 
     std::optional<Titles> toldTitles_;

@@ -1,4 +1,4 @@
-#include "finder_sync_companion/Companion.h"
+#include "companion/Reports.h"
 
 #include <algorithm>
 #include <boost/json/monotonic_resource.hpp>
@@ -22,8 +22,8 @@ constexpr struct KnownType {
     {"clicked_synced", ReportType::Synced},
 };
 
-/// Appends the report that the JSON value is. Returns what is wrong with it, none for nothing.
-std::optional<std::string> append(const json::value& value, std::vector<Report>& reports) {
+/// Takes the report that the JSON value is. Returns what is wrong with it, none for nothing.
+std::optional<std::string> convert(const json::value& value, Report& report) {
     const json::object& object = value.get_object(); // the text begins with a brace
     const json::value* const type = object.if_contains("type");
     const json::value* const items = object.if_contains("items");
@@ -34,7 +34,7 @@ std::optional<std::string> append(const json::value& value, std::vector<Report>&
     const auto* const known = std::ranges::find(knownTypes, name, &KnownType::name);
     if (known == std::end(knownTypes))
         return "a report has an unknown type: " + std::string(name);
-    Report& report = reports.emplace_back(Report{.type = known->type, .paths = {}});
+    report.type = known->type;
     report.paths.reserve(items->get_array().size());
     for (const json::value& item : items->get_array())
         report.paths.emplace_back(item.get_string());
@@ -43,27 +43,41 @@ std::optional<std::string> append(const json::value& value, std::vector<Report>&
 
 } // namespace
 
-bool ReportParser::take(std::string_view bytes, std::vector<Report>& reports) {
-    while (!failed_ && !bytes.empty()) {
-        if (text_.empty())
-            bytes.remove_prefix(std::min(bytes.find_first_not_of(" \t\r\n"), bytes.size()));
-        if (text_.empty() && !bytes.empty() && bytes.front() != '{') {
+std::optional<std::string> parseReport(std::string_view text, Report& report) {
+    // A report has its place on the stack; only one of unusual length has to be allocated.
+    unsigned char values[4096];
+    unsigned char unfinished[2048];
+    json::monotonic_resource resource(values, sizeof values);
+    json::parser parser({}, {}, unfinished);
+    parser.reset(&resource);
+    json::error_code error;
+    parser.write(text, error);
+    if (error)
+        return "not JSON: " + error.message();
+    return convert(parser.release(), report);
+}
+
+std::optional<std::string_view> ReportSplitter::next(std::string_view& bytes) {
+    if (depth_ == 0) {
+        text_.clear();
+        bytes.remove_prefix(std::min(bytes.find_first_not_of(" \t\r\n"), bytes.size()));
+        if (!bytes.empty() && bytes.front() != '{')
             failed_ = "not JSON: a report does not begin with \"{\"";
-            break;
-        }
-        const std::size_t size = sizeOfRest(bytes);
-        text_.append(bytes.substr(0, size));
-        bytes.remove_prefix(size);
-        if (depth_ == 0 && !text_.empty())
-            parse(reports);
     }
-    if (text_.size() > sizeLimit)
-        failed_ = "a report is longer than 1 MiB";
-    return !failed_;
+    if (failed_ || bytes.empty())
+        return std::nullopt;
+    const std::size_t size = sizeOfRest(bytes);
+    text_.append(bytes.substr(0, size));
+    bytes.remove_prefix(size);
+    if (text_.size() > sizeLimit_)
+        failed_ = "a report is longer than " + std::to_string(sizeLimit_ >> 20U) + " MiB";
+    if (failed_ || depth_ != 0)
+        return std::nullopt;
+    return text_;
 }
 
 /// How many of the bytes belong to the current report; `depth_` is then 0 if they complete it.
-std::size_t ReportParser::sizeOfRest(std::string_view bytes) {
+std::size_t ReportSplitter::sizeOfRest(std::string_view bytes) {
     for (std::size_t index = 0; index < bytes.size(); ++index) {
         const char byte = bytes[index];
         if (isEscaped_)
@@ -78,22 +92,6 @@ std::size_t ReportParser::sizeOfRest(std::string_view bytes) {
             return index + 1;
     }
     return bytes.size();
-}
-
-void ReportParser::parse(std::vector<Report>& reports) {
-    // A report has its place on the stack; only one of unusual length has to be allocated.
-    unsigned char values[4096];
-    unsigned char unfinished[2048];
-    json::monotonic_resource resource(values, sizeof values);
-    json::parser parser({}, {}, unfinished);
-    parser.reset(&resource);
-    json::error_code error;
-    parser.write(text_, error);
-    if (error)
-        failed_ = "not JSON: " + error.message();
-    else
-        failed_ = append(parser.release(), reports);
-    text_.clear();
 }
 
 } // namespace finder_sync
