@@ -261,3 +261,14 @@ def announcing(link):
     for number in range(30):
         link.send(type="add_folder", path=f"/srv/More {number}")
     return link.program.processor_time() - before
+
+
+def companion(session, report):
+    """The companion's library beside a sender that waits until each block has been read."""
+    runs = [tuple(map(float, run)) for run in session.run(
+        "companion-bench", *session.extension, 3000, 1 if session.is_quick else 21,
+        environment={"XDG_CONFIG_HOME": f"{session.directory}/companion"})]  # it listens itself
+    report.pairs("3,000 folders told to a fresh extension", [run[:2] for run in runs], "ms",
+                 at_most=2.0)
+    report.figure("one more folder, until the bus knows its badge, ms",
+                  median(run[2] for run in runs), at_most=5.0)
