@@ -10,10 +10,14 @@
 
 namespace file_managers {
 
+/// The icon's whole name, as Thunar's plug-in has GVfs store it: these file managers draw that
+/// emblem too, but equal names once.
 void ProductBadges::addEmblem(FileInfo* file) const {
     const auto badge = badges_.find(file);
-    if (badge != badges_.end())
-        FM_CALL(file_info_add_emblem)(file, (extension_.iconPrefix() + badge->second).c_str());
+    if (badge == badges_.end())
+        return;
+    const std::string emblem = "emblem-" + extension_.iconPrefix() + badge->second;
+    FM_CALL(file_info_add_emblem)(file, emblem.c_str());
 }
 
 void ProductBadges::forget(FileInfo* file) {

@@ -57,8 +57,8 @@ public:
     static constexpr bool hasBadges = true;
     static inline const Texts services;
     static constexpr int plugins = 2;
-    static inline const std::string badgePrefix = "emblem-";
-    static inline const std::string badge = badgePrefix + findersync::iconPrefix + "FolderIco";
+    static inline const std::string badge =
+        std::string("emblem-") + findersync::iconPrefix + "FolderIco";
     static inline const std::string label = "Copy _link && go";
     static constexpr milliseconds leastTimeout{100};
     static constexpr milliseconds mostTimeout{250};

@@ -7,7 +7,6 @@
 //                                   entry of ScriptedExtension, in its notation
 //     plugins                       how many plug-ins it loads
 //     services                      names of those that the bus has to be able to start
-//     badgePrefix                   what it puts before a badge's icon
 //     leastTimeout, mostTimeout     bounds of what a menu takes when the extension does not answer
 //     notFiles                      URLs of items that the extension is not to be asked about
 //     show(url), forget(url)        shows an item; shows it no longer

@@ -100,8 +100,8 @@ inline Object<GObject> newFile(GType fileInfo, GInterfaceInitFunc initialize, co
 class GtkFileManager {
 public:
     static constexpr int plugins = 1;
-    static inline const std::string badgePrefix;
-    static inline const std::string badge = std::string(findersync::iconPrefix) + "FolderIco";
+    static inline const std::string badge =
+        std::string("emblem-") + findersync::iconPrefix + "FolderIco";
     static inline const std::string label = "Copy __link & go";
     static inline const Texts notFiles = {"trash:///sync", "file:///sync/%ff",
                                           "sftp://elsewhere/sync"};

@@ -14,7 +14,7 @@ std::string prefixOf(const std::string& busName) {
 }
 
 std::string badgeOf(const std::string& busName) {
-    return FileManager::badgePrefix + prefixOf(busName) + "FolderIco";
+    return "emblem-" + prefixOf(busName) + "FolderIco";
 }
 
 Texts entriesOf(const Texts& busNames) {

@@ -11,7 +11,7 @@
 namespace {
 
 const std::string chosen = "emblem-favorite"; ///< by the user
-const std::string ours = "emblem-" + FileManager::badge;
+const std::string ours = FileManager::badge;
 
 bool waitUntil(const std::function<bool()>& condition) {
     for (int tries = 0; tries < 10000; ++tries) {
