@@ -56,7 +56,9 @@ std::optional<std::string_view> encodedPath(std::string_view url, std::string& f
     if (rest.starts_with("//")) {
         rest.remove_prefix(2);
         const std::string_view host = rest.substr(0, rest.find_first_of("/?#"));
-        if (!host.empty() && !(host.size() == 9 && hasPrefixIgnoringCase(host, "localhost"))) {
+        const bool isThisMachine =
+            host.empty() || (host.size() == 9 && hasPrefixIgnoringCase(host, "localhost"));
+        if (!isThisMachine) {
             failure = "its host is not this machine";
             return std::nullopt;
         }
