@@ -57,11 +57,11 @@ std::string Refusal::message() const {
 
 std::vector<Refusal> Companion::setFolders(std::vector<std::string> paths) {
     std::vector<Refusal> refusals;
-    lookup_.clear();
-    folders_.clear();
+    const std::vector<std::string> former = std::exchange(folders_, {});
+    const std::unordered_set<std::string_view> accepted = std::exchange(lookup_, {}); // of `former`
     folders_.reserve(paths.size()); // so that the texts in `lookup_` stay in their places
     for (std::string& path : paths) {
-        if (const auto reason = reasonToRefuse(path))
+        if (const auto reason = accepted.contains(path) ? std::nullopt : reasonToRefuse(path))
             refusals.push_back({std::move(path), *reason});
         else if (!lookup_.contains(path))
             lookup_.insert(folders_.emplace_back(std::move(path)));
