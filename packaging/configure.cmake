@@ -1,7 +1,7 @@
 # Writes what the packages of a product are made by:
 #
-#   cmake [-DFINDER_SYNC_<option>=<value>...] -DSOURCES=<folder> -DREVISION=<Debian's>
-#     -P packaging/configure.cmake
+#   cmake [-DFINDER_SYNC_<option>=<value>...] -DFILE_MANAGERS=<file manager>[;...] -DSOURCES=<folder>
+#     -DREVISION=<Debian's> -P packaging/configure.cmake
 #
 # into SOURCES, which becomes the source package, its debian/, and beside it <name>.spec for rpmbuild
 # and PKGBUILD for makepkg. Their date is $SOURCE_DATE_EPOCH. Names that a build would refuse are refused
@@ -26,9 +26,9 @@ set(packages ${FINDER_SYNC_EXTENSION_PROGRAM} ${FINDER_SYNC_NAME}-tools)
 set(components extension tools)
 # Plug-ins, the libraries and the companion for everybody serve every product and carry no product's name,
 # so one source package has them all.
-set(wanted OFF)
-if(FINDER_SYNC_NAME STREQUAL "finder-sync")
-  set(wanted ON)
+if(NOT FINDER_SYNC_NAME STREQUAL "finder-sync")
+  set(FILE_MANAGERS "")
+else()
   set(FINDER_SYNC_COMPANION "finder-sync-companion libfinder-sync-companion")
   list(APPEND packages finder-sync-companion python3-finder-sync-companion libfinder-sync-companion-dev)
   list(APPEND components companion companion-python companion-library)
@@ -40,8 +40,9 @@ endif()
 set(FINDER_SYNC_OPTIONS "-DFINDER_SYNC_NAME=${FINDER_SYNC_NAME} -DFINDER_SYNC_GROUP=${FINDER_SYNC_GROUP} -DFINDER_SYNC_HOMEPAGE=${FINDER_SYNC_HOMEPAGE} -DFINDER_SYNC_TESTS=OFF -DFINDER_SYNC_TOOLS=ON")
 foreach(FILE_MANAGER debian_need rpm_need IN ZIP_LISTS plugins debian_needs rpm_needs)
   string(TOUPPER ${FILE_MANAGER} upper)
-  string(APPEND FINDER_SYNC_OPTIONS " -DFINDER_SYNC_${upper}=${wanted}")
-  if(wanted)
+  set(wanted OFF)
+  if(FILE_MANAGER IN_LIST FILE_MANAGERS)
+    set(wanted ON)
     list(APPEND packages ${FILE_MANAGER}-finder-sync)
     list(APPEND components ${FILE_MANAGER})
     string(APPEND FINDER_SYNC_PLUGINS " ${FILE_MANAGER}")
@@ -52,6 +53,7 @@ foreach(FILE_MANAGER debian_need rpm_need IN ZIP_LISTS plugins debian_needs rpm_
     string(STRIP "${control}" control)
     string(APPEND FINDER_SYNC_PLUGINS_CONTROL "\n\n${control}")
   endif()
+  string(APPEND FINDER_SYNC_OPTIONS " -DFINDER_SYNC_${upper}=${wanted}")
 endforeach()
 foreach(package component IN ZIP_LISTS packages components)
   string(APPEND FINDER_SYNC_INSTALL "\n\t$(call install,${package},${component})")

@@ -1,6 +1,7 @@
 """What rpmbuild and makepkg make of the sources and the build under test."""
 
 import os
+import re
 import subprocess
 
 import pytest
@@ -42,9 +43,18 @@ def as_user(number, *command):
 def check_files(installed):
     """The same files as those of the Debian packages, but for the documents."""
     files = [file.removesuffix(".gz") for file in files_of(installed / "usr")
-             if not file.startswith(("lib/.build-id/", "share/doc/", "share/licenses/"))]
+             if not file.startswith(("lib/.build-id/", "share/licenses/"))
+             and not re.match("share/doc/[^/]*/[^/]*$", file)]
     assert files == sorted(file.removesuffix(".gz").removeprefix("usr/")
                            for files in FILES.values() for file in files)
+
+
+def test_only_the_plugins_that_are_named_are_packaged(tmp_path):
+    run(SOURCES / "scripts/package", "--source", "--output", tmp_path, "caja", "nemo")
+    control = "".join(file.read_text() for file in tmp_path.glob("*/debian/control"))
+    assert {*re.findall("Package: (.*)", control)} == FILES.keys() - {
+        "dolphin-finder-sync", "nautilus-finder-sync", "thunar-finder-sync"}
+    assert "libkf5kio-dev" not in control and "libnemo-extension-dev" in control
 
 
 def test_rpm(sources, installed, tmp_path):
