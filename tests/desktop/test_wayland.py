@@ -9,7 +9,7 @@ import struct
 import subprocess
 
 import pytest
-from conftest import line, wait_for
+from conftest import NOT_AS_ROOT, line, wait_for
 from desktops import BADGE, ENTRY_ICON, LINK, Desktop, file_manager  # noqa: F401
 from PIL import Image
 from test_file_managers import opened
@@ -67,7 +67,7 @@ class WaylandDesktop(Desktop):
         self.environment |= {"WLR_BACKENDS": "headless", "WLR_LIBINPUT_NO_DEVICES": "1",
                              "WLR_RENDERER": "pixman"}
         with open(self.folder / "sway.log", "wb") as log:
-            self.screen = subprocess.Popen(["sway", "--config", configuration],
+            self.screen = subprocess.Popen([*NOT_AS_ROOT, "sway", "--config", configuration],
                                            env=self.environment, stdout=log, stderr=log)
         names = wait_for(lambda: displays.exists() and displays.read_text().split(), "the compositor")
         self.environment |= zip(("WAYLAND_DISPLAY", "DISPLAY"), names)
@@ -98,6 +98,8 @@ def desktop(tmp_path):
     for program in "sway", "grim":
         if not shutil.which(program):
             pytest.skip(f"{program} is not installed")
+    if subprocess.run([*NOT_AS_ROOT, "true"], check=False).returncode != 0:
+        pytest.skip("sway refuses to run as root, and there are no user namespaces to hide that in")
     desktop = WaylandDesktop(tmp_path)
     try:
         yield desktop

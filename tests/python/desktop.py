@@ -4,7 +4,7 @@ import os
 import subprocess
 import threading
 
-from conftest import TIMEOUT, wait_for
+from conftest import NOT_AS_ROOT, TIMEOUT, wait_for
 from jeepney import (DBusAddress, HeaderFields, MessageType, message_bus, new_method_return,
                      new_signal)
 
@@ -89,10 +89,8 @@ class WaylandDisplay(Display):
         self.environment = {"XDG_RUNTIME_DIR": str(folder), "WAYLAND_DISPLAY": "wayland-1"}
         self.paste = ["wl-paste", "--no-newline"]
         (folder / "sway.conf").write_text("xwayland disable\n")
-        # It does not run as root.
-        user = [] if os.geteuid() else ["unshare", "--user", "--map-user=1000"]
         self.server = subprocess.Popen(
-            [*user, "sway", "--config", folder / "sway.conf"], stderr=subprocess.DEVNULL,
+            [*NOT_AS_ROOT, "sway", "--config", folder / "sway.conf"], stderr=subprocess.DEVNULL,
             env=os.environ | {"XDG_RUNTIME_DIR": str(folder), "WLR_BACKENDS": "headless",
                               "WLR_LIBINPUT_NO_DEVICES": "1", "WLR_RENDERER": "pixman"})
         wait_for((folder / "wayland-1").exists, "the compositor")
