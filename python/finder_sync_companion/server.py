@@ -5,6 +5,7 @@ import os
 import socket
 import sys
 from collections.abc import Callable, Coroutine
+from typing import TextIO
 
 from . import settings
 from .connection import Connection
@@ -17,6 +18,7 @@ _SHORTEST_PAUSE, _LONGEST_PAUSE = 0.0001, 0.005  # seconds between looks at the 
 _PAUSE_AFTER_FAILURE = 0.1  # seconds
 _LOOKS_WITHOUT_PAUSE = 50
 _FIRST_SYSTEMD_DESCRIPTOR = 3
+_TABLE = "/proc/self/net/tcp" if sys.platform == "linux" else os.devnull  # of connections
 
 
 class Server:
@@ -82,16 +84,18 @@ class Server:
         task.add_done_callback(self._tasks.discard)
 
     async def _accept(self, listener: socket.socket) -> None:
-        while True:
-            try:
-                accepted, _ = await asyncio.get_running_loop().sock_accept(listener)
-            except OSError:  # as when no descriptor is left
-                await asyncio.sleep(_PAUSE_AFTER_FAILURE)
-                continue
-            if _is_of_this_user(accepted):
-                self._run(self._serve(accepted))
-            else:
-                accepted.close()
+        # Opened beforehand: a connection that takes the last descriptor has an owner too.
+        with open(_TABLE, encoding="ascii") as table:
+            while True:
+                try:
+                    accepted, _ = await asyncio.get_running_loop().sock_accept(listener)
+                except OSError:  # as when no descriptor is left
+                    await asyncio.sleep(_PAUSE_AFTER_FAILURE)
+                    continue
+                if _is_of_this_user(accepted, table):
+                    self._run(self._serve(accepted))
+                else:
+                    accepted.close()
 
     async def _serve(self, accepted: socket.socket) -> None:
         link = _Link(accepted, self.companion)
@@ -202,7 +206,7 @@ def _socket_of_systemd() -> socket.socket | None:
     return listener
 
 
-def _is_of_this_user(accepted: socket.socket) -> bool:
+def _is_of_this_user(accepted: socket.socket, table: TextIO) -> bool:
     """By the line of the system's table of connections whose local address is the peer's."""
     if sys.platform != "linux":
         return True
@@ -210,9 +214,9 @@ def _is_of_this_user(accepted: socket.socket) -> bool:
         ends = [_as_in_table(accepted.getpeername()), _as_in_table(accepted.getsockname())]
     except OSError:
         return False  # it is gone already
-    with open("/proc/self/net/tcp", encoding="ascii") as table:
-        rows = map(str.split, table)
-        return any(row[1:3] == ends and row[7] == str(os.getuid()) for row in rows)
+    table.seek(0)
+    rows = map(str.split, table)
+    return any(row[1:3] == ends and row[7] == str(os.getuid()) for row in rows)
 
 
 def _as_in_table(address: tuple[str, int]) -> str:

@@ -3,6 +3,7 @@
 import asyncio
 import json
 import os
+import resource
 import signal
 import socket
 import subprocess
@@ -106,6 +107,25 @@ def test_a_link_that_sends_something_else_is_closed(served):
         assert link.recv(1) == b""
     wait_for(lambda: len(served.events) == 2)
     assert "JSON" in served.events[1]
+
+
+def test_an_extension_waits_for_a_descriptor(served):
+    served.set(served.companion.set_folders, ["/a"])
+    address = "127.0.0.1", served.server.port
+    limits = resource.getrlimit(resource.RLIMIT_NOFILE)
+    with socket.socket() as first, socket.socket() as second:
+        last = os.dup(first.fileno())
+        os.close(last)
+        resource.setrlimit(resource.RLIMIT_NOFILE, (last + 1, limits[1]))
+        try:
+            first.connect(address)
+            second.connect(address)
+            first.settimeout(TIMEOUT)
+            assert first.recv(1)
+        finally:
+            resource.setrlimit(resource.RLIMIT_NOFILE, limits)
+        second.settimeout(TIMEOUT)
+        assert second.recv(1)
 
 
 @pytest.mark.skipif(os.geteuid() != 0, reason="only root can be another user")
