@@ -129,7 +129,10 @@ struct Bench {
         sockaddr_in address{};
         socklen_t length = sizeof address;
         auto* const generic = reinterpret_cast<sockaddr*>(&address);
-        checked(::listen(listener.get(), 1), "listen"); // on a free port
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        checked(::bind(listener.get(), generic, sizeof address), "bind"); // to a free port
+        checked(::listen(listener.get(), 1), "listen");
         checked(::getsockname(listener.get(), generic, &length), "getsockname");
         writePort(ntohs(address.sin_port));
         Extension extension(program);

@@ -47,8 +47,10 @@ async def follow(command: Sequence[str], found: Callable[[Sequence[Folder]], Non
             return
         if clock() - started > LONGEST_PAUSE:
             pause, said = 1.0, ""
-        if failure != said or pause == 8:
-            await failed(failure, pause == 8)
+        if failure != said:
+            await failed(failure, False)
+        if pause == 8:
+            await failed(failure, True)
         said = failure
         await asyncio.sleep(pause)
         pause = min(2 * pause, LONGEST_PAUSE)

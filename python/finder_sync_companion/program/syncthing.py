@@ -58,10 +58,9 @@ class _Rest:
         host, _, port = gui.findtext("address", "").rpartition(":")
         self._key = gui.findtext("apikey", "")
         self._url = f"{scheme}://{'127.0.0.1' if host in ('', '0.0.0.0', '[::]') else host}:{port}"
-        trust = ssl.create_default_context()
+        certificate = self._file.with_name("https-cert.pem") if scheme == "https" else None
+        trust = ssl.create_default_context(cafile=certificate)  # and no other
         trust.check_hostname = False  # its certificate, of its own making, is not made out to an address
-        if scheme == "https":
-            trust.load_verify_locations(self._file.with_name("https-cert.pem"))
         self._opener = urllib.request.build_opener(
             urllib.request.ProxyHandler({}), urllib.request.HTTPSHandler(context=trust))
 
