@@ -208,7 +208,8 @@ struct Report {
     std::int64_t blocksAtEnd; ///< when the process has exited; -1 before that
     /// Of the text: a line for each call and allocation, and one for each failure.
     std::atomic<std::uint64_t> length;
-    char text[std::size_t{1} << 18];
+    /// Room for the system's table of sockets, read byte by byte; what is not written takes none.
+    char text[std::size_t{1} << 24];
 };
 
 Report* report = nullptr;

@@ -19,7 +19,7 @@ BUILD = pathlib.Path(os.environ["FINDER_SYNC_BIN"]).parent
 LIBRARY = BUILD / "tests" / "libfailing-calls.so"
 BUFFER_SIZE = 1024
 REPORT = struct.Struct("<16xqQ")  # without what the heap holds now
-REPORT_SIZE = REPORT.size + (1 << 18)
+REPORT_SIZE = REPORT.size + (1 << 24)
 TIMEOUT = 5  # seconds until it counts as hanging; a whole session takes 50 ms
 ANSWER_TIMEOUT = 0.5  # seconds until an answer counts as dropped
 
@@ -49,12 +49,14 @@ class Report:
     """What the library has written of one process."""
 
     def __init__(self, file):
-        report = file.read_bytes()
-        self.blocks_at_end, length = REPORT.unpack_from(report)
+        with file.open("rb") as report:
+            self.blocks_at_end, length = REPORT.unpack(report.read(REPORT.size))
+            lines = report.read(length).decode().splitlines()
+        assert REPORT.size + length <= REPORT_SIZE, "the report has no room for every call"
         self.calls = []
         self.allocations = []  # the objects whose code made them
         self.failed = []  # lines about what has failed
-        for text in report[REPORT.size:REPORT.size + length].decode().splitlines():
+        for text in lines:
             words = text.split()
             if words[0] == "call":
                 number, function, ways, argument = words[1:]
@@ -74,7 +76,8 @@ class Report:
 
 def preloaded(orders, report_file):
     """The environment in which a program's calls fail, and an empty report."""
-    report_file.write_bytes(bytes(REPORT_SIZE))
+    report_file.write_bytes(b"")
+    os.truncate(report_file, REPORT_SIZE)
     return {"LD_PRELOAD": str(LIBRARY), "LD_BIND_NOW": "1", "FAILING_CALLS": orders,
             "FAILING_CALLS_REPORT": str(report_file)}
 
