@@ -15,11 +15,12 @@ SWITCHED_OFF = ("globalAnnounceEnabled", "localAnnounceEnabled", "relaysEnabled"
 
 
 class Syncthing:
-    def __init__(self, session, uses_tls=False):
+    def __init__(self, session, place="config/syncthing", uses_tls=False):
         self.session = session
-        subprocess.run(["syncthing", "generate", "--no-default-folder", "--skip-port-probing"],
+        self.settings = session.home / place / "config.xml"
+        self.home = f"--home={self.settings.parent}"
+        subprocess.run(["syncthing", "generate", self.home, "--no-default-folder", "--skip-port-probing"],
                        env=session.environment, check=True, capture_output=True)
-        self.settings = session.home / "config/syncthing/config.xml"
         with socket.create_server(("127.0.0.1", 0)) as free:
             address = f"127.0.0.1:{free.getsockname()[1]}"
         self.url = f"{'https' if uses_tls else 'http'}://{address}"
@@ -33,7 +34,8 @@ class Syncthing:
         self.settings.write_text(re.sub(pattern, replacement, self.settings.read_text()))
 
     def start(self):
-        self.session.start("/usr/bin/syncthing", "serve", "--no-browser", "--no-restart", "--no-upgrade")
+        self.session.start("/usr/bin/syncthing", "serve", self.home, "--no-browser", "--no-restart",
+                           "--no-upgrade")
         wait_for(self.answers, "Syncthing")
 
     def answers(self):

@@ -94,7 +94,7 @@ def test_the_folders_of_syncthing(companion):
     (programs / "xdg-open").write_text(f'#!/bin/sh\necho "$1" >{programs}/opened\n')
     (programs / "xdg-open").chmod(0o755)
     session.environment["PATH"] = f"{programs}:{session.environment['PATH']}"
-    syncthing = Syncthing(session, uses_tls=True)
+    syncthing = Syncthing(session, "state/syncthing", uses_tls=True)  # as newer ones have it
     syncthing.start()
     companion.start(example("syncthing", **{"http://127.0.0.1:8384": syncthing.url}),
                     https_proxy="http://127.0.0.1:1")
@@ -121,7 +121,8 @@ def test_the_folders_of_syncthing(companion):
 @needs("syncthing")
 def test_what_is_wrong_with_syncthing_is_said_once(companion):
     session = companion.session
-    syncthing = Syncthing(session)
+    syncthing = Syncthing(session, "moved")
+    session.environment["STHOMEDIR"] = str(syncthing.settings.parent)
     companion.start(example("syncthing"))
     program = "finder-sync-companion syncthing-folders"
     reason = f"Syncthing does not answer at {syncthing.url}: Connection refused"
@@ -134,8 +135,10 @@ def test_what_is_wrong_with_syncthing_is_said_once(companion):
     assert run(session, "syncthing-folders") == (
         1, "", f"Syncthing at {syncthing.url} does not take the API key that is in {syncthing.settings}\n")
     shutil.rmtree(syncthing.settings.parent)
+    files = [syncthing.settings, *(session.home / f"{place}/syncthing/config.xml"
+                                   for place in ("config", "state"))]
     assert run(session, "syncthing-folders") == (
-        1, "", f"there is no {syncthing.settings}: has Syncthing been started?\n")
+        1, "", f"there is no {' and no '.join(map(str, files))}: has Syncthing been started?\n")
 
 
 @needs("git-annex")

@@ -1,5 +1,6 @@
 """The folders of the user's Syncthing, by its REST interface."""
 
+import http.client
 import json
 import os
 import pathlib
@@ -38,16 +39,23 @@ def rescan(folder: str, path: str) -> None:
     _Rest().ask(f"db/scan?{words}", method="POST")
 
 
+def _settings() -> pathlib.Path:
+    moved = filter(None, map(os.environ.get, ("STCONFDIR", "STHOMEDIR")))
+    state = pathlib.Path(os.environ.get("XDG_STATE_HOME") or "~/.local/state").expanduser()
+    # Older versions keep everything among the settings, and newer ones go on with what is there.
+    places = [*map(pathlib.Path, moved), config_home() / "syncthing", state / "syncthing"]
+    files = [place / "config.xml" for place in places]
+    for file in files:
+        if file.exists():
+            return file
+    raise OSError(f"there is no {' and no '.join(map(str, files))}: has Syncthing been started?")
+
+
 class _Rest:
     """The interface, where and with which key Syncthing's own settings say. Raises OSError."""
 
     def __init__(self) -> None:
-        state = pathlib.Path(os.environ.get("XDG_STATE_HOME") or "~/.local/state").expanduser()
-        # Older versions keep everything among the settings, and newer ones go on with what is there.
-        places = [home / "syncthing/config.xml" for home in (config_home(), state)]
-        self._file = next(filter(pathlib.Path.exists, places), None)
-        if not self._file:
-            raise OSError(f"there is no {places[0]}: has Syncthing been started?")
+        self._file = _settings()
         try:
             gui = xml.etree.ElementTree.parse(self._file).find("gui")
         except xml.etree.ElementTree.ParseError as error:
@@ -75,7 +83,7 @@ class _Rest:
                 raise OSError(f"Syncthing at {self._url} does not take the API key that is in "
                               f"{self._file}") from None
             raise OSError(f"Syncthing at {self._url}: {error.read().decode(errors='replace')}") from None
-        except (OSError, ValueError) as error:
+        except (OSError, ValueError, http.client.HTTPException) as error:
             reason = getattr(error, "reason", error)
             raise OSError(f"Syncthing does not answer at {self._url}: "
                           f"{getattr(reason, 'strerror', None) or reason}") from None
