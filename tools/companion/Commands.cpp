@@ -1,11 +1,9 @@
 #include "tools/companion/Commands.h"
 
-#include "finder_sync_companion/Companion.h"
-#include "tools/console/JSON.h"
+#include "companion/Messages.h"
 #include "tools/console/Text.h"
 
 #include <algorithm>
-#include <initializer_list>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -16,17 +14,10 @@ namespace {
 
 constexpr std::string_view blanks = " \t";
 
-using Member = std::pair<std::string_view, std::string_view>;
-
-/// A message of this type, whose members are all strings; a refusal when it is too long.
-Command sendMessage(std::string_view type, std::initializer_list<Member> members) {
-    std::vector<console::JSONMember> object = {{"type", console::jsonString(type)}};
-    for (const auto& [name, value] : members)
-        object.emplace_back(name, console::jsonString(value));
-    std::string line = console::jsonObject(object);
-    const std::size_t size = line.size() + 1;
-    if (size > finder_sync::blockSize)
-        return Refusal{"the message takes " + std::to_string(size) +
+/// A message; a refusal when it is too long.
+Command sendMessage(std::string line) {
+    if (line.size() > finder_sync::blockSize)
+        return Refusal{"the message takes " + std::to_string(line.size()) +
                        " bytes with its line end, and the extension reads no more than " +
                        std::to_string(finder_sync::blockSize) +
                        " at once: it is not sent (\"raw\" sends it anyway)"};
@@ -79,51 +70,49 @@ std::optional<std::vector<std::string>> splitIntoWords(std::string_view text) {
     }
 }
 
-/// A message with the path of a folder. A path that is not absolute is sent all the same.
-Command sendFolder(std::string_view type, std::string_view path) {
-    Command command = sendMessage(type, {{"path", path}});
-    if (auto* const message = std::get_if<Send>(&command);
-        message != nullptr && !path.starts_with('/'))
-        message->warning = path.starts_with('~')
-                               ? "\"~\" is not replaced by your home here"
-                               : "the path is not absolute; the extension takes it as it stands";
+/// The message has the path of a folder. A path that is not absolute is sent all the same.
+Command sendFolder(std::string message, std::string_view path) {
+    Command command = sendMessage(std::move(message));
+    if (auto* const send = std::get_if<Send>(&command); send != nullptr && !path.starts_with('/'))
+        send->warning = path.starts_with('~')
+                            ? "\"~\" is not replaced by your home here"
+                            : "the path is not absolute; the extension takes it as it stands";
     return command;
 }
 
 // The commands. `rest` is what follows the name and one blank.
 
 Command addFolder(std::string_view rest) {
-    return sendFolder("add_folder", rest);
+    return sendFolder(finder_sync::addFolder(rest), rest);
 }
 
 Command deleteFolder(std::string_view rest) {
     if (rest.empty())
         return Refusal{"del_folder needs the path of a folder"};
-    return sendFolder("del_folder", rest);
+    return sendFolder(finder_sync::deleteFolder(rest), rest);
 }
 
 Command setLocale(std::string_view rest) {
-    const auto words = splitIntoWords(rest);
+    auto words = splitIntoWords(rest);
     if (!words)
         return Refusal{"a quote or a backslash has no end"};
     if (words->size() != 3)
         return Refusal{
             "set_locale needs three titles, not " + std::to_string(words->size()) +
             "; put those with spaces into quotes: set_locale \"Share with\" Link Backup"};
-    return sendMessage("set_locale", {{"shareContactTitle", (*words)[0]},
-                                      {"shareViaUrlTitle", (*words)[1]},
-                                      {"backupTitle", (*words)[2]}});
+    return sendMessage(finder_sync::setLocale(
+        {std::move((*words)[0]), std::move((*words)[1]), std::move((*words)[2])}));
 }
 
 Command setMenuUsage(std::string_view rest) {
     const std::string_view value = withoutTrailingBlanks(rest);
     if (value != "0" && value != "1")
         return Refusal{"set_menu_usage needs 0 or 1"};
-    return sendMessage("set_menu_usage", {{"displayBackup", value}});
+    return sendMessage(finder_sync::setMenuUsage(value == "1"));
 }
 
 Command sendRaw(std::string_view rest) {
-    return Send{std::string(rest), true,
+    return Send{std::string(rest) + '\n', true,
                 console::isUTF8(rest) ? "" : "the line is not valid UTF-8, but it is sent"};
 }
 
@@ -176,8 +165,8 @@ Command parseCommand(std::string_view line) {
 std::string outboundLine(const Send& message, bool isPadded) {
     std::string line = message.line;
     if (isPadded && !message.isRaw)
-        line.append(finder_sync::blockSize - 1 - line.size(), ' ');
-    return line += '\n';
+        line.insert(line.size() - 1, finder_sync::blockSize - line.size(), ' ');
+    return line;
 }
 
 std::string helpOnCommands() {

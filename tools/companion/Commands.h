@@ -11,7 +11,7 @@ namespace companion {
 /// A blank line or a remark.
 struct Nothing {};
 
-/// A line for the extension, without its LF. A raw one is sent unchanged.
+/// A line for the extension, with its LF. A raw one is sent unchanged.
 struct Send {
     std::string line;
     bool isRaw = false;
@@ -32,8 +32,8 @@ using Command = std::variant<Nothing, Send, ShowHelp, Quit, Refusal>;
 /// Parses one line of input, without its LF. A bad line gives a `Refusal`.
 [[nodiscard]] Command parseCommand(std::string_view line);
 
-/// The line as it is sent: with its LF and, when padded, with spaces before the LF up to a whole
-/// block, so that no read of the extension can hold parts of two lines.
+/// The line as it is sent: when padded, with spaces before its LF up to a whole block, so that no
+/// read of the extension can hold parts of two lines.
 [[nodiscard]] std::string outboundLine(const Send& message, bool isPadded);
 
 /// One line for each command.
