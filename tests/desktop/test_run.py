@@ -1,4 +1,4 @@
-"""scripts/run on a desktop: a file manager on a folder of the companion for everybody."""
+"""scripts/run on a terminal: at its prompt, and on a desktop."""
 
 import os
 import shutil
@@ -40,10 +40,34 @@ def clipboard(desktop):
                           capture_output=True, text=True).stdout
 
 
+@pytest.fixture(autouse=True)
+def only_the_release_build():
+    if os.environ["FINDER_SYNC_BIN"] != str(SOURCES / "build/release/bin"):
+        pytest.skip("scripts/run builds and starts the release build, and this is another")
+
+
+def test_at_a_prompt_one_is_the_companion(session, terminal):
+    run = subprocess.Popen([SOURCES / "scripts/run", "--prompt"],
+                           env=session.environment | {"TERM": "xterm"}, **terminal.streams())
+    try:
+        terminal.wait_for("type - add_folder", timeout=60)
+        commands, folder = (terminal.wait_for(pattern)[1].replace("\r", "") for pattern in (
+            "(?s)in another terminal:(.*)Type ", r"announced to the extension:\s*(\S.*)\r"))
+        shown = subprocess.run(["bash", "-ec", commands], capture_output=True, text=True, check=True)
+        assert folder in shown.stdout and "createLinkClicked:" in shown.stdout
+        terminal.wait_for(f'{{"items":."{folder}/Letter to é.txt".,"type":"clicked_create_url_link"}}')
+        terminal.type(f"del_folder {folder}\n")
+        terminal.wait_for("type - del_folder")
+        terminal.type("quit\n")
+        assert run.wait(20) == 0
+    finally:
+        run.terminate()
+        run.wait()
+    assert not os.path.exists(folder)
+
+
 @pytest.mark.skipif(not shutil.which("caja"), reason="caja is not installed")
 def test_caja_shows_the_demonstration(desktop, terminal):
-    if desktop.programs.parent.name != "release":
-        pytest.skip("scripts/run builds and starts the release build, and this is another")
     address_file = name_services(desktop)
     run = subprocess.Popen([SOURCES / "scripts/run", "--with", "caja"], env=desktop.environment,
                            **terminal.streams())
