@@ -202,7 +202,7 @@ def toggled(session, report, roots):
 
         # On one bus, the second Caja would open its window in the first.
         yield (Toggled(stack, bench, bench.empty, invalidate,
-                       BENCH_EMBLEM=f"{session.group}.FolderIco",
+                       BENCH_EMBLEM=f"emblem-{session.group}.FolderIco",
                        DBUS_SESSION_BUS_ADDRESS="disabled:"),
                Toggled(stack, bench, bench.ours, announce))
 
