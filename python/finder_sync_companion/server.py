@@ -1,6 +1,7 @@
 """Serves every extension of the user, on asyncio's event loop."""
 
 import asyncio
+import errno
 import os
 import socket
 import sys
@@ -203,6 +204,9 @@ def _socket_of_systemd() -> socket.socket | None:
         return None
     listener = socket.socket(fileno=_FIRST_SYSTEMD_DESCRIPTOR)
     listener.set_inheritable(False)
+    if listener.family != socket.AF_INET:
+        raise OSError(errno.EAFNOSUPPORT, os.strerror(errno.EAFNOSUPPORT))
+    listener.listen()
     return listener
 
 

@@ -27,7 +27,7 @@ def write(group: str, values: Mapping[str, str | int]) -> None:
     it is left as it is then.
     """
     path = file_of(group)
-    merged = {**_read(path), **values}
+    merged = {**read(group), **values}
     path.parent.mkdir(parents=True, exist_ok=True)
     descriptor, temporary = tempfile.mkstemp(prefix=path.name, dir=path.parent)  # of mode 0600
     try:
@@ -42,12 +42,14 @@ def write(group: str, values: Mapping[str, str | int]) -> None:
         raise
 
 
-def _read(path: pathlib.Path) -> dict[str, Any]:
+def read(group: str) -> dict[str, Any]:
+    """What is in the file, nothing if there is none. Raises as `write` does."""
+    path = file_of(group)
     try:
         values = json.loads(path.read_text(encoding="utf-8"))
     except FileNotFoundError:
         return {}
-    except ValueError as error:
+    except (ValueError, RecursionError) as error:
         raise ValueError(f"{path} is malformed: {error}") from None
     if not isinstance(values, dict):
         raise ValueError(f"{path} is malformed: it is not a JSON object")

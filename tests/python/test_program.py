@@ -4,11 +4,12 @@ import json
 import pathlib
 import re
 import shutil
+import socket
 import subprocess
 
 import pytest
 from conftest import BUS_NAME, NOT_AS_ROOT, TIMEOUT, wait_for
-from finder_sync_companion.program import configuration
+from finder_sync_companion.program import configuration, sources
 
 from .desktop import Display, Notifications, WaylandDisplay
 
@@ -88,12 +89,16 @@ def test_the_first_steps(session):
     ('link = 1', '1:1: "link" is not a table'),
     ('source = 1', '1:1: "source" is not a table'),
     ('[source]\ncommand = ["a"]\ntitle = "b"', '3:1: unknown key "title"; there are "command"'),
+    ('folders = ["/a", ""]', "1:1:  is not an absolute path"),
+    ("\n# \udcff", "2:3: a byte is no UTF-8"),
+    ("a = " + 5000 * "9", "1:5005: Exceeds the limit"),
+    ("a = " + 5000 * "[", "1:5005: maximum recursion depth exceeded"),
     ('folders = ["/nowhere"]\n[link]\ncommand = ["no-such-program"]', "1:12: there is no folder"),
     ('[link]\n command = ["no-such-program"]', "2:13: there is no program no-such-program"),
-])
+], ids=lambda text: text[:50])
 def test_check_says_what_is_wrong_and_where(session, text, problem):
     file = session.home / "settings.toml"
-    file.write_text(text, encoding="utf-8")
+    file.write_text(text, encoding="utf-8", errors="surrogateescape")
     status, output, _ = run(session, "--settings", str(file), "check")
     assert status == 1 and f"{file}:{problem}" in output
 
@@ -155,6 +160,26 @@ def test_what_fails_is_told(companion):
     companion.notifications.wait_for("Failed: a", "/nowhere: No such file or directory")
 
 
+def test_odd_commands(companion):
+    companion.start("""folders = ["~/Sync"]
+        [backup]
+        command = ["sh", "-c", '''
+        case $1 in
+        leaves*) sleep 60 & ;;
+        closes) exec >&- 2>&-; exit 3 ;;
+        prints) head -c 100000000 /dev/zero ;;
+        esac''', "sh", "{relative}"]
+        """)
+    for name, *shown in [("leaves\n<0>another", "Done", "leaves\n&lt;0&gt;another"),
+                         ("closes", "Failed: closes", "exit status 3"), ("prints", "Done", "prints")]:
+        companion.pick("backupClicked:", companion.folder / name)
+        companion.notifications.wait_for(*shown)
+    assert f"{companion.folder}/leaves\\n<0>another: Done\n" in companion.process.error()
+    companion.folder.rmdir()
+    companion.pick("backupClicked:", companion.folder / "a")
+    companion.notifications.wait_for("Failed: a", f"{companion.folder}: No such file or directory")
+
+
 def test_a_long_command_shows_progress_and_can_be_cancelled(companion):
     companion.start('''folders = ["~/Sync"]
         [backup]
@@ -176,9 +201,12 @@ def test_an_edited_file_is_taken_over_and_a_wrong_one_is_not(companion):
     session = companion.session
     session.wait_for_value("pathsOfRootFolders", [str(companion.folder)])
     assert session.get("displayBackup") == 0
-    companion.settings.write_text('folders = [1]')
+    status, _, error = run(session)
+    assert status == 1 and "Does the program run already?" in error
+    companion.settings.write_text('folders = [1]\n"\\u0000" = 1')
     companion.notifications.wait_for(
         "The settings are wrong",
+        f'{companion.settings}:1:1: unknown key ""; there are "backup", "folders", "link", "source"\n'
         f"{companion.settings}:1:12: a folder is a text, or a table with the texts path and name")
     assert session.get("pathsOfRootFolders") == [str(companion.folder)]
     companion.settings.write_text('folders = ["/a", "/b"]\n[backup]\ncommand = ["true"]')
@@ -228,6 +256,12 @@ def test_a_program_that_fails_is_run_again_and_its_folders_stay(companion):
     wait_for(lambda: (session.home / "ends").read_text() == "\n\n", "the end of the program")
 
 
+@pytest.mark.parametrize("line", [b"{}", b"[1]", b"\xff", 100000 * b"["], ids=lambda line: str(line[:9]))
+def test_a_line_that_is_no_list_of_folders(line):
+    with pytest.raises(ValueError):
+        sources._folders_of(line)  # pylint: disable=protected-access
+
+
 def test_systemd_starts_it_when_the_extension_connects(companion):
     session = companion.session
     peer = session.listen()
@@ -239,6 +273,17 @@ def test_systemd_starts_it_when_the_extension_connects(companion):
     program = session.start("finder-sync-companion", stdin=peer.listener)
     session.wait_for_value("pathsOfRootFolders", [str(companion.folder)])
     assert f"listening on 127.0.0.1:{peer.port}\n" in program.error()
+
+
+@pytest.mark.parametrize("family, kind", [
+    (socket.AF_INET, socket.SOCK_DGRAM), (socket.AF_INET6, socket.SOCK_STREAM),
+    (socket.AF_UNIX, socket.SOCK_STREAM)])
+def test_systemd_has_to_pass_a_socket_that_extensions_can_reach(session, family, kind):
+    session.wrapper = ["sh", "-c", 'LISTEN_PID=$$ LISTEN_FDS=1 exec "$0" 3<&0']
+    with socket.socket(family, kind) as passed:
+        program = session.start("finder-sync-companion", stdin=passed)
+        assert program.wait() == 1
+    assert re.fullmatch("port 0 of 127.0.0.1 cannot be had: .* not supported.*\n", program.error())
 
 
 def test_enable_gives_systemd_a_port_of_the_users_own_and_keeps_it(companion):

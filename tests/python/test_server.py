@@ -161,7 +161,7 @@ def test_it_writes_the_settings_and_has_the_extension_connect(session, served, m
     assert "cannot be started" in served.run(restart_extension(GROUP, "/nowhere"))
 
 
-@pytest.mark.parametrize("text", ["{", "[]", "\xff"])
+@pytest.mark.parametrize("text", ["{", "[]", "\xff", "[" * 100000], ids=lambda text: text[:9])
 def test_malformed_settings_are_left_alone(session, monkeypatch, text):
     monkeypatch.setenv("XDG_CONFIG_HOME", session.environment["XDG_CONFIG_HOME"])
     session.store_settings(text.encode("latin-1"))

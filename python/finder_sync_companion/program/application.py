@@ -1,7 +1,7 @@
 """The companion that runs: tells folders and titles, and runs commands for what users pick."""
 
 import asyncio
-import json
+import errno
 import pathlib
 from collections.abc import Callable, Coroutine, Iterable, Sequence
 from typing import Any
@@ -54,7 +54,7 @@ class Application:
     async def enable(self) -> None:
         """Has systemd listen on the port in the program's place, and start it when the extension
         connects. Raises as `run` does, and also when the settings are missing or wrong."""
-        loaded, problems = configuration.parse(self._file.read_text(encoding="utf-8"))
+        loaded, problems = configuration.parse(configuration.read(self._file))
         if problems:
             raise ValueError("\n".join(described(self._file, problems)))
         self._set_entries(loaded)
@@ -72,8 +72,8 @@ class Application:
         try:
             await self._server.start(port)
         except OSError as error:
-            raise OSError(f"port {port} of 127.0.0.1 cannot be had: {error.strerror}. "
-                          "Does the program run already?") from None
+            hint = ". Does the program run already?" if error.errno == errno.EADDRINUSE else ""
+            raise OSError(f"port {port} of 127.0.0.1 cannot be had: {error.strerror}{hint}") from None
         log(f"listening on 127.0.0.1:{self._server.port}")
 
     async def _close(self) -> None:
@@ -84,10 +84,7 @@ class Application:
 
     def _port_of_settings(self) -> int:
         """The port of the last time, so that an extension that starts first knows it."""
-        try:
-            port = json.loads(settings.file_of(self._group).read_text(encoding="utf-8"))["ServerPort"]
-        except (OSError, ValueError, KeyError, TypeError):
-            return 0
+        port = settings.read(self._group).get("ServerPort")
         return port if isinstance(port, int) and 0 < port < 65536 else 0
 
     async def _have_extension_connect(self) -> None:
@@ -96,42 +93,40 @@ class Application:
             await asyncio.wait_for(self._is_connected.wait(), CONNECTION_TIME)
         except asyncio.TimeoutError:
             if failure := await restart_extension(self._group, self._control_program):
-                log(failure)
+                log(*failure.splitlines())
 
     def _connected(self) -> None:
         self._is_connected.set()
         log("the extension has connected")
 
     async def _watch_file(self) -> None:
-        text = self._read()
-        if text is None:
-            log(configuration.how_to_begin(self._file))
-        else:
-            await self._take_over(text)
+        text = None
         while True:
-            await asyncio.sleep(FILE_INTERVAL)
-            edited = self._read()
-            if edited is not None and edited != text:
+            try:
+                edited = configuration.read(self._file)
+            except OSError as error:  # as when an editor is about to put it in place
+                if text is None:
+                    log(configuration.how_to_begin(self._file)
+                        if isinstance(error, FileNotFoundError) else str(error))
+                edited = text = text or ""
+            if edited != text:
                 text = edited
                 await self._take_over(edited)
-
-    def _read(self) -> str | None:
-        """None while it is not there, as when an editor is about to put it in place."""
-        try:
-            return self._file.read_text(encoding="utf-8")
-        except (OSError, UnicodeDecodeError):
-            return None
+            await asyncio.sleep(FILE_INTERVAL)
 
     async def _take_over(self, text: str) -> None:
         """Keeps what was there while something is wrong with the file."""
         loaded, problems = configuration.parse(text)
         if problems:
-            lines = "\n".join(described(self._file, problems))
-            log(lines)
-            await desktop.Notification().show(self._translate("The settings are wrong"), lines)
+            lines = described(self._file, problems)
+            log(*lines)
+            await desktop.Notification().show(self._translate("The settings are wrong"), "\n".join(lines))
         else:
             self._apply(loaded)
-            self._server.write_settings(self._group)
+            try:
+                self._server.write_settings(self._group)
+            except (OSError, ValueError) as error:
+                log(str(error))
             log(f"{self._file} has been read")
 
     def _apply(self, loaded: Configuration) -> None:

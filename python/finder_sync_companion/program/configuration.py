@@ -71,14 +71,21 @@ def how_to_begin(file: pathlib.Path) -> str:
             f'&& finder-sync-companion example >{file}"')
 
 
+def read(file: pathlib.Path) -> str:
+    """The text of a settings file; a byte that is no UTF-8 is a lone surrogate. Raises OSError."""
+    return file.read_text(encoding="utf-8", errors="surrogateescape")
+
+
 def parse(text: str, looks_at_machine: bool = False) -> tuple[Configuration, list[Problem]]:
     """The settings, and what is wrong with them; they are of use only if nothing is.
 
     What they name and the machine does not have is found as well if that is wished.
     """
+    if stray := re.search("[\ud800-\udfff]", text):
+        return Configuration(), [_problem_at(text, stray.start(), "a byte is no UTF-8")]
     try:
         values = tomllib.loads(text)
-    except tomllib.TOMLDecodeError as error:
+    except (ValueError, RecursionError) as error:  # the latter by lists in lists in lists
         return Configuration(), [_problem_of_syntax(text, str(error))]
     reader = _Reader(text, looks_at_machine)
     reader.check_keys(values, None, {"folders", "source", "link", "backup"})
@@ -101,9 +108,12 @@ def _problem_of_syntax(text: str, message: str) -> Problem:
     place = re.search(r" \(at (?:line (\d+), column (\d+)|end of document)\)$", message)
     if place and place[1]:
         return Problem(int(place[1]), int(place[2]), message[:place.start()])
-    last_line = text.count("\n") + 1
-    column = len(text) - (text.rfind("\n") + 1) + 1
-    return Problem(last_line, column, message[:place.start()] if place else message)
+    return _problem_at(text, len(text), message[:place.start()] if place else message)
+
+
+def _problem_at(text: str, position: int, what: str) -> Problem:
+    column = position - (text.rfind("\n", 0, position) + 1) + 1
+    return Problem(text.count("\n", 0, position) + 1, column, what)
 
 
 class _Reader:
@@ -115,10 +125,7 @@ class _Reader:
         self.problems: list[Problem] = []
 
     def complain(self, what: str, table: str | None, key: str, value: str = "") -> None:
-        position = self._position(table, key, value)
-        line = self._text.count("\n", 0, position) + 1
-        column = position - (self._text.rfind("\n", 0, position) + 1) + 1
-        self.problems.append(Problem(line, column, what))
+        self.problems.append(_problem_at(self._text, self._position(table, key, value), what))
 
     def _position(self, table: str | None, key: str, value: str) -> int:
         """Where the value stands, or else the key, or else its table."""

@@ -24,8 +24,11 @@ async def copy(text: str) -> None:
         if not os.environ.get(display) or not shutil.which(command[0]):
             continue
         # The program goes on in the background, until another takes the clipboard.
-        child = await asyncio.create_subprocess_exec(*command, stdin=_PIPE, stdout=_NULL,
-                                                     stderr=_NULL)
+        try:
+            child = await asyncio.create_subprocess_exec(*command, stdin=_PIPE, stdout=_NULL,
+                                                         stderr=_NULL)
+        except OSError:
+            continue
         assert child.stdin
         child.stdin.write(text.encode())
         child.stdin.close()
@@ -46,12 +49,12 @@ class Notification:
                    on_cancel: Callable[[], object] | None = None) -> None:
         """Shows it, or other texts in its place, with a button if there is something to cancel."""
         self._stop_waiting()
+        title, body = title.replace("\0", ""), html.escape(body.replace("\0", ""), quote=False)
         options = ["--app-name", "finder-sync-companion", "--print-id", "--replace-id",
                    self._number, *(["--action", f"cancel={cancel}"] if on_cancel else [])]
         try:
             child = await asyncio.create_subprocess_exec(
-                "notify-send", *options, "--", title, html.escape(body, quote=False),
-                stdin=_NULL, stdout=_PIPE, stderr=_NULL)
+                "notify-send", *options, "--", title, body, stdin=_NULL, stdout=_PIPE, stderr=_NULL)
         except OSError:
             return  # without notifications, the log says the same
         assert child.stdout

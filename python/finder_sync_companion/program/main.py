@@ -55,14 +55,14 @@ def main(group: str = "com.example.companion", control_program: str = "finderctl
         log(configuration.how_to_begin(arguments.settings) if is_settings else str(error))
         return 1
     except (OSError, ValueError) as error:
-        log(str(error))
+        log(*str(error).splitlines())
         return 1
     return 0
 
 
 def check(file: pathlib.Path) -> int:
     """Says what is wrong with the file, and what it names that is not there."""
-    _, problems = configuration.parse(file.read_text(encoding="utf-8"), looks_at_machine=True)
+    _, problems = configuration.parse(configuration.read(file), looks_at_machine=True)
     lines = described(file, problems)
     print("\n".join(lines or [f"{file}: nothing is wrong"]))
     return 1 if lines else 0

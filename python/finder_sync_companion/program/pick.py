@@ -30,7 +30,8 @@ class Pick:
         try:
             command = await Command.start(words, folder.path)
         except (OSError, ValueError) as error:
-            await self.fail(f"{words[0]}: {getattr(error, 'strerror', None) or error}")
+            missing = getattr(error, "filename", None) or words[0]  # or the folder
+            await self.fail(f"{missing}: {getattr(error, 'strerror', None) or error}")
             return
         task = asyncio.current_task()
         assert task

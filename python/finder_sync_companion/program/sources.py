@@ -26,7 +26,8 @@ def folder_of(value: Any) -> Folder:
     path, name = table.get("path"), table.get("name", "")
     if table.keys() - {"path", "name"} or not isinstance(path, str) or not isinstance(name, str):
         raise ValueError("a folder is a text, or a table with the texts path and name")
-    expanded = os.path.expanduser(path).rstrip("/") or "/"
+    expanded = os.path.expanduser(path)
+    expanded = expanded.rstrip("/") or expanded[:1]
     return Folder(expanded, name or os.path.basename(expanded))
 
 
@@ -71,7 +72,7 @@ async def _run(command: Sequence[str], found: Callable[[Sequence[Folder]], None]
 def _folders_of(line: bytes) -> list[Folder]:
     try:
         values = json.loads(line)
-    except ValueError:
+    except (ValueError, RecursionError):
         values = None
     if not isinstance(values, list):
         raise ValueError("each line has to be a list of folders in JSON, and this one is not: "
