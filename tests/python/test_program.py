@@ -291,9 +291,13 @@ def test_enable_gives_systemd_a_port_of_the_users_own_and_keeps_it(companion):
     programs = session.home / "bin"
     programs.mkdir()
     (programs / "systemctl").write_text('#!/bin/sh\necho "$@" >>$HOME/calls\n')
-    (programs / "systemctl").chmod(0o755)
-    session.environment["PATH"] = f"{programs}:{session.environment['PATH']}"
+    path = session.environment["PATH"]
+    session.environment["PATH"] = f"{programs}:{session.programs}"
+    (programs / "python3").symlink_to("/usr/bin/python3")
     companion.settings.write_text('folders = ["~/Sync"]\n[link]\ntitle = "Web page"\ncommand = ["true"]')
+    assert "start finder-sync-companion with the session" in run(session, "enable")[2]
+    (programs / "systemctl").chmod(0o755)
+    session.environment["PATH"] = f"{programs}:{path}"
     ports = set()
     for _ in range(2):
         status, _, error = run(session, "enable")

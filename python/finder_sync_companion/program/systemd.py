@@ -13,6 +13,11 @@ async def enable_socket(port: int) -> None:
     drop_in.parent.mkdir(parents=True, exist_ok=True)
     drop_in.write_text(f"[Socket]\nListenStream=127.0.0.1:{port}\n", encoding="ascii")
     for words in (["daemon-reload"], ["enable", "--quiet", SOCKET], ["restart", SOCKET]):
-        child = await asyncio.create_subprocess_exec("systemctl", "--user", *words)
-        if await child.wait() != 0:
-            raise OSError(f"systemctl --user {' '.join(words)} has failed")
+        try:
+            child = await asyncio.create_subprocess_exec("systemctl", "--user", *words)
+            has_failed = await child.wait() != 0
+        except OSError:
+            has_failed = True
+        if has_failed:
+            raise OSError(f"systemctl --user {' '.join(words)} has failed: without systemd, start "
+                          "finder-sync-companion with the session instead")
