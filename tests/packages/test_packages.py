@@ -163,6 +163,12 @@ def test_a_plugin_asks_for_its_file_manager_and_for_no_product(packages, package
     assert not [name for name in asked if name.startswith("finder-sync")]
 
 
+def test_dolphins_plugin_asks_for_what_draws_its_badge(packages):
+    plugin = f"{KDE_PLUGINS.split('/')[0]}/plugins/iconengines/libqsvgicon.so"
+    owner = run("dpkg", "-S", f"*/{plugin}").split(":")[0]
+    assert owner in depends(packages["dolphin-finder-sync"])
+
+
 def test_no_file_knows_where_it_was_built(unpacked):
     source = str(BUILD.parent.parent).encode()
     for file in files_of(unpacked):
