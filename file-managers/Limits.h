@@ -28,7 +28,7 @@ inline constexpr int maxMenuItems = 16;      ///< of one product
 inline constexpr int maxMenuSize = 16 << 20; ///< of one product, in bytes of a message
 inline constexpr int maxDirectories = 16;
 inline constexpr int maxRootFoldersSize = 16 << 20; ///< in bytes of a message
-inline constexpr int maxChangedNames = 1 << 16;
+inline constexpr int maxFolderNames = 1 << 16;
 inline constexpr int maxChangedNamesSize = 64 << 10; ///< in bytes of a message
 /// In code units of the toolkit's strings. A title that is longer is cut.
 inline constexpr int maxTextLength = 1024;

@@ -1,7 +1,7 @@
 #pragma once
 
-// Which items a change of the root folders can concern. What badge they have then, only the
-// extension knows. The same in every plug-in with badges.
+// Which items can have a badge, and which ones a change of the root folders can concern. Whether
+// they have it, only the extension knows. The same in every plug-in with badges.
 
 #include "file-managers/Limits.h"
 
@@ -21,24 +21,25 @@ inline NameHash nameHash(std::string_view path) {
     return static_cast<NameHash>(std::hash<std::string_view>()(path.substr(path.rfind('/') + 1)));
 }
 
-/// The names of root folders that were added or removed; any name if they are too many.
+/// Names of root folders, or of those that were added or removed; any name if they are too many.
 ///
-/// The items of these names are requested again, with those whose request is pending: its answer
-/// may be older than the change. What is requested after the signal is answered after the change,
-/// since the bus keeps the order of messages.
-class ChangedNames {
+/// No item of another name is requested, so that a file manager does nothing for the files in a
+/// folder, however many. Those of changed names are requested again, with those whose request is
+/// pending: its answer may be older than the change. What is requested after the signal is answered
+/// after the change, since the bus keeps the order of messages.
+class FolderNames {
 public:
     void add(NameHash name) {
         if (!areAny_)
             names_.insert(name);
-        if (names_.size() > maxChangedNames)
+        if (names_.size() > maxFolderNames)
             addAny();
     }
     void addAny() {
         areAny_ = true;
         names_.clear();
     }
-    void add(const ChangedNames& others) {
+    void add(const FolderNames& others) {
         if (others.areAny_)
             addAny();
         for (const NameHash name : others.names_)

@@ -35,8 +35,8 @@ std::string comparedPath(const QUrl& url) {
     return composed(path);
 }
 
-ChangedNames changedNamesIn(const QStringList& list) {
-    ChangedNames names;
+FolderNames namesIn(const QStringList& list) {
+    FolderNames names;
     qsizetype size = 0;
     if (list.isEmpty())
         names.addAny();
@@ -108,26 +108,48 @@ ExtensionProxy::ExtensionProxy(const QString& busName, const QString& owner)
     requestDirectories();
 }
 
-/// A process that does not have the property yet, or never will, is asked again less and less.
-void ExtensionProxy::requestDirectories() {
+/// Asks for one property: one may be too large for others beside it. `got` gets nothing when it
+/// cannot be had.
+void ExtensionProxy::requestTexts(
+    const QString& property, const std::function<void(const std::optional<QStringList>&)>& got) {
     QDBusMessage call = QDBusMessage::createMethodCall(proxy_.service(), object,
                                                        propertiesInterface, QStringLiteral("Get"));
-    call << proxy_.interface() << QStringLiteral("directoryURLs");
+    call << proxy_.interface() << property;
     auto* const watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call, noTimeout), this);
-    connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher] {
+    connect(watcher, &QDBusPendingCallWatcher::finished, this, [watcher, got] {
         watcher->deleteLater();
         const QDBusPendingReply<QDBusVariant> reply = *watcher;
-        const QVariant urls = reply.isError() ? QVariant() : reply.value().variant();
-        hasInterface_ = urls.userType() == QMetaType::QStringList;
-        if (!*hasInterface_) {
+        const QVariant texts = reply.isError() ? QVariant() : reply.value().variant();
+        got(texts.userType() == QMetaType::QStringList ? std::optional(texts.toStringList())
+                                                       : std::nullopt);
+    });
+}
+
+/// A process that does not have the property yet, or never will, is asked again less and less.
+void ExtensionProxy::requestDirectories() {
+    requestTexts(QStringLiteral("directoryURLs"), [this](const auto& urls) {
+        hasInterface_ = urls.has_value();
+        if (!urls) {
             retryTimer_.start(backoff_.next());
             return;
         }
-        for (const QUrl& url : QUrl::fromStringList(urls.toStringList().mid(0, maxDirectories))) {
+        for (const QUrl& url : QUrl::fromStringList(urls->mid(0, maxDirectories))) {
             if (!requestURL(url).isEmpty())
                 watchedDirectories_.push_back(comparedPath(url));
         }
         Q_EMIT appeared();
+    });
+}
+
+void ExtensionProxy::requestNamesOfRootFolders(const std::function<void(FolderNames)>& answer) {
+    requestTexts(QStringLiteral("pathsOfRootFolders"), [answer](const auto& paths) {
+        FolderNames names;
+        if (!paths)
+            names.addAny();
+        else
+            for (const QString& path : *paths)
+                names.add(nameHash(composed(path.section(QLatin1Char('/'), -1))));
+        answer(std::move(names));
     });
 }
 
@@ -140,7 +162,7 @@ void ExtensionProxy::observeRootFolders() {
 /// Takes the whole message: QtDBus aborts on an array of another type than the slot's.
 void ExtensionProxy::rootFoldersChangedBy(const QDBusMessage& signal) {
     if (signal.service() == owner() && signal.signature() == QLatin1String("as"))
-        Q_EMIT rootFoldersChanged(changedNamesIn(signal.arguments().constFirst().toStringList()));
+        Q_EMIT rootFoldersChanged(namesIn(signal.arguments().constFirst().toStringList()));
 }
 
 bool ExtensionProxy::watches(const QUrl& url) const {

@@ -53,6 +53,9 @@ public:
     /// empty.
     [[nodiscard]] bool watches(const QUrl& url) const;
 
+    /// Asks for the names of the root folders: any name when they cannot be had.
+    void requestNamesOfRootFolders(const std::function<void(FolderNames)>& answer);
+
     /// Asks for the badges of items, by their request URLs. `answer` is called from the event loop
     /// with one identifier for each URL, in their order, "" for no badge; or with an empty list
     /// when the request failed.
@@ -76,11 +79,13 @@ public:
 
 Q_SIGNALS:
     void appeared();
-    void rootFoldersChanged(const file_managers::ChangedNames& names);
+    void rootFoldersChanged(const file_managers::FolderNames& names);
 
 private:
     Q_SLOT void rootFoldersChangedBy(const QDBusMessage& signal);
     void requestDirectories();
+    void requestTexts(const QString& property,
+                      const std::function<void(const std::optional<QStringList>&)>& got);
 
     const QString iconPrefix_;
     QDBusConnection bus_ = QDBusConnection::sessionBus();

@@ -16,11 +16,23 @@ ProductBadges::ProductBadges(ExtensionProxy& extension, const Items& items, Chan
         requestChanged_.request();
     });
     extension_.observeRootFolders(); // before any badge is requested
-    for (const ShownItem& item : items_)
-        request(item.url);
+    requestRootFolders();
 }
 
-void ProductBadges::request(const QUrl& item) {
+void ProductBadges::request(const ShownItem& item) {
+    if (names_.contain(item.name) || badges_.contains(item.url))
+        enqueue(item.url);
+}
+
+void ProductBadges::requestRootFolders() {
+    extension_.requestNamesOfRootFolders([this](FolderNames names) {
+        names_ = std::move(names);
+        for (const ShownItem& item : items_)
+            request(item);
+    });
+}
+
+void ProductBadges::enqueue(const QUrl& item) {
     queue_.insert(item);
     if (!sendTimer_.isActive())
         sendTimer_.start(0); // collects requests until the file manager is idle
@@ -28,10 +40,15 @@ void ProductBadges::request(const QUrl& item) {
 
 /// Requests the badges that a change of the root folders may have changed.
 void ProductBadges::requestChanged() {
-    const ChangedNames names = std::exchange(changedNames_, {});
+    const FolderNames names = std::exchange(changedNames_, {});
+    if (names.areAny()) {
+        requestRootFolders();
+        return;
+    }
+    names_.add(names);
     for (const auto& [url, name] : items_) {
         if (names.contain(name))
-            request(url);
+            enqueue(url);
     }
 }
 

@@ -36,8 +36,8 @@ public:
     /// another badge. The extension has appeared.
     ProductBadges(ExtensionProxy& extension, const Items& items, Changed changed);
 
-    /// Requests an item's badge, unless it is to be requested anyway.
-    void request(const QUrl& item);
+    /// Requests an item's badge, if it can have one or has one.
+    void request(const ShownItem& item);
 
     /// The icon of an item's last known badge; "" for none.
     [[nodiscard]] QString icon(const QUrl& item) const;
@@ -53,7 +53,9 @@ private:
         QStringList urls;
     };
 
+    void requestRootFolders();
     void requestChanged();
+    void enqueue(const QUrl& item);
     void send();
     template <typename Urls> [[nodiscard]] Batch takeFrom(Urls& items, int most) const;
     void setBadges(const QStringList& badges);
@@ -63,7 +65,8 @@ private:
     ExtensionProxy& extension_;
     const Items& items_;
     const Changed changed_;
-    ChangedNames changedNames_; ///< since the last call of requestChanged()
+    FolderNames names_; ///< of the root folders, and of some that were; none until they are known
+    FolderNames changedNames_; ///< since the last call of requestChanged()
     PacedCall requestChanged_{[this] { requestChanged(); }};
     QHash<QUrl, QString> badges_; ///< identifiers, of the items that have one
     QSet<QUrl> queue_;            ///< to be requested

@@ -55,7 +55,7 @@ void ShownItems::add(const QUrl& url) {
     items_.push_back({url, nameOf(url)});
     places_.insert(url, std::prev(items_.end()));
     for (auto& [prefix, badges] : badges_)
-        badges.request(url);
+        badges.request(items_.back());
     if (places_.size() > maxItems)
         dropOldest();
 }

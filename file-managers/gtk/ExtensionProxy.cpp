@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <initializer_list>
 #include <string_view>
 #include <utility>
@@ -17,11 +18,13 @@ constexpr char propertiesInterface[] = "org.freedesktop.DBus.Properties";
 constexpr guint itemsKind = 0;
 constexpr std::string_view ellipsis = "…";
 
-/// A text as it is compared, so that canonically equivalent ones are equal. It has to be UTF-8.
+/// A text as it is compared, so that canonically equivalent ones are equal. What is not UTF-8 is
+/// equal to no root folder's.
 std::string composed(const char* text) {
     if (g_str_is_ascii(text) != FALSE)
         return text;
-    return Text(g_utf8_normalize(text, -1, G_NORMALIZE_NFC)).get();
+    const Text normalized(g_utf8_normalize(text, -1, G_NORMALIZE_NFC));
+    return normalized ? normalized.get() : text;
 }
 
 /// `directory` has no "/" at the end.
@@ -43,14 +46,14 @@ std::vector<std::string> directoriesIn(GVariant* list) {
     return directories;
 }
 
-ChangedNames changedNamesIn(GVariant* list) {
-    ChangedNames names;
+FolderNames namesIn(GVariant* list) {
+    FolderNames names;
     GVariantIter each;
     if (g_variant_iter_init(&each, list) == 0 || g_variant_get_size(list) > maxChangedNamesSize)
         names.addAny();
     const char* name = nullptr;
     while (!names.areAny() && g_variant_iter_next(&each, "&s", &name) != FALSE)
-        names.add(nameHash(composed(name)));
+        names.add(nameOf(name));
     return names;
 }
 
@@ -118,6 +121,11 @@ std::optional<std::string> composedPath(const char* url) {
     if (text.ends_with('/'))
         text.pop_back();
     return text;
+}
+
+NameHash nameOf(const char* path) {
+    const char* const slash = std::strrchr(path, '/');
+    return nameHash(composed(slash != nullptr ? slash + 1 : path));
 }
 
 GVariant* newTexts(const std::vector<std::string>& texts) {
@@ -206,15 +214,13 @@ void ExtensionProxy::rootFoldersChanged(GVariant* arguments) {
     if (g_variant_is_of_type(arguments, G_VARIANT_TYPE("(as)")) == FALSE)
         return;
     const Variant names(g_variant_get_child_value(arguments, 0));
-    rootFoldersChanged_(changedNamesIn(names.get()));
+    rootFoldersChanged_(namesIn(names.get()));
 }
 
-std::optional<std::string> ExtensionProxy::watchedPath(const char* url) const {
-    auto path = composedPath(url);
+bool ExtensionProxy::watches(const char* url) const {
+    const auto path = composedPath(url);
     const auto holds = [&path](const std::string& directory) { return isWithin(*path, directory); };
-    if (path && std::ranges::none_of(watchedDirectories_, holds))
-        path.reset();
-    return path;
+    return path && std::ranges::any_of(watchedDirectories_, holds);
 }
 
 void ExtensionProxy::requestPathsOfRootFolders(const PathsAnswer& answer) {
@@ -227,6 +233,18 @@ void ExtensionProxy::requestPathsOfRootFolders(const PathsAnswer& answer) {
             texts.emplace(list.get(), list.get() + count);
         }
         answer(std::move(texts));
+    });
+}
+
+void ExtensionProxy::requestNamesOfRootFolders(const std::function<void(FolderNames)>& answer) {
+    requestPathsOfRootFolders([answer](const auto& paths) {
+        FolderNames names;
+        if (!paths)
+            names.addAny();
+        else
+            for (const std::string_view path : *paths)
+                names.add(nameOf(path.data()));
+        answer(std::move(names));
     });
 }
 

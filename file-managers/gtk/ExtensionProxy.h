@@ -28,6 +28,9 @@ struct MenuEntry {
 /// UTF-8. Extensions are told of no other item: a single one makes them refuse the whole request.
 [[nodiscard]] std::optional<std::string> composedPath(const char* url);
 
+/// The name of an item or a root folder, by its path or the end of that, to be compared.
+[[nodiscard]] NameHash nameOf(const char* path);
+
 /// Stands for the process that owns a product's name on the session bus. Belongs to the main
 /// thread. Destroying it cancels its requests: their answers do not come any more.
 class ExtensionProxy {
@@ -53,19 +56,21 @@ public:
     /// asked for anything.
     [[nodiscard]] bool isReady() const { return isReady_; }
 
-    /// The composed path of an item whose badge to ask for. Nothing if it lies in no watched
-    /// directory.
-    [[nodiscard]] std::optional<std::string> watchedPath(const char* url) const;
+    /// Whether an item lies in a watched directory. Only then may its badge be asked for.
+    [[nodiscard]] bool watches(const char* url) const;
 
     /// Has `changed` called from the main loop when root folders were added or removed. Call it
     /// before badges are requested, so that no change of theirs is missed.
-    using RootFoldersChanged = std::function<void(const ChangedNames&)>;
+    using RootFoldersChanged = std::function<void(const FolderNames&)>;
     void observeRootFolders(RootFoldersChanged changed);
 
     /// Asks for the paths of the root folders: texts that end in a NUL and last until `answer`
     /// returns. Nothing when they cannot be had.
     using PathsAnswer = std::function<void(std::optional<std::vector<std::string_view>>)>;
     void requestPathsOfRootFolders(const PathsAnswer& answer);
+
+    /// Asks for the names of the root folders: any name when they cannot be had.
+    void requestNamesOfRootFolders(const std::function<void(FolderNames)>& answer);
 
     /// Asks for the badges of items. `answer` gets one identifier for each URL, in their order, ""
     /// for no badge; or an empty list when the request failed.

@@ -32,22 +32,38 @@ ProductBadges::Files ProductBadges::badgedFiles() const {
     return files;
 }
 
-void ProductBadges::request(FileInfo* file) {
-    enqueue(file, items_[file]);
+void ProductBadges::request(FileInfo* file, NameHash name) {
+    if (!names_.contain(name) && !badges_.contains(file))
+        return;
+    enqueue(file);
     sendLater();
 }
 
-void ProductBadges::enqueue(FileInfo* file, Item& item) {
+void ProductBadges::enqueue(FileInfo* file) {
+    Item& item = items_[file];
     if (!item.isFailed && !std::exchange(item.isQueued, true))
         queue_.push_back(file);
 }
 
+void ProductBadges::requestRootFolders() {
+    extension_.requestNamesOfRootFolders([this](FolderNames names) {
+        names_ = std::move(names);
+        for (const auto& [file, item] : shown_)
+            request(file, item.name);
+    });
+}
+
 /// Requests the badges that a change of the root folders may have changed.
 void ProductBadges::requestChanged() {
-    const ChangedNames names = std::exchange(changedNames_, {});
-    for (auto& [file, item] : items_) {
+    const FolderNames names = std::exchange(changedNames_, {});
+    if (names.areAny()) {
+        requestRootFolders();
+        return;
+    }
+    names_.add(names);
+    for (const auto& [file, item] : shown_) {
         if (names.contain(item.name))
-            enqueue(file, item);
+            enqueue(file);
     }
     send();
 }
@@ -78,12 +94,10 @@ ProductBadges::Batch ProductBadges::takeBatch(Files& files, bool Item::* isHere)
         if (item == items_.end() || !(item->second.*isHere))
             continue;
         const Text url(FM_CALL(file_info_get_uri)(item->first));
-        const auto path = extension_.watchedPath(url ? url.get() : "");
-        if (path) {
+        if (url && extension_.watches(url.get())) {
             size += std::strlen(url.get());
             if (size > maxBatchSize && !batch.urls.empty())
                 break;
-            item->second.name = nameHash(*path);
             batch.files.push_back(reference(item->first));
             batch.urls.emplace_back(url.get());
         }

@@ -14,26 +14,36 @@
 
 namespace file_managers {
 
+struct ShownItem {
+    NameHash name = 0;
+    bool isUpdated = false; ///< by us: the file manager is to ask for the emblems anew
+};
+
 /// One product's badges of the items that are shown. Requests them in batches, one at a time, so
 /// that a product that hangs keeps no other waiting.
 class ProductBadges {
 public:
     using Files = std::vector<FileInfo*>;
+    using ShownItems = std::unordered_map<FileInfo*, ShownItem>;
 
-    /// `changed` is called from the main loop when items have other badges. The extension is ready.
-    ProductBadges(ExtensionProxy& extension, std::function<void(const Files&)> changed)
-        : extension_(extension), changed_(std::move(changed)) {
-        extension_.observeRootFolders([this](const ChangedNames& names) {
+    /// Requests the badges of these items. `changed` is called from the main loop when some have
+    /// others. The extension is ready.
+    ProductBadges(ExtensionProxy& extension, const ShownItems& items,
+                  std::function<void(const Files&)> changed)
+        : extension_(extension), shown_(items), changed_(std::move(changed)) {
+        extension_.observeRootFolders([this](const FolderNames& names) {
             changedNames_.add(names);
             requestChanged_.request();
         });
+        requestRootFolders();
     }
     ~ProductBadges() = default;
     ProductBadges(const ProductBadges&) = delete;
     ProductBadges& operator=(const ProductBadges&) = delete;
 
-    /// Requests an item's badge, unless it is to be requested anyway, soon or when it has failed.
-    void request(FileInfo* file);
+    /// Requests an item's badge, if it can have one or had one, and unless it is to be requested
+    /// anyway, soon or when it has failed.
+    void request(FileInfo* file, NameHash name);
 
     /// Adds the emblem of an item's last known badge, if any.
     void addEmblem(FileInfo* file) const;
@@ -45,7 +55,6 @@ public:
 
 private:
     struct Item {
-        NameHash name = 0;     ///< when its badge was requested last
         bool isQueued = false; ///< in queue_
         bool isFailed = false; ///< in failed_ or retried_
     };
@@ -54,8 +63,9 @@ private:
         std::vector<std::string> urls;
     };
 
+    void requestRootFolders();
     void requestChanged();
-    void enqueue(FileInfo* file, Item& item);
+    void enqueue(FileInfo* file);
     void sendLater();
     void send();
     [[nodiscard]] Batch nextBatch();
@@ -66,7 +76,9 @@ private:
     [[nodiscard]] bool setBadge(FileInfo* file, const std::string& badge);
 
     ExtensionProxy& extension_;
+    const ShownItems& shown_;
     std::function<void(const Files&)> changed_;
+    FolderNames names_; ///< of the root folders, and of some that were; none until they are known
     std::unordered_map<FileInfo*, Item> items_;         ///< that were ever to be requested
     std::unordered_map<FileInfo*, std::string> badges_; ///< of the items that have one
     // What is to be requested; may hold items that are gone. A request that has failed is divided,
@@ -77,8 +89,8 @@ private:
     Backoff backoff_;
     SingleShotTimer sendTimer_{[this] { send(); }};
     SingleShotTimer retryTimer_{[this] { retry(); }};
-    bool isPending_ = false;    ///< a request is; the next is sent once it is answered
-    ChangedNames changedNames_; ///< since the last call of requestChanged()
+    bool isPending_ = false;   ///< a request is; the next is sent once it is answered
+    FolderNames changedNames_; ///< since the last call of requestChanged()
     PacedCall requestChanged_{[this] { requestChanged(); }};
 };
 

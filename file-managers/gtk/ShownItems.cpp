@@ -5,7 +5,7 @@
 namespace file_managers {
 
 ShownItems::~ShownItems() {
-    for (const auto& [file, isUpdated] : files_)
+    for (const auto& [file, item] : files_)
         g_object_weak_unref(G_OBJECT(file), &itemGone, this);
 }
 
@@ -19,32 +19,33 @@ void ShownItems::itemGone(void* self, GObject* object) {
 }
 
 void ShownItems::show(FileInfo* file) {
-    const auto [place, isNew] = files_.try_emplace(file, false);
+    const auto [place, isNew] = files_.try_emplace(file);
+    ShownItem& item = place->second;
     if (isNew) {
         g_object_weak_ref(G_OBJECT(file), &itemGone, this);
         products_.start();
     }
-    const bool isOwnUpdate = std::exchange(place->second, false);
-    for (auto& [name, badges] : badges_) {
+    const Text name(FM_CALL(file_info_get_name)(file)); // another one than before, after a rename
+    item.name = nameOf(name ? name.get() : "");
+    const bool isOwnUpdate = std::exchange(item.isUpdated, false);
+    for (auto& [busName, badges] : badges_) {
         badges.addEmblem(file);
         if (!isOwnUpdate)
-            badges.request(file);
+            badges.request(file, item.name);
     }
 }
 
 void ShownItems::productChanged(ExtensionProxy& extension, ExtensionProxy::Change change) {
     using enum ExtensionProxy::Change;
     if (change == Appeared)
-        requestAll(extension);
+        addBadges(extension);
     else if (change == Gone)
         removeBadges(extension.busName());
 }
 
-void ShownItems::requestAll(ExtensionProxy& extension) {
+void ShownItems::addBadges(ExtensionProxy& extension) {
     const auto changed = [this](const ProductBadges::Files& files) { updateSoon(files); };
-    auto& badges = badges_.try_emplace(extension.busName(), extension, changed).first->second;
-    for (const auto& [file, isUpdated] : files_)
-        badges.request(file);
+    badges_.try_emplace(extension.busName(), extension, files_, changed);
 }
 
 void ShownItems::removeBadges(const std::string& busName) {
@@ -64,7 +65,7 @@ void ShownItems::update() {
         const auto shown = files_.find(file);
         if (shown == files_.end())
             continue;
-        shown->second = true;
+        shown->second.isUpdated = true;
         FM_CALL(file_info_invalidate_extension_info)(file);
     }
 }

@@ -9,7 +9,6 @@
 
 #include <map>
 #include <string>
-#include <unordered_map>
 #include <unordered_set>
 
 namespace file_managers {
@@ -24,7 +23,7 @@ public:
     ShownItems& operator=(const ShownItems&) = delete;
 
     /// The file manager shows or updates an item. Adds the emblems of its last known badges, and
-    /// requests them from all products, unless a badge that has just arrived causes this update.
+    /// requests them from the products, unless a badge that has just arrived causes this update.
     void show(FileInfo* file);
 
     void productChanged(ExtensionProxy& extension, ExtensionProxy::Change change);
@@ -32,13 +31,13 @@ public:
 private:
     static void itemGone(void* self, GObject* object);
 
-    void requestAll(ExtensionProxy& extension);
+    void addBadges(ExtensionProxy& extension);
     void removeBadges(const std::string& busName);
     void updateSoon(const ProductBadges::Files& files);
     void update();
 
     Products& products_;
-    std::unordered_map<FileInfo*, bool> files_;   ///< whether update() was called for it
+    ProductBadges::ShownItems files_;
     std::map<std::string, ProductBadges> badges_; ///< by bus name, of the extensions that are ready
     std::unordered_set<FileInfo*> outdated_;      ///< to update; may hold items that are gone
     PacedCall update_{[this] { update(); }};

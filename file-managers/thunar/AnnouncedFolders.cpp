@@ -32,7 +32,7 @@ bool isIconName(const std::string& badge) {
 
 AnnouncedFolders::AnnouncedFolders(ExtensionProxy& extension, FolderEmblems& emblems)
     : extension_(extension), emblems_(emblems) {
-    extension_.observeRootFolders([this](const ChangedNames&) { read_.request(); });
+    extension_.observeRootFolders([this](const FolderNames&) { read_.request(); });
     read_.request();
 }
 
@@ -57,7 +57,7 @@ void AnnouncedFolders::read(const std::vector<std::string_view>& paths) {
     for (const std::string_view path : paths) {
         std::string url = urlOf(path);
         announced.insert(std::hash<std::string>()(url));
-        if (!emblems_.has(url, extension_.busName()) && extension_.watchedPath(url.c_str()))
+        if (!emblems_.has(url, extension_.busName()) && extension_.watches(url.c_str()))
             unknown_.push_back(std::move(url));
     }
     emblems_.removeUnless(extension_.busName(), [&announced](const std::string& url) {

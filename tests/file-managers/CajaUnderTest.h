@@ -29,6 +29,7 @@ private:
         using file_managers::FileInfo;
         auto* const info = static_cast<FM_INTERFACE(FileInfo)*>(interface);
         info->get_uri = [](FileInfo* file) { return urlOf(file); };
+        info->get_name = [](FileInfo* file) { return nameOf(file); };
         info->is_gone = [](FileInfo* file) -> gboolean { return fileOf(file).isGone; };
         info->add_emblem = [](FileInfo* file, const char* name) {
             fileOf(file).emblems.insert(name);

@@ -34,7 +34,7 @@ TEST_F(Plugin, KeepsBadgesAndABoundedNumberOfOtherItems) {
     ExtensionProcess extension({"/sync"});
     ASSERT_TRUE(knowsExtension());
     for (int index = 0; index < 30000; ++index)
-        manager.show(root + "/" + std::to_string(index));
+        manager.show(root + "/" + std::to_string(index) + "/sync");
     EXPECT_TRUE(runUntil([&] { return extension.requestedBadges() >= 20000; }));
     extension.end();
     EXPECT_TRUE(losesBadge(root));

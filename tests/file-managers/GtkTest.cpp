@@ -24,6 +24,17 @@ TEST_F(Plugin, ReportsWhatTheFilesAreCalledWhenAnEntryIsPicked) {
 }
 
 #if !defined(FM_THUNAR)
+TEST_F(Plugin, ARenamedItemLosesItsBadgeOrGetsOne) {
+    ExtensionProcess extension({"/sync"});
+    ASSERT_TRUE(knowsExtension());
+    manager.rename(root, "file:///renamed");
+    manager.show(root);
+    EXPECT_TRUE(losesBadge(root));
+    manager.rename(root, "file:///sync");
+    manager.show(root);
+    EXPECT_TRUE(getsBadge(root));
+}
+
 TEST_F(Plugin, StartsWhatEndsAtOnceLessAndLessThoughEachEndCausesAMenu) {
     const ActivatableExtension extension(findersync::busName,
                                          "timeout 0.5 " FINDER_SYNC_SCRIPTED_EXTENSION " /sync");

@@ -6,6 +6,7 @@
 #include "file-managers/gtk/Handles.h"
 
 #include <algorithm>
+#include <gio/gio.h>
 #include <glib-unix.h>
 #include <gmodule.h>
 #include <map>
@@ -80,6 +81,11 @@ inline File& fileOf(void* object) {
 
 inline char* urlOf(void* object) {
     return g_strdup(fileOf(object).url.c_str());
+}
+
+inline char* nameOf(void* object) {
+    const Object<GFile> file(g_file_new_for_uri(fileOf(object).url.c_str()));
+    return g_file_get_basename(file.get());
 }
 
 inline Object<GObject> newFile(GType fileInfo, GInterfaceInitFunc initialize, const char* url) {

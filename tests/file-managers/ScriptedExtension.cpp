@@ -9,6 +9,7 @@
 //     --refuse URL          requests for badges fail that hold this item
 //     --once                ends after an action
 //     --any                 signals no names of changed root folders, so that it may be any
+//     --without-paths       their paths cannot be had
 // SIGUSR1 replaces the root folders by those after --then, SIGUSR2 restores them; both end the
 // nonsense. It writes a line for each request: "get PROPERTY", "badges COUNT", "menu URL…", "action
 // SELECTOR URL…"; without the interface, "call".
@@ -38,6 +39,7 @@ struct Script {
     std::string_view refused;
     bool endsAfterAction = false;
     bool namesNoChanges = false;
+    bool hasPaths = true;
     std::vector<const char*> roots;
     std::vector<const char*> laterRoots;
 };
@@ -106,6 +108,13 @@ gboolean answerAction(FinderSyncExtension1* extension, GDBusMethodInvocation* ca
     return TRUE;
 }
 
+GDBusMessage* withBody(GDBusMessage* message, GVariant* body) {
+    GDBusMessage* const copy = g_dbus_message_copy(message, nullptr);
+    g_object_unref(message);
+    g_dbus_message_set_body(copy, body);
+    return copy;
+}
+
 /// Sees each message first, in the bus's thread.
 GDBusMessage* sayCall(GDBusConnection*, GDBusMessage* message, gboolean isIncoming, void*) {
     if (isIncoming == FALSE ||
@@ -117,6 +126,8 @@ GDBusMessage* sayCall(GDBusConnection*, GDBusMessage* message, gboolean isIncomi
         const char* property = nullptr;
         g_variant_get(g_dbus_message_get_body(message), "(&s&s)", nullptr, &property);
         say((std::string("get ") + property).c_str(), none);
+        if (!script.hasPaths && std::string_view("pathsOfRootFolders") == property)
+            return withBody(message, g_variant_new("(ss)", findersync::interfaceName, "none"));
     }
     return message;
 }
@@ -127,11 +138,8 @@ GDBusMessage* withoutValue(GDBusConnection*, GDBusMessage* message, gboolean isI
     if (isIncoming != FALSE ||
         g_strcmp0(g_dbus_message_get_member(message), "PropertiesChanged") != 0)
         return message;
-    GDBusMessage* const signal = g_dbus_message_copy(message, nullptr);
-    g_object_unref(message);
-    g_dbus_message_set_body(signal, g_variant_new_parsed("(%s, @a{sv} {}, ['pathsOfRootFolders'])",
-                                                         findersync::interfaceName));
-    return signal;
+    return withBody(message, g_variant_new_parsed("(%s, @a{sv} {}, ['pathsOfRootFolders'])",
+                                                  findersync::interfaceName));
 }
 
 /// The last components of the paths that are in one list alone; null at the end.
@@ -201,6 +209,8 @@ int main(int argc, char** argv) {
             script.endsAfterAction = true;
         else if (word == "--any")
             script.namesNoChanges = true;
+        else if (word == "--without-paths")
+            script.hasPaths = false;
         else if (word == "--then")
             roots = &script.laterRoots;
         else
