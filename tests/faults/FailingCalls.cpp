@@ -139,8 +139,10 @@ constexpr Group groups[] = {
     {"g_file_query_info_finish", {error(2, failed)}},
     {"g_file_set_attributes_finish", {error(3, failed)}},
     {"g_file_monitor_file thunarx_file_info_get_file_info", {answer(0)}},
-    {"g_filename_from_uri g_utf8_validate g_variant_lookup_value caja_file_info_get_uri "
-     "nemo_file_info_get_uri nautilus_file_info_get_uri thunarx_file_info_get_uri "
+    {"g_filename_from_uri g_utf8_normalize g_utf8_validate g_variant_lookup_value "
+     "caja_file_info_get_name nemo_file_info_get_name nautilus_file_info_get_name "
+     "caja_file_info_get_uri nemo_file_info_get_uri nautilus_file_info_get_uri "
+     "thunarx_file_info_get_uri "
      "_ZN15QDBusConnection7connectERK7QStringS2_S2_S2_P7QObjectPKc",
      {answer(0)}},
     {"_ZNK16QDBusPendingCall7isErrorEv", {answer(1)}},

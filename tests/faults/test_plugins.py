@@ -26,7 +26,6 @@ LET_BE = [re.compile(pattern) for pattern in (
     r"g_variant_(get|is_of|iter|new|type|unref)_?\w*|g_(idle|timeout)_\w+|g_get_monotonic_time",
     r"g_(free|log|unichar_ismark|ascii_table|get(env|_home_dir|_user_state_dir))",
     r"g_file_(has_prefix|new_for_\w+|get_\w+|info_\w+)|g_utf8_(find|get|prev)\w+",
-    r"g_utf8_normalize",  # of a text that is UTF-8
     r"g_error_\w+|g_io_error_quark|g_cancellable_\w+",
     # They start a call, whose failure its "finish" function returns.
     r"g_bus_get|g_dbus_connection_call|g_file_\w+_async",

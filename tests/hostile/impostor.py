@@ -50,7 +50,8 @@ def value(signature, value):
     return "v", marshalled("v", (signature, value))
 
 
-USUAL = {"directoryURLs": value("as", ["file:///"]), "MenuForMenuKind": (MENU, menu())}
+USUAL = {"directoryURLs": value("as", ["file:///"]), "pathsOfRootFolders": ERROR,
+         "MenuForMenuKind": (MENU, menu())}
 
 
 class Impostor:

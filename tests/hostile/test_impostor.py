@@ -161,6 +161,27 @@ def test_badges_and_properties(scene):
     scene.recovers_from(impostor)
 
 
+ROOT_FOLDERS = {
+    "of_another_type": value("au", [1]),
+    "in_no_variant": ("as", texts("/sync", 1)),
+    "thousands": value("as", ["/sync"] * 100000),
+    "relative": value("as", ["", "sync", "\u0301" * 100000]),
+}
+
+
+def test_root_folders(scene):
+    """Each answer about badges comes with a signal that has them read again."""
+    impostor = begin(scene, {})
+    for name, answer in ROOT_FOLDERS.items():
+        impostor.end()
+        impostor = Impostor(scene.session, {"pathsOfRootFolders": answer}, changes=CHANGES["none"])
+        wait_for(lambda asked=impostor.asked: asked["pathsOfRootFolders"] >= len(NAMES))
+        scene.attack = "root_folders, " + name
+        ask(scene, times=10)
+        wait_for(scene.are_badged, f"badges with {name}")
+    scene.recovers_from(impostor)
+
+
 def test_signals_about_root_folders(scene):
     """Each answer about badges comes with a signal that has them requested again."""
     impostor = begin(scene, {})
