@@ -46,7 +46,7 @@ void cut(std::string& title, std::size_t size) {
 } // namespace
 
 bool isUTF8(std::string_view text) {
-    json::error_code error;
+    boost::system::error_code error;
     (void)json::parse(quoted(text), error); // which is strict about it
     return !error;
 }

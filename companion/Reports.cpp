@@ -50,7 +50,7 @@ std::optional<std::string> parseReport(std::string_view text, Report& report) {
     json::monotonic_resource resource(values, sizeof values);
     json::parser parser({}, {}, unfinished);
     parser.reset(&resource);
-    json::error_code error;
+    boost::system::error_code error;
     parser.write(text, error);
     if (error)
         return "not JSON: " + error.message();

@@ -63,7 +63,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
     boost::json::parse_options options;
     options.max_depth = 512;
-    boost::json::error_code error;
+    boost::system::error_code error;
     const auto expected = boost::json::parse({text.data(), text.size()}, error, {}, options);
     require(!value || (!error && isSame(*value, expected)), "a text stands for another value");
     // Boost's parser also accepts numbers that overflow a double, and values that are not

@@ -55,7 +55,7 @@ std::optional<json::object> readSettings(const std::string& path, std::string& f
     }
     json::parse_options options;
     options.max_depth = depthLimit;
-    json::error_code error;
+    boost::system::error_code error;
     json::value settings = json::parse(text, error, {}, options);
     if (!error && settings.is_object())
         return std::move(settings.get_object());

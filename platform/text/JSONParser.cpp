@@ -27,7 +27,7 @@ public:
     static constexpr std::size_t max_key_size = static_cast<std::size_t>(-1);
     static constexpr std::size_t max_string_size = static_cast<std::size_t>(-1);
 
-    using Error = boost::json::error_code;
+    using Error = boost::system::error_code;
     using View = boost::json::string_view;
 
     static bool on_document_begin(Error&) { return true; }
@@ -127,7 +127,7 @@ std::optional<Object> parseJSON(std::string_view text, std::string& failure) {
     boost::json::parse_options options;
     options.max_depth = depthLimit;
     boost::json::basic_parser<ObjectBuilder> parser(options);
-    boost::json::error_code error;
+    boost::system::error_code error;
     const std::size_t parsed = parser.write_some(false, text.data(), text.size(), error);
     if (!error && parsed < text.size())
         error = boost::json::error::extra_data;

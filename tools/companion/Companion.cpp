@@ -175,7 +175,7 @@ std::string Companion::receive(std::string_view bytes) {
 
 /// Prints a report as one line. Returns what is wrong with it, empty for nothing.
 std::string Companion::print(std::string_view report) {
-    boost::json::error_code error;
+    boost::system::error_code error;
     const boost::json::value value = boost::json::parse(report, error);
     if (error)
         return "not JSON: " + error.message();
