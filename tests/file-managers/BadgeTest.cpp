@@ -54,10 +54,12 @@ TEST_F(Plugin, AsksOnlyAboutItemsThatAreCalledLikeARootFolder) {
     extension.signal(SIGUSR1);
     EXPECT_TRUE(getsBadge(root + "/7"));
     EXPECT_EQ(extension.requestedBadges(), 1 + 2);
+    manager.show(root + "/8/7");
+    EXPECT_TRUE(runUntil([&] { return extension.requestedBadges() == 3 + 1; }));
     runFor(milliseconds(300));
     extension.signal(SIGUSR2);
     EXPECT_TRUE(losesBadge(root + "/7"));
-    EXPECT_EQ(extension.requestedBadges(), 3 + 2);
+    EXPECT_EQ(extension.requestedBadges(), 4 + 3);
 }
 
 TEST_F(Plugin, ReadsTheRootFoldersAnewWhenAnyMayHaveChanged) {

@@ -25,14 +25,15 @@ TEST_F(Plugin, ReportsWhatTheFilesAreCalledWhenAnEntryIsPicked) {
 
 #if !defined(FM_THUNAR)
 TEST_F(Plugin, ARenamedItemLosesItsBadgeOrGetsOne) {
-    ExtensionProcess extension({"/sync"});
+    ExtensionProcess extension({"/sync", "/new"});
     ASSERT_TRUE(knowsExtension());
-    manager.rename(root, "file:///renamed");
-    manager.show(root);
-    EXPECT_TRUE(losesBadge(root));
-    manager.rename(root, "file:///sync");
-    manager.show(root);
-    EXPECT_TRUE(getsBadge(root));
+    manager.show(other);
+    manager.rename(other, "file:///new");
+    manager.show(other);
+    EXPECT_TRUE(getsBadge(other));
+    manager.rename(other, "file:///newer");
+    manager.show(other);
+    EXPECT_TRUE(losesBadge(other));
 }
 
 TEST_F(Plugin, StartsWhatEndsAtOnceLessAndLessThoughEachEndCausesAMenu) {
