@@ -4,6 +4,7 @@ companion application made of a plain socket, and the extension's process."""
 import json
 import os
 import pathlib
+import random
 import re
 import select
 import shutil
@@ -46,6 +47,19 @@ def wait_for(condition, what="the condition"):
             return result
         time.sleep(0.01)
     raise AssertionError(f"{what} did not come about within {TIMEOUT} s")
+
+
+def stop_at_random(process, trace, count, seed):
+    """Stops an extension, by its process number, and continues it, again and again until it has
+    traced so many folders."""
+    chance = random.Random(seed)
+    deadline = time.monotonic() + 10 * TIMEOUT
+    while trace.read_bytes().count(b"type - add_folder\n") < count:
+        assert os.path.exists(f"/proc/{process}/exe") and time.monotonic() < deadline
+        os.kill(process, signal.SIGSTOP)
+        time.sleep(chance.choice([0, 0.001, 0.01, chance.random() / 4]))
+        os.kill(process, signal.SIGCONT)
+        time.sleep(chance.choice([0, 0.0002, 0.002, 0.05, count / 30000]))
 
 
 def line(**message):

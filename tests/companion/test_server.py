@@ -4,16 +4,14 @@ extension."""
 import json
 import os
 import pathlib
-import random
 import resource
-import signal
 import socket
 import subprocess
 import sys
 import time
 
 import pytest
-from conftest import BUS_NAME, GROUP, TIMEOUT, wait_for
+from conftest import BUS_NAME, GROUP, TIMEOUT, stop_at_random, wait_for
 from jeepney import message_bus
 
 EXAMPLES = pathlib.Path(os.environ["FINDER_SYNC_BIN"]).parent / "examples"
@@ -123,13 +121,8 @@ def test_another_user_is_told_nothing(session, start):
 def test_an_extension_that_is_stopped_at_random_survives(session, start, count, run):
     length = min(900, 1200000 // count)  # of a path, as the system limits a program's arguments
     folders = [f"/home/u/Sync/{number}".ljust(length, "x") for number in range(count)]
-    chance = random.Random(run)
     start("example-poll", *folders)
     extension = session.process_of_extension()
-    while session.bus_log.read_bytes().count(b"type - add_folder\n") < count:
-        os.kill(extension, signal.SIGSTOP)
-        time.sleep(chance.choice([0, 0.001, 0.01, chance.random() / 4]))
-        os.kill(extension, signal.SIGCONT)
-        time.sleep(chance.choice([0, 0.0002, 0.002, 0.05, count / 30000]))
+    stop_at_random(extension, session.bus_log, count, seed=run)
     assert session.get("pathsOfRootFolders") == folders
     assert session.process_of_extension() == extension

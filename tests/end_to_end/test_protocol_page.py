@@ -11,7 +11,7 @@ import threading
 import time
 
 import pytest
-from conftest import TIMEOUT
+from conftest import TIMEOUT, stop_at_random
 
 PAGE = pathlib.Path(__file__).parents[2] / "docs/protocol.md"
 BLOCK = re.compile(r"^```(send|trace|state|click|receive|python)\n(.*?)^```$",
@@ -61,13 +61,17 @@ def send():
 @pytest.mark.parametrize("count", [10, 300, 3000])
 def test_every_folder_arrives_by_the_code_of_the_page(session, send, count):
     paths = [f"/home/u/Sync/Projects/Ünit {number}" for number in range(count)]
-    for _ in range(RUNS):
+    messages = [{"type": "add_folder", "path": path} for path in paths]
+    for run in range(RUNS):
         peer, extension = session.start_connected()
         peer.connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 0)
         extension.popen.send_signal(signal.SIGSTOP)  # lets what is sent too early pile up
-        threading.Timer(0.2, extension.popen.send_signal, [signal.SIGCONT]).start()
-        send(peer.connection, [{"type": "add_folder", "path": path} for path in paths])
-        session.wait_for_value("pathsOfRootFolders", paths)
+        sender = threading.Thread(target=send, args=(peer.connection, messages))
+        sender.start()
+        time.sleep(0.2)
+        stop_at_random(extension.popen.pid, extension.output_file, count, seed=run)
+        sender.join()
+        assert session.get("pathsOfRootFolders") == paths
         assert extension.end() == 0
 
 

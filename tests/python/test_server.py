@@ -4,16 +4,17 @@ import asyncio
 import json
 import os
 import resource
-import signal
 import socket
 import subprocess
 import threading
 import time
 
 import pytest
-from conftest import BUS_NAME, GROUP, TIMEOUT, wait_for
+from conftest import BUS_NAME, GROUP, TIMEOUT, stop_at_random, wait_for
 from finder_sync_companion import (BLOCK_SIZE, Companion, Report, ReportType, Server, Titles,
                                    restart_extension, settings)
+
+RUNS = int(os.environ.get("FINDER_SYNC_RUNS", "1"))
 
 
 class Served:
@@ -90,15 +91,15 @@ def test_a_full_window_is_not_filled_with_a_part_of_a_block(served):
 
 
 @pytest.mark.parametrize("count", [300, 3000])
-def test_an_extension_that_is_stopped_loses_nothing(session, served, count):
+@pytest.mark.parametrize("run", range(RUNS))
+def test_an_extension_that_is_stopped_at_random_loses_nothing(session, served, count, run):
     paths = [f"/home/u/Sync/Projects/Ünit {number}" for number in range(count)]
     extension = session.start_extension(served.extension_settings)
     session.wait_for_name()
-    extension.popen.send_signal(signal.SIGSTOP)
     served.set(served.companion.set_folders, paths)
-    time.sleep(0.1)
-    extension.popen.send_signal(signal.SIGCONT)
-    session.wait_for_value("pathsOfRootFolders", paths)
+    stop_at_random(extension.popen.pid, extension.output_file, count, seed=run)
+    assert session.get("pathsOfRootFolders") == paths
+    assert extension.end() == 0
 
 
 def test_a_link_that_sends_something_else_is_closed(served):
