@@ -19,5 +19,5 @@ async def enable_socket(port: int) -> None:
         except OSError:
             has_failed = True
         if has_failed:
-            raise OSError(f"systemctl --user {' '.join(words)} has failed: without systemd, start "
-                          "finder-sync-companion with the session instead")
+            raise OSError(f"systemctl --user {' '.join(words)} has failed: if systemd does not "
+                          "run the session, start finder-sync-companion with the session instead")
