@@ -3,8 +3,11 @@
 import re
 import sys
 
+_CONTROL = re.compile(r"[\0-\x1f\x7f]")
+
 
 def log(*lines: str) -> None:
     """Control characters are escaped: names of files may hold line feeds."""
     for line in lines:
-        print(re.sub(r"[\0-\x1f\x7f]", lambda found: repr(found[0])[1:-1], line), file=sys.stderr, flush=True)
+        shown = _CONTROL.sub(lambda found: repr(found[0])[1:-1], line)
+        print(shown, file=sys.stderr, flush=True)

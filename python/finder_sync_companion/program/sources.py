@@ -27,7 +27,7 @@ def folder_of(value: Any) -> Folder:
     if table.keys() - {"path", "name"} or not isinstance(path, str) or not isinstance(name, str):
         raise ValueError("a folder is a text, or a table with the texts path and name")
     expanded = os.path.expanduser(path)
-    expanded = expanded.rstrip("/") or expanded[:1]
+    expanded = expanded.rstrip("/") or expanded[:1]  # an empty path is not "/"
     return Folder(expanded, name or os.path.basename(expanded))
 
 
