@@ -1,6 +1,7 @@
 #include "tools/companion/Follower.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/epoll.h>

@@ -2,6 +2,7 @@
 
 #include "process/SystemdHandles.h"
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 

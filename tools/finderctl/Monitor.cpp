@@ -9,6 +9,7 @@
 #include "tools/finderctl/Subcommands.h"
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdlib>
 #include <exception>
 #include <optional>
