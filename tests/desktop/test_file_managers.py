@@ -23,9 +23,13 @@ def opened(desktop, file_manager, where="."):
     file_manager.open(folder / where)
     peer.accept()
     if file_manager.reports_items:
-        # It asks once it knows that the extension is there. Menus have nothing of it before.
+        # It asks about what is called like a root folder once it knows that the extension is there.
+        # Menus have nothing of it before.
+        namesake = f"/elsewhere/{min(os.listdir(folder / where))}"
+        peer.send(line(type="add_folder", path=namesake))
         wait_for(lambda: "requestBadgeIdentifierForURL" in desktop.bus_log.read_text(),
                  "a question for a badge")
+        peer.send(line(type="del_folder", path=namesake))
     return folder, peer
 
 
