@@ -57,6 +57,11 @@ def test_only_the_plugins_that_are_named_are_packaged(tmp_path):
     assert "libkf5kio-dev" not in control and "libnemo-extension-dev" in control
 
 
+def test_the_spec_file_installs_what_it_builds(sources):
+    spec = run("rpmspec", "--parse", sources / "finder-sync.spec")
+    assert "-B build " in spec and "cmake --install build --prefix" in spec
+
+
 def test_rpm(sources, installed, tmp_path):
     # Debian's rpm knows nothing of Debian's packages, so nothing that is needed is there for it.
     run("rpmbuild", "-ba", "--nodeps", "--define", f"_topdir {tmp_path}", "--define",
