@@ -83,9 +83,11 @@ inline char* urlOf(void* object) {
     return g_strdup(fileOf(object).url.c_str());
 }
 
+/// Not by a GFile: where GVfs is installed, that loads its module, which leaks.
 inline char* nameOf(void* object) {
-    const Object<GFile> file(g_file_new_for_uri(fileOf(object).url.c_str()));
-    return g_file_get_basename(file.get());
+    const char* const url = fileOf(object).url.c_str();
+    const file_managers::Text path(g_filename_from_uri(url, nullptr, nullptr));
+    return g_path_get_basename(path ? path.get() : url);
 }
 
 inline Object<GObject> newFile(GType fileInfo, GInterfaceInitFunc initialize, const char* url) {
