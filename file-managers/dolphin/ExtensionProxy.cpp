@@ -146,9 +146,8 @@ void ExtensionProxy::requestNamesOfRootFolders(const std::function<void(FolderNa
         FolderNames names;
         if (!paths)
             names.addAny();
-        else
-            for (const QString& path : *paths)
-                names.add(nameHash(composed(path.section(QLatin1Char('/'), -1))));
+        for (qsizetype index = 0; !names.areAny() && index < paths->size(); ++index)
+            names.add(nameHash(composed((*paths)[int(index)].section(QLatin1Char('/'), -1))));
         answer(std::move(names));
     });
 }

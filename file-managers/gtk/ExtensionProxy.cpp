@@ -241,9 +241,8 @@ void ExtensionProxy::requestNamesOfRootFolders(const std::function<void(FolderNa
         FolderNames names;
         if (!paths)
             names.addAny();
-        else
-            for (const std::string_view path : *paths)
-                names.add(nameOf(path.data()));
+        for (std::size_t index = 0; !names.areAny() && index < paths->size(); ++index)
+            names.add(nameOf((*paths)[index].data()));
         answer(std::move(names));
     });
 }

@@ -33,7 +33,7 @@ ProductBadges::Files ProductBadges::badgedFiles() const {
 }
 
 void ProductBadges::request(FileInfo* file, NameHash name) {
-    if (!names_.contain(name) && !badges_.contains(file))
+    if (!names_.contain(name) && !items_.contains(file))
         return;
     enqueue(file);
     sendLater();

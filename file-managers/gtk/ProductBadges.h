@@ -41,8 +41,8 @@ public:
     ProductBadges(const ProductBadges&) = delete;
     ProductBadges& operator=(const ProductBadges&) = delete;
 
-    /// Requests an item's badge, if it can have one or had one, and unless it is to be requested
-    /// anyway, soon or when it has failed.
+    /// Requests an item's badge, if it can have one or, under another name, could, and unless it is
+    /// to be requested anyway, soon or when it has failed.
     void request(FileInfo* file, NameHash name);
 
     /// Adds the emblem of an item's last known badge, if any.

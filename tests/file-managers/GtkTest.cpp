@@ -36,6 +36,19 @@ TEST_F(Plugin, ARenamedItemLosesItsBadgeOrGetsOne) {
     EXPECT_TRUE(losesBadge(other));
 }
 
+TEST_F(Plugin, AnItemThatIsRenamedWhileItIsAskedAboutIsAskedAboutAgain) {
+    ExtensionProcess extension({"/sync", "/other"});
+    ASSERT_TRUE(knowsExtension());
+    extension.signal(SIGSTOP);
+    manager.show(other);
+    runFor(milliseconds(50));
+    manager.rename(other, "file:///renamed");
+    manager.show(other);
+    extension.signal(SIGCONT);
+    EXPECT_TRUE(runUntil([&] { return extension.requestedBadges() == 3; }));
+    EXPECT_TRUE(losesBadge(other));
+}
+
 TEST_F(Plugin, StartsWhatEndsAtOnceLessAndLessThoughEachEndCausesAMenu) {
     const ActivatableExtension extension(findersync::busName,
                                          "timeout 0.5 " FINDER_SYNC_SCRIPTED_EXTENSION " /sync");
