@@ -190,18 +190,25 @@ class FileManager:
     def entry(self, title, action="find", **options):
         return self.desktop.accessible(action, self.name, "menu item", title, **options)
 
-    def pick(self, title):
-        """Once more when the menu stays: while it opens, it may take no notice of a click."""
-        self.entry(title, self.press)
+    def insist(self, act, *sign):
+        """Acts once more when there is no sign of it: GNOME Files does not open a menu at each click,
+        and one that opens may take no notice of a click or a key."""
+        act()
         try:
-            self.entry(title, "gone", timeout=3)
+            self.entry(*sign, timeout=5)
         except AssertionError:
-            self.entry(title, self.press)
+            act()
+
+    def open_menu(self, name):
+        self.insist(lambda: self.icon(name, "menu"), self.last_entry)
+
+    def pick(self, title):
+        self.insist(lambda: self.entry(title, self.press), title, "gone")
 
     def open_background_menu(self, name):
         """That of the folder, below the icons, of which one is named."""
         x, y, *_ = self.icon(name)
-        self.desktop.click(x + 20, y + 250, 3)
+        self.insist(lambda: self.desktop.click(x + 20, y + 250, 3), self.last_entry)
 
     def expect_menu_without(self, title):
         self.entry(self.last_entry)
@@ -209,7 +216,7 @@ class FileManager:
 
     def close_menu(self):
         self.entry(self.last_entry)  # it may still be about to open
-        self.desktop.type("Escape")
+        self.insist(lambda: self.desktop.type("Escape"), self.last_entry, "gone")
 
     def log(self):
         return (self.desktop.folder / "file-manager.log").read_text(errors="replace")
@@ -278,8 +285,8 @@ class Dolphin(FileManager):
             self.desktop.click(left, top)
         return left, top, right - left, bottom - top
 
-    def pick(self, title):
-        self.entry(title, self.press)
+    def insist(self, act, *sign):
+        act()
 
     def expect_menu_without(self, title):
         self.entry(title, "gone")

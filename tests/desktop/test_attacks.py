@@ -74,15 +74,14 @@ def send(peer, blocks, rate=1000):
 
 
 def open_menu(file_manager, title):
-    """Once more when it has no such entry: a menu before it may have timed out on a busy machine;
-    and GNOME Files does not open one at each click."""
-    file_manager.icon("last.txt", "menu")
+    """Once more when it has no such entry: a menu before it may have timed out on a busy machine."""
+    file_manager.open_menu("last.txt")
     try:
         file_manager.entry(title, timeout=3)
     except AssertionError:
         file_manager.desktop.type("Escape")
         time.sleep(MENU_BACKOFF)
-        file_manager.icon("last.txt", "menu")
+        file_manager.open_menu("last.txt")
         file_manager.entry(title)
 
 
