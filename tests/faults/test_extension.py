@@ -34,7 +34,7 @@ LET_BE = {
     "it only advises": "mallopt",
     "it is data": "program_invocation_short_name sd_bus_object_vtable_format stderr stdout environ",
     "it is a C++ library's, and fails only for want of memory, by an exception": """
-        _ZN5boost* _ZN6icu_* _ZNK6icu_* _ZNKSt* _ZNSt* _ZSt* _ZT* _Zdl* _Znw* __cxa_* __gxx_*
+        _ZN5boost* _ZN6icu_* _ZNK6icu_* _ZNKSt* _ZNSt* _ZSt* _ZT* _Zda* _Zdl* _Zna* _Znw* __cxa_* __gxx_*
         _Unwind_*""",
 }
 

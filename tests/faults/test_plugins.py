@@ -20,7 +20,7 @@ LEAST_OF_QT = {"_ZNK16QDBusPendingCall7isErrorEv"}
 # What plug-ins call and the library leaves alone: these functions fail for want of memory only, or
 # have no result.
 LET_BE = [re.compile(pattern) for pattern in (
-    r"_ITM_\w+|_Unwind_Resume|__\w+|mem\w+|str\w+|qt_version_tag|_Z(dl|nw|St|T)\w+|_ZNK?St\w+",
+    r"_ITM_\w+|_Unwind_Resume|__\w+|free|mem\w+|str\w+|qt_version_tag|_Z(da|dl|na|nw|St|T)\w+|_ZNK?St\w+",
     r"g_(cclosure|datalist|list|main_context|malloc0|mutex|object|once|param_spec)_?\w*",
     r"g_(quark|signal|source|str|strv|type|value)_?\w+",
     r"g_variant_(get|is_of|iter|new|type|unref)_?\w*|g_(idle|timeout)_\w+|g_get_monotonic_time",
@@ -36,7 +36,8 @@ LET_BE = [re.compile(pattern) for pattern in (
     # Qt's own classes, but for those of the bus.
     r"_Z(?!\w*QDBus)\w+",
     r"_ZN?K?\w*QDBus(Argument|MetaType|Message|Error|ServiceWatcher|PendingCallWatcher)\w*",
-    r"_ZNK?\d+QDBus(AbstractInterface|PendingReplyData)\w+|_Z14qDBusReplyFill\w+",
+    r"_ZNK?\d+QDBus(AbstractInterface|PendingReply(Base|Data))\w+|_Z14qDBusReplyFill\w+",
+    r"_Z\d+qRegisterNormalizedMetaType_QDBus\w+",
     r"_ZN15QDBusConnection(D1|10sessionBus|10disconnect)\w+|_ZNK15QDBusConnection9asyncCall\w+",
     r"_ZN16QDBusPendingCall(C2|D1|15waitForFinished)\w+",
     r"_ZNK16QDBusPendingCall(5error|10isFinished)\w+",
