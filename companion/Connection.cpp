@@ -53,10 +53,12 @@ void Connection::planFolders() {
 
 std::string Connection::lineOf(const Step& step) const {
     switch (step.kind) {
+    // NOLINTBEGIN(bugprone-unchecked-optional-access): there is a step only for what is set
     case StepKind::SetLocale:
         return setLocale(*companion_.titles());
     case StepKind::SetMenuUsage:
         return setMenuUsage(*companion_.backup());
+    // NOLINTEND(bugprone-unchecked-optional-access)
     case StepKind::DeleteFolder:
         return deleteFolder(step.path);
     case StepKind::AddFolder:

@@ -27,7 +27,7 @@ int passedSocket() {
 }
 
 sockaddr* generic(sockaddr_in& address) {
-    return static_cast<sockaddr*>(static_cast<void*>(&address));
+    return reinterpret_cast<sockaddr*>(&address);
 }
 
 } // namespace

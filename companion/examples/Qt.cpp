@@ -9,7 +9,7 @@
 using namespace finder_sync;
 
 int main(int argc, char** argv) {
-    QCoreApplication application(argc, argv);
+    const QCoreApplication application(argc, argv);
     Companion companion;
     for (const Refusal& refusal : companion.setFolders({argv + 2, argv + argc}))
         std::cerr << refusal.message() << '\n';
@@ -28,7 +28,7 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    QSocketNotifier notifier(server.descriptor(), QSocketNotifier::Read);
+    const QSocketNotifier notifier(server.descriptor(), QSocketNotifier::Read);
     QObject::connect(&notifier, &QSocketNotifier::activated, [&server] { server.dispatch(); });
     return QCoreApplication::exec();
 }

@@ -87,8 +87,10 @@ int replaceFile(const std::string& path, std::string_view text) {
 
 std::string settingsFile(const std::string& group) {
     std::string base = absolutePathIn("XDG_CONFIG_HOME");
-    if (base.empty() && !(base = absolutePathIn("HOME")).empty())
-        base += "/.config";
+    if (base.empty()) {
+        const std::string home = absolutePathIn("HOME");
+        base = home.empty() ? home : home + "/.config";
+    }
     return base.empty() ? base : base + "/" + group + "/settings.json";
 }
 

@@ -68,9 +68,7 @@ bool isOfSameUser(int socket) {
     sockaddr_in own{};
     sockaddr_in peer{};
     socklen_t length = sizeof own;
-    const auto generic = [](sockaddr_in& address) {
-        return static_cast<sockaddr*>(static_cast<void*>(&address));
-    };
+    const auto generic = [](sockaddr_in& address) { return reinterpret_cast<sockaddr*>(&address); };
     if (::getsockname(socket, generic(own), &length) != 0 ||
         ::getpeername(socket, generic(peer), &length) != 0)
         return false;

@@ -116,6 +116,7 @@ void ExtensionProxy::requestTexts(
                                                        propertiesInterface, QStringLiteral("Get"));
     call << proxy_.interface() << property;
     auto* const watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call, noTimeout), this);
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): its parent owns it
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [watcher, got] {
         watcher->deleteLater();
         const QDBusPendingReply<QDBusVariant> reply = *watcher;

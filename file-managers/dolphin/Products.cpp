@@ -102,6 +102,7 @@ void Products::list() {
 void Products::query(const QDBusMessage& call, const Answer& answer) {
     auto* const watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call, noTimeout), this);
     queries_.push_back(watcher);
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): its parent owns it
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, answer] {
         queries_.removeOne(watcher);
         watcher->deleteLater();
@@ -149,9 +150,8 @@ Product* Products::add(const QString& busName) {
     if (known != products_.end())
         return &known->second;
     if (products_.size() == maxProducts) {
-        const auto other =
-            std::find_if(products_.begin(), products_.end(),
-                         [this](const auto& each) { return !isStartable(each.first); });
+        const auto other = std::ranges::find_if(
+            products_, [this](const auto& each) { return !isStartable(each.first); });
         if (!isStartable(busName) || other == products_.end())
             return nullptr;
         remove(QString(other->first));

@@ -224,6 +224,7 @@ bool ExtensionProxy::watches(const char* url) const {
 }
 
 void ExtensionProxy::requestPathsOfRootFolders(const PathsAnswer& answer) {
+    // NOLINTNEXTLINE(clang-analyzer-cplusplus.NewDeleteLeaks): GIO calls back, which deletes it
     requestTexts("pathsOfRootFolders", [answer](GVariant* paths) {
         std::optional<std::vector<std::string_view>> texts;
         std::unique_ptr<const char*[], decltype(&g_free)> list(nullptr, &g_free);

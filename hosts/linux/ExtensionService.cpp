@@ -244,6 +244,7 @@ template <typename... Values>
 int ExtensionService::reply(sd_bus_message* call, const Values&... values) {
     platform::linux_backend::flushStandardStreams();
     process::Message message;
+    // NOLINTNEXTLINE(misc-const-correctness): assigned in the fold
     int result = sd_bus_message_new_method_return(call, Out(message));
     if (result >= 0)
         (void)((result = appendValue(message.get(), values), result >= 0) && ...);

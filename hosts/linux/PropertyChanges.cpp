@@ -42,8 +42,7 @@ void PropertyChanges::note(std::string_view property) {
 void PropertyChanges::noteRootFolders(const std::vector<std::string>& current,
                                       const std::vector<std::string>& next) {
     // The list grows at its end or loses one path, so that few lie between what stays the same.
-    const auto [removed, added] =
-        std::mismatch(current.begin(), current.end(), next.begin(), next.end());
+    const auto [removed, added] = std::ranges::mismatch(current, next);
     const auto [removedEnd, addedEnd] =
         std::mismatch(current.rbegin(), std::make_reverse_iterator(removed), next.rbegin(),
                       std::make_reverse_iterator(added));

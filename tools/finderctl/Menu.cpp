@@ -69,6 +69,7 @@ std::string textOf(const Menu& menu) {
 
 std::string jsonOf(const Menu& menu) {
     std::vector<std::string> entries;
+    entries.reserve(menu.entries.size());
     for (const Entry& entry : menu.entries)
         entries.push_back(console::jsonObject({{"title", console::jsonString(entry.title)},
                                                {"action", console::jsonString(entry.action)},
