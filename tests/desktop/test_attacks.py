@@ -22,7 +22,6 @@ GROWTH = 1.1  # of memory that is in use
 GROWTH_OF_BUS = 1 << 10  # kilobytes in a second, for a file manager that reads nothing
 ROOTS, PATH_LENGTH = 2000, 900
 PICKS = 2
-MENU_BACKOFF = 5  # seconds in which an extension that let a menu time out is not asked for another
 
 
 def folder_in(desktop):
@@ -73,18 +72,6 @@ def send(peer, blocks, rate=1000):
         deliver(peer.connection, each)
 
 
-def open_menu(file_manager, title):
-    """Once more when it has no such entry: a menu before it may have timed out on a busy machine."""
-    file_manager.open_menu("last.txt")
-    try:
-        file_manager.entry(title, timeout=3)
-    except AssertionError:
-        file_manager.desktop.type("Escape")
-        time.sleep(MENU_BACKOFF)
-        file_manager.open_menu("last.txt")
-        file_manager.entry(title)
-
-
 def wait_for_key(desktop, key, place):
     """Seconds until a key that moves the selection to that place, or away, is answered there."""
     x, y, width, height = place
@@ -106,7 +93,7 @@ def test_bursts_of_changes(desktop, file_manager):
         return file_manager.shows_badge(place)
 
     def expect_menu(title):
-        open_menu(file_manager, title)
+        file_manager.open_menu("last.txt", title)
         file_manager.close_menu()
         file_manager.icon("last.txt", "click")
 
@@ -182,7 +169,7 @@ def test_entries_picked_once_the_extension_has_ended(desktop, file_manager):
     folder, peer = opened(desktop, file_manager)
     for _ in range(PICKS):
         time.sleep(SOON)
-        open_menu(file_manager, LINK)
+        file_manager.open_menu("last.txt", LINK)
         os.kill(desktop.process_of_extension(), signal.SIGKILL)
         file_manager.pick(LINK)
         peer.accept()

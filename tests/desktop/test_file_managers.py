@@ -46,7 +46,7 @@ def test_a_root_folder_gets_its_badge_in_the_open_window(desktop, file_manager):
 def test_an_entry_is_picked_and_reported(desktop, file_manager):
     folder, peer = opened(desktop, file_manager, "Sync")
     desktop.announce(peer, folder / "Sync")
-    file_manager.open_menu("Letter.txt")
+    file_manager.open_menu("Letter.txt", LINK)
     entry = file_manager.entry(LINK)
     assert desktop.shows(ENTRY_ICON, entry) == file_manager.has_entry_icons
     file_manager.pick(LINK)
@@ -59,8 +59,7 @@ def opened_below_root_folder(desktop, file_manager):
     """A window on a folder that would get entries if it were selected."""
     folder, peer = opened(desktop, file_manager, "Sync/Inside")
     desktop.announce(peer, folder / "Sync")
-    file_manager.open_menu("Note.txt")
-    file_manager.entry(LINK)
+    file_manager.open_menu("Note.txt", LINK)
     file_manager.close_menu()
     return folder, peer
 
@@ -86,8 +85,7 @@ def test_what_a_search_finds_gets_badges_and_entries(desktop, file_manager):
     desktop.announce(peer, folder / "Sync", folder / "Sync/Inside")
     file_manager.icon("Sync")
     desktop.type("ctrl+f", *"Inside", "Return")
-    file_manager.open_menu("Inside")
-    file_manager.entry(LINK)
+    file_manager.open_menu("Inside", LINK)
     file_manager.close_menu()
     wait_for(lambda: file_manager.has_badge("Inside"), "the badge")
 
@@ -118,8 +116,7 @@ def test_the_desktop_shows_badges_and_entries(desktop, file_manager):
     desktop.environment["CAJA_EXTENSION_DIRS"] = str(plugins)
     file_manager.start("caja", "--force-desktop", "--no-default-window")
     wait_for(lambda: file_manager.has_badge("Sync"), "the badge")
-    file_manager.open_menu("Sync")
-    file_manager.entry(LINK)
+    file_manager.open_menu("Sync", LINK)
     file_manager.close_menu()
     file_manager.open_menu("Trash")
     file_manager.expect_menu_without(LINK)
@@ -130,8 +127,7 @@ def test_the_desktop_shows_badges_and_entries(desktop, file_manager):
 def test_a_file_that_goes_while_its_menu_is_open_is_not_reported(desktop, file_manager):
     folder, peer = opened(desktop, file_manager, "Sync")
     desktop.announce(peer, folder / "Sync")
-    file_manager.open_menu("Letter.txt")
-    file_manager.entry(LINK)
+    file_manager.open_menu("Letter.txt", LINK)
     (folder / "Sync/Letter.txt").rename(folder / "Sync/Renamed.txt")
     file_manager.icon("Renamed.txt")
     file_manager.pick(LINK)
@@ -154,8 +150,7 @@ def test_products_beside_one_that_hangs_and_one_that_answers_nonsense(desktop, f
         return desktop.shows(badge_of_second, file_manager.icon("Inside"), *file_manager.badge_offset)
 
     wait_for(has_badge_of_second, "the other badge")
-    file_manager.open_menu("Inside")
-    file_manager.entry(LINK)
+    file_manager.open_menu("Inside", LINK)
     file_manager.entry("Second")
     file_manager.close_menu()
 
@@ -179,8 +174,7 @@ def test_the_menu_follows_the_companion(desktop, file_manager):
     peer.send(line(type="set_locale", shareContactTitle="", shareViaUrlTitle="Länk kopieren",
                    backupTitle="Sichern"))
     desktop.wait_for_value("backupTitle", "Sichern")
-    file_manager.open_menu("Letter.txt")
-    file_manager.entry("Länk kopieren")
+    file_manager.open_menu("Letter.txt", "Länk kopieren")
     file_manager.entry("Sichern")
     file_manager.close_menu()
 

@@ -123,8 +123,7 @@ def test_a_root_folder_gets_its_badge_in_the_open_window(desktop, file_manager):
 def test_an_entry_is_picked_and_reported(desktop, file_manager):  # noqa: F811
     folder, peer = opened(desktop, file_manager, "Sync")
     desktop.announce(peer, folder / "Sync")
-    file_manager.open_menu("Letter.txt")
-    file_manager.entry(LINK)
+    file_manager.open_menu("Letter.txt", LINK)
     assert desktop.shows(ENTRY_ICON, SCREEN) == file_manager.has_entry_icons
     file_manager.pick(LINK)
     assert json.loads(peer.connection.recv(4096))["items"] == [str(folder / "Sync/Letter.txt")]
