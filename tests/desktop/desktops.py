@@ -161,7 +161,7 @@ class FileManager:
         self.badge_offset = badge_offset  # how far from the named thing a badge may be
         self.press = press  # how to pick a menu entry
         self.has_entry_icons = has_entry_icons
-        self.last_entry = last_entry  # of every menu, and not ours
+        self.last_entry = last_entry  # of every menu, and not ours; or none, where menus are not told of
         self.tolerance = tolerance  # how far the colour of a badge may be from its image's
         self.reports_items = reports_items  # that it shows, to its plug-in
         self.process = None
@@ -197,22 +197,23 @@ class FileManager:
         and one that opens may take no notice of a click or a key."""
         act()
         try:
-            self.entry(*sign, timeout=5)
+            self.entry(*sign)
         except AssertionError:
             act()
 
     def open_menu(self, name, title=None):
-        """Once more when it lacks an entry with this title: on a busy machine our answer may come too
-        late, and rightly so."""
-        self.insist(lambda: self.icon(name, "menu"), self.last_entry)
+        """Once more when none opens, or when it lacks an entry with this title: on a busy machine our
+        answer may come too late, and rightly so."""
+        sign = title or self.last_entry
+        self.icon(name, "menu")
         try:
-            if title:
-                self.entry(title, timeout=5)
+            if sign:
+                self.entry(sign)
         except AssertionError:
-            self.close_menu()
+            self.desktop.type("Escape")
             time.sleep(MENU_BACKOFF)
             self.icon(name, "menu")
-            self.entry(title)
+            self.entry(sign)
 
     def pick(self, title):
         self.insist(lambda: self.entry(title, self.press), title, "gone")
@@ -325,7 +326,7 @@ class Dolphin(FileManager):
 
 
 def dolphin(desktop):
-    return Dolphin(desktop, "dolphin", "dolphin", "table cell|list item", (20, 20))
+    return Dolphin(desktop, "dolphin", "dolphin", "table cell|list item", (20, 20), last_entry=None)
 
 
 FILE_MANAGERS = [caja, nemo, gnome_files, dolphin, thunar]

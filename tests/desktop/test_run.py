@@ -81,7 +81,7 @@ def test_caja_shows_the_demonstration(desktop, terminal):
         wait_for(lambda: desktop.shows(BLUE, folder, 20, 20), "the badge")
         window.icon("My synchronised folder", "click")
         desktop.type("Return")
-        window.open_menu("Letter to é.txt")
+        window.open_menu("Letter to é.txt", "Copy link")
         window.pick("Copy link")
         wait_for(lambda: clipboard(desktop) == "https://example.com/demo/Letter to é.txt", "the link")
         desktop.type("ctrl+w")
