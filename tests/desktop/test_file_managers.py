@@ -181,7 +181,6 @@ def test_the_menu_follows_the_companion(desktop, file_manager):
     peer.close()
     desktop.wait_for_value("isSocketConnected", False)
     file_manager.open_menu("Letter.txt")
-    file_manager.entry(file_manager.last_entry)
     file_manager.entry("Sichern", "gone")
 
 
