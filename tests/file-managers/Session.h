@@ -154,6 +154,13 @@ public:
     [[nodiscard]] const std::filesystem::path& folder() const { return folder_; }
     [[nodiscard]] const ChildProcess& bus() const { return *bus_; }
 
+    /// The bus notices by itself, but may answer others before it has looked.
+    static void reloadServices() {
+        if (std::system("dbus-send --session --print-reply=literal --dest=org.freedesktop.DBus /"
+                        " org.freedesktop.DBus.ReloadConfig") != 0)
+            throw std::runtime_error("the bus does not reload its services");
+    }
+
 private:
     static std::filesystem::path newFolder() {
         std::string folder = std::filesystem::temp_directory_path() / "plugin-tests-XXXXXX";
@@ -181,10 +188,12 @@ public:
         const std::string line = "echo >>" + starts_.string();
         std::ofstream(service_) << "[D-BUS Service]\nName=" << name << "\nExec=/bin/sh -c '" << line
                                 << "; " << command << " && " << line << "'\n";
+        session->reloadServices();
     }
     ~ActivatableExtension() {
         std::filesystem::remove(service_);
         std::filesystem::remove(starts_);
+        session->reloadServices();
     }
     ActivatableExtension(const ActivatableExtension&) = delete;
     ActivatableExtension& operator=(const ActivatableExtension&) = delete;
