@@ -112,6 +112,11 @@ bool isUTF8(std::string_view text) {
 bool areCanonicallyEquivalent(std::string_view one, std::string_view other) {
     if (one == other)
         return true;
+    // Paths that are compared begin alike, and mostly differ at their ends already, where an ASCII
+    // character is what it is.
+    if (one.empty() || other.empty() ||
+        (isASCII(one.back()) && isASCII(other.back()) && one.back() != other.back()))
+        return false;
     const auto [inOne, inOther] = std::ranges::mismatch(one, other);
     // A proper prefix is shorter in decomposed form too.
     if (inOne == one.end() || inOther == other.end())
