@@ -91,8 +91,8 @@ TEST_F(ExtendedAttributesOnLinux, AnEmbeddedNULEndsThePath) {
     EXPECT_EQ(namesAt(item() + std::string("\0/elsewhere", 11)), Strings{"user.a"});
 }
 
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool hasOwnAllocator = true;
+#if defined(__has_feature)
+constexpr bool hasOwnAllocator = __has_feature(address_sanitizer);
 #else
 constexpr bool hasOwnAllocator = false;
 #endif

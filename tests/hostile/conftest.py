@@ -254,12 +254,9 @@ def own_memory(process):
 
 
 def memory(process, kind):
-    """Kilobytes of one kind, as the kernel names it; none where a sanitizer keeps its own
-    account of memory."""
-    folder = pathlib.Path("/proc", str(process.pid))
-    if "libasan" in (folder / "maps").read_text():
-        return 0
-    return int(re.search(rf"^{kind}:\s*(\d+)", (folder / "status").read_text(), re.MULTILINE)[1])
+    """Kilobytes of one kind, as the kernel names it."""
+    status = pathlib.Path("/proc", str(process.pid), "status").read_text()
+    return int(re.search(rf"^{kind}:\s*(\d+)", status, re.MULTILINE)[1])
 
 
 def descriptors(process):
