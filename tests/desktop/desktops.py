@@ -7,6 +7,7 @@ import pathlib
 import shutil
 import struct
 import subprocess
+import tempfile
 import textwrap
 import time
 
@@ -41,6 +42,8 @@ class Desktop(Session):
     def __init__(self, folder):
         self.entry_icons = {}  # of other products, by title
         self.services = {BUS_NAME, "org.a11y.Bus"}
+        # Here and not below the folder: the path of a socket, as Dolphin has some, holds 107 bytes.
+        self.runtime = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
         super().__init__(folder)
 
     def start_bus(self, *services):
@@ -48,13 +51,12 @@ class Desktop(Session):
         "org.gtk.vfs.Daemon", GTK shows more than local files: the trash, for one."""
         self.environment |= {
             "XDG_DATA_DIRS": f"{self.marked_data()}:/usr/share",
-            "XDG_RUNTIME_DIR": str(self.home / "run"),
+            "XDG_RUNTIME_DIR": self.runtime.name,
             "GDK_BACKEND": "x11",
             "QT_QPA_PLATFORM": "xcb",
             "GSETTINGS_BACKEND": "keyfile",
             "GIO_USE_VFS": "gvfs" if "org.gtk.vfs.Daemon" in services else "local",
         }
-        (self.home / "run").mkdir(mode=0o700, exist_ok=True)
         self.start_screen()
         self.configure("gtk-3.0/settings.ini", GTK_SETTINGS.format("gtk-menu-images=1\n"))
         self.configure("gtk-4.0/settings.ini", GTK_SETTINGS.format(""))
@@ -108,6 +110,7 @@ class Desktop(Session):
         super().end()
         self.screen.terminate()
         self.screen.wait()
+        self.runtime.cleanup()
 
     def accessible(self, action, *thing, timeout=20):
         script = pathlib.Path(__file__).parent / "accessible.py"
