@@ -112,8 +112,8 @@ bool isUTF8(std::string_view text) {
 bool areCanonicallyEquivalent(std::string_view one, std::string_view other) {
     if (one == other)
         return true;
-    // Paths that are compared begin alike, and mostly differ at their ends already, where an ASCII
-    // character is what it is.
+    // Paths that are compared begin alike, and most differ in their last characters. An ASCII
+    // character at the end is the same in each normal form.
     if (one.empty() || other.empty() ||
         (isASCII(one.back()) && isASCII(other.back()) && one.back() != other.back()))
         return false;

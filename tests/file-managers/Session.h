@@ -188,12 +188,12 @@ public:
         const std::string line = "echo >>" + starts_.string();
         std::ofstream(service_) << "[D-BUS Service]\nName=" << name << "\nExec=/bin/sh -c '" << line
                                 << "; " << command << " && " << line << "'\n";
-        session->reloadServices();
+        Session::reloadServices();
     }
     ~ActivatableExtension() {
         std::filesystem::remove(service_);
         std::filesystem::remove(starts_);
-        session->reloadServices();
+        Session::reloadServices();
     }
     ActivatableExtension(const ActivatableExtension&) = delete;
     ActivatableExtension& operator=(const ActivatableExtension&) = delete;
